@@ -1,0 +1,39 @@
+// alloc.h - the library's allocator: 16-byte size header, heap below 1 MiB,
+// anonymous mappings from 1 MiB on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Requests of this many bytes or more are served by mmap, smaller ones by
+// the C heap; kqFree applies the same test to the stored size.
+constexpr uint32_t kKqMapThreshold = 0x100000u;
+constexpr uint32_t kKqAllocHeader = 16u;
+
+// Returns at least `size` writable, uninitialised bytes, or null (logged).
+// A zero size is refused. The 32-bit size sits 16 bytes before the result.
+void* kqMalloc(uint32_t size);
+
+// Releases a block from kqMalloc/kqCalloc; null is ignored.
+void kqFree(void* p);
+
+// kqMalloc(count * size) (32-bit product, unchecked) filled with zeros.
+void* kqCalloc(uint32_t count, uint32_t size);
+
+// Plain C-heap allocation that logs failures; release with free(), never
+// with kqFree.
+void* kqMallocChecked(size_t size);
+
+// The system calls behind the allocator. Tests replace them to observe the
+// path a request takes or to simulate exhaustion; null entries keep the real
+// call.
+struct KQAllocSystem {
+  void* (*heapAlloc)(size_t size);
+  void (*heapFree)(void* p);
+  void* (*mapAnon)(size_t length);  // returns null on failure
+  int (*unmap)(void* p, size_t length);
+};
+
+// Installs `system` (copied); null restores the real calls. Not for use
+// while other threads allocate.
+void kqAllocSetSystem(const KQAllocSystem* system);

@@ -1,0 +1,38 @@
+# Fails unless the shared library's dynamic symbol table defines exactly the
+# three KQUpScale_ functions among the library's own symbols. Symbols of the
+# C/C++ runtime (versioned GLIBC/GCC/CXXABI entries) are not ours.
+if(NOT NM OR NOT LIB)
+  message(FATAL_ERROR "usage: -DNM=<nm> -DLIB=<libKQUpScale.so>")
+endif()
+execute_process(COMMAND ${NM} -D --defined-only ${LIB}
+  OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIB}")
+endif()
+string(REPLACE "\n" ";" lines "${out}")
+set(found)
+set(bad)
+foreach(line IN LISTS lines)
+  if(line MATCHES "^[0-9a-fA-F]* *([A-Za-z]) (.+)$")
+    set(kind "${CMAKE_MATCH_1}")
+    set(sym "${CMAKE_MATCH_2}")
+    if(sym MATCHES "@" OR kind STREQUAL "A")
+      continue()  # versioned runtime symbols and version nodes
+    endif()
+    if(sym MATCHES "^KQUpScale_(GetVersion|ScaleImage|ScaleImageFromROI)$")
+      list(APPEND found "${sym}")
+    elseif(sym MATCHES "^(_init|_fini|__bss_start|_edata|_end|__end__|__bss_end__|__bss_start__|_bss_end__)$")
+      continue()  # linker-provided markers
+    else()
+      list(APPEND bad "${sym}")
+    endif()
+  endif()
+endforeach()
+list(LENGTH found nfound)
+if(bad)
+  message(FATAL_ERROR "unexpected exported symbols: ${bad}")
+endif()
+if(NOT nfound EQUAL 3)
+  message(FATAL_ERROR "expected the three KQUpScale_ functions, found: ${found}")
+endif()
+message(STATUS "exports OK: ${found}")

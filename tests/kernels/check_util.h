@@ -1,0 +1,97 @@
+// check_util.h - shared machinery of the kernel comparison tests: a portable
+// PRNG, fill patterns, guarded input buffers, sentinel-framed outputs and a
+// byte-exact comparison that prints a hex map of the differences.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// xorshift64*: the same sequence on every platform and standard library.
+class KqRng {
+ public:
+  explicit KqRng(uint64_t seed) : s_(seed ? seed : 0x9E3779B97F4A7C15ull) {}
+  uint32_t next() {
+    s_ ^= s_ >> 12;
+    s_ ^= s_ << 25;
+    s_ ^= s_ >> 27;
+    return static_cast<uint32_t>((s_ * 0x2545F4914F6CDD1Dull) >> 32);
+  }
+  // Uniform integer in [lo, hi].
+  int range(int lo, int hi) { return lo + static_cast<int>(next() % uint32_t(hi - lo + 1)); }
+  // Uniform float in [lo, hi).
+  float uniform(float lo, float hi) { return lo + (hi - lo) * float(next() >> 8) * (1.0f / 16777216.0f); }
+
+ private:
+  uint64_t s_;
+};
+
+// The run's seed: KQ_TEST_SEED from the environment, else a fixed value.
+// Printed once so that a failure can be reproduced.
+uint64_t kqTestSeed();
+
+enum class KqFill { kUniform, kZero, kMax, kAlternate, kZeroOne, kHigh, kRamp, kSmooth };
+constexpr KqFill kKqAllFills[] = {KqFill::kUniform, KqFill::kZero, KqFill::kMax,
+                                  KqFill::kAlternate, KqFill::kZeroOne, KqFill::kHigh,
+                                  KqFill::kRamp, KqFill::kSmooth};
+const char* kqFillName(KqFill fill);
+
+// Fills a width x height plane with the given row stride.
+void kqFillPlane(uint8_t* data, int width, int height, int stride, KqFill fill, KqRng& rng);
+
+// A read-only input of `size` bytes whose last byte sits right before an
+// inaccessible page, so that any read past the end faults.
+class KqGuardedBuffer {
+ public:
+  explicit KqGuardedBuffer(size_t size);
+  ~KqGuardedBuffer();
+  KqGuardedBuffer(const KqGuardedBuffer&) = delete;
+  KqGuardedBuffer& operator=(const KqGuardedBuffer&) = delete;
+  uint8_t* data() { return data_; }
+  size_t size() const { return size_; }
+
+ private:
+  uint8_t* base_ = nullptr;
+  size_t mapped_ = 0;
+  uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+// An output plane surrounded by a frame of sentinel bytes. Two planes made
+// with the same arguments compare equal frame included unless a kernel wrote
+// outside its area.
+class KqFramedPlane {
+ public:
+  static constexpr int kFrame = 32;
+  KqFramedPlane(int width, int height, uint8_t sentinel = 0xA5);
+  uint8_t* data() { return &buf_[size_t(kFrame) * stride_ + kFrame]; }
+  const uint8_t* data() const { return &buf_[size_t(kFrame) * stride_ + kFrame]; }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  int stride() const { return stride_; }
+  // Packed copy of the plane's interior (row stride = width).
+  std::vector<uint8_t> packed() const;
+  // Fills the interior (not the frame).
+  void fill(uint8_t value);
+  const std::vector<uint8_t>& raw() const { return buf_; }
+
+ private:
+  int width_, height_, stride_;
+  std::vector<uint8_t> buf_;
+};
+
+// Byte-exact comparison of two planes. On a mismatch the message names the
+// first differing pixel and shows up to 8 rows around it as ref | got | x.
+testing::AssertionResult kqPlanesEqual(const uint8_t* ref, int refStride, const uint8_t* got,
+                                       int gotStride, int width, int height);
+
+// Compares two framed planes, interior and frame; a frame difference is
+// reported as an overwrite above/below/left/right of the plane.
+testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedPlane& got);
+
+// Names of the instruction-set levels that kqCpuLevels() lists ("c",
+// "neon", "sse41", "avx2"): the highest flag of each level.
+std::string kqLevelName(uint32_t levelFlags);

@@ -1,0 +1,7 @@
+// test_main.cpp - gtest entry point shared by the test binaries.
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

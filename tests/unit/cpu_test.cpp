@@ -1,0 +1,31 @@
+// cpu_test.cpp - CPU feature decoding and the level list used by kernel tests.
+#include <gtest/gtest.h>
+
+#include "runtime/cpu.h"
+
+namespace {
+
+TEST(Cpu, HwcapDecodingMatchesRecordedDevices) {
+  // Recorded AT_HWCAP of a Cortex-A7 (armeabi-v7a phone) and of an armv7
+  // core without NEON (Tegra 2).
+  EXPECT_EQ(kqCpuFlagsFromHwcap(0x0007b0d7ul, false), uint32_t{KQ_CPU_NEON});
+  EXPECT_EQ(kqCpuFlagsFromHwcap(0x000008d7ul & ~(1ul << 12), false), 0u);
+  EXPECT_EQ(kqCpuFlagsFromHwcap(0, true), uint32_t{KQ_CPU_NEON});
+}
+
+TEST(Cpu, LevelsRiseFromScalarAndStayWithinTheBuild) {
+  const std::vector<uint32_t> levels = kqCpuLevels();
+  ASSERT_FALSE(levels.empty());
+  EXPECT_EQ(levels.front(), 0u);
+  for (size_t i = 1; i < levels.size(); ++i) {
+    EXPECT_EQ(levels[i] & levels[i - 1], levels[i - 1]) << "levels are cumulative";
+    EXPECT_NE(levels[i], levels[i - 1]);
+  }
+  EXPECT_EQ(levels.back(), kqCpuFlags());
+  EXPECT_EQ(kqCpuFlags() & ~kqCpuBuildFlags(), 0u);
+#if defined(__aarch64__)
+  EXPECT_EQ(kqCpuFlags() & KQ_CPU_NEON, kqCpuBuildFlags() & KQ_CPU_NEON);
+#endif
+}
+
+}  // namespace
