@@ -63,10 +63,11 @@ int32_t gUsers = 0;           // guarded by gPoolLock
 
 constexpr int32_t kExitAck = 100;
 
-// Busy-wait step: a full barrier, and a yield now and then so that a waiting
-// dispatcher does not starve workers on an oversubscribed (or emulated) CPU.
+// Busy-wait step between two sequentially consistent loads of the counter
+// being watched (those loads are the barrier). A yield now and then keeps a
+// waiting thread from starving the workers on an oversubscribed or emulated
+// CPU.
 inline void spinPause(uint32_t* rounds) {
-  std::atomic_thread_fence(std::memory_order_seq_cst);
   if ((++*rounds & 63u) == 0) sched_yield();
 }
 

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building, testing and benchmarking need,
+# and only those that are missing. Run as root (or with sudo available).
+#   scripts/install-deps.sh            build + test toolchain (native and cross)
+#   scripts/install-deps.sh --bench    also the benchmark anchors (libyuv, OpenCV)
+set -euo pipefail
+
+packages=(cmake ninja-build g++ gcc pkg-config git libgtest-dev googletest
+          g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user valgrind
+          libpng-dev libjpeg-dev libyuv-dev)
+if [[ "${1:-}" == "--bench" ]]; then
+  packages+=(libbenchmark-dev libopencv-dev)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+if ((${#missing[@]} == 0)); then
+  exit 0
+fi
+
+echo "installing: ${missing[*]}"
+SUDO=""
+if [[ $(id -u) -ne 0 ]]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
