@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the main job: a real upscale of
+# a built-in demo image through the library's exported functions.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKQ_BUILD_TESTS=OFF >/dev/null
+cmake --build build -j "$(nproc)" >/dev/null
+exec build/tools/kq_runtime_demo "$@"
