@@ -4,6 +4,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKQ_BUILD_TESTS=OFF >/dev/null
-cmake --build build -j "$(nproc)" >/dev/null
-exec build/tools/kq_runtime_demo "$@"
+cmake -S . -B build-demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DKQ_BUILD_TESTS=OFF >/dev/null
+cmake --build build-demo -j "$(nproc)" >/dev/null
+exec build-demo/tools/kq_runtime_demo "$@"

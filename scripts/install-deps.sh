@@ -7,7 +7,7 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ gcc pkg-config git libgtest-dev googletest
           g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user valgrind
-          libpng-dev libjpeg-dev libyuv-dev)
+          libpng-dev libjpeg-dev libyuv-dev libcli11-dev)
 if [[ "${1:-}" == "--bench" ]]; then
   packages+=(libbenchmark-dev libopencv-dev)
 fi

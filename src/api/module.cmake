@@ -1,3 +1,6 @@
-# The exported functions and the pipeline behind them.
+# The exported functions and the pipeline behind them. upscale_api.cpp is
+# also compiled into the shared library itself; having it in kq_core lets
+# tests and tools call the exported functions without the .so.
 list(APPEND KQ_CORE_SOURCES
-  src/api/pipeline.cpp)
+  src/api/pipeline.cpp
+  src/api/upscale_api.cpp)

@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Runs the built kqupscale tool on good and bad input and checks exit codes,
+# error lines, output sizes, and that no partial output is left behind.
+# Usage: cli_test.sh <path to kqupscale> <scratch folder>
+set -u
+tool=$1
+work=$2
+rm -rf "$work" && mkdir -p "$work" && cd "$work" || exit 1
+passed=0
+failed=0
+
+ok() { passed=$((passed + 1)); }
+bad() { failed=$((failed + 1)); echo "FAIL: $*"; }
+
+# PNG width and height from the IHDR chunk.
+png_size() { od -An -tu1 -j16 -N8 "$1" | awk '{printf "%dx%d", $1*16777216+$2*65536+$3*256+$4, $5*16777216+$6*65536+$7*256+$8}'; }
+
+# expect_error NAME OUTPUT-GLOB ARGS...: non-zero exit, exactly one stderr
+# line starting with "kqupscale: error:", and nothing matching the glob.
+expect_error() {
+  local name=$1 glob=$2; shift 2
+  "$tool" "$@" >stdout.txt 2>stderr.txt
+  local rc=$?
+  local lines
+  lines=$(wc -l <stderr.txt)
+  if [[ $rc -eq 0 ]]; then bad "$name: exit status 0"; return; fi
+  if [[ $lines -ne 1 ]] || ! grep -q '^kqupscale: error: ' stderr.txt; then
+    bad "$name: expected one error line, got: $(cat stderr.txt)"; return
+  fi
+  if compgen -G "$glob" >/dev/null || compgen -G "*.tmp-*" >/dev/null; then
+    bad "$name: left output behind: $(ls)"; return
+  fi
+  ok
+}
+
+# --- good runs ------------------------------------------------------------
+if "$tool" --help | grep -q "Examples:"; then ok; else bad "--help shows no examples"; fi
+
+if "$tool" --demo --demo-dir demo --threads 2 >demo.txt 2>&1 &&
+   [[ $(png_size demo/demo_input.png) == 640x480 ]] &&
+   [[ $(png_size demo/demo_output.png) == 2560x1920 ]] && [[ -s demo/demo_compare.png ]] &&
+   grep -q "output MP/s" demo.txt && grep -q "kqTakeYUVPlanes" demo.txt; then ok
+else bad "demo: $(cat demo.txt)"; fi
+
+cp demo/demo_input.png in.png
+"$tool" in.png -o out2.png --scale 2 -q && [[ $(png_size out2.png) == 1280x960 ]] && ok || bad "png -> png x2"
+"$tool" in.png -o out.jpg --out-size 800x600 -q && [[ $(head -c 3 out.jpg | od -An -tx1 | tr -d ' ') == ffd8ff ]] && ok || bad "png -> jpeg"
+"$tool" out.jpg -o back.png -q --scale 1.5 && [[ $(png_size back.png) == 1200x900 ]] && ok || bad "jpeg -> png"
+"$tool" in.png -o frame.nv21 --roi 0,0,320,240 --scale 2 -q && [[ $(stat -c %s frame.nv21) -eq $((640 * 480 * 3 / 2)) ]] && ok || bad "png -> raw with roi"
+"$tool" frame.nv21 --size 640x480 -o big.nv12 --out-size 1280x720 -q && [[ $(stat -c %s big.nv12) -eq $((1280 * 720 * 3 / 2)) ]] && ok || bad "raw -> raw"
+# A padded raw input (stride 704) gives the same result as the packed one.
+python3 - <<'PY' 2>/dev/null || awk 'BEGIN{}' </dev/null
+import sys
+d = open("frame.nv21", "rb").read()
+w, h, s = 640, 480, 704
+rows = [d[i * w:(i + 1) * w] + b"\x11" * (s - w) for i in range(h + h // 2)]
+open("padded.nv21", "wb").write(b"".join(rows))
+PY
+if [[ -f padded.nv21 ]]; then
+  "$tool" padded.nv21 --size 640x480 --stride 704 -o p.nv21 --scale 1.5 -q &&
+  "$tool" frame.nv21 --size 640x480 -o q.nv21 --scale 1.5 -q && cmp -s p.nv21 q.nv21 && ok || bad "raw stride"
+fi
+mkdir -p outdir
+"$tool" in.png out2.png -o outdir --scale 0.5 >multi.txt 2>&1 &&
+  [[ -f outdir/in_kq.png && -f outdir/out2_kq.png ]] && grep -q '\[2/2\]' multi.txt && ok || bad "several inputs"
+"$tool" in.png -o timed.png --timing --threads 2 >timing.txt 2>&1 &&
+  grep -q "warpAll - chroma" timing.txt && grep -q "kqSetUVData" timing.txt && ok || bad "--timing: $(cat timing.txt)"
+
+# --- bad input ------------------------------------------------------------
+expect_error "missing file" "o1*" nofile.png -o o1.png
+printf 'this is not an image' >garbage.png
+expect_error "not a PNG" "o2*" garbage.png -o o2.png
+head -c 200 in.png >trunc.png
+expect_error "truncated PNG" "o3*" trunc.png -o o3.png
+head -c 300 out.jpg >trunc.jpg
+expect_error "truncated JPEG" "o4*" trunc.jpg -o o4.png
+expect_error "raw length" "o5*" frame.nv21 --size 640x478 -o o5.nv21
+expect_error "odd raw size" "o6*" frame.nv21 --size 641x480 -o o6.nv21
+expect_error "raw without size" "o7*" frame.nv21 -o o7.nv21
+expect_error "region outside" "o8*" in.png --roi 600,400,100,100 -o o8.png
+expect_error "region too small" "o9*" in.png --roi 0,0,3,3 -o o9.png
+expect_error "beyond memory bound" "o10*" in.png --scale 60 -o o10.png
+expect_error "odd output size" "o11*" in.png --out-size 801x600 -o o11.png
+expect_error "non-numeric" "o12*" in.png --threads many -o o12.png
+expect_error "non-numeric scale" "o13*" in.png --scale big -o o13.png
+expect_error "unknown output type" "o14*" in.png -o o14.bmp
+expect_error "missing folder" "nodir*" in.png out2.png -o nodir
+expect_error "bad affinity" "o15*" in.png --affinity zz -o o15.png
+expect_error "no input" "o16*" -o o16.png
+
+echo "cli: $passed passed, $failed failed"
+[[ $failed -eq 0 ]]

@@ -1,0 +1,384 @@
+// main.cpp - kqupscale: enlarge PNG, JPEG or raw NV12/NV21 images with
+// libKQUpScale from the command line, or run the built-in demo.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+#include "KQUpScale.h"
+#include "demo_image.h"
+#include "image_io.h"
+#include "runtime/log.h"
+#include "runtime/timer.h"
+
+namespace {
+
+// Output sizes beyond this are refused: the working planes of one call need
+// about six bytes per output pixel.
+constexpr int64_t kMaxOutputPixels = int64_t(256) << 20;
+constexpr int kMaxOutputSide = 32768;
+
+struct Options {
+  std::vector<std::string> inputs;
+  std::string output;
+  double scale = 0.0;
+  std::string outSize;
+  std::string roi;
+  std::string rawSize;
+  std::string format;
+  int stride = 0;
+  int nr = 3;
+  int chromaNr = 4;
+  float sharpen = 0.6f;
+  int threads = 0;
+  std::string affinity = "0";
+  int jpegQuality = 92;
+  bool timing = false;
+  bool quiet = false;
+  bool verbose = false;
+  bool demo = false;
+  std::string demoDir = "kqupscale-demo";
+};
+
+struct Region {
+  int left = -1, top = -1, right = -1, bottom = -1;
+};
+
+// Library log lines: stage timings are collected, information lines shown
+// only with --verbose, errors unless --quiet.
+struct LogState {
+  bool quiet = false;
+  bool verbose = false;
+  std::vector<std::pair<std::string, double>> stages;
+};
+LogState gLog;
+
+void logSink(void*, FILE*, int32_t priority, const char*, const char* message) {
+  const std::string text(message);
+  if (text.rfind("stage ", 0) == 0) {
+    const size_t open = text.rfind(" (");
+    const size_t colon = text.rfind("): ");
+    if (open != std::string::npos && colon != std::string::npos) {
+      gLog.stages.emplace_back(text.substr(6, open - 6), std::atof(text.c_str() + colon + 3));
+      return;
+    }
+  }
+  if (priority >= KQ_LOG_ERROR ? !gLog.quiet : gLog.verbose)
+    std::fprintf(stderr, "%c/Orvane: %s\n", kqLogPriorityLetter(priority), message);
+}
+
+bool parseSize(const std::string& text, int* w, int* h) {
+  char x = 0;
+  std::istringstream in(text);
+  if (!(in >> *w >> x >> *h) || (x != 'x' && x != 'X')) return false;
+  in >> std::ws;
+  return in.eof();
+}
+
+Region parseRegion(const std::string& text, int width, int height) {
+  int x, y, w, h;
+  char c1 = 0, c2 = 0, c3 = 0;
+  std::istringstream in(text);
+  if (!(in >> x >> c1 >> y >> c2 >> w >> c3 >> h) || c1 != ',' || c2 != ',' || c3 != ',')
+    throw ToolError("--roi expects x,y,w,h, got '" + text + "'");
+  if (x < 0 || y < 0 || w < 4 || h < 4 || int64_t(x) + w > width || int64_t(y) + h > height)
+    throw ToolError("region " + text + " lies outside the " + std::to_string(width) + "x" +
+                    std::to_string(height) + " image or is smaller than 4x4");
+  return Region{x, y, x + w - 1, y + h - 1};
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::string baseName(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  const size_t dot = name.find_last_of('.');
+  return dot == std::string::npos ? name : name.substr(0, dot);
+}
+
+std::string extensionOf(const std::string& path) {
+  const size_t dot = path.find_last_of('.');
+  const size_t slash = path.find_last_of('/');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+  return path.substr(dot);
+}
+
+bool rawIsNv12(const std::string& path, const std::string& format, bool fallback) {
+  if (format == "nv12") return true;
+  if (format == "nv21") return false;
+  std::string ext = extensionOf(path);
+  std::transform(ext.begin(), ext.end(), ext.begin(), ::tolower);
+  if (ext == ".nv12") return true;
+  if (ext == ".nv21") return false;
+  return fallback;
+}
+
+Nv21Image readInput(const std::string& path, const Options& o) {
+  FileKind kind = kindFromExtension(path);
+  if (!o.rawSize.empty()) kind = FileKind::kRaw;
+  if (kind == FileKind::kRaw) {
+    int w = 0, h = 0;
+    if (o.rawSize.empty()) throw ToolError("raw input '" + path + "' needs --size WxH");
+    if (!parseSize(o.rawSize, &w, &h)) throw ToolError("--size expects WxH, got '" + o.rawSize + "'");
+    return readRaw(path, w, h, o.stride, rawIsNv12(path, o.format, false));
+  }
+  RgbaImage rgba;
+  if (kind == FileKind::kPng) {
+    rgba = readPng(path);
+  } else if (kind == FileKind::kJpeg) {
+    rgba = readJpeg(path);
+  } else {
+    // Unknown extension: decide by content.
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (f == nullptr) throw ToolError("cannot read '" + path + "': " + std::strerror(errno));
+    unsigned char head[8] = {0};
+    const size_t n = std::fread(head, 1, sizeof head, f);
+    std::fclose(f);
+    if (n >= 8 && head[0] == 0x89 && head[1] == 'P') {
+      rgba = readPng(path);
+    } else if (n >= 3 && head[0] == 0xFF && head[1] == 0xD8) {
+      rgba = readJpeg(path);
+    } else {
+      throw ToolError("'" + path + "' is not a PNG or JPEG file (give --size for raw NV12/NV21)");
+    }
+  }
+  return rgbaToNv(rgba, o.format == "nv12");
+}
+
+void writeOutput(const std::string& path, const Nv21Image& image, const Options& o) {
+  switch (kindFromExtension(path)) {
+    case FileKind::kPng: writeFileAtomically(path, encodePng(nvToRgba(image))); return;
+    case FileKind::kJpeg: writeFileAtomically(path, encodeJpeg(nvToRgba(image), o.jpegQuality)); return;
+    case FileKind::kRaw: {
+      Nv21Image copy = image;
+      const bool nv12 = rawIsNv12(path, o.format, image.nv12);
+      if (nv12 != image.nv12) {
+        for (size_t i = size_t(copy.stride) * copy.height; i + 1 < copy.data.size(); i += 2)
+          std::swap(copy.data[i], copy.data[i + 1]);
+        copy.nv12 = nv12;
+      }
+      writeFileAtomically(path, packRaw(copy));
+      return;
+    }
+    case FileKind::kUnknown: break;
+  }
+  throw ToolError("cannot tell the output format of '" + path +
+                  "' (use .png, .jpg, .yuv, .nv12 or .nv21)");
+}
+
+struct Settings {
+  int nr, chromaNr;
+  float sharpen;
+  int threads, affinity;
+};
+
+// Runs the library on `in` (optionally a region) into a new image of
+// outW x outH; returns the wall time in milliseconds.
+double upscale(const Nv21Image& in, const Region& region, int outW, int outH, const Settings& s,
+               Nv21Image* out) {
+  out->width = outW;
+  out->height = outH;
+  out->stride = outW;
+  out->nv12 = in.nv12;
+  out->data.assign(size_t(outW) * (outH + outH / 2), 0);
+  const int32_t code = in.nv12 ? 9 : 8;
+  KQYUVMultiPlaneImage src{code, in.width, in.height, 1, in.stride, in.height, 2, in.stride, 2,
+                           in.stride, const_cast<uint8_t*>(in.y()), const_cast<uint8_t*>(in.uv()),
+                           nullptr};
+  KQYUVMultiPlaneImage dst{code, outW, outH, 1, outW, outH, 2, outW, 2, outW, out->y(), out->uv(),
+                           nullptr};
+  const auto t0 = std::chrono::steady_clock::now();
+  KQUpScale_ScaleImageFromROI(&src, &dst, region.left, region.top, region.right, region.bottom,
+                              s.nr, s.chromaNr, s.sharpen, s.threads, s.affinity);
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+}
+
+void printStages() {
+  for (const auto& stage : gLog.stages)
+    std::printf("  %-28s %9.2f ms\n", stage.first.c_str(), stage.second);
+  gLog.stages.clear();
+}
+
+void checkOutputSize(int64_t w, int64_t h) {
+  if (w < 2 || h < 2) throw ToolError("output size " + std::to_string(w) + "x" + std::to_string(h) + " is below 2x2");
+  if (w > kMaxOutputSide || h > kMaxOutputSide || w * h > kMaxOutputPixels)
+    throw ToolError("output size " + std::to_string(w) + "x" + std::to_string(h) +
+                    " is beyond the memory bound (at most 256 megapixels and 32768 per side)");
+}
+
+void processFile(const std::string& inPath, const std::string& outPath, const Options& o,
+                 const Settings& s) {
+  const Nv21Image in = readInput(inPath, o);
+  Region region;
+  int workW = in.width, workH = in.height;
+  if (!o.roi.empty()) {
+    region = parseRegion(o.roi, in.width, in.height);
+    workW = (region.right - region.left + 1) & ~3;
+    workH = (region.bottom - region.top + 1) & ~3;
+  }
+  if (workW < 4 || workH < 4) throw ToolError("'" + inPath + "' is smaller than 4x4 pixels");
+  int64_t outW, outH;
+  if (!o.outSize.empty()) {
+    int w, h;
+    if (!parseSize(o.outSize, &w, &h)) throw ToolError("--out-size expects WxH, got '" + o.outSize + "'");
+    outW = w;
+    outH = h;
+    if (outW % 2 != 0 || outH % 2 != 0)
+      throw ToolError("4:2:0 output needs an even width and height, got " + o.outSize);
+  } else {
+    const double f = o.scale > 0 ? o.scale : 2.0;
+    if (!(f * workW < 1e9 && f * workH < 1e9)) throw ToolError("--scale is beyond the memory bound");
+    outW = int64_t(std::lround(f * workW / 2.0)) * 2;
+    outH = int64_t(std::lround(f * workH / 2.0)) * 2;
+  }
+  checkOutputSize(outW, outH);
+  Nv21Image out;
+  const double ms = upscale(in, region, int(outW), int(outH), s, &out);
+  writeOutput(outPath, out, o);
+  if (!o.quiet) {
+    std::printf("%s: %dx%d -> %s: %lldx%lld in %.1f ms (%.1f output MP/s)\n", inPath.c_str(), workW,
+                workH, outPath.c_str(), static_cast<long long>(outW), static_cast<long long>(outH),
+                ms, double(outW) * double(outH) / (ms * 1000.0));
+  }
+  if (o.timing) printStages();
+}
+
+int runDemo(const Options& o, const Settings& s) {
+  ::mkdir(o.demoDir.c_str(), 0755);
+  if (!isDirectory(o.demoDir)) throw ToolError("cannot create the demo folder '" + o.demoDir + "'");
+  const int w = 640, h = 480, factor = 4;
+  const Nv21Image input = makeDemoImage(w, h, false);
+  const RgbaImage inputRgba = nvToRgba(input);
+  writeFileAtomically(o.demoDir + "/demo_input.png", encodePng(inputRgba));
+
+  Nv21Image bare, filtered;
+  const Settings warpOnly{0, 0, 0.0f, s.threads, s.affinity};
+  const double bareMs = upscale(input, Region{}, w * factor, h * factor, warpOnly, &bare);
+  gLog.stages.clear();
+  const double ms = upscale(input, Region{}, w * factor, h * factor, s, &filtered);
+  const RgbaImage bareRgba = nvToRgba(bare), filteredRgba = nvToRgba(filtered);
+  writeFileAtomically(o.demoDir + "/demo_output.png", encodePng(filteredRgba));
+  // The crop covers the fine print, the line pairs and a colour edge.
+  const RgbaImage compare = makeComparison(inputRgba, bareRgba, filteredRgba, w / 16 * factor,
+                                           h / 12 * factor, 300, 220, factor, 2);
+  writeFileAtomically(o.demoDir + "/demo_compare.png", encodePng(compare));
+
+  const double mp = double(w * factor) * (h * factor) / 1e6;
+  std::printf("demo: %dx%d -> %dx%d (x%d), threads %d\n", w, h, w * factor, h * factor, factor,
+              s.threads);
+  std::printf("  warp only:   %8.1f ms  %7.1f output MP/s\n", bareMs, mp / (bareMs / 1000.0));
+  std::printf("  all filters: %8.1f ms  %7.1f output MP/s  (nr %d, chroma-nr %d, sharpen %.2f)\n", ms,
+              mp / (ms / 1000.0), s.nr, s.chromaNr, s.sharpen);
+  std::printf("  stages of the filtered run:\n");
+  printStages();
+  std::printf("wrote %s/demo_input.png, demo_output.png, demo_compare.png\n", o.demoDir.c_str());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options o;
+  CLI::App app{"kqupscale: enlarge NV12/NV21 camera images (PNG, JPEG or raw) with libKQUpScale"};
+  app.footer(
+      "Examples:\n"
+      "  kqupscale --demo                        build a test image, enlarge it 4x, write PNGs\n"
+      "  kqupscale photo.jpg -o big.png --scale 2\n"
+      "  kqupscale frame.nv21 --size 1920x1080 -o big.nv21 --out-size 3840x2160\n"
+      "  kqupscale photo.png -o crop.png --roi 100,80,640,480 --scale 3 --sharpen 1.0\n"
+      "  kqupscale a.jpg b.jpg c.jpg -o outdir/ --threads 4 --timing");
+  app.add_option("inputs", o.inputs, "input files: .png, .jpg, or raw NV12/NV21 with --size");
+  app.add_option("-o,--output", o.output, "output file (.png .jpg .yuv .nv12 .nv21), or a folder for several inputs");
+  auto* scaleOpt = app.add_option("--scale", o.scale, "enlargement factor per side (default 2)")
+                       ->check(CLI::Range(0.01, 64.0));
+  app.add_option("--out-size", o.outSize, "output size WxH (even)")->excludes(scaleOpt);
+  app.add_option("--roi", o.roi, "region x,y,w,h of the input to enlarge");
+  app.add_option("--size", o.rawSize, "size WxH of raw NV12/NV21 input");
+  app.add_option("--format", o.format, "raw layout: nv12 or nv21 (default: from the extension, else nv21)")
+      ->check(CLI::IsMember({"nv12", "nv21"}));
+  app.add_option("--stride", o.stride, "row stride of raw input in bytes (default: width)")
+      ->check(CLI::Range(1, 1 << 20));
+  app.add_option("--nr", o.nr, "luma noise reduction 0-10 (default 3)")->check(CLI::Range(0, 10));
+  app.add_option("--chroma-nr", o.chromaNr, "chroma noise reduction 0-10 (default 4)")
+      ->check(CLI::Range(0, 10));
+  app.add_option("--sharpen", o.sharpen, "sharpening strength, 0 = off (default 0.6)")
+      ->check(CLI::Range(0.0, 4.0));
+  app.add_option("--threads", o.threads, "worker threads (default: CPU count, at most 8)")
+      ->check(CLI::Range(1, 32));
+  app.add_option("--affinity", o.affinity, "CPU mask for the calling thread, e.g. 0x3 (default 0 = any)");
+  app.add_option("--jpeg-quality", o.jpegQuality, "JPEG output quality (default 92)")->check(CLI::Range(1, 100));
+  app.add_flag("--timing", o.timing, "print per-stage durations from the library's stage hooks");
+  app.add_flag("-q,--quiet", o.quiet, "print nothing but errors");
+  app.add_flag("-v,--verbose", o.verbose, "also print the library's information lines");
+  auto* demoOpt = app.add_flag("--demo", o.demo, "run the built-in demo (no input needed)");
+  app.add_option("--demo-dir", o.demoDir, "folder for the demo's pictures (default kqupscale-demo)")
+      ->needs(demoOpt);
+  app.set_version_flag("--version", std::string(KQUpScale_GetVersion()));
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    std::string what = e.what();
+    std::replace(what.begin(), what.end(), '\n', ' ');
+    std::fprintf(stderr, "kqupscale: error: %s (see --help)\n", what.c_str());
+    return 2;
+  }
+
+  gLog.quiet = o.quiet;
+  gLog.verbose = o.verbose;
+  kqLogSetSink(logSink, nullptr);
+  kqTimerSetEnabled(o.timing || o.demo);
+  if (o.threads == 0) o.threads = int(std::min(8u, std::max(1u, std::thread::hardware_concurrency())));
+
+  try {
+    char* end = nullptr;
+    const long mask = std::strtol(o.affinity.c_str(), &end, 0);
+    if (end == o.affinity.c_str() || *end != '\0' || mask < 0 || mask > 0x7FFFFFFF)
+      throw ToolError("--affinity expects a CPU mask such as 0x3, got '" + o.affinity + "'");
+    const Settings s{o.nr, o.chromaNr, o.sharpen, o.threads, int(mask)};
+    if (o.demo) return runDemo(o, s);
+    if (o.inputs.empty()) throw ToolError("no input file (try --demo, or --help)");
+    if (o.output.empty()) throw ToolError("no output given (-o FILE, or -o FOLDER for several inputs)");
+    const bool toFolder = o.inputs.size() > 1 || isDirectory(o.output) || o.output.back() == '/';
+    if (toFolder && !isDirectory(o.output))
+      throw ToolError("output folder '" + o.output + "' does not exist");
+    int failures = 0;
+    for (size_t i = 0; i < o.inputs.size(); ++i) {
+      const std::string& in = o.inputs[i];
+      std::string ext = extensionOf(in);
+      if (kindFromExtension(in) == FileKind::kUnknown) ext = ".png";
+      const std::string out = toFolder ? o.output + "/" + baseName(in) + "_kq" + ext : o.output;
+      if (o.inputs.size() > 1 && !o.quiet)
+        std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, o.inputs.size(), in.c_str());
+      try {
+        processFile(in, out, o, s);
+      } catch (const ToolError& e) {
+        if (o.inputs.size() == 1) throw;
+        std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
+        ++failures;
+      }
+    }
+    return failures == 0 ? 0 : 1;
+  } catch (const ToolError& e) {
+    std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
+    return 1;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "kqupscale: error: out of memory\n");
+    return 1;
+  }
+}
