@@ -6,7 +6,6 @@ void kqSplitUVRow_c(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src, int32
   kqSplitUVPairs(dstEven, dstOdd, src, 0, pairs);
 }
 
-void kqMergeUVRow_c(uint8_t* dst, const uint8_t* srcEven, const uint8_t* srcOdd,
-                    int32_t pairs) {
+void kqMergeUVRow_c(uint8_t* dst, const uint8_t* srcEven, const uint8_t* srcOdd, int32_t pairs) {
   kqMergeUVPairs(dst, srcEven, srcOdd, 0, pairs);
 }

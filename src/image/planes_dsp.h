@@ -11,8 +11,7 @@
 // nothing. Reads exactly 2 * pairs bytes of src and writes exactly `pairs`
 // bytes of each destination: no over-read, no over-write, no alignment
 // requirement. src must not overlap either destination.
-using KQSplitUVRowFn = void(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src,
-                            int32_t pairs);
+using KQSplitUVRowFn = void(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src, int32_t pairs);
 
 // Merges two packed rows into one interleaved row: for k in [0, pairs)
 //   dst[2k] = srcEven[k], dst[2k + 1] = srcOdd[k].

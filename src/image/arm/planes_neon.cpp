@@ -26,8 +26,7 @@ void kqSplitUVRow_neon(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src, in
 
 // Merge, the inverse: vst2q stores val[0] and val[1] interleaved, so
 //   a0..a15 + b0..b15  ->  a0 b0 a1 b1 ... a15 b15.
-void kqMergeUVRow_neon(uint8_t* dst, const uint8_t* srcEven, const uint8_t* srcOdd,
-                       int32_t pairs) {
+void kqMergeUVRow_neon(uint8_t* dst, const uint8_t* srcEven, const uint8_t* srcOdd, int32_t pairs) {
   int32_t k = 0;
   for (; k + 16 <= pairs; k += 16) {
     uint8x16x2_t ab;

@@ -17,8 +17,8 @@ void kqSplitUVRow_avx2(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src, in
   for (; k + 32 <= pairs; k += 32) {
     const __m256i s0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * k));
     const __m256i s1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * k + 32));
-    const __m256i a = _mm256_packus_epi16(_mm256_and_si256(s0, lowBytes),
-                                          _mm256_and_si256(s1, lowBytes));
+    const __m256i a =
+        _mm256_packus_epi16(_mm256_and_si256(s0, lowBytes), _mm256_and_si256(s1, lowBytes));
     const __m256i b = _mm256_packus_epi16(_mm256_srli_epi16(s0, 8), _mm256_srli_epi16(s1, 8));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dstEven + k), _mm256_permute4x64_epi64(a, 0xD8));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dstOdd + k), _mm256_permute4x64_epi64(b, 0xD8));
@@ -41,8 +41,7 @@ void kqSplitUVRow_avx2(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src, in
 //   hi = a8..15 x b8..15 | a24..31 x b24..31
 // and the two lane permutes take (lo.Lo, hi.Lo), then (lo.Hi, hi.Hi).
 // 16..31 remaining pairs take one SSE-width step, the rest go one by one.
-void kqMergeUVRow_avx2(uint8_t* dst, const uint8_t* srcEven, const uint8_t* srcOdd,
-                       int32_t pairs) {
+void kqMergeUVRow_avx2(uint8_t* dst, const uint8_t* srcEven, const uint8_t* srcOdd, int32_t pairs) {
   int32_t k = 0;
   for (; k + 32 <= pairs; k += 32) {
     const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(srcEven + k));

@@ -14,8 +14,8 @@ void kqSplitUVRow_sse41(uint8_t* dstEven, uint8_t* dstOdd, const uint8_t* src, i
   const __m128i gather = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
   int32_t k = 0;
   for (; k + 16 <= pairs; k += 16) {
-    const __m128i lo = _mm_shuffle_epi8(
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * k)), gather);
+    const __m128i lo =
+        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * k)), gather);
     const __m128i hi = _mm_shuffle_epi8(
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * k + 16)), gather);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dstEven + k), _mm_unpacklo_epi64(lo, hi));

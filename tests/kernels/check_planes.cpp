@@ -1,0 +1,215 @@
+// check_planes.cpp - chroma split / merge row kernels and the intake and
+// assembly stages at every instruction-set level, against the scalar table:
+// byte-exact, inputs ending at a guard page, outputs inside sentinel frames.
+#include <set>
+#include <vector>
+
+#include "image/output_assembly.h"
+#include "image/plane_intake.h"
+#include "image/planes_dsp.h"
+#include "kernels/check_util.h"
+#include "runtime/cpu.h"
+
+namespace {
+
+struct Level {
+  uint32_t flags;
+  KQPlanesDsp dsp;
+};
+
+std::vector<Level> levels() {
+  std::vector<Level> out;
+  for (uint32_t flags : kqCpuLevels()) {
+    Level l{flags, {}};
+    kqPlanesDspInit(&l.dsp, flags);
+    out.push_back(l);
+  }
+  return out;
+}
+
+// Every pair count up to twice the widest step (32 pairs) plus 3, and a few
+// long odd rows.
+std::vector<int32_t> pairCounts() {
+  std::vector<int32_t> counts;
+  for (int32_t n = 0; n <= 2 * 32 + 3; ++n) counts.push_back(n);
+  for (int32_t n : {255, 1001, 2049}) counts.push_back(n);
+  return counts;
+}
+
+uint64_t caseSeed(int32_t a, int32_t b, int32_t c) {
+  return kqTestSeed() ^ (uint64_t(a) * 0x9E3779B1u) ^ (uint64_t(b) << 20) ^ (uint64_t(c) << 40);
+}
+
+TEST(CheckPlanes, SplitUVRowMatchesTheReference) {
+  const std::vector<Level> all = levels();
+  std::set<KQSplitUVRowFn*> tested{all[0].dsp.splitUVRow};
+  for (const Level& level : all) {
+    KQSplitUVRowFn* fn = level.dsp.splitUVRow;
+    if (!tested.insert(fn).second) continue;
+    for (int32_t pairs : pairCounts()) {
+      for (int fi = 0; fi < int(sizeof(kKqAllFills) / sizeof(kKqAllFills[0])); ++fi) {
+        const int32_t offset = (pairs * 7 + fi) % 16;  // base misalignment
+        KqGuardedBuffer input(size_t(2 * pairs + offset));
+        uint8_t* src = input.data() + offset;
+        KqRng rng(caseSeed(pairs, fi, 1));
+        kqFillPlane(src, 2 * pairs, 1, 2 * pairs, kKqAllFills[fi], rng);
+        KqFramedPlane refEven(pairs, 1), refOdd(pairs, 1), gotEven(pairs, 1), gotOdd(pairs, 1);
+        all[0].dsp.splitUVRow(refEven.data(), refOdd.data(), src, pairs);
+        fn(gotEven.data(), gotOdd.data(), src, pairs);
+        SCOPED_TRACE(testing::Message()
+                     << "planes.splitUVRow " << kqLevelName(level.flags) << " pairs " << pairs
+                     << " fill " << kqFillName(kKqAllFills[fi]) << " offset " << offset << " seed "
+                     << kqTestSeed());
+        ASSERT_TRUE(kqFramedEqual(refEven, gotEven)) << "even bytes";
+        ASSERT_TRUE(kqFramedEqual(refOdd, gotOdd)) << "odd bytes";
+      }
+    }
+  }
+}
+
+TEST(CheckPlanes, MergeUVRowMatchesTheReference) {
+  const std::vector<Level> all = levels();
+  std::set<KQMergeUVRowFn*> tested{all[0].dsp.mergeUVRow};
+  for (const Level& level : all) {
+    KQMergeUVRowFn* fn = level.dsp.mergeUVRow;
+    if (!tested.insert(fn).second) continue;
+    for (int32_t pairs : pairCounts()) {
+      for (int fi = 0; fi < int(sizeof(kKqAllFills) / sizeof(kKqAllFills[0])); ++fi) {
+        const int32_t offset = (pairs * 5 + fi) % 16;
+        KqGuardedBuffer even{size_t(pairs + offset)}, odd{size_t(pairs)};
+        uint8_t* a = even.data() + offset;
+        KqRng rng(caseSeed(pairs, fi, 2));
+        kqFillPlane(a, pairs, 1, pairs, kKqAllFills[fi], rng);
+        kqFillPlane(odd.data(), pairs, 1, pairs, kKqAllFills[fi], rng);
+        KqFramedPlane ref(2 * pairs, 1), got(2 * pairs, 1);
+        all[0].dsp.mergeUVRow(ref.data(), a, odd.data(), pairs);
+        fn(got.data(), a, odd.data(), pairs);
+        SCOPED_TRACE(testing::Message()
+                     << "planes.mergeUVRow " << kqLevelName(level.flags) << " pairs " << pairs
+                     << " fill " << kqFillName(kKqAllFills[fi]) << " offset " << offset << " seed "
+                     << kqTestSeed());
+        ASSERT_TRUE(kqFramedEqual(ref, got));
+      }
+    }
+  }
+}
+
+// A caller image whose planes end exactly after the last byte that exists:
+// the last luma row and the last chroma row hold `width` bytes, so any read
+// past them faults.
+struct GuardedInput {
+  KqGuardedBuffer luma, chroma;
+  KQYUVMultiPlaneImage rec{};
+  GuardedInput(int32_t w, int32_t h, int32_t stride, int32_t code, KqRng& rng)
+      : luma(size_t(stride) * (h - 1) + w), chroma(size_t(stride) * (h / 2 - 1) + w) {
+    kqFillPlane(luma.data(), int(luma.size()), 1, int(luma.size()), KqFill::kUniform, rng);
+    kqFillPlane(chroma.data(), int(chroma.size()), 1, int(chroma.size()), KqFill::kUniform, rng);
+    rec.type = code;
+    rec.width = w;
+    rec.height = h;
+    rec.yPixelStride = 1;
+    rec.yRowStride = stride;
+    rec.yScanlines = h;
+    rec.uPixelStride = rec.vPixelStride = 2;
+    rec.uRowStride = rec.vRowStride = stride;
+    rec.yData = luma.data();
+    rec.chromaData = chroma.data();
+    rec.vData = chroma.data() + 1;
+  }
+};
+
+// A packed working plane inside a sentinel frame: one framed row holding
+// all width * height bytes.
+struct FramedImage {
+  KqFramedPlane plane;
+  KQImage8 img;
+  FramedImage(int32_t w, int32_t h) : plane(w * h, 1), img{w, h, plane.data()} {}
+};
+
+struct Shape {
+  int32_t width, height, stride;
+};
+constexpr Shape kShapes[] = {{2, 2, 2},    {3, 5, 5},     {17, 9, 17},  {64, 6, 80},
+                             {67, 11, 70}, {131, 7, 131}, {97, 13, 128}};
+
+TEST(CheckPlanes, IntakeMatchesTheScalarLevel) {
+  const std::vector<Level> all = levels();
+  for (const Level& level : all) {
+    for (const Shape& s : kShapes) {
+      for (int32_t code : {10, 11}) {
+        for (int32_t threads : {1, 3, -2}) {
+          KqRng rng(caseSeed(s.width, s.height, code));
+          GuardedInput in(s.width, s.height, s.stride, code, rng);
+          const int32_t w = s.width, h = s.height;
+          FramedImage refY(w, h), refU(w / 2, h / 2), refV(w / 2, h / 2);
+          FramedImage gotY(w, h), gotU(w / 2, h / 2), gotV(w / 2, h / 2);
+          kqTakeYUVPlanesWithDsp(&in.rec, &refY.img, &refU.img, &refV.img, 1, &all[0].dsp);
+          kqTakeYUVPlanesWithDsp(&in.rec, &gotY.img, &gotU.img, &gotV.img, threads, &level.dsp);
+          SCOPED_TRACE(testing::Message()
+                       << "intake " << kqLevelName(level.flags) << " " << w << "x" << h
+                       << " stride " << s.stride << " code " << code << " threads " << threads);
+          ASSERT_TRUE(kqFramedEqual(refY.plane, gotY.plane)) << "luma";
+          ASSERT_TRUE(kqFramedEqual(refU.plane, gotU.plane)) << "U";
+          ASSERT_TRUE(kqFramedEqual(refV.plane, gotV.plane)) << "V";
+
+          // A region that reaches the last column and row, with odd and
+          // even left and top.
+          for (int32_t left : {0, 1}) {
+            for (int32_t top : {0, 1}) {
+              const int32_t rw = (w - left) & ~3, rh = (h - top) & ~3;
+              if (rw < 4 || rh < 4) continue;
+              const int32_t l = w - rw, t = h - rh;  // region ends at the corner
+              FramedImage ry(rw, rh), ru(rw / 2, rh / 2), rv(rw / 2, rh / 2);
+              FramedImage gy(rw, rh), gu(rw / 2, rh / 2), gv(rw / 2, rh / 2);
+              kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1, h - 1,
+                                            1, &all[0].dsp);
+              kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1, h - 1,
+                                            threads, &level.dsp);
+              SCOPED_TRACE(testing::Message() << "region left " << l << " top " << t);
+              ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane)) << "luma";
+              ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U";
+              ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V";
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(CheckPlanes, ChromaAssemblyMatchesTheScalarLevel) {
+  const std::vector<Level> all = levels();
+  for (const Level& level : all) {
+    for (const Shape& s : kShapes) {
+      for (int32_t code : {10, 11}) {
+        for (int32_t threads : {1, 3, -2}) {
+          const int32_t w = s.width, h = s.height;
+          KqRng rng(caseSeed(w, h, code + 100));
+          KqGuardedBuffer u(size_t(w / 2) * (h / 2)), v(size_t(w / 2) * (h / 2));
+          kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, rng);
+          kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, rng);
+          const KQImage8 outU{w / 2, h / 2, u.data()}, outV{w / 2, h / 2, v.data()};
+          // The caller's chroma plane: h / 2 rows of stride bytes.
+          KqFramedPlane ref(s.stride * (h / 2), 1), got(s.stride * (h / 2), 1);
+          KQYUVMultiPlaneImage rec{};
+          rec.type = code;
+          rec.width = w;
+          rec.height = h;
+          rec.yRowStride = s.stride;
+          rec.yScanlines = h;
+          const int32_t padX = s.stride - w;
+          rec.chromaData = ref.data();
+          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, padX, 1, &all[0].dsp);
+          rec.chromaData = got.data();
+          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, padX, threads, &level.dsp);
+          SCOPED_TRACE(testing::Message()
+                       << "assembly " << kqLevelName(level.flags) << " " << w << "x" << h
+                       << " stride " << s.stride << " code " << code << " threads " << threads);
+          ASSERT_TRUE(kqFramedEqual(ref, got));
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
