@@ -401,7 +401,10 @@ int32_t kqPoolUserCount() {
 
 void kqSetThreadAffinity(int32_t mask) {
 #if defined(__linux__)
-  uint32_t set = static_cast<uint32_t>(mask);
+  // The mask covers CPUs 0..31. It is handed over in one unsigned long (4
+  // bytes on 32-bit targets), the unit in which the kernel and emulators
+  // read CPU sets.
+  unsigned long set = static_cast<uint32_t>(mask);
   const long tid = syscall(SYS_gettid);
   if (syscall(SYS_sched_setaffinity, tid, sizeof set, &set) != 0) {
     const int err = errno;
