@@ -1,0 +1,273 @@
+// check_chroma.cpp - chroma noise reduction kernels of every instruction-set
+// level against the scalar reference, byte for byte, outputs framed by
+// sentinels and inputs ending at an inaccessible page.
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "filters/chroma_dsp.h"
+#include "filters/chroma_nr.h"
+#include "kernels/check_util.h"
+#include "runtime/cpu.h"
+
+namespace {
+
+constexpr int kPad = 64;  // sentinel bytes before and after each output plane
+
+// A packed output plane (stride = width, as the kernels require) between two
+// sentinel runs.
+struct PaddedPlane {
+  std::vector<uint8_t> buf;
+  int size;
+  explicit PaddedPlane(int bytes) : buf(size_t(bytes) + 2 * kPad, 0xA5), size(bytes) {}
+  uint8_t* data() { return buf.data() + kPad; }
+};
+
+testing::AssertionResult paddedEqual(const PaddedPlane& ref, const PaddedPlane& got, int width,
+                                     int height) {
+  for (int i = 0; i < kPad; ++i) {
+    if (ref.buf[i] != got.buf[i])
+      return testing::AssertionFailure() << "overwrite before the plane at " << i - kPad;
+    const size_t tail = size_t(kPad) + ref.size + i;
+    if (ref.buf[tail] != got.buf[tail])
+      return testing::AssertionFailure() << "overwrite after the plane at +" << i;
+  }
+  return kqPlanesEqual(ref.buf.data() + kPad, width, got.buf.data() + kPad, width, width, height);
+}
+
+struct Shape {
+  int w, h;     // full-size chroma
+  int ratio;    // luma per chroma pixel
+  int margin;   // pass margin
+  int guide;    // 0 none, 1 same size as the chroma, 2 a single pixel
+};
+
+// Inputs of one case: guarded planes filled from the case's seed.
+struct Inputs {
+  int w, he, wh, hh, lumaW, lumaH;
+  std::unique_ptr<KqGuardedBuffer> srcU, srcV, luma, halfU, halfV, guide;
+  KQChromaParams params;
+};
+
+void fill(KqGuardedBuffer* b, int width, int height, KqFill kind, KqRng& rng) {
+  kqFillPlane(b->data(), width, height, width, kind, rng);
+}
+
+Inputs makeInputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng) {
+  Inputs in;
+  in.w = s.w;
+  in.he = s.h & ~1;
+  in.wh = s.w / 2;
+  in.hh = s.h / 2;
+  in.lumaW = s.ratio * s.w + (s.w & 1);
+  in.lumaH = s.ratio * (in.he - 1) + 1;  // the least the kernels may rely on
+  const size_t full = size_t(s.w) * s.h, half = size_t(in.wh) * in.hh;
+  in.srcU.reset(new KqGuardedBuffer(full));
+  in.srcV.reset(new KqGuardedBuffer(full));
+  in.luma.reset(new KqGuardedBuffer(size_t(in.lumaW) * in.lumaH));
+  in.halfU.reset(new KqGuardedBuffer(half));
+  in.halfV.reset(new KqGuardedBuffer(half));
+  fill(in.srcU.get(), s.w, s.h, kind, rng);
+  fill(in.srcV.get(), s.w, s.h, kind, rng);
+  fill(in.luma.get(), in.lumaW, in.lumaH, kind, rng);
+  fill(in.halfU.get(), in.wh, in.hh, kind, rng);
+  fill(in.halfV.get(), in.wh, in.hh, kind, rng);
+  if (s.guide != 0) {
+    const size_t n = s.guide == 1 ? full : 1;
+    in.guide.reset(new KqGuardedBuffer(n));
+    for (size_t i = 0; i < n; ++i) in.guide->data()[i] = uint8_t(rng.range(0, 11));
+  }
+  kqChromaSetup(mode, strength, s.ratio, &in.params);
+  return in;
+}
+
+KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* outU,
+                                uint8_t* outV) {
+  KQChromaPassContext c;
+  std::memset(&c, 0, sizeof c);
+  static const uint8_t kZero = 0;
+  c.margin = s.margin;
+  c.firstRow = 0;
+  c.endRow = in.he;
+  c.lumaWidth = in.lumaW;
+  c.chromaWidth = s.w;
+  c.evenHeight = in.he;
+  c.lumaRatio = s.ratio;
+  c.guide = &kZero;
+  if (s.guide != 0) {
+    c.guideWidth = s.guide == 1 ? s.w : 1;
+    c.guideScale = s.guide == 1 ? 65536 : 0;
+    c.guide = in.guide->data();
+  }
+  c.tailCount = kqChromaTailCount(pass, s.w, s.margin);
+  c.weights = &in.params.weights[0][0];
+  c.slopes = &in.params.slopes[0][0];
+  c.srcU = in.srcU->data();
+  c.srcV = in.srcV->data();
+  c.luma = in.luma->data();
+  c.inU = pass == 1 ? in.srcU->data() : in.halfU->data();
+  c.inV = pass == 1 ? in.srcV->data() : in.halfV->data();
+  c.outU = outU;
+  c.outV = outV;
+  return c;
+}
+
+// Runs pass `pass` kind `kind` of `ref` and `dsp` on the same inputs and a
+// slice [first, end) and compares the outputs, sentinels included. Pass 3 runs
+// in place on a copy of the source, as the stage uses it.
+testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass,
+                                 int kind, const Shape& s, KqFill fill, float strength, int mode,
+                                 int first, int end, uint64_t seed) {
+  KqRng rng(seed);
+  Inputs in = makeInputs(s, fill, strength, mode, rng);
+  const int outW = pass == 3 ? s.w : in.wh;
+  const int outH = pass == 3 ? s.h : in.hh;
+  const int bytes = outW * outH;
+  PaddedPlane refU(bytes), refV(bytes), gotU(bytes), gotV(bytes);
+  if (pass == 3) {
+    for (PaddedPlane* p : {&refU, &gotU}) std::memcpy(p->data(), in.srcU->data(), size_t(bytes));
+    for (PaddedPlane* p : {&refV, &gotV}) std::memcpy(p->data(), in.srcV->data(), size_t(bytes));
+  }
+  KQChromaPassContext a = makeContext(pass, s, in, refU.data(), refV.data());
+  KQChromaPassContext b = makeContext(pass, s, in, gotU.data(), gotV.data());
+  if (pass == 3) {
+    a.srcU = refU.data();
+    a.srcV = refV.data();
+    b.srcU = gotU.data();
+    b.srcV = gotV.data();
+  }
+  a.firstRow = b.firstRow = first;
+  a.endRow = b.endRow = end;
+  ref.pass[pass - 1][kind - 1](&a);
+  dsp.pass[pass - 1][kind - 1](&b);
+  testing::AssertionResult r = paddedEqual(refU, gotU, outW, outH);
+  if (r) r = paddedEqual(refV, gotV, outW, outH);
+  if (!r) {
+    r << "\npass " << pass << " kind " << kind << " w " << s.w << " h " << s.h << " ratio "
+      << s.ratio << " margin " << s.margin << " guide " << s.guide << " fill "
+      << kqFillName(fill) << " strength " << strength << " mode " << mode << " rows " << first
+      << ".." << end << " seed " << seed;
+  }
+  return r;
+}
+
+const int kMargins[3][3] = {{26, 14, 8}, {8, 6, 4}, {2, 2, 2}};
+
+class ChromaKernels : public testing::TestWithParam<uint32_t> {};
+
+// Every width from 2 up to past the point where each pass's vector loop
+// takes several blocks, for each margin, kind and a spread of fills and
+// table strengths, whole planes and single slices.
+TEST_P(ChromaKernels, MatchReferenceAcrossWidths) {
+  const uint32_t level = GetParam();
+  KQChromaDsp ref, dsp;
+  kqChromaDspInit(&ref, 0);
+  kqChromaDspInit(&dsp, level);
+  const uint64_t seed = kqTestSeed();
+  const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f};
+  int cases = 0;
+  for (int pass = 1; pass <= 3; ++pass)
+    for (int kind = 1; kind <= 5; ++kind) {
+      if (dsp.pass[pass - 1][kind - 1] == ref.pass[pass - 1][kind - 1]) continue;
+      for (int mi = 0; mi < 3; ++mi) {
+        if (pass == 3 && mi > 0) break;
+        for (int w = 2; w <= 130; ++w) {
+          const int h = 2 + 2 * ((w + kind) % 3) + (w & 1);  // 2..7 rows, odd ones too
+          const Shape s{w, h, 2, kMargins[pass - 1][mi], 0};
+          const KqFill f = kKqAllFills[(w + kind + pass) % 8];
+          const float strength = strengths[(w + mi) % 5];
+          const int he = h & ~1;
+          int first = 0, end = he;
+          if (w % 4 == 1 && he >= 4) first = 2;
+          if (w % 4 == 3 && he >= 4) end = 2;
+          ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, f, strength, w % 7 == 0 ? 3 : 0, first,
+                              end, seed + uint64_t(w) * 131 + kind * 7 + pass))
+              << kqLevelName(level);
+          ++cases;
+        }
+      }
+    }
+  if (cases == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
+}
+
+// Tall and wide planes with camera-like data, both modes' margins.
+TEST_P(ChromaKernels, MatchReferenceOnLargerPlanes) {
+  const uint32_t level = GetParam();
+  KQChromaDsp ref, dsp;
+  kqChromaDspInit(&ref, 0);
+  kqChromaDspInit(&dsp, level);
+  const uint64_t seed = kqTestSeed();
+  KqRng pick(seed ^ 0x55);
+  int cases = 0;
+  for (int pass = 1; pass <= 3; ++pass)
+    for (int kind = 1; kind <= 5; ++kind) {
+      if (dsp.pass[pass - 1][kind - 1] == ref.pass[pass - 1][kind - 1]) continue;
+      for (int i = 0; i < 3; ++i) {
+        const int w = pick.range(60, 333), h = pick.range(40, 97);
+        const Shape s{w, h, 2, kMargins[pass - 1][i], 0};
+        const KqFill f = i == 0 ? KqFill::kSmooth : kKqAllFills[pick.range(0, 7)];
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, f, pick.uniform(0.0f, 11.0f), 0, 0,
+                            h & ~1, seed + 977 * uint64_t(i) + kind))
+            << kqLevelName(level);
+        ++cases;
+      }
+    }
+  if (cases == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
+}
+
+// Luma ratios other than 2 and guided tables take the per-pixel path in the
+// vector kernels; they must still agree and stay inside the planes.
+TEST_P(ChromaKernels, MatchReferenceWithOtherRatiosAndGuides) {
+  const uint32_t level = GetParam();
+  KQChromaDsp ref, dsp;
+  kqChromaDspInit(&ref, 0);
+  kqChromaDspInit(&dsp, level);
+  const uint64_t seed = kqTestSeed();
+  int cases = 0;
+  const Shape shapes[] = {{97, 21, 4, 8, 0},  {64, 12, 3, 26, 0}, {101, 9, 2, 14, 1},
+                          {40, 10, 2, 26, 2}, {7, 5, 4, 8, 1},    {120, 16, 2, 8, 1},
+                          {50, 10, 1, 26, 0}};
+  for (int pass = 1; pass <= 3; ++pass)
+    for (int kind = 1; kind <= 5; ++kind) {
+      if (dsp.pass[pass - 1][kind - 1] == ref.pass[pass - 1][kind - 1]) continue;
+      for (Shape s : shapes) {
+        if (pass == 2) s.margin = s.margin == 26 ? 8 : s.margin == 14 ? 6 : 4;
+        if (pass == 3) s.margin = 2;
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, 3.0f, 0, 0, s.h & ~1,
+                            seed + uint64_t(s.w) * 3 + kind))
+            << kqLevelName(level);
+        ++cases;
+      }
+    }
+  if (cases == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
+}
+
+// Kernels without a vector division (armv7) compute the mean as the exact
+// rounded quotient floor((2 sum + weight) / (2 weight)); that is only valid if
+// the reference's float expression equals it everywhere the sums can reach
+// (sum <= 255 * (weight - 1), weight up to 1 + 8 * 46 in pass 1).
+TEST(ChromaMean, FloatMeanIsTheRoundedQuotientOverTheReachableSums) {
+  for (int32_t weight = 1; weight <= 1 + 8 * 46; ++weight)
+    for (int32_t sum = 0; sum <= 255 * (weight - 1); ++sum) {
+      const int32_t exact = (2 * sum + weight) / (2 * weight);
+      if (kqChromaMean(sum, weight) != exact)
+        FAIL() << "sum " << sum << " weight " << weight << ": float mean "
+               << int(kqChromaMean(sum, weight)) << ", quotient " << exact;
+    }
+}
+
+std::vector<uint32_t> vectorLevels() {
+  std::vector<uint32_t> levels;
+  for (uint32_t level : kqCpuLevels())
+    if (level != 0) levels.push_back(level);
+  if (levels.empty()) levels.push_back(0);  // still run: the cases then skip
+  return levels;
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, ChromaKernels, testing::ValuesIn(vectorLevels()),
+                         [](const testing::TestParamInfo<uint32_t>& info) {
+                           return kqLevelName(info.param);
+                         });
+
+}  // namespace
