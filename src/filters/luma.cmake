@@ -1,0 +1,24 @@
+# Luma filters: edge-preserving noise reduction and sharpening.
+list(APPEND KQ_CORE_SOURCES
+  src/filters/luma_nr.cpp
+  src/filters/sharpen.cpp
+  src/filters/luma_dsp.cpp
+  src/filters/luma_c.cpp)
+list(APPEND KQ_NEON_SOURCES
+  src/filters/arm/luma_neon.cpp)
+list(APPEND KQ_SSE41_SOURCES
+  src/filters/x86/luma_sse41.cpp)
+list(APPEND KQ_AVX2_SOURCES
+  src/filters/x86/luma_avx2.cpp)
+list(APPEND KQ_TEST_SOURCES
+  tests/unit/luma_nr_test.cpp
+  tests/unit/sharpen_test.cpp)
+# The stage tests use the kernel-check helpers (guarded buffers, fills,
+# plane comparison); kq_tests does not link them by itself.
+if(NOT "tests/kernels/check_util.cpp" IN_LIST KQ_TEST_SOURCES)
+  list(APPEND KQ_TEST_SOURCES tests/kernels/check_util.cpp)
+endif()
+list(APPEND KQ_CHECK_SOURCES
+  tests/kernels/check_luma.cpp)
+list(APPEND KQ_BENCH_SOURCES
+  bench/bench_luma.cpp)

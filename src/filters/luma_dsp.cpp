@@ -1,0 +1,47 @@
+// luma_dsp.cpp - dispatch table of the luma filter kernels.
+#include "filters/luma_dsp.h"
+
+#include "runtime/cpu.h"
+
+void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
+  dsp->nrRow = kqLumaNrRow_c;
+  dsp->blendRow = kqLumaBlendRow_c;
+  dsp->blendRefRow = kqLumaBlendRefRow_c;
+  dsp->recipEstimate = kqRecipEstimate_c;
+  dsp->sharpenRow = kqSharpenRow_c;
+  dsp->sharpenRow7 = kqSharpenRow7_c;  // kind 7 has no vector version
+#if KQ_HAVE_NEON
+  if (cpuFlags & KQ_CPU_NEON) {
+    dsp->nrRow = kqLumaNrRow_neon;
+    dsp->blendRow = kqLumaBlendRow_neon;
+    dsp->blendRefRow = kqLumaBlendRefRow_neon;
+    dsp->recipEstimate = kqRecipEstimate_neon;
+    dsp->sharpenRow = kqSharpenRow_neon;
+  }
+#endif
+#if KQ_HAVE_SSE41
+  if (cpuFlags & KQ_CPU_SSE41) {
+    dsp->nrRow = kqLumaNrRow_sse41;
+    dsp->blendRow = kqLumaBlendRow_sse41;
+    dsp->blendRefRow = kqLumaBlendRefRow_sse41;
+    dsp->recipEstimate = kqRecipEstimate_sse41;
+    dsp->sharpenRow = kqSharpenRow_sse41;
+  }
+#endif
+#if KQ_HAVE_AVX2
+  if (cpuFlags & KQ_CPU_AVX2) {
+    dsp->nrRow = kqLumaNrRow_avx2;
+    dsp->sharpenRow = kqSharpenRow_avx2;  // the blends stay SSE4.1 (memory bound)
+  }
+#endif
+  (void)cpuFlags;
+}
+
+const KQLumaDsp* kqLumaDspGet() {
+  static const KQLumaDsp dsp = [] {
+    KQLumaDsp t;
+    kqLumaDspInit(&t, kqCpuFlags());
+    return t;
+  }();
+  return &dsp;
+}

@@ -1,0 +1,232 @@
+// check_luma.cpp - every vector kernel of the luma filters against its
+// scalar reference, byte for byte, with guarded inputs and framed outputs;
+// and the reciprocal-estimate emulation against the real instruction.
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "filters/luma_dsp.h"
+#include "filters/recip_estimate.h"
+#include "kernels/check_util.h"
+#include "runtime/cpu.h"
+
+namespace {
+
+// Widths that cover every tail length of 8- and 16-pixel blocks, the
+// interior kernel's minimum (32) and its block boundaries, plus a few large
+// ones.
+std::vector<int> testWidths() {
+  std::vector<int> w;
+  for (int i = 1; i <= 80; ++i) w.push_back(i);
+  for (int i : {95, 96, 97, 127, 255, 257, 1001}) w.push_back(i);
+  return w;
+}
+
+// Values in a random band of random width around a random level: yields
+// range weights spread over 0..30, hence weight sums over all of 30..480.
+void fillBand(uint8_t* data, int width, int height, KqRng& rng) {
+  const int level = rng.range(0, 255);
+  const int band = rng.range(1, 70);
+  for (int i = 0; i < width * height; ++i) {
+    const int v = level + rng.range(-band, band);
+    data[i] = uint8_t(v < 0 ? 0 : v > 255 ? 255 : v);
+  }
+}
+
+void fillInput(uint8_t* data, int width, int height, int variant, KqRng& rng) {
+  constexpr int kFills = int(sizeof(kKqAllFills) / sizeof(kKqAllFills[0]));
+  if (variant < kFills)
+    kqFillPlane(data, width, height, width, kKqAllFills[variant], rng);
+  else
+    fillBand(data, width, height, rng);
+}
+constexpr int kVariants = int(sizeof(kKqAllFills) / sizeof(kKqAllFills[0])) + 2;
+
+// Runs `body(dsp, ref, levelName)` once per ISA level whose `slot` differs
+// from every lower level's, so each implementation is compared with _c once.
+template <typename Slot, typename Body>
+void forEachNewImpl(Slot KQLumaDsp::*slot, Body body) {
+  KQLumaDsp ref;
+  kqLumaDspInit(&ref, 0);
+  std::set<const void*> seen = {reinterpret_cast<const void*>(ref.*slot)};
+  for (uint32_t level : kqCpuLevels()) {
+    KQLumaDsp dsp;
+    kqLumaDspInit(&dsp, level);
+    if (!seen.insert(reinterpret_cast<const void*>(dsp.*slot)).second) continue;
+    SCOPED_TRACE("isa " + kqLevelName(level));
+    body(dsp, ref);
+  }
+}
+
+bool sameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+uint32_t bitsOf(float f) {
+  uint32_t b;
+  std::memcpy(&b, &f, sizeof b);
+  return b;
+}
+float fromBits(uint32_t b) {
+  float f;
+  std::memcpy(&f, &b, sizeof f);
+  return f;
+}
+
+}  // namespace
+
+// The estimate depends only on sign, exponent and the top 8 mantissa bits:
+// sweep all of them (with three patterns of the low bits) through the table
+// slot of every level. On ARM the NEON slot is vrecpeq_f32 itself, so this
+// holds the emulation against the instruction; on x86 it holds the vector
+// emulation against the scalar one.
+TEST(LumaKernels, RecipEstimateMatchesInstructionOverInputSpace) {
+  std::vector<float> in;
+  KqRng rng(kqTestSeed());
+  for (uint32_t sign = 0; sign < 2; ++sign)
+    for (uint32_t e = 0; e < 256; ++e) {
+#if defined(__aarch64__)
+      // FPCR.FZ = 0 on aarch64 Linux: denormal inputs and results and NaN
+      // propagation follow other rules than armv7's, which we emulate.
+      if (e == 0 || e >= 253) continue;
+#endif
+      for (uint32_t top = 0; top < 256; ++top) {
+        const uint32_t lows[3] = {0u, 0x7FFFu, rng.next() & 0x7FFFu};
+        for (uint32_t low : lows) {
+          const uint32_t bits = sign << 31 | e << 23 | top << 15 | low;
+          if (e == 255 && (top | low) != 0) continue;  // NaN payloads
+          in.push_back(fromBits(bits));
+        }
+      }
+    }
+  // Every weight sum the noise filter can produce, as the kernel forms it.
+  for (int d = 0; d < kKqRecipTableSize; ++d) in.push_back(float(d));
+  const int n = int(in.size());
+  std::vector<float> want(n);
+  kqRecipEstimate_c(in.data(), want.data(), n);
+  int levels = 0;
+  forEachNewImpl(&KQLumaDsp::recipEstimate, [&](const KQLumaDsp& dsp, const KQLumaDsp&) {
+    ++levels;
+    // An odd count exercises the kernels' tail path.
+    std::vector<float> got(n + 1, -1.0f);
+    dsp.recipEstimate(in.data(), got.data(), n - 1);
+    dsp.recipEstimate(in.data() + n - 1, got.data() + n - 1, 1);
+    int bad = 0;
+    for (int i = 0; i < n && bad < 10; ++i)
+      if (!sameBits(want[i], got[i])) {
+        ++bad;
+        ADD_FAILURE() << std::hex << "input 0x" << bitsOf(in[i]) << ": emulation 0x" << bitsOf(want[i])
+                      << ", kernel 0x" << bitsOf(got[i]);
+      }
+    EXPECT_EQ(got[n], -1.0f) << "wrote past the end";
+  });
+  // The table the scalar interior kernel reads is the emulation at integer sums.
+  const float* table = kqRecipEstimateTable();
+  for (int d = 0; d < kKqRecipTableSize; ++d)
+    ASSERT_TRUE(sameBits(table[d], want[n - kKqRecipTableSize + d])) << "sum " << d;
+#if defined(__arm__) || defined(__aarch64__)
+  EXPECT_GE(levels, 1) << "the NEON estimate was never compared";
+#endif
+}
+
+// Values worked out by hand from Arm's estimate algorithm, so that the
+// emulation is pinned down on machines without the instruction as well.
+TEST(LumaKernels, RecipEstimateKnownValues) {
+  EXPECT_EQ(kqRecipEstimate(1.0f), 511.0f / 512.0f);     // a = 256 -> r = 511
+  EXPECT_EQ(kqRecipEstimate(480.0f), 273.0f / 131072.0f);  // a = 480 -> r = 273, 2^-17
+  EXPECT_EQ(kqRecipEstimate(30.0f), 273.0f / 8192.0f);   // 30 = 480 / 16
+  EXPECT_EQ(kqRecipEstimate(-2.0f), -511.0f / 1024.0f);
+  EXPECT_EQ(bitsOf(kqRecipEstimate(0.0f)), 0x7F800000u);
+  EXPECT_EQ(bitsOf(kqRecipEstimate(-0.0f)), 0xFF800000u);
+  EXPECT_EQ(bitsOf(kqRecipEstimate(fromBits(0x7F800000u))), 0u);
+  EXPECT_EQ(bitsOf(kqRecipEstimate(fromBits(0x7E800000u))), 0u);  // 2^126 flushes
+  EXPECT_NE(kqRecipEstimate(fromBits(0x7E7FFFFFu)), 0.0f);        // just below stays normal
+}
+
+TEST(LumaKernels, NoiseReductionRow) {
+  KqRng seedRng(kqTestSeed());
+  forEachNewImpl(&KQLumaDsp::nrRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+    for (int width : testWidths())
+      for (int variant = 0; variant < kVariants; ++variant) {
+        KqRng rng(kqTestSeed() + uint64_t(width) * 131 + variant);
+        // Nine rows, the last one ending right before a PROT_NONE page.
+        KqGuardedBuffer in(size_t(width) * 9);
+        fillInput(in.data(), width, 9, variant, rng);
+        KqFramedPlane a(width, 1), b(width, 1);
+        const uint8_t* centre = in.data() + 4 * width;
+        ref.nrRow(a.data(), centre, width, width);
+        dsp.nrRow(b.data(), centre, width, width);
+        ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant;
+      }
+  });
+}
+
+TEST(LumaKernels, BlendRow) {
+  const int32_t weights[] = {0, 12, 64, 115, 128, 140, 256, 1280, 32767, -1, -32768, 65535, 70000,
+                             INT32_MAX, INT32_MIN};
+  forEachNewImpl(&KQLumaDsp::blendRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+    for (int width : testWidths())
+      for (int32_t weight : weights) {
+        KqRng rng(kqTestSeed() + uint64_t(width) * 7 + uint32_t(weight));
+        KqGuardedBuffer orig{size_t(width)};
+        kqFillPlane(orig.data(), width, 1, width, KqFill::kUniform, rng);
+        KqFramedPlane a(width, 1), b(width, 1);
+        kqFillPlane(a.data(), width, 1, width, KqFill::kUniform, rng);
+        std::memcpy(b.data(), a.data(), size_t(width));
+        ref.blendRow(a.data(), orig.data(), width, weight);
+        dsp.blendRow(b.data(), orig.data(), width, weight);
+        ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " weight " << weight;
+      }
+  });
+}
+
+TEST(LumaKernels, BlendRefRow) {
+  const int32_t weights[] = {0, 64, 128, 140, 1280, -1, -3000, 65535, INT32_MAX, INT32_MIN};
+  forEachNewImpl(&KQLumaDsp::blendRefRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+    for (int scale : {1, 2, 4})
+      for (int width : testWidths())
+        for (int32_t weight : weights) {
+          KqRng rng(kqTestSeed() + uint64_t(width) * 11 + uint32_t(weight) + scale);
+          const int n = width & ~7;
+          // Exactly the reference bytes the contract allows, then the guard.
+          const size_t refBytes = n > 0 ? size_t((n - 1) / scale + 1) : 1;
+          KqGuardedBuffer r{refBytes}, orig{size_t(width)};
+          kqFillPlane(r.data(), int(refBytes), 1, int(refBytes), KqFill::kUniform, rng);
+          kqFillPlane(orig.data(), width, 1, width, KqFill::kUniform, rng);
+          KqFramedPlane a(width, 1), b(width, 1);
+          kqFillPlane(a.data(), width, 1, width, KqFill::kUniform, rng);
+          std::memcpy(b.data(), a.data(), size_t(width));
+          ref.blendRefRow(a.data(), orig.data(), r.data(), width, weight, scale);
+          dsp.blendRefRow(b.data(), orig.data(), r.data(), width, weight, scale);
+          ASSERT_TRUE(kqFramedEqual(a, b))
+              << "scale " << scale << " width " << width << " weight " << weight;
+        }
+  });
+}
+
+TEST(LumaKernels, SharpenRow) {
+  // Gains and thresholds include 16-bit wrap-around values and negatives.
+  const int32_t gains[] = {0, 1, 256, 600, 4000, 32767, 32768, -77, 70000, INT32_MIN};
+  const int32_t thresholds[] = {0, 6, 150, 2000, -9, 40000};
+  const int32_t taps[2][3] = {{7, 31, 52}, {19, 19, 52}};
+  forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+    for (int width : testWidths())
+      for (int variant = 0; variant < kVariants; ++variant) {
+        KqRng rng(kqTestSeed() + uint64_t(width) * 13 + variant);
+        KqGuardedBuffer in(size_t(width) * 5);
+        fillInput(in.data(), width, 5, variant, rng);
+        // Rows in a shuffled order, as the edge mirroring hands them over.
+        const uint8_t* rows[5];
+        for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+        KQSharpenParams p;
+        p.gain = gains[rng.range(0, 9)];
+        p.threshold = thresholds[rng.range(0, 5)];
+        const int32_t* t = taps[rng.range(0, 1)];
+        p.wOuter = t[0], p.wInner = t[1], p.wCentre = t[2];
+        KqFramedPlane a(width, 1), b(width, 1);
+        ref.sharpenRow(a.data(), rows, width, &p);
+        dsp.sharpenRow(b.data(), rows, width, &p);
+        ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant << " gain "
+                                         << p.gain << " threshold " << p.threshold;
+      }
+  });
+}
