@@ -1,0 +1,216 @@
+// warp_dispatch.cpp - the warp kernel family: dispatch by image count,
+// layout and sampler, and the tile kernels that prepare each output row for
+// the row kernels of warp_dsp.h.
+#include "warp/warp_dispatch.h"
+
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+// Family layout: entries per group in the order layoutCode 1, 3, 0, other;
+// kernels per entry in the order (lumaSelect, planeValueAIsZero) = (1, 0),
+// (1, 1), (0, 0), (0, 1).
+constexpr int kLayouts = 4;
+constexpr int kVariants = 4;
+
+int layoutEntry(int32_t layoutCode) {
+  switch (layoutCode) {
+    case 1:
+      return 0;
+    case 3:
+      return 1;
+    case 0:
+      return 2;
+    default:
+      return 3;
+  }
+}
+
+int variantIndex(int32_t lumaSelect, int32_t planeValueAIsZero) {
+  if (planeValueAIsZero != 0 && planeValueAIsZero != 1) return -1;
+  if (lumaSelect == 1) return planeValueAIsZero;
+  if (lumaSelect == 0) return 2 + planeValueAIsZero;
+  return -1;
+}
+
+// The single-image group. Groups 2..50 hold only no-op kernels.
+KQWarpKernelFn* const kSingleImageGroup[kLayouts][kVariants] = {
+    {kqWarpKernelNoop, kqWarpLumaKernel, kqWarpKernelNoop, kqWarpChromaKernel},
+    {kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop},
+    {kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop},
+    {kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop},
+};
+
+inline float mapX(const Homography& m, float x, float y) {
+  return m.h[0] * x + m.h[1] * y + m.h[2];
+}
+inline float mapY(const Homography& m, float x, float y) {
+  return m.h[3] * x + m.h[4] * y + m.h[5];
+}
+
+// A source row coordinate clamped to [0, height - 1]; NaN gives 0.
+inline float clampRowCoord(float v, int32_t height) {
+  if (!(v > 0.0f)) return 0.0f;
+  const float last = static_cast<float>(height - 1);
+  return v > last ? last : v;
+}
+
+inline int32_t rowIndex(float clamped, int32_t height) {
+  const int32_t i = static_cast<int32_t>(clamped);  // 0 <= clamped <= height - 1
+  return i > height - 1 ? height - 1 : i;
+}
+
+// True when two rows read the same source rows at the same positions, so
+// that their horizontal pass gives the same values.
+inline bool sameSampling(const KQWarpRow& a, const KQWarpRow& b) {
+  return a.src0 == b.src0 && a.src1 == b.src1 && a.step == b.step &&
+         std::memcmp(&a.x, &b.x, sizeof a.x) == 0 &&
+         std::memcmp(&a.blockStep, &b.blockStep, sizeof a.blockStep) == 0;
+}
+
+// Steps beyond +-8192 source pixels per output pixel are clamped, so that
+// S = D * 2048 stays within +-2^24 and 8 * D is finite.
+constexpr float kMaxStep = 8192.0f;
+
+void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* rect,
+              const Homography* inverseTile, int32_t cols, int32_t tx, int32_t ty) {
+  if (dsp == nullptr || list == nullptr || rect == nullptr || inverseTile == nullptr) return;
+  const KQImage8& src = list[0];
+  const KQImage8& dst = list[1];
+  if (src.data == nullptr || src.width < 1 || src.height < 1) return;
+  if (dst.data == nullptr || dst.width < 1 || dst.height < 1) return;
+  const int32_t x0 = rect[0] > 0 ? rect[0] : 0;
+  const int32_t y0 = rect[1] > 0 ? rect[1] : 0;
+  const int32_t x1 = rect[2] < dst.width - 1 ? rect[2] : dst.width - 1;
+  const int32_t y1 = rect[3] < dst.height - 1 ? rect[3] : dst.height - 1;
+  if (x1 < x0 || y1 < y0) return;
+
+  // The tile's own matrix anchors the bottom-right of the rectangle, its
+  // left, upper and upper-left neighbours the left and top edges.
+  const Homography& own = *inverseTile;
+  const Homography& left = tx > 0 ? inverseTile[-1] : own;
+  const Homography& up = ty > 0 ? *(inverseTile - cols) : own;
+  const Homography& upLeft = ty > 0 ? *(&left - cols) : left;
+
+  const float tDen = y1 == y0 ? 1.0f : static_cast<float>(y1 - y0);
+  const float fx0 = static_cast<float>(x0), fx1 = static_cast<float>(x1);
+  const int32_t srcW = src.width, srcH = src.height;
+
+  const int32_t count = x1 - x0 + 1;
+  const ptrdiff_t stride = dst.width;
+  // Luma rows that share source rows and positions are handed to the row
+  // kernel together (pending, starting at pendingDst); a chroma row whose
+  // sampling equals the previous row's is a copy of it.
+  KQWarpRow pending;
+  pending.rows = 0;
+  uint8_t* pendingDst = nullptr;
+  KQWarpRow prev;
+  prev.rows = 0;
+  for (int32_t y = y0; y <= y1; ++y) {
+    const float t = static_cast<float>(y - y0) / tDen;
+    const float u = 1.0f - t;
+    const float fy = static_cast<float>(y);
+    const float lx = u * mapX(upLeft, fx0, fy) + t * mapX(left, fx0, fy);
+    const float ly = u * mapY(upLeft, fx0, fy) + t * mapY(left, fx0, fy);
+    const float rx = u * mapX(up, fx1, fy) + t * mapX(own, fx1, fy);
+    // Per-pixel step, divided in double and rounded to float. A single
+    // column has no step: its pixel depends on L alone.
+    float d = 0.0f;
+    if (x1 > x0) d = static_cast<float>((double(rx) - double(lx)) / double(x1 - x0));
+    if (!(d == d)) d = 0.0f;
+    if (d > kMaxStep) d = kMaxStep;
+    if (d < -kMaxStep) d = -kMaxStep;
+
+    KQWarpRow row;
+    row.srcWidth = srcW;
+    row.count = count;
+    row.rows = 1;
+    row.step = static_cast<int32_t>(d * 2048.0f);
+    row.blockStep = d * 8.0f;
+    uint8_t* out = dst.data + ptrdiff_t(y) * stride + x0;
+    if (luma) {
+      // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
+      const float cy = clampRowCoord(ly, srcH);
+      const int32_t iy = rowIndex(cy, srcH);
+      const int32_t iy1 = iy + 1 < srcH ? iy + 1 : srcH - 1;
+      row.src0 = src.data + ptrdiff_t(iy) * srcW;
+      row.src1 = src.data + ptrdiff_t(iy1) * srcW;
+      int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
+      w1 = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
+      row.w1[0] = w1;
+      row.x = lx;
+      if (pending.rows > 0 && pending.rows < kKqWarpMaxRows && sameSampling(pending, row)) {
+        pending.w1[pending.rows++] = w1;
+        continue;
+      }
+      if (pending.rows > 0) dsp->bilinearRow(pendingDst, stride, &pending);
+      pending = row;
+      pendingDst = out;
+    } else {
+      // Nearest sample: half a pixel added to both coordinates, then
+      // truncated. The step was taken before, so the half moves the whole
+      // row without changing its step.
+      const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH), srcH);
+      row.src0 = src.data + ptrdiff_t(iy) * srcW;
+      row.src1 = row.src0;
+      row.w1[0] = 0;
+      row.x = lx + 0.5f;
+      if (prev.rows > 0 && sameSampling(prev, row)) {
+        std::memcpy(out, out - stride, size_t(count));
+      } else {
+        dsp->nearestRow(out, &row);
+        prev = row;
+      }
+    }
+  }
+  if (pending.rows > 0) dsp->bilinearRow(pendingDst, stride, &pending);
+}
+
+}  // namespace
+
+void kqWarpLumaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
+                      const Homography* inverseTile, const Homography*, int32_t cols, int32_t,
+                      int32_t tx, int32_t ty, int32_t) {
+  warpTile(dsp, true, planeList, rect, inverseTile, cols, tx, ty);
+}
+
+void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
+                        const Homography* inverseTile, const Homography*, int32_t cols, int32_t,
+                        int32_t tx, int32_t ty, int32_t) {
+  warpTile(dsp, false, planeList, rect, inverseTile, cols, tx, ty);
+}
+
+void kqWarpKernelNoop(const KQWarpDsp*, KQImage8*, void*, const int32_t*, const Homography*,
+                      const Homography*, int32_t, int32_t, int32_t, int32_t, int32_t) {}
+
+KQWarpKernelFn* kqWarpFamilyKernel(int32_t n, int32_t layoutCode, int32_t lumaSelect,
+                                   int32_t planeValueAIsZero) {
+  if (n < 1 || n > kKqWarpMaxImages) return nullptr;
+  const int variant = variantIndex(lumaSelect, planeValueAIsZero);
+  if (variant < 0) return nullptr;
+  if (n != 1) return kqWarpKernelNoop;
+  return kSingleImageGroup[layoutEntry(layoutCode)][variant];
+}
+
+void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
+                     int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
+                     void* extra, const int32_t* rect, const Homography* inverseTile,
+                     const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
+                     int32_t ty, int32_t planeValueA, int32_t planeValueB) {
+  KQWarpKernelFn* kernel = kqWarpFamilyKernel(n, layoutCode, lumaSelect, planeValueAIsZero);
+  if (kernel == nullptr) return;
+  kernel(dsp, planes, extra, rect, inverseTile, forwardTile, cols, rows, tx, ty, planeValueA);
+  if (secondPlanes != nullptr)
+    kernel(dsp, secondPlanes, extra, rect, inverseTile, forwardTile, cols, rows, tx, ty,
+           planeValueB);
+}
+
+void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t planeValueAIsZero,
+                  KQImage8* planes, KQImage8* secondPlanes, void* extra, const int32_t* rect,
+                  const Homography* inverseTile, const Homography* forwardTile, int32_t cols,
+                  int32_t rows, int32_t tx, int32_t ty, int32_t planeValueA, int32_t planeValueB) {
+  warpDispatchDsp(kqWarpDspGet(), n, lumaSelect, layoutCode, planeValueAIsZero, planes,
+                  secondPlanes, extra, rect, inverseTile, forwardTile, cols, rows, tx, ty,
+                  planeValueA, planeValueB);
+}

@@ -1,0 +1,56 @@
+// warp_dispatch.h - the warp kernel family and its dispatcher: one kernel per
+// (image count, pixel layout, sampler, planeValueA-is-zero) combination,
+// each filling one tile rectangle of the destination.
+#pragma once
+
+#include <cstdint>
+
+#include "image/image8.h"
+#include "warp/homography.h"
+#include "warp/warp_dsp.h"
+
+// Image counts 1..50 have a kernel group; other counts do nothing.
+constexpr int32_t kKqWarpMaxImages = 50;
+
+// Fills the rectangle rect = {x0, y0, x1, y1} (inclusive, destination pixels)
+// of planeList[n], n being the group's image count, from the source(s)
+// planeList[0 .. n-1], sampled through the inverse homography of the tile
+// (tx, ty) of a cols-wide grid. inverseTile points into that grid: the
+// kernel also reads the left neighbour (tx > 0), the tile above (ty > 0) and
+// the one above-left, which anchor the left and top edges of the rectangle.
+// Planes are packed (row stride = width). The rectangle is first clipped to
+// the destination plane; an empty result writes nothing. Nothing outside the
+// clipped rectangle is written and nothing outside the source planes is read
+// (sample positions are clamped to the plane). Missing planes (null data,
+// sizes below 1) write nothing. extra, forwardTile, rows and planeValue are
+// carried for the family's other members and do not affect these kernels.
+using KQWarpKernelFn = void(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
+                            const int32_t* rect, const Homography* inverseTile,
+                            const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
+                            int32_t ty, int32_t planeValue);
+
+// The kernel that (n, layoutCode, lumaSelect, planeValueAIsZero) selects, or
+// null where the dispatcher runs nothing (n outside 1..50, flag pairs other
+// than (1, 0), (1, 1), (0, 0), (0, 1)). Layout entries exist for layoutCode
+// 1, 3, 0 and "any other". Only n = 1, layoutCode 1 with (1, 1) (bilinear
+// luma) and (0, 1) (nearest-sample chroma) are real kernels; the pipeline
+// never reaches the others, which are kqWarpKernelNoop.
+KQWarpKernelFn* kqWarpFamilyKernel(int32_t n, int32_t layoutCode, int32_t lumaSelect,
+                                   int32_t planeValueAIsZero);
+
+KQWarpKernelFn kqWarpLumaKernel, kqWarpChromaKernel, kqWarpKernelNoop;
+
+// Runs the selected kernel on `planes` with planeValueA, then, when
+// secondPlanes is not null, on it with planeValueB (same rectangle and
+// tiles). Uses kqWarpDspGet().
+void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t planeValueAIsZero,
+                  KQImage8* planes, KQImage8* secondPlanes, void* extra, const int32_t* rect,
+                  const Homography* inverseTile, const Homography* forwardTile, int32_t cols,
+                  int32_t rows, int32_t tx, int32_t ty, int32_t planeValueA, int32_t planeValueB);
+
+// The same with an explicit kernel table (tests run every ISA level).
+void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
+                     int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
+                     void* extra, const int32_t* rect, const Homography* inverseTile,
+                     const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
+                     int32_t ty, int32_t planeValueA, int32_t planeValueB);

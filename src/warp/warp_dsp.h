@@ -1,0 +1,166 @@
+// warp_dsp.h - row kernels of the warp stage (bilinear luma, nearest-sample
+// chroma), their dispatch table, and the fixed-point helpers that the scalar
+// reference and every vector version share.
+//
+// One output row of a tile rectangle samples the source along a straight
+// line: pixel k of the row sits at source x = x + k * D on a fixed source
+// row. The row is cut into blocks of 8 pixels. Block j starts at the float
+// position p(j), with p(0) = x and p(j+1) = p(j) + 8*D (float additions in
+// that order). Inside a block, positions are fixed point in 1/32 pixel:
+//
+//   base  = floor(p(j)), f0 = int((p(j) - base) * 32)        0..31
+//   q(l)  = f0 + ((l * S) >> 6)      lane l = 0..7, S = int(D * 2048)
+//   x(l)  = base + (q(l) >> 5),  frac(l) = q(l) & 31
+//
+// Sample columns are clamped to the plane: left = clamp(x(l)), right =
+// clamp(x(l) + 1). Luma (Q5 horizontal, Q4 vertical weights):
+//
+//   h(row) = (row[left] * (32 - frac) + row[right] * frac) >> 1   0..4080
+//   r      = (hUpper * (16 - w1) + hLower * w1) >> 8              0..255
+//
+// Chroma takes row[clamp(x(l))]. Both finish with the normalisation
+// trunc(float(r * 5) * 0.2f + 0.5f), which gives r back for 0..255; it is
+// the one-image form of the weighting used when several images are merged.
+//
+// Fast paths: with 0 <= S <= kKqWarpMaxVectorStep every q(l) is at most 255
+// (8-bit lanes, 16-bit products) and x(l) + 1 stays within 8 bytes of base,
+// so one 8-byte window (plus the same window one byte on) serves the block
+// when it lies inside the row. Blocks outside those bounds, larger or
+// negative steps, and the pixels after the vector thresholds use the same
+// arithmetic in 32-bit integers, so the output never depends on the path.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Output rows of one bilinear call: consecutive output rows that sample the
+// same two source rows at the same positions (an enlargement maps several
+// output rows to each source row pair) differ only in their vertical weight,
+// so their horizontal pass is shared.
+constexpr int32_t kKqWarpMaxRows = 8;
+
+// Sampling parameters of one output row (or of `rows` output rows that share
+// all but the vertical weight), prepared by the tile code.
+struct KQWarpRow {
+  const uint8_t* src0;         // upper source row (luma) or the sampled row (chroma)
+  const uint8_t* src1;         // lower source row (luma; equals src0 on the last row)
+  int32_t srcWidth;            // >= 1; valid columns 0 .. srcWidth - 1
+  int32_t count;               // output pixels per row, >= 1
+  int32_t rows;                // output rows, 1..kKqWarpMaxRows (bilinear only)
+  int32_t w1[kKqWarpMaxRows];  // weight of src1 in 1/16 per output row, 0..15
+  int32_t step;                // S: per-pixel step in 1/2048 source pixel, |S| <= 2^24
+  float x;                     // p(0): source x of the row's first pixel
+  float blockStep;             // 8 * D, added once per block
+};
+
+// Bilinear: writes row->count bytes to each of row->rows rows starting at
+// dst, dstStride apart (no more). Nearest: writes row->count bytes at dst
+// (rows and w1 unused). Both read only src0 / src1 at columns
+// 0 .. srcWidth - 1. dst must not overlap the source rows; no alignment
+// needs. Every version gives the same bytes as the _c one.
+using KQWarpBilinearRowFn = void(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row);
+using KQWarpNearestRowFn = void(uint8_t* dst, const KQWarpRow* row);
+
+KQWarpBilinearRowFn kqWarpBilinearRow_c, kqWarpBilinearRow_neon, kqWarpBilinearRow_sse41,
+    kqWarpBilinearRow_avx2;
+KQWarpNearestRowFn kqWarpNearestRow_c, kqWarpNearestRow_neon, kqWarpNearestRow_sse41;
+
+struct KQWarpDsp {
+  KQWarpBilinearRowFn* bilinearRow;
+  KQWarpNearestRowFn* nearestRow;
+};
+
+// Fills `dsp` for the instruction sets in cpuFlags (C first, then rising).
+void kqWarpDspInit(KQWarpDsp* dsp, uint32_t cpuFlags);
+
+// The table for this CPU, built once.
+const KQWarpDsp* kqWarpDspGet();
+
+// Largest S the vector paths take: lane 7 then reaches at most
+// 31 + (7 * 2048 >> 6) = 255 in 1/32 pixel, i.e. source offset 7, whose
+// right-hand neighbour is byte 8 of the window.
+constexpr int32_t kKqWarpMaxVectorStep = 2048;
+
+// Block positions are clamped to +-2^24 before they are converted, and S to
+// +-2^24, so that all fixed-point arithmetic fits in int32.
+constexpr float kKqWarpPosLimit = 16777216.0f;
+
+// Vector loops stop when a block would start past x1 - threshold; the rest
+// of the row is done one pixel at a time (same arithmetic).
+constexpr int32_t kKqWarpLumaVectorTail = 16;
+constexpr int32_t kKqWarpChromaVectorTail = 64;
+
+// Reciprocal of 5.0 as the NEON estimate plus two Newton steps gives it on
+// armv7 and aarch64 (the nearest float to 0.2, 0x3E4CCCCD).
+constexpr float kKqWarpFifth = 0.2f;
+
+namespace kqwarp {
+
+// Arithmetic shift right, defined for negative values (floor division).
+static inline int32_t asr(int32_t v, int k) { return v >= 0 ? v >> k : ~(~v >> k); }
+
+static inline int32_t clampCol(int32_t x, int32_t width) {
+  return x < 0 ? 0 : x >= width ? width - 1 : x;
+}
+
+// Splits a block's float start into its integer base column and 1/32 phase.
+// NaN gives 0; positions beyond +-2^24 are clamped first.
+static inline void blockOrigin(float p, int32_t* base, int32_t* phase) {
+  float c = p;
+  if (!(c == c)) c = 0.0f;
+  if (c < -kKqWarpPosLimit) c = -kKqWarpPosLimit;
+  if (c > kKqWarpPosLimit) c = kKqWarpPosLimit;
+  int32_t i = static_cast<int32_t>(c);  // |c| <= 2^24: in range
+  if (static_cast<float>(i) > c) --i;   // floor for negative positions
+  *base = i;
+  *phase = static_cast<int32_t>((c - static_cast<float>(i)) * 32.0f);  // exact, 0..31
+}
+
+// r in 0..255 -> the normalised byte: (r * 5) in 16 bits, times the float
+// fifth, plus 0.5, truncated. The clamp keeps the conversion defined; it
+// never changes a result (the sum stays below 256).
+static inline uint8_t normalise(uint32_t r) {
+  const uint16_t r5 = static_cast<uint16_t>(r * 5u);
+  float v = static_cast<float>(r5) * kKqWarpFifth;
+  v = v + 0.5f;
+  if (v > 255.0f) v = 255.0f;
+  return static_cast<uint8_t>(static_cast<uint32_t>(v));
+}
+
+// Lanes [from, to) of one block for output row rowIndex, in 32-bit
+// arithmetic: the reference, and the path every version takes outside its
+// vector bounds.
+static inline void bilinearLanes(uint8_t* dst, const KQWarpRow* row, int32_t rowIndex, int32_t base,
+                                 int32_t phase, int32_t from, int32_t to) {
+  const int32_t w = row->srcWidth;
+  const uint32_t w1 = static_cast<uint32_t>(row->w1[rowIndex]), w0 = 16u - w1;
+  for (int32_t l = from; l < to; ++l) {
+    const int32_t q = phase + asr(l * row->step, 6);
+    const int32_t xi = base + asr(q, 5);
+    const uint32_t f = static_cast<uint32_t>(q & 31);
+    const int32_t xa = clampCol(xi, w), xb = clampCol(xi + 1, w);
+    // Q5 weights, halved: 0..4080.
+    const uint32_t hu = (row->src0[xa] * (32u - f) + row->src0[xb] * f) >> 1;
+    const uint32_t hl = (row->src1[xa] * (32u - f) + row->src1[xb] * f) >> 1;
+    // Q4 vertical weights; the sum (at most 65280) fits 16-bit lanes.
+    dst[l] = normalise((hu * w0 + hl * w1) >> 8);
+  }
+}
+
+static inline void nearestLanes(uint8_t* dst, const KQWarpRow* row, int32_t base, int32_t phase,
+                                int32_t from, int32_t to) {
+  for (int32_t l = from; l < to; ++l) {
+    const int32_t q = phase + asr(l * row->step, 6);
+    dst[l] = normalise(row->src0[clampCol(base + asr(q, 5), row->srcWidth)]);
+  }
+}
+
+// True when a block can use the 8-byte windows: the step is in the vector
+// range and bytes base .. base + span lie inside the row.
+static inline bool windowFits(int32_t base, int32_t span, int32_t width) {
+  return base >= 0 && base + span <= width - 1;
+}
+
+static inline bool vectorStep(int32_t step) { return step >= 0 && step <= kKqWarpMaxVectorStep; }
+
+}  // namespace kqwarp

@@ -1,0 +1,296 @@
+// check_warp.cpp - warp kernels at every instruction-set level against the
+// scalar reference: row kernels on random rows, tile kernels on random
+// planes, rectangles and per-tile homographies, and whole warps.
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#if defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+#include "kernels/check_util.h"
+#include "runtime/cpu.h"
+#include "warp/homography.h"
+#include "warp/warp_dispatch.h"
+#include "warp/warp_driver.h"
+#include "warp/warp_dsp.h"
+
+namespace {
+
+struct Level {
+  uint32_t flags;
+  std::string name;
+  KQWarpDsp dsp;
+};
+
+// Levels above scalar whose table differs from the scalar one.
+std::vector<Level> vectorLevels() {
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  std::vector<Level> out;
+  for (uint32_t flags : kqCpuLevels()) {
+    Level l{flags, kqLevelName(flags), {}};
+    kqWarpDspInit(&l.dsp, flags);
+    if (l.dsp.bilinearRow != ref.bilinearRow || l.dsp.nearestRow != ref.nearestRow)
+      out.push_back(l);
+  }
+  return out;
+}
+
+// A step for a row: mostly upscales (the vector range), sometimes downscales,
+// mirrors or large jumps, which take the one-pixel path.
+float randomStep(KqRng& rng) {
+  switch (rng.range(0, 7)) {
+    case 0:
+      return 0.0f;
+    case 1:
+      return rng.uniform(1.0f, 6.0f);
+    case 2:
+      return -rng.uniform(0.0f, 3.0f);
+    case 3:
+      return 1.0f;
+    default:
+      return rng.uniform(0.0f, 1.0f);
+  }
+}
+
+// Source position of a row start: inside, near either edge, or outside.
+float randomStart(KqRng& rng, int32_t width) {
+  switch (rng.range(0, 5)) {
+    case 0:
+      return rng.uniform(-20.0f, 0.0f);
+    case 1:
+      return float(width) - rng.uniform(0.0f, 12.0f);
+    case 2:
+      return float(width) + rng.uniform(0.0f, 30.0f);
+    default:
+      return rng.uniform(0.0f, float(width));
+  }
+}
+
+TEST(CheckWarp, RowKernels) {
+  const std::vector<Level> levels = vectorLevels();
+  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  for (const Level& level : levels)
+    for (int luma = 0; luma < 2; ++luma)
+      for (KqFill fill : kKqAllFills) {
+        KqRng rng(kqTestSeed() ^ (uint64_t(level.flags) << 40) ^ (uint64_t(luma) << 32) ^
+                  uint64_t(fill));
+        for (int iter = 0; iter < 60; ++iter) {
+          const int32_t w = iter < 24 ? iter + 1 : rng.range(1, 300);
+          // Two source rows, the second ending right at a guard page.
+          KqGuardedBuffer src(size_t(w) * 2);
+          kqFillPlane(src.data(), w, 2, w, fill, rng);
+          const int32_t count = iter % 3 == 0 ? rng.range(1, 20) : rng.range(1, 700);
+          const float d = randomStep(rng);
+          KQWarpRow row;
+          row.src0 = src.data() + (iter & 1) * w;
+          row.src1 = src.data() + w;
+          row.srcWidth = w;
+          row.count = count;
+          // Bilinear calls cover 1..8 output rows, each with its own weight.
+          row.rows = luma ? rng.range(1, kKqWarpMaxRows) : 1;
+          for (int32_t r = 0; r < kKqWarpMaxRows; ++r) row.w1[r] = rng.range(0, 15);
+          row.step = int32_t(d * 2048.0f);
+          row.blockStep = d * 8.0f;
+          row.x = randomStart(rng, w);
+          KqFramedPlane want(count, row.rows), got(count, row.rows);
+          if (luma) {
+            ref.bilinearRow(want.data(), want.stride(), &row);
+            level.dsp.bilinearRow(got.data(), got.stride(), &row);
+          } else {
+            ref.nearestRow(want.data(), &row);
+            level.dsp.nearestRow(got.data(), &row);
+          }
+          ASSERT_TRUE(kqFramedEqual(want, got))
+              << (luma ? "warp.bilinearRow " : "warp.nearestRow ") << level.name << " fill "
+              << kqFillName(fill) << " width " << w << " count " << count << " rows " << row.rows
+              << " x " << row.x << " step " << row.step;
+        }
+      }
+}
+
+// Random 4 x 4 inverse grid: a common scale with per-tile changes of scale,
+// shear and shift when nonUniform.
+void randomGrid(KqRng& rng, Homography* grid, float scale, bool nonUniform) {
+  for (int i = 0; i < kKqGridTiles; ++i) {
+    Homography& h = grid[i];
+    std::memset(&h, 0, sizeof h);
+    h.h[0] = scale;
+    h.h[4] = scale;
+    h.h[8] = 1.0f;
+    if (nonUniform) {
+      h.h[0] *= rng.uniform(0.8f, 1.25f);
+      h.h[4] *= rng.uniform(0.8f, 1.25f);
+      h.h[1] = rng.uniform(-0.05f, 0.05f);
+      h.h[3] = rng.uniform(-0.05f, 0.05f);
+      h.h[2] = rng.uniform(-3.0f, 3.0f);
+      h.h[5] = rng.uniform(-3.0f, 3.0f);
+    }
+  }
+}
+
+// A rectangle in a dw x dh destination: empty, a single row or column, odd
+// sizes, touching or crossing the plane's edges.
+void randomRect(KqRng& rng, int32_t dw, int32_t dh, int32_t r[4]) {
+  r[0] = rng.range(-2, dw);
+  r[1] = rng.range(-2, dh);
+  r[2] = r[0] + rng.range(-1, dw);
+  r[3] = r[1] + rng.range(-1, dh / 2 + 1);
+  switch (rng.range(0, 6)) {
+    case 0:
+      r[3] = r[1];
+      break;  // single row
+    case 1:
+      r[2] = r[0];
+      break;  // single column
+    case 2:
+      r[2] = r[0] - 1;
+      break;  // empty
+    case 3:
+      r[0] = 0, r[2] = dw - 1;
+      break;  // full width
+    case 4:
+      r[2] = dw - 1 + rng.range(0, 3);
+      break;  // at / past the right edge
+    default:
+      break;
+  }
+}
+
+TEST(CheckWarp, TileKernels) {
+  const std::vector<Level> levels = vectorLevels();
+  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  for (const Level& level : levels)
+    for (int luma = 0; luma < 2; ++luma) {
+      KQWarpKernelFn* kernel = luma ? kqWarpLumaKernel : kqWarpChromaKernel;
+      KqRng rng(kqTestSeed() ^ (uint64_t(level.flags) << 40) ^ (uint64_t(luma) << 33) ^ 0x77);
+      for (int iter = 0; iter < 300; ++iter) {
+        const KqFill fill = kKqAllFills[iter % 8];
+        const int32_t sw = rng.range(1, 70), sh = rng.range(1, 40);
+        const int32_t dw = rng.range(1, 180), dh = rng.range(1, 60);
+        KqGuardedBuffer src(size_t(sw) * sh);
+        kqFillPlane(src.data(), sw, sh, sw, fill, rng);
+        Homography grid[kKqGridTiles];
+        // Upscales mostly; some downscales reach the one-pixel path.
+        const float scale = iter % 5 == 4 ? rng.uniform(1.0f, 3.0f) : rng.uniform(0.1f, 1.0f);
+        randomGrid(rng, grid, scale, iter % 2 == 1);
+        const int32_t tx = rng.range(0, 3), ty = rng.range(0, 3);
+        int32_t rect[4];
+        randomRect(rng, dw, dh, rect);
+        // Packed destinations (the kernel's row stride is the width) with
+        // sentinel bytes after the plane.
+        std::vector<uint8_t> pw(size_t(dw) * dh + 64, 0x5A), pg(pw);
+        KQImage8 lw[2] = {{sw, sh, src.data()}, {dw, dh, pw.data()}};
+        KQImage8 lg[2] = {{sw, sh, src.data()}, {dw, dh, pg.data()}};
+        kernel(&ref, lw, nullptr, rect, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
+        kernel(&level.dsp, lg, nullptr, rect, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
+        ASSERT_TRUE(kqPlanesEqual(pw.data(), dw, pg.data(), dw, dw, dh))
+            << (luma ? "luma" : "chroma") << " tile " << level.name << " fill " << kqFillName(fill)
+            << " src " << sw << "x" << sh << " dst " << dw << "x" << dh << " rect " << rect[0]
+            << "," << rect[1] << "," << rect[2] << "," << rect[3] << " tile " << tx << "," << ty
+            << " scale " << scale;
+        // Bytes past the plane stay untouched, and nothing outside the
+        // clipped rectangle changes.
+        for (size_t i = size_t(dw) * dh; i < pg.size(); ++i) ASSERT_EQ(pg[i], 0x5A);
+        const int32_t x0 = rect[0] < 0 ? 0 : rect[0], y0 = rect[1] < 0 ? 0 : rect[1];
+        const int32_t x1 = rect[2], y1 = rect[3];
+        for (int32_t y = 0; y < dh; ++y)
+          for (int32_t x = 0; x < dw; ++x)
+            if (x < x0 || x > x1 || y < y0 || y > y1)
+              ASSERT_EQ(pg[size_t(y) * dw + x], 0x5A)
+                  << "write outside the rectangle at " << x << "," << y;
+      }
+    }
+}
+
+// Whole warps with the pipeline's arguments, at every level, against the
+// scalar table; sources end at a guard page.
+TEST(CheckWarp, WholeWarp) {
+  const std::vector<Level> levels = vectorLevels();
+  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  struct Size {
+    int32_t sw, sh, dw, dh;
+  };
+  const Size sizes[] = {{64, 48, 256, 192}, {60, 44, 250, 187}, {33, 20, 200, 121},
+                        {8, 8, 24, 24},     {100, 40, 130, 90}, {16, 12, 16, 12}};
+  for (const Level& level : levels)
+    for (const Size& s : sizes)
+      for (int nonUniform = 0; nonUniform < 2; ++nonUniform) {
+        KqRng rng(kqTestSeed() ^ uint64_t(s.sw * 131 + s.dw) ^ (uint64_t(nonUniform) << 50));
+        KqGuardedBuffer src(size_t(s.sw) * s.sh);
+        kqFillPlane(src.data(), s.sw, s.sh, s.sw, KqFill::kSmooth, rng);
+        Homography fwd[kKqGridTiles], inv[kKqGridTiles], fs, is;
+        int32_t lx, ly;
+        kqCreateScalingHomographies(fwd, inv, &fs, &is, s.sw, s.sh, s.dw, s.dh, &lx, &ly);
+        if (nonUniform) {
+          for (int i = 0; i < kKqGridTiles; ++i) {
+            inv[i].h[0] *= rng.uniform(0.9f, 1.1f);
+            inv[i].h[2] += rng.uniform(-2.0f, 2.0f);
+            inv[i].h[5] += rng.uniform(-2.0f, 2.0f);
+          }
+        }
+        for (int luma = 0; luma < 2; ++luma) {
+          std::vector<uint8_t> a(size_t(s.dw) * s.dh, 0x11), b(a);
+          KQImage8 la[2] = {{s.sw, s.sh, src.data()}, {s.dw, s.dh, a.data()}};
+          KQImage8 lb[2] = {{s.sw, s.sh, src.data()}, {s.dw, s.dh, b.data()}};
+          warpAllDsp(&ref, la, nullptr, nullptr, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1,
+                     luma, 4, 4);
+          warpAllDsp(&level.dsp, lb, nullptr, nullptr, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1,
+                     luma ? 0 : 1, luma, 4, 4);
+          ASSERT_TRUE(kqPlanesEqual(a.data(), s.dw, b.data(), s.dw, s.dw, s.dh))
+              << (luma ? "luma" : "chroma") << " warp " << level.name << " " << s.sw << "x" << s.sh
+              << " -> " << s.dw << "x" << s.dh << (nonUniform ? " non-uniform" : "");
+        }
+      }
+}
+
+// The reference's own safety on tiny planes: no read past the source (guard
+// page) and no write outside the destination, at every level.
+TEST(CheckWarp, TinyPlanesStayInBounds) {
+  std::vector<uint32_t> levels = kqCpuLevels();
+  for (uint32_t flags : levels) {
+    KQWarpDsp dsp;
+    kqWarpDspInit(&dsp, flags);
+    KqRng rng(kqTestSeed() ^ 0x1234 ^ flags);
+    for (int32_t sw = 1; sw <= 5; ++sw)
+      for (int32_t sh = 1; sh <= 3; ++sh)
+        for (int32_t dw : {1, 2, 7, 40})
+          for (int32_t dh : {1, 3}) {
+            KqGuardedBuffer src(size_t(sw) * sh);
+            kqFillPlane(src.data(), sw, sh, sw, KqFill::kUniform, rng);
+            Homography grid[kKqGridTiles];
+            randomGrid(rng, grid, rng.uniform(0.0f, 2.0f), true);
+            std::vector<uint8_t> out(size_t(dw) * dh + 32, 0x5A);
+            KQImage8 list[2] = {{sw, sh, src.data()}, {dw, dh, out.data()}};
+            const int32_t rect[4] = {-3, -3, dw + 3, dh + 3};
+            kqWarpLumaKernel(&dsp, list, nullptr, rect, &grid[5], nullptr, 4, 4, 1, 1, 0);
+            kqWarpChromaKernel(&dsp, list, nullptr, rect, &grid[5], nullptr, 4, 4, 1, 1, 0);
+            for (size_t i = size_t(dw) * dh; i < out.size(); ++i)
+              ASSERT_EQ(out[i], 0x5A) << kqLevelName(flags) << " wrote past the plane";
+          }
+  }
+}
+
+// The normalisation is the identity on 0..255 with the fifth the NEON
+// estimate-and-refine sequence gives.
+TEST(CheckWarp, NormalisationKeepsEveryLevel) {
+  for (uint32_t r = 0; r < 256; ++r) ASSERT_EQ(kqwarp::normalise(r), r);
+#if defined(__aarch64__)
+  // The constant is what the estimate plus two Newton steps gives.
+  const float32x4_t five = vdupq_n_f32(5.0f);
+  float32x4_t e = vrecpeq_f32(five);
+  e = vmulq_f32(e, vrecpsq_f32(five, e));
+  e = vmulq_f32(e, vrecpsq_f32(five, e));
+  EXPECT_EQ(vgetq_lane_f32(e, 0), kKqWarpFifth);
+#endif
+}
+
+}  // namespace
