@@ -4,3 +4,6 @@
 list(APPEND KQ_CORE_SOURCES
   src/api/pipeline.cpp
   src/api/upscale_api.cpp)
+list(APPEND KQ_TEST_SOURCES
+  tests/pipeline/pipeline_test.cpp
+  tests/pipeline/golden_test.cpp)

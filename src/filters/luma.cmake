@@ -13,11 +13,6 @@ list(APPEND KQ_AVX2_SOURCES
 list(APPEND KQ_TEST_SOURCES
   tests/unit/luma_nr_test.cpp
   tests/unit/sharpen_test.cpp)
-# The stage tests use the kernel-check helpers (guarded buffers, fills,
-# plane comparison); kq_tests does not link them by itself.
-if(NOT "tests/kernels/check_util.cpp" IN_LIST KQ_TEST_SOURCES)
-  list(APPEND KQ_TEST_SOURCES tests/kernels/check_util.cpp)
-endif()
 list(APPEND KQ_CHECK_SOURCES
   tests/kernels/check_luma.cpp)
 list(APPEND KQ_BENCH_SOURCES

@@ -38,12 +38,21 @@ void kqAddPaddingToYChannel(KQImage8* view, int32_t padX) {
       padX <= 0) {
     return;
   }
-  const size_t width = size_t(view->width);
   uint8_t* row = static_cast<uint8_t*>(kqMalloc(uint32_t(view->width)));
   if (row == nullptr) {
     kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "Memory allocation failed: kqAddPaddingToYChannel");
     return;
   }
+  kqAddPaddingToYChannelWithBuffer(view, padX, row);
+  kqFree(row);
+}
+
+void kqAddPaddingToYChannelWithBuffer(KQImage8* view, int32_t padX, uint8_t* row) {
+  if (view == nullptr || view->data == nullptr || view->width < 1 || view->height < 1 ||
+      padX <= 0 || row == nullptr) {
+    return;
+  }
+  const size_t width = size_t(view->width);
   // Bottom up: row r moves to a higher address than any row above it still
   // waiting, and the buffer covers the overlap of a row with its own
   // destination.
@@ -52,7 +61,6 @@ void kqAddPaddingToYChannel(KQImage8* view, int32_t padX) {
     std::memcpy(row, view->data + size_t(r) * width, width);
     std::memcpy(view->data + size_t(r) * stride, row, width);
   }
-  kqFree(row);
 }
 
 void interleaveChromaRows(void* context) {

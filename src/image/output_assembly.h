@@ -32,6 +32,10 @@ struct ChromaMergeRange {
 // (height - 1) * (width + padX) + width bytes.
 void kqAddPaddingToYChannel(KQImage8* view, int32_t padX);
 
+// The same move through a row buffer of at least view->width bytes that the
+// caller provides, for callers that obtain all their memory up front.
+void kqAddPaddingToYChannelWithBuffer(KQImage8* view, int32_t padX, uint8_t* rowBuffer);
+
 // Interleaves outU / outV into record->chromaData: height / 2 rows, each
 // width / 2 pairs (V,U for code 10, U,V for code 11) followed by padX bytes
 // of 128; rows follow each other at a pitch of (width & ~1) + padX from the

@@ -1,0 +1,244 @@
+// pipeline_test.cpp - end-to-end behaviour of the exported functions: stage
+// routing, format codes, regions, padding, thread counts, degenerate input
+// and concurrent callers.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "KQUpScale.h"
+#include "runtime/alloc.h"
+#include "runtime/pool.h"
+#include "support/log_capture.h"
+#include "support/yuv_image.h"
+
+namespace {
+
+struct Settings {
+  int nr;
+  int cnr;
+  float sharp;
+};
+
+std::vector<uint8_t> run(const KqYuv& src, int outW, int outH, Settings s, int threads,
+                         int left = -1, int top = -1, int right = -1, int bottom = -1,
+                         int inType = 8, int outType = 8, int outStride = 0) {
+  KqYuv dst(outW, outH, outStride, 0xC3);
+  KQYUVMultiPlaneImage in = src.record(inType);
+  KQYUVMultiPlaneImage out = dst.record(outType);
+  EXPECT_EQ(KQUpScale_ScaleImageFromROI(&in, &out, left, top, right, bottom, s.nr, s.cnr, s.sharp,
+                                        threads, 0),
+            0);
+  return dst.bytes();
+}
+
+class Pipeline : public testing::Test {
+ protected:
+  KqLogCapture log_;  // keeps the version lines out of the test output
+};
+
+TEST_F(Pipeline, EveryThreadCountGivesTheSameBytesForEveryStageCombination) {
+  const KqYuv src = KqYuv::camera(52, 40, 7);
+  for (int nr : {0, 4})
+    for (int cnr : {0, 3})
+      for (float sharp : {0.0f, 1.0f, -1.0f}) {
+        const Settings s{nr, cnr, sharp};
+        const std::vector<uint8_t> ref = run(src, 134, 102, s, 1);
+        for (int threads : {0, 2, 4, 8, -3}) {
+          EXPECT_EQ(run(src, 134, 102, s, threads), ref)
+              << "nr " << nr << " cnr " << cnr << " sharp " << sharp << " threads " << threads;
+        }
+      }
+  EXPECT_EQ(kqPoolSlotCount(), 0);
+}
+
+TEST_F(Pipeline, WholeImageCallEqualsRegionCallWithMinusOne) {
+  const KqYuv src = KqYuv::camera(48, 36, 3);
+  KqYuv a(96, 72), b(96, 72);
+  KQYUVMultiPlaneImage in = src.record(9), outA = a.record(9), outB = b.record(9);
+  KQUpScale_ScaleImage(&in, &outA, 2, 2, 0.5f, 2, 0);
+  KQUpScale_ScaleImageFromROI(&in, &outB, -1, 5, 1000, -20, 2, 2, 0.5f, 2, 0);
+  EXPECT_EQ(a.bytes(), b.bytes());
+}
+
+TEST_F(Pipeline, FormatNineIsUVAndEveryOtherCodeIsVU) {
+  const KqYuv src = KqYuv::camera(40, 32, 5);
+  const Settings s{0, 2, 0.0f};
+  const std::vector<uint8_t> nv21 = run(src, 80, 64, s, 1, -1, -1, -1, -1, 8, 8);
+  for (int code : {0, 12, 1000}) EXPECT_EQ(run(src, 80, 64, s, 1, -1, -1, -1, -1, code, code), nv21);
+  // Reading NV12 and writing NV21 exchanges every chroma byte pair.
+  const std::vector<uint8_t> same = run(src, 80, 64, s, 1, -1, -1, -1, -1, 9, 9);
+  const std::vector<uint8_t> swapped = run(src, 80, 64, s, 1, -1, -1, -1, -1, 9, 8);
+  const size_t lumaBytes = 80 * 64;
+  EXPECT_TRUE(std::equal(same.begin(), same.begin() + lumaBytes, swapped.begin()));
+  size_t mismatches = 0;
+  for (size_t i = lumaBytes; i + 1 < same.size(); i += 2)
+    mismatches += same[i] != swapped[i + 1] || same[i + 1] != swapped[i];
+  EXPECT_EQ(mismatches, 0u);
+  EXPECT_NE(same, swapped);
+}
+
+TEST_F(Pipeline, OddLeftExchangesTheChromaPlanes) {
+  // Flat chroma U = 60, V = 200 (NV21 bytes V,U): an odd left column starts
+  // reading at a U byte, so the planes trade places.
+  KqYuv src = KqYuv::camera(64, 48, 1);
+  src.fillChroma(200, 60);
+  const Settings bare{0, 0, 0.0f};
+  const std::vector<uint8_t> even = run(src, 64, 64, bare, 1, 8, 4, 39, 35);
+  const std::vector<uint8_t> odd = run(src, 64, 64, bare, 1, 9, 4, 40, 35);
+  const size_t c = 64 * 64;
+  EXPECT_EQ(even[c], 200);
+  EXPECT_EQ(even[c + 1], 60);
+  EXPECT_EQ(odd[c], 60);
+  EXPECT_EQ(odd[c + 1], 200);
+}
+
+TEST_F(Pipeline, RegionIsClampedAndCutToMultiplesOfFour) {
+  const KqYuv src = KqYuv::camera(64, 48, 9);
+  const Settings s{3, 3, 1.0f};
+  // top = 0 and top = -5 crop alike; left = -5 is a region too, clamped to 0.
+  const std::vector<uint8_t> a = run(src, 100, 80, s, 2, 0, 0, 50, 41);
+  EXPECT_EQ(run(src, 100, 80, s, 2, -5, -5, 50, 41), a);
+  // 50 - 0 + 1 = 51 columns and 42 rows cut to 48 x 40: extra columns unused.
+  EXPECT_EQ(run(src, 100, 80, s, 2, 0, 0, 48, 40), a);
+  // Corners past the image clamp to it.
+  EXPECT_EQ(run(src, 100, 80, s, 2, 16, 8, 5000, 5000), run(src, 100, 80, s, 2, 16, 8, 63, 47));
+}
+
+TEST_F(Pipeline, PaddedOutputKeepsLumaPaddingAndFillsChromaPadding) {
+  const KqYuv src = KqYuv::camera(16, 8, 2);
+  KqYuv dst(8, 4, 12, 0xC3);
+  KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+  KQUpScale_ScaleImage(&in, &out, 2, 2, 1.0f, 1, 0);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 8; x < 12; ++x) EXPECT_EQ(dst.y()[y * 12 + x], 0xC3) << x << "," << y;
+  for (int y = 0; y < 2; ++y) {
+    for (int x = 8; x < 12; ++x) EXPECT_EQ(dst.uv()[y * 12 + x], 128) << x << "," << y;
+  }
+  // The luma rows sit at the stride: the same bytes as an unpadded output.
+  KqYuv packed(8, 4, 8, 0);
+  KQYUVMultiPlaneImage outPacked = packed.record(8);
+  KQUpScale_ScaleImage(&in, &outPacked, 2, 2, 1.0f, 1, 0);
+  for (int y = 0; y < 4; ++y) {
+    EXPECT_EQ(0, std::memcmp(dst.y() + y * 12, packed.y() + y * 8, 8)) << y;
+  }
+  for (int y = 0; y < 2; ++y) {
+    EXPECT_EQ(0, std::memcmp(dst.uv() + y * 12, packed.uv() + y * 8, 8)) << y;
+  }
+}
+
+TEST_F(Pipeline, NegativeSharpeningWithoutNoiseReductionLeavesLumaUntouched) {
+  const KqYuv src = KqYuv::camera(40, 32, 4);
+  for (float sharp : {-1.0f, std::nanf("")}) {
+    KqYuv dst(80, 64, 88, 0x5A);
+    KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+    KQUpScale_ScaleImage(&in, &out, 0, 3, sharp, 2, 0);
+    size_t touched = 0;
+    for (size_t i = 0; i < size_t(88) * 64; ++i) touched += dst.y()[i] != 0x5A;
+    EXPECT_EQ(touched, 0u);
+    size_t written = 0;
+    for (size_t i = 0; i < size_t(88) * 32; ++i) written += dst.uv()[i] != 0x5A;
+    EXPECT_GT(written, 0u);
+  }
+}
+
+TEST_F(Pipeline, NoiseReductionStrengthTenWithoutSharpeningDiffersFromTheBareWarp) {
+  // With sharpening 0.0 the filter reads the warp from its own plane: the
+  // result is the filtered warp, not the warp blended with itself.
+  const KqYuv src = KqYuv::camera(48, 40, 6);
+  const std::vector<uint8_t> bare = run(src, 96, 80, {0, 0, 0.0f}, 1);
+  const std::vector<uint8_t> filtered = run(src, 96, 80, {10, 0, 0.0f}, 1);
+  EXPECT_NE(bare, filtered);
+  EXPECT_EQ(run(src, 96, 80, {10, 0, 0.0f}, 3), filtered);
+}
+
+TEST_F(Pipeline, DegenerateCallsWriteNothingAndReturnZero) {
+  const KqYuv src = KqYuv::camera(32, 24, 8);
+  KqYuv dst(64, 48, 64, 0x77);
+  const std::vector<uint8_t> untouched = dst.bytes();
+  KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+  // A region 1 to 3 pixels wide gives a work width of 0.
+  EXPECT_EQ(KQUpScale_ScaleImageFromROI(&in, &out, 10, 0, 12, 23, 3, 3, 1.0f, 2, 0), 0);
+  EXPECT_EQ(KQUpScale_ScaleImageFromROI(&in, &out, 40, 0, 60, 23, 3, 3, 1.0f, 2, 0), 0);
+  EXPECT_EQ(KQUpScale_ScaleImage(nullptr, &out, 3, 3, 1.0f, 2, 0), 0);
+  EXPECT_EQ(KQUpScale_ScaleImage(&in, nullptr, 3, 3, 1.0f, 2, 0), 0);
+  KQYUVMultiPlaneImage tiny = out;
+  tiny.width = 1;
+  tiny.height = 1;
+  EXPECT_EQ(KQUpScale_ScaleImage(&in, &tiny, 3, 3, 1.0f, 2, 0), 0);
+  KQYUVMultiPlaneImage empty = in;
+  empty.width = 0;
+  EXPECT_EQ(KQUpScale_ScaleImage(&empty, &out, 3, 3, 1.0f, 2, 0), 0);
+  EXPECT_EQ(dst.bytes(), untouched);
+  EXPECT_EQ(kqPoolUserCount(), 0);
+}
+
+// Fails the n-th allocation of a call: the call must leave the output as it
+// was and return 0, whichever allocation it is.
+struct FailNth {
+  static int countdown;
+  static void* heap(size_t n) { return --countdown == 0 ? nullptr : std::malloc(n); }
+  static void* map(size_t n) { return --countdown == 0 ? nullptr : std::calloc(1, n); }
+  static int unmap(void* p, size_t) {
+    std::free(p);
+    return 0;
+  }
+};
+int FailNth::countdown = 0;
+
+TEST_F(Pipeline, AnyFailedAllocationLeavesTheOutputUntouchedOrComplete) {
+  const KqYuv src = KqYuv::camera(32, 24, 8);
+  KQYUVMultiPlaneImage in = src.record(8);
+  KqYuv reference(72, 56, 72, 0x33);
+  KQYUVMultiPlaneImage refOut = reference.record(8);
+  KQUpScale_ScaleImage(&in, &refOut, 3, 3, 1.0f, 2, 0);
+  const std::vector<uint8_t> complete = reference.bytes();
+  const KQAllocSystem failing{FailNth::heap, nullptr, FailNth::map, FailNth::unmap};
+  int untouchedCalls = 0;
+  for (int n = 1;; ++n) {
+    KqYuv dst(72, 56, 72, 0x33);
+    const std::vector<uint8_t> before = dst.bytes();
+    KQYUVMultiPlaneImage out = dst.record(8);
+    FailNth::countdown = n;
+    kqAllocSetSystem(&failing);
+    const int rc = KQUpScale_ScaleImage(&in, &out, 3, 3, 1.0f, 2, 0);
+    kqAllocSetSystem(nullptr);
+    EXPECT_EQ(rc, 0);
+    // Either the call gave up before touching the output, or a later step
+    // (a slice table, a team) fell back to running on the calling thread.
+    const bool untouched = dst.bytes() == before;
+    EXPECT_TRUE(untouched || dst.bytes() == complete) << "allocation " << n;
+    untouchedCalls += untouched;
+    if (FailNth::countdown > 0) break;  // this call had no allocation left to fail
+    ASSERT_LT(n, 500);
+  }
+  EXPECT_GE(untouchedCalls, 10);  // every working plane and record was tried
+  EXPECT_EQ(kqPoolSlotCount(), 0);
+}
+
+TEST_F(Pipeline, ConcurrentCallersGetTheirSerialResults) {
+  std::vector<KqYuv> sources;
+  for (int i = 0; i < 4; ++i) sources.push_back(KqYuv::camera(40 + 8 * i, 32, 20 + i));
+  const Settings s{3, 3, 1.0f};
+  std::vector<std::vector<uint8_t>> serial;
+  for (int i = 0; i < 4; ++i) serial.push_back(run(sources[i], 90, 70, s, 1 + i));
+  std::vector<std::vector<uint8_t>> parallel(4);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      for (int round = 0; round < 3; ++round) {
+        // Thread counts 1, 2, 3, 4: the pool of whoever starts it first is
+        // shared; counts of 0 and below never rely on it.
+        parallel[i] = run(sources[i], 90, 70, s, i == 0 ? 0 : 1 + i);
+      }
+    });
+  }
+  for (auto& t : threads) t.join();
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(parallel[i], serial[i]) << i;
+  EXPECT_EQ(kqPoolSlotCount(), 0);
+  EXPECT_EQ(kqPoolUserCount(), 0);
+}
+
+}  // namespace
