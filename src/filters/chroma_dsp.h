@@ -103,7 +103,8 @@ constexpr int kKqChromaPass3LumaGain = 2;
 // (saturated). Each weight is 0..255; the chroma product is brought back to
 // 8 bits (>> 8, at most 254), multiplied by the luma weight (at most 64770)
 // and scaled by 3/4096 in two truncating shifts: a tap weighs 0..46, so five
-// taps' weighted sums fit in 16 bits (5 * 46 * 255 = 58650).
+// taps' weighted sums fit in 16 bits (5 * 46 * 255 = 58650, plus the unit
+// weight of pass 3's own pixel: 58905).
 static inline void kqChromaAddTap(KQChromaSums* s, const uint8_t* weights, const uint8_t* slopes,
                                   int shift, int cY, int cU, int cV, int tY, int tU, int tV,
                                   int lumaGain = 0) {
@@ -215,7 +216,11 @@ static inline void kqChromaPass3Pixel(const KQChromaPassContext* c, int shift, i
   const uint8_t* ts = c->slopes + 8 * row;
   const size_t at = size_t(Y) * w + X;
   const int cU = c->srcU[at], cV = c->srcV[at], cY = kqChromaLuma(c, X, Y);
-  KQChromaSums s{1, 0, 0};
+  // The pixel's own colour enters with weight 1 (the sums' starting weight):
+  // where every sample lies across a luma edge from it (a thin line, the far
+  // pixel of a half-size sample on an edge) the pixel keeps its colour
+  // instead of falling to 0. Elsewhere the taps outweigh it up to 230:1.
+  KQChromaSums s{1, cU, cV};
   const int tx[5] = {x, x - 1 >= 0 ? x - 1 : x, x, x + 1 < wh ? x + 1 : x, x};
   const int ty[5] = {y - 1 >= 0 ? y - 1 : y, y, y, y, y + 1 < hh ? y + 1 : y};
   for (int t = 0; t < 5; ++t) {

@@ -27,7 +27,9 @@
 //    Near an edge only samples from the pixel's own side of the luma edge
 //    keep their weight, so the colour edge lands on the full-resolution luma
 //    edge instead of on the half-size grid, also when it runs between the
-//    two pixels of one half-size sample.
+//    two pixels of one half-size sample. The pixel's own colour joins with
+//    weight 1, so a pixel that no sample matches (a one-pixel line) keeps
+//    its colour.
 // The noise in flat areas falls by the averaging of three passes; an edge
 // with both a luma and a chroma step loses almost nothing across it.
 //

@@ -39,13 +39,13 @@ uint64_t hashOutput(const KqYuv& img) {
 const GoldenCase kCases[] = {
     // name, input, output, region, nr, cnr, sharpening, threads, expected
     {"all_filters_nv21", 64, 48, 8, 160, 120, 160, 8, -1, -1, -1, -1, 3, 3, 1.0f, 2,
-     0x742b75bed32c9d90ull},
+     0xc6cf8e4bd18b7aaaull},
     {"region_nv12", 72, 56, 9, 100, 76, 100, 9, 13, 7, 58, 45, 5, 10, 0.5f, 3,
-     0xe495cff73e53ae55ull},
+     0x32c6ece543ca55abull},
     {"bare_warp_odd_padded", 50, 38, 8, 99, 75, 104, 8, -1, -1, -1, -1, 0, 0, 0.0f, 1,
      0x8bfaf6df570b3b21ull},
     {"denoise_without_sharpening", 64, 48, 8, 128, 96, 128, 9, -1, -1, -1, -1, 7, 2, 0.0f, -2,
-     0x3dab38838c0dbc17ull},
+     0x656adc02d8c6d594ull},
     {"strong_sharpening_wide", 96, 40, 9, 250, 90, 256, 9, -1, -1, -1, -1, 10, 0, 2.5f, 4,
      0xc31a8deeb56a6c4cull},
 };

@@ -231,7 +231,7 @@ inline void pass3Block(const KQChromaPassContext* c, const Tables& t, int hx0, i
   const uint8_t* lumaDown = c->luma + size_t(4 * yDown) * lw + 4 * hx0;
   const size_t mid = size_t(y) * wh + hx0, up = size_t(yUp) * wh + hx0,
                down = size_t(yDown) * wh + hx0;
-  Acc a = accStart(1);
+  Acc a{_mm_set1_epi16(1), _mm_cvtepu8_epi16(cU), _mm_cvtepu8_epi16(cV)};  // own colour, weight 1
   addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaUp), repeat4(c->inU + up),
                  repeat4(c->inV + up));
   addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY - 4), repeat4(c->inU + mid - 1),
