@@ -6,4 +6,4 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 cmake -S . -B build-demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DKQ_BUILD_TESTS=OFF >/dev/null
 cmake --build build-demo -j "$(nproc)" >/dev/null
-exec build-demo/tools/kq_runtime_demo "$@"
+exec build-demo/tools/kqupscale --demo "$@"

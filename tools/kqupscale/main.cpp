@@ -269,9 +269,15 @@ int runDemo(const Options& o, const Settings& s) {
   const double ms = upscale(input, Region{}, w * factor, h * factor, s, &filtered);
   const RgbaImage bareRgba = nvToRgba(bare), filteredRgba = nvToRgba(filtered);
   writeFileAtomically(o.demoDir + "/demo_output.png", encodePng(filteredRgba));
-  // The crop covers the fine print, the line pairs and a colour edge.
-  const RgbaImage compare = makeComparison(inputRgba, bareRgba, filteredRgba, w / 16 * factor,
-                                           h / 12 * factor, 300, 220, factor, 2);
+  // Two crops: the printed card, and the colour patches beside the line
+  // pairs and the zone plate.
+  const RgbaImage text = makeComparison(inputRgba, bareRgba, filteredRgba, w / 16 * factor,
+                                        h / 12 * factor, 300, 220, factor, 2);
+  const RgbaImage detail = makeComparison(inputRgba, bareRgba, filteredRgba, 235 * factor,
+                                          292 * factor, 300, 220, factor, 2);
+  RgbaImage compare = text;
+  compare.height = text.height + detail.height;
+  compare.pixels.insert(compare.pixels.end(), detail.pixels.begin(), detail.pixels.end());
   writeFileAtomically(o.demoDir + "/demo_compare.png", encodePng(compare));
 
   const double mp = double(w * factor) * (h * factor) / 1e6;
