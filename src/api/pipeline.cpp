@@ -153,6 +153,14 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
 
   const int32_t outWidth = out->width;
   const int32_t outHeight = out->height;
+  // The warp maps the part of the region that has the output's aspect ratio;
+  // a very different ratio can leave too little of it to interpolate in.
+  int32_t fittedWidth = 0, fittedHeight = 0;
+  kqFitSourceToAspect(workWidth, workHeight, outWidth, outHeight, &fittedWidth, &fittedHeight);
+  if (fittedWidth < kMinWorkSize || fittedHeight < kMinWorkSize) {
+    logInvalid("region and output aspect ratios leave less than 4x4 source pixels");
+    return 0;
+  }
   KQImage8 outYView{outWidth, outHeight, out->yData};
 
   // Where the luma goes. The warp writes the caller's plane directly only when

@@ -48,13 +48,11 @@ void multiply(Homography* out, const Homography& a, const Homography& b) {
 
 }  // namespace
 
-void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGrid,
-                                 Homography* forwardScale, Homography* inverseScale,
-                                 int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
-                                 int32_t dstHeight, int32_t* srcLimitX, int32_t* srcLimitY) {
-  // Fit the region to the output's aspect ratio by cutting rows at the bottom
-  // or columns at the right; the top-left corner stays where it is. Only one
-  // dimension shrinks, and the kept size is made even by rounding down.
+void kqFitSourceToAspect(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
+                         int32_t dstHeight, int32_t* fittedWidth, int32_t* fittedHeight) {
+  // Cut rows at the bottom or columns at the right; the top-left corner stays
+  // where it is. Only one dimension shrinks, and the kept size is made even
+  // by rounding down.
   const float rSrc = float(srcWidth) / float(srcHeight);
   const float rDst = float(dstWidth) / float(dstHeight);
   if (rSrc < rDst) {
@@ -62,6 +60,15 @@ void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGri
   } else if (rSrc > rDst) {
     srcWidth = truncToInt(rDst * float(srcHeight)) & ~1;
   }
+  *fittedWidth = srcWidth;
+  *fittedHeight = srcHeight;
+}
+
+void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGrid,
+                                 Homography* forwardScale, Homography* inverseScale,
+                                 int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
+                                 int32_t dstHeight, int32_t* srcLimitX, int32_t* srcLimitY) {
+  kqFitSourceToAspect(srcWidth, srcHeight, dstWidth, dstHeight, &srcWidth, &srcHeight);
   *srcLimitX = srcWidth - 4;
   *srcLimitY = srcHeight - 4;
 

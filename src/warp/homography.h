@@ -29,6 +29,12 @@ struct HomographyGrid {
 // receive the fitted source width and height less 4. Grids hold
 // kKqGridTiles entries each. Sizes below 4 give meaningless (but finite or
 // NaN) values and are not checked; callers never pass them.
+// The part of a srcWidth x srcHeight region that the grids map: the region
+// cut at the bottom or at the right to the output's aspect ratio (the kept
+// size rounded down to even).
+void kqFitSourceToAspect(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
+                         int32_t dstHeight, int32_t* fittedWidth, int32_t* fittedHeight);
+
 void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGrid,
                                  Homography* forwardScale, Homography* inverseScale,
                                  int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,

@@ -175,6 +175,33 @@ TEST_F(Pipeline, DegenerateCallsWriteNothingAndReturnZero) {
   EXPECT_EQ(kqPoolUserCount(), 0);
 }
 
+TEST_F(Pipeline, TinyInputsAndOutputsStayInsideTheirPlanes) {
+  // Outputs too small to split into 4 x 4 tiles, and the smallest inputs the
+  // warp accepts: every byte outside the visible planes must keep its fill,
+  // and the thread count must not matter.
+  const int inSizes[][2] = {{4, 4}, {5, 7}, {8, 6}, {16, 12}};
+  const int outSizes[][2] = {{2, 2}, {3, 3}, {5, 4}, {7, 9}, {16, 2}, {2, 16}};
+  for (const auto& is : inSizes)
+    for (const auto& os : outSizes) {
+      const KqYuv src = KqYuv::camera(is[0], is[1], 11);
+      std::vector<uint8_t> first;
+      for (int threads : {1, 4, -2}) {
+        KqYuv dst(os[0], os[1], os[0] + 6, 0xE1);
+        KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+        EXPECT_EQ(KQUpScale_ScaleImage(&in, &out, 5, 5, 1.0f, threads, 0), 0);
+        for (int y = 0; y < os[1]; ++y)
+          for (int x = os[0]; x < os[0] + 6; ++x)
+            ASSERT_EQ(dst.y()[y * (os[0] + 6) + x], 0xE1) << os[0] << "x" << os[1];
+        // Chroma rows beyond height / 2 are never written.
+        for (size_t i = size_t(os[0] + 6) * (os[1] / 2); i < size_t(os[0] + 6) * ((os[1] + 1) / 2); ++i)
+          ASSERT_EQ(dst.uv()[i], 0xE1) << os[0] << "x" << os[1];
+        if (first.empty()) first = dst.bytes();
+        EXPECT_EQ(dst.bytes(), first) << is[0] << "x" << is[1] << " -> " << os[0] << "x" << os[1]
+                                      << " threads " << threads;
+      }
+    }
+}
+
 // Fails the n-th allocation of a call: the call must leave the output as it
 // was and return 0, whichever allocation it is.
 struct FailNth {
