@@ -290,7 +290,10 @@ void kqParallelForThreads(KQTaskFn* task, KQSplitFn* split, void* context,
 void kqParallelRun(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
                    int32_t threadCount) {
   if (threadCount < 0) {
-    kqParallelForThreads(task, split, context, contextSize, -threadCount);
+    // Teams are capped at 32 threads anyway; capping first keeps INT32_MIN
+    // from being negated.
+    const int32_t n = threadCount < -kKqMaxThreads ? kKqMaxThreads : -threadCount;
+    kqParallelForThreads(task, split, context, contextSize, n);
   } else if (threadCount > 1) {
     if (!kqParallelFor(task, split, context, contextSize, threadCount)) {
       // The pool could not take the job (no memory for the slice copies):

@@ -240,7 +240,11 @@ TEST_F(PoolTest, RunRuleSendsNegativeCountsToATeamEvenWithAPool) {
   kqParallelRun(task, split, &a, sizeof a, -2);
   kqParallelRun(task, split, &b, sizeof b, 3);
   kqParallelRun(task, split, &c, sizeof c, 0);
+  Recorder extreme;
+  Ctx d{-1, -1, -1, 0, &extreme};
+  kqParallelRun(task, split, &d, sizeof d, INT32_MIN);  // a team of 32, not an overflow
   kqPoolStop();
+  EXPECT_EQ(sorted(extreme.ran), iota(32));
   EXPECT_EQ(sorted(team.ran), iota(2));
   EXPECT_EQ(team.splitFlags, (std::vector<int32_t>{0, 0}));
   EXPECT_EQ(sorted(pool.ran), iota(12));
