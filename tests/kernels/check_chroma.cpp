@@ -13,74 +13,42 @@
 
 namespace {
 
-constexpr int kPad = 64;  // sentinel bytes before and after each output plane
-
-// A packed output plane (stride = width, as the kernels require) between two
-// sentinel runs.
-struct PaddedPlane {
-  std::vector<uint8_t> buf;
-  int size;
-  explicit PaddedPlane(int bytes) : buf(size_t(bytes) + 2 * kPad, 0xA5), size(bytes) {}
-  uint8_t* data() { return buf.data() + kPad; }
-};
-
-testing::AssertionResult paddedEqual(const PaddedPlane& ref, const PaddedPlane& got, int width,
-                                     int height) {
-  for (int i = 0; i < kPad; ++i) {
-    if (ref.buf[i] != got.buf[i])
-      return testing::AssertionFailure() << "overwrite before the plane at " << i - kPad;
-    const size_t tail = size_t(kPad) + ref.size + i;
-    if (ref.buf[tail] != got.buf[tail])
-      return testing::AssertionFailure() << "overwrite after the plane at +" << i;
-  }
-  return kqPlanesEqual(ref.buf.data() + kPad, width, got.buf.data() + kPad, width, width, height);
-}
-
 struct Shape {
-  int w, h;     // full-size chroma
-  int ratio;    // luma per chroma pixel
-  int margin;   // pass margin
-  int guide;    // 0 none, 1 same size as the chroma, 2 a single pixel
+  int w, h;    // full-size chroma
+  int ratio;   // luma per chroma pixel
+  int margin;  // pass margin
+  int guide;   // 0 none, 1 same size as the chroma, 2 a single pixel
 };
 
-// Inputs of one case: guarded planes filled from the case's seed.
+// Inputs of one case: guarded planes (the luma as short as the kernels may
+// rely on) filled from the case's seed.
 struct Inputs {
-  int w, he, wh, hh, lumaW, lumaH;
+  int he, wh, hh, lumaW, lumaH;
   std::unique_ptr<KqGuardedBuffer> srcU, srcV, luma, halfU, halfV, guide;
   KQChromaParams params;
-};
-
-void fill(KqGuardedBuffer* b, int width, int height, KqFill kind, KqRng& rng) {
-  kqFillPlane(b->data(), width, height, width, kind, rng);
-}
-
-Inputs makeInputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng) {
-  Inputs in;
-  in.w = s.w;
-  in.he = s.h & ~1;
-  in.wh = s.w / 2;
-  in.hh = s.h / 2;
-  in.lumaW = s.ratio * s.w + (s.w & 1);
-  in.lumaH = s.ratio * (in.he - 1) + 1;  // the least the kernels may rely on
-  const size_t full = size_t(s.w) * s.h, half = size_t(in.wh) * in.hh;
-  in.srcU.reset(new KqGuardedBuffer(full));
-  in.srcV.reset(new KqGuardedBuffer(full));
-  in.luma.reset(new KqGuardedBuffer(size_t(in.lumaW) * in.lumaH));
-  in.halfU.reset(new KqGuardedBuffer(half));
-  in.halfV.reset(new KqGuardedBuffer(half));
-  fill(in.srcU.get(), s.w, s.h, kind, rng);
-  fill(in.srcV.get(), s.w, s.h, kind, rng);
-  fill(in.luma.get(), in.lumaW, in.lumaH, kind, rng);
-  fill(in.halfU.get(), in.wh, in.hh, kind, rng);
-  fill(in.halfV.get(), in.wh, in.hh, kind, rng);
-  if (s.guide != 0) {
-    const size_t n = s.guide == 1 ? full : 1;
-    in.guide.reset(new KqGuardedBuffer(n));
-    for (size_t i = 0; i < n; ++i) in.guide->data()[i] = uint8_t(rng.range(0, 11));
+  Inputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng)
+      : he(s.h & ~1),
+        wh(s.w / 2),
+        hh(s.h / 2),
+        lumaW(s.ratio * s.w + (s.w & 1)),
+        lumaH(s.ratio * (he - 1) + 1) {
+    auto plane = [&](std::unique_ptr<KqGuardedBuffer>& b, int width, int height) {
+      b.reset(new KqGuardedBuffer(size_t(width) * height));
+      kqFillPlane(b->data(), width, height, width, kind, rng);
+    };
+    plane(srcU, s.w, s.h);
+    plane(srcV, s.w, s.h);
+    plane(luma, lumaW, lumaH);
+    plane(halfU, wh, hh);
+    plane(halfV, wh, hh);
+    if (s.guide != 0) {
+      const size_t n = s.guide == 1 ? size_t(s.w) * s.h : 1;
+      guide.reset(new KqGuardedBuffer(n));
+      for (size_t i = 0; i < n; ++i) guide->data()[i] = uint8_t(rng.range(0, 11));
+    }
+    kqChromaSetup(mode, strength, s.ratio, &params);
   }
-  kqChromaSetup(mode, strength, s.ratio, &in.params);
-  return in;
-}
+};
 
 KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* outU,
                                 uint8_t* outV) {
@@ -88,8 +56,6 @@ KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* o
   std::memset(&c, 0, sizeof c);
   static const uint8_t kZero = 0;
   c.margin = s.margin;
-  c.firstRow = 0;
-  c.endRow = in.he;
   c.lumaWidth = in.lumaW;
   c.chromaWidth = s.w;
   c.evenHeight = in.he;
@@ -114,20 +80,18 @@ KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* o
 }
 
 // Runs pass `pass` kind `kind` of `ref` and `dsp` on the same inputs and a
-// slice [first, end) and compares the outputs, sentinels included. Pass 3 runs
-// in place on a copy of the source, as the stage uses it.
-testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass,
-                                 int kind, const Shape& s, KqFill fill, float strength, int mode,
-                                 int first, int end, uint64_t seed) {
+// slice [first, end) and compares the packed outputs, sentinel frames
+// included. Pass 3 runs in place on a copy of the source, as the stage does.
+testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
+                                 const Shape& s, KqFill fill, float strength, int mode, int first,
+                                 int end, uint64_t seed) {
   KqRng rng(seed);
-  Inputs in = makeInputs(s, fill, strength, mode, rng);
-  const int outW = pass == 3 ? s.w : in.wh;
-  const int outH = pass == 3 ? s.h : in.hh;
-  const int bytes = outW * outH;
-  PaddedPlane refU(bytes), refV(bytes), gotU(bytes), gotV(bytes);
+  Inputs in(s, fill, strength, mode, rng);
+  const int bytes = pass == 3 ? s.w * s.h : in.wh * in.hh;
+  KqFramedPlane refU(bytes, 1), refV(bytes, 1), gotU(bytes, 1), gotV(bytes, 1);
   if (pass == 3) {
-    for (PaddedPlane* p : {&refU, &gotU}) std::memcpy(p->data(), in.srcU->data(), size_t(bytes));
-    for (PaddedPlane* p : {&refV, &gotV}) std::memcpy(p->data(), in.srcV->data(), size_t(bytes));
+    for (KqFramedPlane* p : {&refU, &gotU}) std::memcpy(p->data(), in.srcU->data(), size_t(bytes));
+    for (KqFramedPlane* p : {&refV, &gotV}) std::memcpy(p->data(), in.srcV->data(), size_t(bytes));
   }
   KQChromaPassContext a = makeContext(pass, s, in, refU.data(), refV.data());
   KQChromaPassContext b = makeContext(pass, s, in, gotU.data(), gotV.data());
@@ -141,106 +105,79 @@ testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp,
   a.endRow = b.endRow = end;
   ref.pass[pass - 1][kind - 1](&a);
   dsp.pass[pass - 1][kind - 1](&b);
-  testing::AssertionResult r = paddedEqual(refU, gotU, outW, outH);
-  if (r) r = paddedEqual(refV, gotV, outW, outH);
-  if (!r) {
+  testing::AssertionResult r = kqFramedEqual(refU, gotU);
+  if (r) r = kqFramedEqual(refV, gotV);
+  if (!r)
     r << "\npass " << pass << " kind " << kind << " w " << s.w << " h " << s.h << " ratio "
-      << s.ratio << " margin " << s.margin << " guide " << s.guide << " fill "
-      << kqFillName(fill) << " strength " << strength << " mode " << mode << " rows " << first
-      << ".." << end << " seed " << seed;
-  }
+      << s.ratio << " margin " << s.margin << " guide " << s.guide << " fill " << kqFillName(fill)
+      << " strength " << strength << " mode " << mode << " rows " << first << ".." << end
+      << " seed " << seed;
   return r;
 }
 
 const int kMargins[3][3] = {{26, 14, 8}, {8, 6, 4}, {2, 2, 2}};
 
-class ChromaKernels : public testing::TestWithParam<uint32_t> {};
+// Calls `body(ref, dsp, pass, kind)` for every kernel of this level that is
+// not the reference itself; skips when there is none.
+class ChromaKernels : public testing::TestWithParam<uint32_t> {
+ protected:
+  template <typename Body>
+  void forEachKernel(Body body) {
+    KQChromaDsp ref, dsp;
+    kqChromaDspInit(&ref, 0);
+    kqChromaDspInit(&dsp, GetParam());
+    SCOPED_TRACE(kqLevelName(GetParam()));
+    int kernels = 0;
+    for (int pass = 1; pass <= 3; ++pass)
+      for (int kind = 1; kind <= 5; ++kind)
+        if (dsp.pass[pass - 1][kind - 1] != ref.pass[pass - 1][kind - 1]) {
+          ++kernels;
+          body(ref, dsp, pass, kind);
+          if (HasFatalFailure()) return;
+        }
+    if (kernels == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
+  }
+};
 
 // Every width from 2 up to past the point where each pass's vector loop
 // takes several blocks, for each margin, kind and a spread of fills and
-// table strengths, whole planes and single slices.
-TEST_P(ChromaKernels, MatchReferenceAcrossWidths) {
-  const uint32_t level = GetParam();
-  KQChromaDsp ref, dsp;
-  kqChromaDspInit(&ref, 0);
-  kqChromaDspInit(&dsp, level);
+// table strengths, whole planes and single slices; then tall and wide planes
+// with camera-like data at both modes' margins; then luma ratios other than
+// 2 and guided tables, which take the per-pixel path in the vector kernels.
+TEST_P(ChromaKernels, MatchReference) {
   const uint64_t seed = kqTestSeed();
   const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f};
-  int cases = 0;
-  for (int pass = 1; pass <= 3; ++pass)
-    for (int kind = 1; kind <= 5; ++kind) {
-      if (dsp.pass[pass - 1][kind - 1] == ref.pass[pass - 1][kind - 1]) continue;
-      for (int mi = 0; mi < 3; ++mi) {
-        if (pass == 3 && mi > 0) break;
-        for (int w = 2; w <= 130; ++w) {
-          const int h = 2 + 2 * ((w + kind) % 3) + (w & 1);  // 2..7 rows, odd ones too
-          const Shape s{w, h, 2, kMargins[pass - 1][mi], 0};
-          const KqFill f = kKqAllFills[(w + kind + pass) % 8];
-          const float strength = strengths[(w + mi) % 5];
-          const int he = h & ~1;
-          int first = 0, end = he;
-          if (w % 4 == 1 && he >= 4) first = 2;
-          if (w % 4 == 3 && he >= 4) end = 2;
-          ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, f, strength, w % 7 == 0 ? 3 : 0, first,
-                              end, seed + uint64_t(w) * 131 + kind * 7 + pass))
-              << kqLevelName(level);
-          ++cases;
-        }
-      }
-    }
-  if (cases == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
-}
-
-// Tall and wide planes with camera-like data, both modes' margins.
-TEST_P(ChromaKernels, MatchReferenceOnLargerPlanes) {
-  const uint32_t level = GetParam();
-  KQChromaDsp ref, dsp;
-  kqChromaDspInit(&ref, 0);
-  kqChromaDspInit(&dsp, level);
-  const uint64_t seed = kqTestSeed();
-  KqRng pick(seed ^ 0x55);
-  int cases = 0;
-  for (int pass = 1; pass <= 3; ++pass)
-    for (int kind = 1; kind <= 5; ++kind) {
-      if (dsp.pass[pass - 1][kind - 1] == ref.pass[pass - 1][kind - 1]) continue;
-      for (int i = 0; i < 3; ++i) {
-        const int w = pick.range(60, 333), h = pick.range(40, 97);
-        const Shape s{w, h, 2, kMargins[pass - 1][i], 0};
-        const KqFill f = i == 0 ? KqFill::kSmooth : kKqAllFills[pick.range(0, 7)];
-        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, f, pick.uniform(0.0f, 11.0f), 0, 0,
-                            h & ~1, seed + 977 * uint64_t(i) + kind))
-            << kqLevelName(level);
-        ++cases;
-      }
-    }
-  if (cases == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
-}
-
-// Luma ratios other than 2 and guided tables take the per-pixel path in the
-// vector kernels; they must still agree and stay inside the planes.
-TEST_P(ChromaKernels, MatchReferenceWithOtherRatiosAndGuides) {
-  const uint32_t level = GetParam();
-  KQChromaDsp ref, dsp;
-  kqChromaDspInit(&ref, 0);
-  kqChromaDspInit(&dsp, level);
-  const uint64_t seed = kqTestSeed();
-  int cases = 0;
   const Shape shapes[] = {{97, 21, 4, 8, 0},  {64, 12, 3, 26, 0}, {101, 9, 2, 14, 1},
                           {40, 10, 2, 26, 2}, {7, 5, 4, 8, 1},    {120, 16, 2, 8, 1},
                           {50, 10, 1, 26, 0}};
-  for (int pass = 1; pass <= 3; ++pass)
-    for (int kind = 1; kind <= 5; ++kind) {
-      if (dsp.pass[pass - 1][kind - 1] == ref.pass[pass - 1][kind - 1]) continue;
-      for (Shape s : shapes) {
-        if (pass == 2) s.margin = s.margin == 26 ? 8 : s.margin == 14 ? 6 : 4;
-        if (pass == 3) s.margin = 2;
-        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, 3.0f, 0, 0, s.h & ~1,
-                            seed + uint64_t(s.w) * 3 + kind))
-            << kqLevelName(level);
-        ++cases;
+  KqRng pick(seed ^ 0x55);
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
+    for (int mi = 0; mi < (pass == 3 ? 1 : 3); ++mi)
+      for (int w = 2; w <= 130; ++w) {
+        const int h = 2 + 2 * ((w + kind) % 3) + (w & 1);  // 2..7 rows, odd ones too
+        const int he = h & ~1;
+        const int first = w % 4 == 1 && he >= 4 ? 2 : 0, end = w % 4 == 3 && he >= 4 ? 2 : he;
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, Shape{w, h, 2, kMargins[pass - 1][mi], 0},
+                            kKqAllFills[(w + kind + pass) % 8], strengths[(w + mi) % 5],
+                            w % 7 == 0 ? 3 : 0, first, end,
+                            seed + uint64_t(w) * 131 + kind * 7 + pass))
+            << "widths";
       }
+    for (int i = 0; i < 3; ++i) {
+      const int w = pick.range(60, 333), h = pick.range(40, 97);
+      const KqFill f = i == 0 ? KqFill::kSmooth : kKqAllFills[pick.range(0, 7)];
+      ASSERT_TRUE(runCase(ref, dsp, pass, kind, Shape{w, h, 2, kMargins[pass - 1][i], 0}, f,
+                          pick.uniform(0.0f, 11.0f), 0, 0, h & ~1, seed + 977 * uint64_t(i) + kind))
+          << "larger planes";
     }
-  if (cases == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
+    for (Shape s : shapes) {
+      if (pass == 2) s.margin = s.margin == 26 ? 8 : s.margin == 14 ? 6 : 4;
+      if (pass == 3) s.margin = 2;
+      ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, 3.0f, 0, 0, s.h & ~1,
+                          seed + uint64_t(s.w) * 3 + kind))
+          << "ratios and guides";
+    }
+  });
 }
 
 // Kernels without a vector division (armv7) compute the mean as the exact

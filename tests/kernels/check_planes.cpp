@@ -20,9 +20,8 @@ struct Level {
 std::vector<Level> levels() {
   std::vector<Level> out;
   for (uint32_t flags : kqCpuLevels()) {
-    Level l{flags, {}};
-    kqPlanesDspInit(&l.dsp, flags);
-    out.push_back(l);
+    out.push_back({flags, {}});
+    kqPlanesDspInit(&out.back().dsp, flags);
   }
   return out;
 }
@@ -40,57 +39,46 @@ uint64_t caseSeed(int32_t a, int32_t b, int32_t c) {
   return kqTestSeed() ^ (uint64_t(a) * 0x9E3779B1u) ^ (uint64_t(b) << 20) ^ (uint64_t(c) << 40);
 }
 
-TEST(CheckPlanes, SplitUVRowMatchesTheReference) {
+// Split and merge rows of each level whose kernel differs from every lower
+// level's, at every pair count and fill, from misaligned bases.
+TEST(CheckPlanes, SplitAndMergeRowsMatchTheReference) {
   const std::vector<Level> all = levels();
-  std::set<KQSplitUVRowFn*> tested{all[0].dsp.splitUVRow};
+  const KQPlanesDsp& c = all[0].dsp;
+  std::set<const void*> tested{reinterpret_cast<const void*>(c.splitUVRow),
+                               reinterpret_cast<const void*>(c.mergeUVRow)};
   for (const Level& level : all) {
-    KQSplitUVRowFn* fn = level.dsp.splitUVRow;
-    if (!tested.insert(fn).second) continue;
-    for (int32_t pairs : pairCounts()) {
-      for (int fi = 0; fi < int(sizeof(kKqAllFills) / sizeof(kKqAllFills[0])); ++fi) {
-        const int32_t offset = (pairs * 7 + fi) % 16;  // base misalignment
-        KqGuardedBuffer input(size_t(2 * pairs + offset));
-        uint8_t* src = input.data() + offset;
-        KqRng rng(caseSeed(pairs, fi, 1));
-        kqFillPlane(src, 2 * pairs, 1, 2 * pairs, kKqAllFills[fi], rng);
-        KqFramedPlane refEven(pairs, 1), refOdd(pairs, 1), gotEven(pairs, 1), gotOdd(pairs, 1);
-        all[0].dsp.splitUVRow(refEven.data(), refOdd.data(), src, pairs);
-        fn(gotEven.data(), gotOdd.data(), src, pairs);
+    const bool split = tested.insert(reinterpret_cast<const void*>(level.dsp.splitUVRow)).second;
+    const bool merge = tested.insert(reinterpret_cast<const void*>(level.dsp.mergeUVRow)).second;
+    for (int32_t pairs : pairCounts())
+      for (int fi = 0; fi < 8; ++fi) {
         SCOPED_TRACE(testing::Message()
-                     << "planes.splitUVRow " << kqLevelName(level.flags) << " pairs " << pairs
-                     << " fill " << kqFillName(kKqAllFills[fi]) << " offset " << offset << " seed "
-                     << kqTestSeed());
-        ASSERT_TRUE(kqFramedEqual(refEven, gotEven)) << "even bytes";
-        ASSERT_TRUE(kqFramedEqual(refOdd, gotOdd)) << "odd bytes";
+                     << kqLevelName(level.flags) << " pairs " << pairs << " fill "
+                     << kqFillName(kKqAllFills[fi]) << " seed " << kqTestSeed());
+        if (split) {
+          const int32_t offset = (pairs * 7 + fi) % 16;  // base misalignment
+          KqGuardedBuffer input(size_t(2 * pairs + offset));
+          uint8_t* src = input.data() + offset;
+          KqRng rng(caseSeed(pairs, fi, 1));
+          kqFillPlane(src, 2 * pairs, 1, 2 * pairs, kKqAllFills[fi], rng);
+          KqFramedPlane refEven(pairs, 1), refOdd(pairs, 1), gotEven(pairs, 1), gotOdd(pairs, 1);
+          c.splitUVRow(refEven.data(), refOdd.data(), src, pairs);
+          level.dsp.splitUVRow(gotEven.data(), gotOdd.data(), src, pairs);
+          ASSERT_TRUE(kqFramedEqual(refEven, gotEven)) << "split, even bytes, offset " << offset;
+          ASSERT_TRUE(kqFramedEqual(refOdd, gotOdd)) << "split, odd bytes, offset " << offset;
+        }
+        if (merge) {
+          const int32_t offset = (pairs * 5 + fi) % 16;
+          KqGuardedBuffer even{size_t(pairs + offset)}, odd{size_t(pairs)};
+          uint8_t* a = even.data() + offset;
+          KqRng rng(caseSeed(pairs, fi, 2));
+          kqFillPlane(a, pairs, 1, pairs, kKqAllFills[fi], rng);
+          kqFillPlane(odd.data(), pairs, 1, pairs, kKqAllFills[fi], rng);
+          KqFramedPlane ref(2 * pairs, 1), got(2 * pairs, 1);
+          c.mergeUVRow(ref.data(), a, odd.data(), pairs);
+          level.dsp.mergeUVRow(got.data(), a, odd.data(), pairs);
+          ASSERT_TRUE(kqFramedEqual(ref, got)) << "merge, offset " << offset;
+        }
       }
-    }
-  }
-}
-
-TEST(CheckPlanes, MergeUVRowMatchesTheReference) {
-  const std::vector<Level> all = levels();
-  std::set<KQMergeUVRowFn*> tested{all[0].dsp.mergeUVRow};
-  for (const Level& level : all) {
-    KQMergeUVRowFn* fn = level.dsp.mergeUVRow;
-    if (!tested.insert(fn).second) continue;
-    for (int32_t pairs : pairCounts()) {
-      for (int fi = 0; fi < int(sizeof(kKqAllFills) / sizeof(kKqAllFills[0])); ++fi) {
-        const int32_t offset = (pairs * 5 + fi) % 16;
-        KqGuardedBuffer even{size_t(pairs + offset)}, odd{size_t(pairs)};
-        uint8_t* a = even.data() + offset;
-        KqRng rng(caseSeed(pairs, fi, 2));
-        kqFillPlane(a, pairs, 1, pairs, kKqAllFills[fi], rng);
-        kqFillPlane(odd.data(), pairs, 1, pairs, kKqAllFills[fi], rng);
-        KqFramedPlane ref(2 * pairs, 1), got(2 * pairs, 1);
-        all[0].dsp.mergeUVRow(ref.data(), a, odd.data(), pairs);
-        fn(got.data(), a, odd.data(), pairs);
-        SCOPED_TRACE(testing::Message()
-                     << "planes.mergeUVRow " << kqLevelName(level.flags) << " pairs " << pairs
-                     << " fill " << kqFillName(kKqAllFills[fi]) << " offset " << offset << " seed "
-                     << kqTestSeed());
-        ASSERT_TRUE(kqFramedEqual(ref, got));
-      }
-    }
   }
 }
 
@@ -104,17 +92,8 @@ struct GuardedInput {
       : luma(size_t(stride) * (h - 1) + w), chroma(size_t(stride) * (h / 2 - 1) + w) {
     kqFillPlane(luma.data(), int(luma.size()), 1, int(luma.size()), KqFill::kUniform, rng);
     kqFillPlane(chroma.data(), int(chroma.size()), 1, int(chroma.size()), KqFill::kUniform, rng);
-    rec.type = code;
-    rec.width = w;
-    rec.height = h;
-    rec.yPixelStride = 1;
-    rec.yRowStride = stride;
-    rec.yScanlines = h;
-    rec.uPixelStride = rec.vPixelStride = 2;
-    rec.uRowStride = rec.vRowStride = stride;
-    rec.yData = luma.data();
-    rec.chromaData = chroma.data();
-    rec.vData = chroma.data() + 1;
+    uint8_t *y = luma.data(), *c = chroma.data();
+    rec = {code, w, h, 1, stride, h, 2, stride, 2, stride, y, c, c + 1};
   }
 };
 
@@ -132,62 +111,49 @@ struct Shape {
 constexpr Shape kShapes[] = {{2, 2, 2},    {3, 5, 5},     {17, 9, 17},  {64, 6, 80},
                              {67, 11, 70}, {131, 7, 131}, {97, 13, 128}};
 
-TEST(CheckPlanes, IntakeMatchesTheScalarLevel) {
+// Intake (whole image, and regions reaching the last column and row with
+// odd and even left and top) and chroma assembly at every level and thread
+// count give the scalar single-thread bytes and stay inside their planes.
+TEST(CheckPlanes, IntakeAndAssemblyMatchTheScalarLevel) {
   const std::vector<Level> all = levels();
-  for (const Level& level : all) {
-    for (const Shape& s : kShapes) {
-      for (int32_t code : {10, 11}) {
+  const KQPlanesDsp* c = &all[0].dsp;
+  for (const Level& level : all)
+    for (const Shape& s : kShapes)
+      for (int32_t code : {10, 11})
         for (int32_t threads : {1, 3, -2}) {
-          KqRng rng(caseSeed(s.width, s.height, code));
-          GuardedInput in(s.width, s.height, s.stride, code, rng);
           const int32_t w = s.width, h = s.height;
-          FramedImage refY(w, h), refU(w / 2, h / 2), refV(w / 2, h / 2);
-          FramedImage gotY(w, h), gotU(w / 2, h / 2), gotV(w / 2, h / 2);
-          kqTakeYUVPlanesWithDsp(&in.rec, &refY.img, &refU.img, &refV.img, 1, &all[0].dsp);
-          kqTakeYUVPlanesWithDsp(&in.rec, &gotY.img, &gotU.img, &gotV.img, threads, &level.dsp);
           SCOPED_TRACE(testing::Message()
-                       << "intake " << kqLevelName(level.flags) << " " << w << "x" << h
-                       << " stride " << s.stride << " code " << code << " threads " << threads);
-          ASSERT_TRUE(kqFramedEqual(refY.plane, gotY.plane)) << "luma";
-          ASSERT_TRUE(kqFramedEqual(refU.plane, gotU.plane)) << "U";
-          ASSERT_TRUE(kqFramedEqual(refV.plane, gotV.plane)) << "V";
-
-          // A region that reaches the last column and row, with odd and
-          // even left and top.
-          for (int32_t left : {0, 1}) {
+                       << kqLevelName(level.flags) << " " << w << "x" << h << " stride " << s.stride
+                       << " code " << code << " threads " << threads);
+          KqRng rng(caseSeed(w, h, code));
+          GuardedInput in(w, h, s.stride, code, rng);
+          for (int32_t left : {-1, 0, 1})  // -1: the whole image
             for (int32_t top : {0, 1}) {
-              const int32_t rw = (w - left) & ~3, rh = (h - top) & ~3;
-              if (rw < 4 || rh < 4) continue;
-              const int32_t l = w - rw, t = h - rh;  // region ends at the corner
+              if (left < 0 && top > 0) continue;
+              const int32_t rw = left < 0 ? w : (w - left) & ~3, rh = left < 0 ? h : (h - top) & ~3;
+              if (rw < 4 && left >= 0) continue;
+              if (rh < 4 && left >= 0) continue;
+              const int32_t l = w - rw, t = h - rh;  // a region ends at the corner
               FramedImage ry(rw, rh), ru(rw / 2, rh / 2), rv(rw / 2, rh / 2);
               FramedImage gy(rw, rh), gu(rw / 2, rh / 2), gv(rw / 2, rh / 2);
-              kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1, h - 1,
-                                            1, &all[0].dsp);
-              kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1, h - 1,
-                                            threads, &level.dsp);
-              SCOPED_TRACE(testing::Message() << "region left " << l << " top " << t);
-              ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane)) << "luma";
-              ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U";
-              ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V";
+              if (left < 0) {
+                kqTakeYUVPlanesWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, 1, c);
+                kqTakeYUVPlanesWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, threads, &level.dsp);
+              } else {
+                kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1,
+                                              h - 1, 1, c);
+                kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1,
+                                              h - 1, threads, &level.dsp);
+              }
+              ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane)) << "luma, left " << l << " top " << t;
+              ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U, left " << l << " top " << t;
+              ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V, left " << l << " top " << t;
             }
-          }
-        }
-      }
-    }
-  }
-}
 
-TEST(CheckPlanes, ChromaAssemblyMatchesTheScalarLevel) {
-  const std::vector<Level> all = levels();
-  for (const Level& level : all) {
-    for (const Shape& s : kShapes) {
-      for (int32_t code : {10, 11}) {
-        for (int32_t threads : {1, 3, -2}) {
-          const int32_t w = s.width, h = s.height;
-          KqRng rng(caseSeed(w, h, code + 100));
+          KqRng urng(caseSeed(w, h, code + 100));
           KqGuardedBuffer u(size_t(w / 2) * (h / 2)), v(size_t(w / 2) * (h / 2));
-          kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, rng);
-          kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, rng);
+          kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, urng);
+          kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, urng);
           const KQImage8 outU{w / 2, h / 2, u.data()}, outV{w / 2, h / 2, v.data()};
           // The caller's chroma plane: h / 2 rows of stride bytes.
           KqFramedPlane ref(s.stride * (h / 2), 1), got(s.stride * (h / 2), 1);
@@ -197,19 +163,12 @@ TEST(CheckPlanes, ChromaAssemblyMatchesTheScalarLevel) {
           rec.height = h;
           rec.yRowStride = s.stride;
           rec.yScanlines = h;
-          const int32_t padX = s.stride - w;
           rec.chromaData = ref.data();
-          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, padX, 1, &all[0].dsp);
+          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, 1, c);
           rec.chromaData = got.data();
-          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, padX, threads, &level.dsp);
-          SCOPED_TRACE(testing::Message()
-                       << "assembly " << kqLevelName(level.flags) << " " << w << "x" << h
-                       << " stride " << s.stride << " code " << code << " threads " << threads);
-          ASSERT_TRUE(kqFramedEqual(ref, got));
+          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, threads, &level.dsp);
+          ASSERT_TRUE(kqFramedEqual(ref, got)) << "assembly";
         }
-      }
-    }
-  }
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 // luma_nr_test.cpp - the luma noise-reduction stage: slicing, the border
 // frame, the blends, edge cases of small planes, thread and ISA invariance.
+#include "filters/luma_nr.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,7 +11,6 @@
 #include <vector>
 
 #include "filters/luma_dsp.h"
-#include "filters/luma_nr.h"
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
 #include "runtime/pool.h"
@@ -22,9 +23,7 @@ namespace {
 struct Plane {
   std::vector<uint8_t> bytes;
   KQImage8 img;
-  Plane(int w, int h, uint8_t fill = 0) : bytes(size_t(w) * h, fill), img{w, h, nullptr} {
-    img.data = bytes.data();
-  }
+  Plane(int w, int h, uint8_t fill = 0) : bytes(size_t(w) * h, fill), img{w, h, bytes.data()} {}
   uint8_t& at(int x, int y) { return bytes[size_t(y) * img.width + x]; }
 };
 
@@ -36,8 +35,8 @@ Plane randomPlane(int w, int h, uint64_t seed, KqFill fill = KqFill::kSmooth) {
 }
 
 Plane runNr(const Plane& in, int strength, int threads, const KQLumaDsp* dsp,
-            const KQImage8* ref = nullptr, uint8_t prefill = 0) {
-  Plane out(in.img.width, in.img.height, prefill);
+            const KQImage8* ref = nullptr) {
+  Plane out(in.img.width, in.img.height);
   kqLumaNoiseReductionDsp(&in.img, &out.img, ref, strength, threads, dsp);
   return out;
 }
@@ -48,66 +47,41 @@ KQLumaDsp dspFor(uint32_t level) {
   return d;
 }
 
-// Output rows of pass 1 per slice: start + 4 .. end - 4.
-std::vector<std::pair<int, int>> interiorSpans(int height, int slices) {
-  std::vector<std::pair<int, int>> spans;
-  for (int i = 0; i < slices; ++i) {
-    KQLumaNrContext c{};
-    c.end = height - 1;
-    kqLumaNrInteriorSplit(i, slices, 1, &c);
-    spans.push_back({c.start, c.end});
-  }
-  return spans;
-}
-
 }  // namespace
 
-TEST(LumaNrSplit, InteriorSlicesOverlapBySevenRows) {
-  const auto spans = interiorSpans(1081, 3);
-  ASSERT_EQ(spans.size(), 3u);
-  EXPECT_EQ(spans[0], std::make_pair(0, 367));
-  EXPECT_EQ(spans[1], std::make_pair(360, 727));
-  EXPECT_EQ(spans[2], std::make_pair(720, 1080));
-}
-
-TEST(LumaNrSplit, InteriorSlicesProduceEveryRowOnce) {
-  for (int height : {1, 2, 8, 9, 10, 17, 64, 101, 1081})
-    for (int slices : {1, 2, 3, 4, 7, 12, 32, 200}) {
-      std::vector<int> count(size_t(height), 0);
-      for (const auto& s : interiorSpans(height, slices)) {
-        ASSERT_GE(s.first, 0);
-        ASSERT_LE(s.second, height - 1) << "reads below the plane";
-        for (int y = s.first + 4; y <= s.second - 4; ++y) ++count[size_t(y)];
-      }
-      for (int y = 0; y < height; ++y)
-        ASSERT_EQ(count[size_t(y)], (y >= 4 && y <= height - 5) ? 1 : 0)
-            << "row " << y << " height " << height << " slices " << slices;
-    }
-}
-
-TEST(LumaNrSplit, BlendSlicesAreFourRowAlignedAndCoverOnce) {
-  KQLumaNrContext c{};
-  c.end = 8;
-  kqLumaNrBlendSplit(2, 3, 1, &c);
-  EXPECT_EQ(c.start, 8);
-  EXPECT_EQ(c.end, 8);  // empty last slice, as for height 8 in 3 slices
-  for (int height : {1, 3, 8, 9, 21, 64, 1081})
-    for (int slices : {1, 2, 3, 5, 12, 32}) {
-      std::vector<int> count(size_t(height), 0);
-      for (int i = 0; i < slices; ++i) {
-        KQLumaNrContext s{};
-        s.end = height;
-        kqLumaNrBlendSplit(i, slices, 1, &s);
-        EXPECT_EQ(s.start % 4, 0);
-        if (s.end == -1) {
-          EXPECT_GT(s.start, height);
-          continue;
+// Pass 1 slices output rows start + 4 .. end - 4 and never read below the
+// plane; blend slices start on 4-row boundaries (end -1: empty). Each form
+// produces every row it owns once. Worked examples: 1081 rows in 3 pass 1
+// slices overlap by seven rows; 8 rows in 3 blend slices leave the last 8..8.
+TEST(LumaNrSplit, SlicesProduceEveryRowOnce) {
+  for (int blend : {0, 1})
+    for (int height : {1, 2, 3, 8, 9, 10, 17, 21, 64, 101, 1081})
+      for (int slices : {1, 2, 3, 4, 5, 7, 12, 32, 200}) {
+        SCOPED_TRACE(testing::Message()
+                     << "blend " << blend << " height " << height << " slices " << slices);
+        std::vector<int> count(size_t(height), 0);
+        std::vector<std::pair<int, int>> spans;
+        for (int i = 0; i < slices; ++i) {
+          KQLumaNrContext c{};
+          c.end = blend ? height : height - 1;
+          (blend ? kqLumaNrBlendSplit : kqLumaNrInteriorSplit)(i, slices, 1, &c);
+          spans.push_back({c.start, c.end});
+          if (blend) {
+            ASSERT_EQ(c.start % 4, 0);
+            if (c.end == -1) ASSERT_GT(c.start, height);
+          } else {
+            ASSERT_GE(c.start, 0);
+            ASSERT_LE(c.end, height - 1) << "reads below the plane";
+          }
+          for (int y = c.start + (blend ? 0 : 4); y < c.end - (blend ? 0 : 3); ++y)
+            ++count[size_t(y)];
         }
-        for (int y = s.start; y < s.end; ++y) ++count[size_t(y)];
+        for (int y = 0; y < height; ++y)
+          ASSERT_EQ(count[size_t(y)], blend || (y >= 4 && y <= height - 5) ? 1 : 0) << "row " << y;
+        if (height == 1081 && slices == 3 && !blend)
+          EXPECT_EQ(spans, (std::vector<std::pair<int, int>>{{0, 367}, {360, 727}, {720, 1080}}));
+        if (height == 8 && slices == 3 && blend) EXPECT_EQ(spans[2], std::make_pair(8, 8));
       }
-      for (int y = 0; y < height; ++y)
-        ASSERT_EQ(count[size_t(y)], 1) << "row " << y << " height " << height << " slices " << slices;
-    }
 }
 
 // Width 60: the interior ends at column 38 but the right strip starts at 22,
@@ -124,7 +98,8 @@ TEST(LumaNr, RightStripRecomputesInteriorColumns) {
   Plane out = runNr(in, 10, 1, &c);
   Plane border(w, h), interior(w, h);
   kqLumaNrBorder_c(in.img.data, border.img.data, w, h, 22, w, 4, h - 4);
-  for (int y = 4; y < h - 4; ++y) kqLumaNrRow_c(interior.img.data + y * w, in.img.data + y * w, w, w);
+  for (int y = 4; y < h - 4; ++y)
+    kqLumaNrRow_c(interior.img.data + y * w, in.img.data + y * w, w, w);
   int differ = 0;
   for (int y = 4; y < h - 4; ++y) {
     for (int x = 6; x < 22; ++x) ASSERT_EQ(out.at(x, y), interior.at(x, y)) << x << "," << y;
@@ -134,48 +109,34 @@ TEST(LumaNr, RightStripRecomputesInteriorColumns) {
   EXPECT_GT(differ, 0) << "the plane does not tell the two kernels apart";
 }
 
-// Every weight is 30 on a flat plane: the frame (exact division) keeps the
+// On a flat plane every weight is 30: the frame (exact division) keeps the
 // value, the interior may lose one grey level to the reciprocal estimate.
-TEST(LumaNr, FlatPlaneStaysFlat) {
+// Across a step of 30 or more the weights are 0, so neither side is pulled
+// toward the other; a step of 10 is smoothed (the control).
+TEST(LumaNr, FlatPlanesStayFlatAndStepsOfThirtyAreNotSmeared) {
   for (uint32_t level : kqCpuLevels()) {
+    SCOPED_TRACE(kqLevelName(level));
     const KQLumaDsp dsp = dspFor(level);
     for (int v : {0, 1, 77, 254, 255})
       for (int strength : {1, 5, 10}) {
-        Plane in(70, 16, uint8_t(v));
-        Plane out = runNr(in, strength, 1, &dsp);
+        Plane out = runNr(Plane(70, 16, uint8_t(v)), strength, 1, &dsp);
         for (int y = 0; y < 16; ++y)
           for (int x = 0; x < 70; ++x) {
             const bool frame = y < 4 || y >= 12 || x < 6 || x >= kqLumaNrRightStripStart(70);
-            if (frame && strength == 10) {
-              ASSERT_EQ(out.at(x, y), v) << kqLevelName(level) << " " << x << "," << y;
-            } else {
-              ASSERT_LE(out.at(x, y), v);
-              ASSERT_GE(out.at(x, y) + 1, v) << kqLevelName(level) << " " << x << "," << y;
-            }
+            ASSERT_LE(out.at(x, y), v) << x << "," << y;
+            ASSERT_GE(out.at(x, y) + (frame && strength == 10 ? 0 : 1), v) << x << "," << y;
           }
       }
-  }
-}
-
-// Across a step of 30 or more the weights are 0, so neither side is pulled
-// toward the other; a step of 10 is smoothed (the control that shows the
-// test can see smearing).
-TEST(LumaNr, StepEdgesOfThirtyAreNotSmeared) {
-  const int w = 96, h = 32;
-  for (uint32_t level : kqCpuLevels()) {
-    const KQLumaDsp dsp = dspFor(level);
     for (int step : {30, 31, 120, 10}) {
-      Plane in(w, h);
-      for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) in.at(x, y) = uint8_t(100 + ((x >= 40) != (y >= 17) ? step : 0));
+      Plane in(96, 32);
+      for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 96; ++x)
+          in.at(x, y) = uint8_t(100 + ((x >= 40) != (y >= 17) ? step : 0));
       Plane out = runNr(in, 10, 1, &dsp);
       int maxPull = 0;
-      for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) maxPull = std::max(maxPull, std::abs(out.at(x, y) - in.at(x, y)));
-      if (step >= 30)
-        EXPECT_LE(maxPull, 1) << kqLevelName(level) << " step " << step;
-      else
-        EXPECT_GT(maxPull, 1) << kqLevelName(level) << " step " << step;
+      for (size_t i = 0; i < in.bytes.size(); ++i)
+        maxPull = std::max(maxPull, std::abs(out.bytes[i] - in.bytes[i]));
+      EXPECT_EQ(maxPull <= 1, step >= 30) << "step " << step << " pull " << maxPull;
     }
   }
 }
@@ -197,17 +158,13 @@ TEST(LumaNr, BlendWeightsWrapAndTailStaysFiltered) {
     for (int strength : {0, 3, 5, 15, 27, INT32_MAX, INT32_MIN}) {
       const Plane out = runNr(in, strength, 3, &dsp);
       const uint16_t wgt = uint16_t(kqLumaBlendWeight(strength));
-      for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-          const int f = filtered.bytes[size_t(y) * w + x], o = in.bytes[size_t(y) * w + x];
-          int want = f;
-          if (x < 56) {
-            const uint16_t v = uint16_t(wgt * f + uint16_t(128u - wgt) * o);
-            want = std::min(255, v >> 7);
-          }
-          ASSERT_EQ(out.bytes[size_t(y) * w + x], want)
-              << kqLevelName(level) << " strength " << strength << " at " << x << "," << y;
-        }
+      for (size_t i = 0; i < in.bytes.size(); ++i) {
+        const int f = filtered.bytes[i], o = in.bytes[i];
+        const int want =
+            i % w < 56 ? std::min(255, uint16_t(wgt * f + uint16_t(128u - wgt) * o) >> 7) : f;
+        ASSERT_EQ(out.bytes[i], want)
+            << kqLevelName(level) << " strength " << strength << " at " << i % w << "," << i / w;
+      }
     }
   }
 }
@@ -216,20 +173,20 @@ TEST(LumaNr, BlendWeightsWrapAndTailStaysFiltered) {
 // level, for plane sizes that are not multiples of 8 or 16.
 TEST(LumaNr, ThreadCountsAndIsaLevelsGiveSameBytes) {
   const KQLumaDsp c = dspFor(0);
-  for (const auto& size : {std::make_pair(203, 77), std::make_pair(64, 9), std::make_pair(33, 41)}) {
-    const Plane in = randomPlane(size.first, size.second, kqTestSeed() + 3);
+  for (const auto& size :
+       {std::make_pair(203, 77), std::make_pair(64, 9), std::make_pair(33, 41)}) {
+    const int w = size.first, h = size.second;
+    const Plane in = randomPlane(w, h, kqTestSeed() + 3);
     const Plane want = runNr(in, 7, 1, &c);
     for (uint32_t level : kqCpuLevels()) {
       const KQLumaDsp dsp = dspFor(level);
       for (bool pool : {false, true}) {
         if (pool) kqPoolStart(4, 0, "luma-test");
-        for (int threads : {1, 0, 2, 3, 8, -3}) {
-          const Plane got = runNr(in, 7, threads, &dsp);
-          ASSERT_TRUE(kqPlanesEqual(want.img.data, size.first, got.img.data, size.first, size.first,
-                                    size.second))
-              << kqLevelName(level) << " threads " << threads << " pool " << pool << " size "
-              << size.first << "x" << size.second;
-        }
+        for (int threads : {1, 0, 2, 3, 8, -3})
+          ASSERT_TRUE(
+              kqPlanesEqual(want.img.data, w, runNr(in, 7, threads, &dsp).img.data, w, w, h))
+              << kqLevelName(level) << " threads " << threads << " pool " << pool << " " << w << "x"
+              << h;
         if (pool) kqPoolStop();
       }
     }
@@ -238,33 +195,32 @@ TEST(LumaNr, ThreadCountsAndIsaLevelsGiveSameBytes) {
 
 // Planes below the interior kernel's minimum (32 columns, 9 rows) go through
 // the scalar kernel: no read past the input (it ends at a PROT_NONE page),
-// no write outside the output, every byte written, same bytes per level.
+// no write outside the output, every byte written (outputs prefilled with 0
+// and 255 agree), same bytes per level.
 TEST(LumaNr, SmallPlanesStayInBoundsAndAreFullyWritten) {
   const KQLumaDsp c = dspFor(0);
   KqRng rng(kqTestSeed() + 4);
   kqPoolStart(3, 0, "luma-test");  // slices through the pool: no thread start per call
   for (int h = 1; h <= 12; ++h)
-    for (int w : {1, 2, 3, 5, 6, 7, 8, 11, 12, 13, 16, 17, 18, 19, 25, 31, 32, 33, 40, 45, 46, 47}) {
+    for (int w :
+         {1, 2, 3, 5, 6, 7, 8, 11, 12, 13, 16, 17, 18, 19, 25, 31, 32, 33, 40, 45, 46, 47}) {
+      SCOPED_TRACE(testing::Message() << w << "x" << h);
       KqGuardedBuffer buf(size_t(w) * h);
       kqFillPlane(buf.data(), w, h, w, KqFill::kUniform, rng);
-      KQImage8 in{w, h, buf.data()};
-      // Outputs with 64 sentinel bytes before and after the plane.
-      std::vector<uint8_t> a(size_t(w) * h + 128, 0x00), b(size_t(w) * h + 128, 0xFF);
-      KQImage8 outA{w, h, a.data() + 64}, outB{w, h, b.data() + 64};
+      const KQImage8 in{w, h, buf.data()};
+      KqFramedPlane a(w * h, 1, 0x00), b(w * h, 1, 0xFF), clean(w * h, 1, 0x00);
+      KQImage8 outA{w, h, a.data()}, outB{w, h, b.data()};
       kqLumaNoiseReductionDsp(&in, &outA, nullptr, 6, 2, &c);
       kqLumaNoiseReductionDsp(&in, &outB, nullptr, 6, 2, &c);
-      for (int i = 0; i < 64; ++i) {
-        ASSERT_EQ(a[size_t(i)], 0x00) << "write before the plane at " << w << "x" << h;
-        ASSERT_EQ(a[a.size() - 1 - size_t(i)], 0x00) << "write after the plane at " << w << "x" << h;
-      }
-      ASSERT_TRUE(std::equal(a.begin() + 64, a.end() - 64, b.begin() + 64))
-          << "unwritten output bytes at " << w << "x" << h;
+      std::memcpy(clean.data(), a.data(), size_t(w) * h);
+      ASSERT_TRUE(kqFramedEqual(clean, a));
+      ASSERT_TRUE(kqPlanesEqual(a.data(), w, b.data(), w, w, h)) << "unwritten output bytes";
       for (uint32_t level : kqCpuLevels()) {
         const KQLumaDsp dsp = dspFor(level);
-        Plane o(w, h, 0x5A);
-        kqLumaNoiseReductionDsp(&in, &o.img, nullptr, 6, 3, &dsp);
-        ASSERT_TRUE(std::equal(o.bytes.begin(), o.bytes.end(), a.begin() + 64))
-            << kqLevelName(level) << " " << w << "x" << h;
+        KqFramedPlane o(w * h, 1, 0x00);
+        KQImage8 out{w, h, o.data()};
+        kqLumaNoiseReductionDsp(&in, &out, nullptr, 6, 3, &dsp);
+        ASSERT_TRUE(kqFramedEqual(a, o)) << kqLevelName(level);
       }
     }
   kqPoolStop();
@@ -281,34 +237,28 @@ TEST(LumaNr, ReferenceBlends) {
   const Plane filtered = runNr(in, 10, 1, &c);
   const Plane plain = runNr(in, 4, 1, &c);
   // k = max(h / rh, w / rw): exactly 1, 2 and 4 for the first three.
-  struct Case { int rw, rh; bool scaled; };
-  for (const Case& rc : {Case{83, 48, true}, Case{42, 24, true}, Case{21, 12, true},
-                         Case{30, 17, false}, Case{100, 50, false}}) {
-    KqGuardedBuffer buf(size_t(rc.rw) * rc.rh);
-    KQImage8 ref{rc.rw, rc.rh, buf.data()};
+  const int refs[][3] = {{83, 48, 1}, {42, 24, 1}, {21, 12, 1}, {30, 17, 0}, {100, 50, 0}};
+  for (const auto& rc : refs) {
+    SCOPED_TRACE(testing::Message() << "ref " << rc[0] << "x" << rc[1]);
+    KqGuardedBuffer buf(size_t(rc[0]) * rc[1]);
+    KQImage8 ref{rc[0], rc[1], buf.data()};
     std::memset(buf.data(), 0, buf.size());
-    if (rc.scaled) {
-      const Plane dark = runNr(in, 4, 1, &c, &ref);
-      ASSERT_EQ(dark.bytes, plain.bytes) << "ref " << rc.rw << "x" << rc.rh;
-    }
+    if (rc[2]) ASSERT_EQ(runNr(in, 4, 1, &c, &ref).bytes, plain.bytes);
     std::memset(buf.data(), 255, buf.size());
-    const Plane bright = runNr(in, 4, 1, &c, &ref);
-    ASSERT_EQ(bright.bytes, filtered.bytes) << "ref " << rc.rw << "x" << rc.rh;
-    KqRng rng(kqTestSeed() + uint64_t(rc.rw));
-    kqFillPlane(buf.data(), rc.rw, rc.rh, rc.rw, KqFill::kZeroOne, rng);
+    ASSERT_EQ(runNr(in, 4, 1, &c, &ref).bytes, filtered.bytes);
+    KqRng rng(kqTestSeed() + uint64_t(rc[0]));
+    kqFillPlane(buf.data(), rc[0], rc[1], rc[0], KqFill::kZeroOne, rng);
     // The generic blend's base weight (strength + 8) * 25.6 saturates from
     // strength 2 on; a negative strength keeps the reference visible there.
-    const int st = rc.scaled ? 4 : -6;
+    const int st = rc[2] ? 4 : -6;
     const Plane want = runNr(in, st, 1, &c, &ref);
     EXPECT_NE(want.bytes, runNr(in, st, 1, &c).bytes) << "the reference had no effect";
     EXPECT_NE(want.bytes, filtered.bytes) << "the reference had no effect";
     for (uint32_t level : kqCpuLevels()) {
       const KQLumaDsp dsp = dspFor(level);
-      for (int threads : {0, 2, 3, 8, -3}) {
-        const Plane got = runNr(in, st, threads, &dsp, &ref);
-        ASSERT_EQ(got.bytes, want.bytes)
-            << kqLevelName(level) << " threads " << threads << " ref " << rc.rw << "x" << rc.rh;
-      }
+      for (int threads : {0, 2, 3, 8, -3})
+        ASSERT_EQ(runNr(in, st, threads, &dsp, &ref).bytes, want.bytes)
+            << kqLevelName(level) << " threads " << threads;
     }
   }
 }
@@ -320,42 +270,34 @@ TEST(LumaNr, ReferenceGroupsLeaveTrailingRowsFiltered) {
   const Plane in = randomPlane(w, h, kqTestSeed() + 6, KqFill::kUniform);
   const KQLumaDsp c = dspFor(0);
   const Plane filtered = runNr(in, 10, 1, &c);
-  std::vector<uint8_t> refBytes(size_t(10) * 12, 0);
-  KQImage8 ref{10, 12, refBytes.data()};  // k = max(46 / 12, 40 / 10) = 4
-  const Plane out = runNr(in, 3, 1, &c, &ref);
-  for (int y = 0; y < h; ++y) {
-    const bool same = std::equal(out.bytes.begin() + y * w, out.bytes.begin() + (y + 1) * w,
-                                 filtered.bytes.begin() + y * w);
-    EXPECT_EQ(same, y >= 44) << "row " << y;
-  }
+  const Plane ref(10, 12);  // k = max(46 / 12, 40 / 10) = 4
+  const Plane out = runNr(in, 3, 1, &c, &ref.img);
+  for (int y = 0; y < h; ++y)
+    EXPECT_EQ(std::equal(&out.bytes[y * w], &out.bytes[y * w] + w, &filtered.bytes[y * w]), y >= 44)
+        << "row " << y;
 }
 
-TEST(LumaNr, InvalidPlanesLeaveOutputUntouched) {
+TEST(LumaNr, InvalidPlanesLeaveOutputUntouchedAndTimersRunInPassOrder) {
   KqLogCapture log;
   Plane in = randomPlane(40, 20, 7), out(40, 20, 0x33), small(39, 20, 0x33);
   const KQLumaDsp c = dspFor(0);
-  KQImage8 empty{0, 20, in.img.data};
-  KQImage8 noData{40, 20, nullptr};
+  KQImage8 empty{0, 20, in.img.data}, noData{40, 20, nullptr};
   kqLumaNoiseReductionDsp(nullptr, &out.img, nullptr, 5, 1, &c);
   kqLumaNoiseReductionDsp(&in.img, nullptr, nullptr, 5, 1, &c);
   kqLumaNoiseReductionDsp(&in.img, &small.img, nullptr, 5, 1, &c);
   kqLumaNoiseReductionDsp(&empty, &out.img, nullptr, 5, 1, &c);
   kqLumaNoiseReductionDsp(&noData, &out.img, nullptr, 5, 1, &c);
   kqLumaNoiseReductionDsp(&in.img, &in.img, nullptr, 5, 1, &c);
-  for (uint8_t b : out.bytes) ASSERT_EQ(b, 0x33);
-  for (uint8_t b : small.bytes) ASSERT_EQ(b, 0x33);
+  EXPECT_EQ(out.bytes, std::vector<uint8_t>(40 * 20, 0x33));
+  EXPECT_EQ(small.bytes, std::vector<uint8_t>(39 * 20, 0x33));
   EXPECT_EQ(log.lines().size(), 6u);
-}
 
-TEST(LumaNr, StageTimersInPassOrder) {
-  Plane in = randomPlane(40, 20, 8), out(40, 20);
-  KqLogCapture log;
+  log.clear();
   kqTimerSetEnabled(true);
   kqLumaNoiseReduction(&in.img, &out.img, nullptr, 5, 1);
   kqTimerSetEnabled(false);
   const auto msgs = log.messages();
   ASSERT_EQ(msgs.size(), 3u);
-  EXPECT_NE(msgs[0].find("paapilu (92)"), std::string::npos) << msgs[0];
-  EXPECT_NE(msgs[1].find("pilu reunat c (101)"), std::string::npos) << msgs[1];
-  EXPECT_NE(msgs[2].find("pilun painotus (99)"), std::string::npos) << msgs[2];
+  const char* names[] = {"paapilu (92)", "pilu reunat c (101)", "pilun painotus (99)"};
+  for (int i = 0; i < 3; ++i) EXPECT_NE(msgs[i].find(names[i]), std::string::npos) << msgs[i];
 }

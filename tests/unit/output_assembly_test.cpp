@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -21,33 +22,22 @@ constexpr int kGuard = 64;  // sentinel bytes before and after each plane
 struct Output {
   std::vector<uint8_t> lumaBuf, chromaBuf;
   KQYUVMultiPlaneImage rec{};
-
   Output(int32_t width, int32_t height, int32_t stride, int32_t scanlines, int32_t code)
       : lumaBuf(size_t(stride) * scanlines + 2 * kGuard, kUntouched),
         chromaBuf(size_t(stride) * (height / 2) + 2 * kGuard, kUntouched) {
-    rec.type = code;
-    rec.width = width;
-    rec.height = height;
-    rec.yPixelStride = 1;
-    rec.yRowStride = stride;
-    rec.yScanlines = scanlines;
-    rec.uPixelStride = rec.vPixelStride = 2;
-    rec.uRowStride = rec.vRowStride = stride;
-    rec.yData = lumaBuf.data() + kGuard;
-    rec.chromaData = chromaBuf.data() + kGuard;
-    rec.vData = rec.chromaData + 1;
+    uint8_t *y = lumaBuf.data() + kGuard, *c = chromaBuf.data() + kGuard;
+    rec = {code, width, height, 1, stride, scanlines, 2, stride, 2, stride, y, c, c + 1};
   }
-  size_t chromaBytes() const { return chromaBuf.size() - 2 * kGuard; }
   bool guardsIntact() const {
+    const std::vector<uint8_t> guard(kGuard, kUntouched);
     for (const std::vector<uint8_t>* b : {&lumaBuf, &chromaBuf})
-      for (int i = 0; i < kGuard; ++i)
-        if ((*b)[i] != kUntouched || (*b)[b->size() - 1 - i] != kUntouched) return false;
+      if (!std::equal(guard.begin(), guard.end(), b->begin()) ||
+          !std::equal(guard.begin(), guard.end(), b->end() - kGuard))
+        return false;
     return true;
   }
   bool chromaUntouched() const {
-    for (uint8_t b : chromaBuf)
-      if (b != kUntouched) return false;
-    return true;
+    return chromaBuf == std::vector<uint8_t>(chromaBuf.size(), kUntouched);
   }
 };
 
@@ -55,90 +45,68 @@ struct Output {
 struct Packed {
   std::vector<uint8_t> bytes;
   KQImage8 img;
-  Packed(int32_t w, int32_t h, uint8_t seed) : bytes(size_t(w) * h + 1) {
+  Packed(int32_t w, int32_t h, uint8_t seed) : bytes(size_t(w) * h + 1), img{w, h, bytes.data()} {
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(seed + i * 3 + i / 7);
-    img = KQImage8{w, h, bytes.data()};
   }
 };
 
-TEST(OutputAssembly, PaddedOutputOfTheWorkedExample) {
-  // width 8, row stride 12, height 4: luma rows move to 0, 12, 24, 36.
+// width 8, row stride 12, height 4: luma rows move to 0, 12, 24, 36; the 4
+// bytes after each row keep their old contents (the packed data of later
+// rows for rows 0 and 1, the sentinel beyond the packed area). One row is
+// copied onto itself with nothing after it written.
+TEST(OutputAssembly, LumaPaddingWorkedExampleAndOneRow) {
   Output out(8, 4, 12, 4, 10);
   for (int i = 0; i < 32; ++i) out.rec.yData[i] = uint8_t(i + 1);
   KQImage8 view{8, 4, out.rec.yData};
   kqAddPaddingToYChannel(&view, 4);
-  for (int r = 0; r < 4; ++r) {
-    for (int x = 0; x < 8; ++x) ASSERT_EQ(out.rec.yData[r * 12 + x], r * 8 + x + 1);
-    // The 4 bytes after each row keep their old contents: the packed data
-    // of later rows for rows 0 and 1, the sentinel beyond the packed area.
-    for (int x = 8; x < 12; ++x) {
+  for (int r = 0; r < 4; ++r)
+    for (int x = 0; x < 12; ++x) {
       const size_t at = size_t(r) * 12 + x;
-      const uint8_t before = at < 32 ? uint8_t(at + 1) : kUntouched;
-      EXPECT_EQ(out.rec.yData[at], before) << "pad byte " << at;
+      const int want = x < 8 ? r * 8 + x + 1 : at < 32 ? int(at + 1) : kUntouched;
+      ASSERT_EQ(out.rec.yData[at], want) << "byte " << at;
     }
-  }
-
-  Packed u(4, 2, 1), v(4, 2, 101);
-  kqSetUVData(&u.img, &v.img, &out.rec, 0, 4, 1);
-  for (int r = 0; r < 2; ++r) {
-    const uint8_t* row = out.rec.chromaData + r * 12;
-    for (int k = 0; k < 4; ++k) {
-      EXPECT_EQ(row[2 * k], v.bytes[r * 4 + k]);
-      EXPECT_EQ(row[2 * k + 1], u.bytes[r * 4 + k]);
-    }
-    for (int x = 8; x < 12; ++x) EXPECT_EQ(row[x], 128) << "row " << r << " byte " << x;
-  }
-  EXPECT_TRUE(out.guardsIntact());
+  Output one(5, 1, 9, 1, 10);
+  for (int i = 0; i < 5; ++i) one.rec.yData[i] = uint8_t(40 + i);
+  KQImage8 oneRow{5, 1, one.rec.yData};
+  kqAddPaddingToYChannel(&oneRow, 4);
+  const uint8_t want[9] = {40, 41, 42, 43, 44, kUntouched, kUntouched, kUntouched, kUntouched};
+  EXPECT_EQ(0, std::memcmp(one.rec.yData, want, 9));
+  EXPECT_TRUE(out.guardsIntact() && one.guardsIntact());
 }
 
-TEST(OutputAssembly, ChromaByteOrderFollowsTheFormatCode) {
-  const uint8_t uBytes[2] = {1, 2}, vBytes[2] = {5, 6};
-  const uint8_t want10[4] = {5, 1, 6, 2}, want11[4] = {1, 5, 2, 6};
-  for (int32_t code : {10, 11}) {
-    Output out(4, 2, 4, 2, code);
-    uint8_t ub[2], vb[2];
-    std::memcpy(ub, uBytes, 2);
-    std::memcpy(vb, vBytes, 2);
-    KQImage8 u{2, 1, ub}, v{2, 1, vb};
-    kqSetUVData(&u, &v, &out.rec, 0, 0, 1);
-    EXPECT_EQ(0, std::memcmp(out.rec.chromaData, code == 10 ? want10 : want11, 4)) << code;
-    EXPECT_TRUE(out.guardsIntact());
-  }
-}
-
-// With yRowStride equal to the width the pipeline passes padX 0: rows are
-// packed pairs only, no 128 anywhere.
-TEST(OutputAssembly, NoRowPaddingWhenTheStrideEqualsTheWidth) {
-  Output out(10, 6, 10, 9, 11);
-  Packed u(5, 3, 7), v(5, 3, 77);
-  kqSetUVData(&u.img, &v.img, &out.rec, 3, 0, 1);
-  for (int r = 0; r < 3; ++r)
-    for (int k = 0; k < 5; ++k) {
-      ASSERT_EQ(out.rec.chromaData[r * 10 + 2 * k], u.bytes[r * 5 + k]);
-      ASSERT_EQ(out.rec.chromaData[r * 10 + 2 * k + 1], v.bytes[r * 5 + k]);
+// Chroma rows: width / 2 pairs (V,U for code 10, U,V for code 11), then padX
+// bytes of 128, at a pitch of (width & ~1) + padX from the plane start (an
+// odd width: one below the row stride); bytes past the last row are left
+// alone. A padX bigger than yRowStride - width writes only the rows that fit
+// in height / 2 rows of yRowStride bytes; a negative one is taken as 0.
+TEST(OutputAssembly, ChromaLayoutsByteOrdersAndPadding) {
+  const int32_t cases[][6] = {// width, height, stride, padY, padX, code
+                              {8, 4, 12, 0, 4, 10}, {8, 4, 12, 0, 4, 11},  {4, 2, 4, 0, 0, 10},
+                              {4, 2, 4, 0, 0, 11},  {10, 6, 10, 3, 0, 11}, {7, 6, 10, 0, 3, 10},
+                              {8, 8, 10, 0, 7, 10}, {8, 8, 10, 0, -3, 11}};
+  for (const auto& c : cases)
+    for (int32_t n : {1, 4}) {
+      const int32_t w = c[0], h = c[1], padX = c[4] > 0 ? c[4] : 0, pitch = (w & ~1) + padX;
+      SCOPED_TRACE(testing::Message() << "width " << w << " stride " << c[2] << " padX " << c[4]
+                                      << " code " << c[5] << " threads " << n);
+      Output out(w, h, c[2], h, c[5]);
+      Packed u(w / 2, h / 2, 1), v(w / 2, h / 2, 101);
+      kqSetUVData(&u.img, &v.img, &out.rec, c[3], c[4], n);
+      const Packed& first = c[5] == 10 ? v : u;
+      const Packed& second = c[5] == 10 ? u : v;
+      const int32_t rows = std::min(h / 2, (h / 2) * c[2] / pitch);
+      for (int r = 0; r < rows; ++r) {
+        const uint8_t* row = out.rec.chromaData + r * pitch;
+        for (int k = 0; k < w / 2; ++k) {
+          ASSERT_EQ(row[2 * k], first.bytes[r * (w / 2) + k]) << "row " << r << " pair " << k;
+          ASSERT_EQ(row[2 * k + 1], second.bytes[r * (w / 2) + k]) << "row " << r << " pair " << k;
+        }
+        for (int x = w & ~1; x < pitch; ++x) ASSERT_EQ(row[x], 128) << "row " << r << " byte " << x;
+      }
+      for (size_t i = size_t(rows) * pitch; i < out.chromaBuf.size() - 2 * kGuard; ++i)
+        ASSERT_EQ(out.rec.chromaData[i], kUntouched) << "byte " << i;
+      EXPECT_TRUE(out.guardsIntact());
     }
-  EXPECT_TRUE(out.guardsIntact());
-}
-
-// An odd width writes width - 1 chroma bytes then the padding, rows back to
-// back at a pitch one below the row stride; the bytes past the last row are
-// left alone.
-TEST(OutputAssembly, OddWidthRowsFollowEachOtherAtTheSerialPitch) {
-  Output out(7, 6, 10, 6, 10);
-  Packed u(3, 3, 9), v(3, 3, 99);
-  kqSetUVData(&u.img, &v.img, &out.rec, 0, 3, 1);
-  const int pitch = 6 + 3;
-  for (int r = 0; r < 3; ++r) {
-    const uint8_t* row = out.rec.chromaData + r * pitch;
-    for (int k = 0; k < 3; ++k) {
-      ASSERT_EQ(row[2 * k], v.bytes[r * 3 + k]);
-      ASSERT_EQ(row[2 * k + 1], u.bytes[r * 3 + k]);
-    }
-    for (int x = 6; x < 9; ++x) ASSERT_EQ(row[x], 128);
-  }
-  for (size_t i = 3 * pitch; i < out.chromaBytes(); ++i)
-    EXPECT_EQ(out.rec.chromaData[i], kUntouched) << "byte " << i;
-  EXPECT_TRUE(out.guardsIntact());
 }
 
 // Every thread count gives the serial bytes, with and without a pool. Odd
@@ -163,76 +131,36 @@ TEST(OutputAssembly, EveryThreadCountGivesTheSerialBytes) {
   }
 }
 
-TEST(OutputAssembly, DegenerateChromaInputsWriteNothing) {
-  Packed u(4, 2, 1), v(4, 2, 2);
-  {
-    Output out(8, 1, 8, 1, 10);  // height below 2
-    out.rec.height = 1;
-    kqSetUVData(&u.img, &v.img, &out.rec, 0, 0, 3);
-    EXPECT_TRUE(out.chromaUntouched());
-  }
-  for (int32_t code : {8, 9, 12, 13}) {  // other layouts are not built
-    Output out(8, 4, 8, 4, code);
+// Height below 2, layouts other than 10 / 11, wrong plane sizes and null
+// pointers write no chroma; no padding, a negative one, empty or missing
+// planes leave the luma alone.
+TEST(OutputAssembly, DegenerateInputsWriteNothing) {
+  Packed u(4, 2, 1), v(4, 2, 2), small(3, 2, 1);
+  KQImage8 noData{4, 2, nullptr};
+  for (int32_t code : {10, 8, 9, 12, 13}) {
+    Output out(8, code == 10 ? 1 : 4, 8, 1, code);
     kqSetUVData(&u.img, &v.img, &out.rec, 0, 0, 3);
     EXPECT_TRUE(out.chromaUntouched()) << "code " << code;
   }
   Output out(8, 4, 8, 4, 10);
-  Packed small(3, 2, 1);
-  kqSetUVData(&small.img, &v.img, &out.rec, 0, 0, 3);  // wrong plane size
+  kqSetUVData(&small.img, &v.img, &out.rec, 0, 0, 3);
   kqSetUVData(nullptr, &v.img, &out.rec, 0, 0, 3);
   kqSetUVData(&u.img, &v.img, nullptr, 0, 0, 3);
-  KQImage8 noData{4, 2, nullptr};
   kqSetUVData(&u.img, &noData, &out.rec, 0, 0, 3);
   KQYUVMultiPlaneImage noPlane = out.rec;
   noPlane.chromaData = nullptr;
   kqSetUVData(&u.img, &v.img, &noPlane, 0, 0, 3);
   EXPECT_TRUE(out.chromaUntouched());
-}
 
-// A padX that does not match the record (bigger than yRowStride - width)
-// must not write past the height / 2 rows of yRowStride bytes; a negative
-// one is taken as 0.
-TEST(OutputAssembly, InconsistentPaddingStaysInsideThePlane) {
-  for (int32_t n : {1, 4}) {
-    Output out(8, 8, 10, 8, 10);
-    Packed u(4, 4, 1), v(4, 4, 2);
-    kqSetUVData(&u.img, &v.img, &out.rec, 0, 7, n);  // pitch 15 > 10
-    EXPECT_TRUE(out.guardsIntact()) << "threads " << n;
-    // 40 bytes hold two rows of 15: the first two rows are written.
-    EXPECT_EQ(out.rec.chromaData[15], v.bytes[4]);
-    EXPECT_EQ(out.rec.chromaData[29], 128);
-    EXPECT_EQ(out.rec.chromaData[30], kUntouched);
-
-    Output neg(8, 8, 10, 8, 11);
-    kqSetUVData(&u.img, &v.img, &neg.rec, 0, -3, n);
-    EXPECT_EQ(neg.rec.chromaData[8], u.bytes[4]) << "rows packed at pitch 8";
-    EXPECT_EQ(neg.rec.chromaData[31], v.bytes[15]);
-    for (int i = 32; i < 40; ++i) EXPECT_EQ(neg.rec.chromaData[i], kUntouched);
-    EXPECT_TRUE(neg.guardsIntact());
-  }
-}
-
-TEST(OutputAssembly, LumaPaddingEdgeCases) {
-  // One row: copied onto itself, nothing after it written.
-  Output one(5, 1, 9, 1, 10);
-  for (int i = 0; i < 5; ++i) one.rec.yData[i] = uint8_t(40 + i);
-  KQImage8 view{5, 1, one.rec.yData};
-  kqAddPaddingToYChannel(&view, 4);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(one.rec.yData[i], 40 + i);
-  for (int i = 5; i < 9; ++i) EXPECT_EQ(one.rec.yData[i], kUntouched);
-  EXPECT_TRUE(one.guardsIntact());
-
-  // Nothing to do: no padding, a negative one, empty or missing planes.
-  Output out(6, 3, 6, 3, 10);
-  const std::vector<uint8_t> before = out.lumaBuf;
-  KQImage8 packed{6, 3, out.rec.yData};
+  Output luma(6, 3, 6, 3, 10);
+  const std::vector<uint8_t> before = luma.lumaBuf;
+  KQImage8 packed{6, 3, luma.rec.yData}, empty{0, 3, luma.rec.yData}, noLuma{6, 3, nullptr};
   kqAddPaddingToYChannel(&packed, 0);
   kqAddPaddingToYChannel(&packed, -2);
-  KQImage8 empty{0, 3, out.rec.yData}, noData{6, 3, nullptr};
   kqAddPaddingToYChannel(&empty, 4);
-  kqAddPaddingToYChannel(&noData, 4);
+  kqAddPaddingToYChannel(&noLuma, 4);
   kqAddPaddingToYChannel(nullptr, 4);
-  EXPECT_EQ(out.lumaBuf, before);
+  EXPECT_EQ(luma.lumaBuf, before);
 }
 
 void* failingHeap(size_t) { return nullptr; }
@@ -248,16 +176,14 @@ TEST(OutputAssembly, LumaPaddingAllocationFailureIsLoggedAndLeavesTheRowsPacked)
   kqAddPaddingToYChannel(&view, 4);
   kqAllocSetSystem(nullptr);
   EXPECT_EQ(out.lumaBuf, before);
-  bool found = false;
-  for (const KqLogLine& line : log.lines()) {
-    if (line.message == "Memory allocation failed: kqAddPaddingToYChannel") {
-      found = true;
-      EXPECT_EQ(line.priority, 6);
-      EXPECT_EQ(line.tag, "Orvane");
-      EXPECT_EQ(line.stream, stderr);
-    }
-  }
-  EXPECT_TRUE(found);
+  const std::vector<KqLogLine> lines = log.lines();
+  const auto it = std::find_if(lines.begin(), lines.end(), [](const KqLogLine& l) {
+    return l.message == "Memory allocation failed: kqAddPaddingToYChannel";
+  });
+  ASSERT_NE(it, lines.end());
+  EXPECT_EQ(it->priority, 6);
+  EXPECT_EQ(it->tag, "Orvane");
+  EXPECT_EQ(it->stream, stderr);
 }
 
 }  // namespace

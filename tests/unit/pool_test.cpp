@@ -1,13 +1,12 @@
 // pool_test.cpp - worker pool lifecycle, slice hand-out, context copies,
 // thread-count rules and concurrent dispatch.
 #include <gtest/gtest.h>
-
 #include <pthread.h>
 #include <sched.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <string>
@@ -25,25 +24,41 @@ namespace {
 
 // Context record as the stages use it: a slice range rewritten per slice.
 struct Ctx {
-  int32_t slice;
-  int32_t count;
-  int32_t poolFlag;
-  int32_t job;
-  struct Recorder* rec;
+  int32_t slice, count, poolFlag, job;
+  struct Job* owner;
 };
 
-struct Recorder {
+struct TaskRun {  // one task run
+  int32_t slice;
+  pthread_t thread;
+  const void* context;
+  std::string name;
+  int64_t start, end;  // sequence marks
+};
+
+// A recorder of split calls and task runs, with the caller's context record.
+struct Job {
   std::mutex mutex;
-  std::vector<int32_t> splitSlices;  // slice index per split call, in order
-  std::vector<int32_t> splitCounts;
-  std::vector<int32_t> splitFlags;
-  std::vector<int32_t> ran;          // slice index per task run
-  std::set<pthread_t> threads;
-  std::vector<pthread_t> runners;  // thread per task run
-  std::vector<const void*> contexts;
-  std::vector<std::string> names;
+  std::vector<std::array<int32_t, 3>> splits;  // (slice, count, flag) in call order
+  std::vector<TaskRun> runs;
   std::atomic<int64_t>* seq = nullptr;
-  std::vector<std::pair<int64_t, int64_t>> spans;  // (start, end) sequence marks
+  Ctx ctx{-1, -1, -1, 0, this};
+  std::vector<int32_t> column(int i) const {
+    std::vector<int32_t> v;
+    for (const auto& s : splits) v.push_back(s[size_t(i)]);
+    return v;
+  }
+  std::vector<int32_t> ranSorted() const {
+    std::vector<int32_t> v;
+    for (const TaskRun& r : runs) v.push_back(r.slice);
+    std::sort(v.begin(), v.end());
+    return v;
+  }
+  std::set<pthread_t> threads() const {
+    std::set<pthread_t> t;
+    for (const TaskRun& r : runs) t.insert(r.thread);
+    return t;
+  }
 };
 
 void split(int32_t slice, int32_t count, int32_t flag, void* p) {
@@ -51,36 +66,25 @@ void split(int32_t slice, int32_t count, int32_t flag, void* p) {
   c->slice = slice;
   c->count = count;
   c->poolFlag = flag;
-  std::lock_guard<std::mutex> lock(c->rec->mutex);
-  c->rec->splitSlices.push_back(slice);
-  c->rec->splitCounts.push_back(count);
-  c->rec->splitFlags.push_back(flag);
+  std::lock_guard<std::mutex> lock(c->owner->mutex);
+  c->owner->splits.push_back({slice, count, flag});
 }
 
 void task(void* p) {
   Ctx* c = static_cast<Ctx*>(p);
-  const int64_t start = c->rec->seq ? c->rec->seq->fetch_add(1) : 0;
-  std::string name;
+  Job* j = c->owner;
+  const int64_t start = j->seq ? j->seq->fetch_add(1) : 0;
+  char name[16] = {0};
 #if defined(__linux__)
-  char buffer[16] = {0};
-  prctl(PR_GET_NAME, reinterpret_cast<unsigned long>(buffer), 0, 0, 0);
-  name = buffer;
+  prctl(PR_GET_NAME, reinterpret_cast<unsigned long>(name), 0, 0, 0);
 #endif
   std::this_thread::yield();
-  const int64_t end = c->rec->seq ? c->rec->seq->fetch_add(1) : 0;
-  std::lock_guard<std::mutex> lock(c->rec->mutex);
-  c->rec->ran.push_back(c->slice);
-  c->rec->threads.insert(pthread_self());
-  c->rec->runners.push_back(pthread_self());
-  c->rec->contexts.push_back(p);
-  c->rec->names.push_back(name);
-  c->rec->spans.emplace_back(start, end);
+  const int64_t end = j->seq ? j->seq->fetch_add(1) : 0;
+  std::lock_guard<std::mutex> lock(j->mutex);
+  j->runs.push_back(TaskRun{c->slice, pthread_self(), p, name, start, end});
 }
 
-std::vector<int32_t> sorted(std::vector<int32_t> v) {
-  std::sort(v.begin(), v.end());
-  return v;
-}
+bool parallelFor(Job& j, int32_t n) { return kqParallelFor(task, split, &j.ctx, sizeof j.ctx, n); }
 
 std::vector<int32_t> iota(int32_t n) {
   std::vector<int32_t> v(n);
@@ -101,96 +105,77 @@ class PoolTest : public testing::Test {
   int32_t users_ = 0;
 };
 
-TEST_F(PoolTest, CountOneRunsOnTheCallersOwnContext) {
-  Recorder rec;
-  Ctx ctx{-1, -1, -1, 0, &rec};
-  EXPECT_TRUE(kqParallelFor(task, split, &ctx, sizeof ctx, 1));
-  EXPECT_EQ(rec.splitSlices, std::vector<int32_t>{0});
-  EXPECT_EQ(rec.splitCounts, std::vector<int32_t>{1});
-  EXPECT_EQ(rec.splitFlags, std::vector<int32_t>{0});
-  ASSERT_EQ(rec.contexts.size(), 1u);
-  EXPECT_EQ(rec.contexts[0], &ctx);  // no copy
-  EXPECT_EQ(*rec.threads.begin(), pthread_self());
-}
-
-TEST_F(PoolTest, CountsBelowOneNeverCreateAPoolAndRunOnTheCaller) {
+// Count 1 runs one slice on the caller's own record (no copy) and thread.
+// Counts below 1 never create a pool (the allocator refuses both requests)
+// and run the same way; count 0 with a pool runs nothing (and is refused too).
+TEST_F(PoolTest, CountsUpToOneRunOnTheCallersOwnContext) {
   KqLogCapture log;
-  for (int32_t n : {0, -3}) {
-    kqPoolStart(n, 0, "KQUpScale");
+  for (int32_t n : {1, 0, -3}) {
+    if (n < 1) kqPoolStart(n, 0, "KQUpScale");
     EXPECT_EQ(kqPoolSlotCount(), 0) << n;
-    Recorder rec;
-    Ctx ctx{-1, -1, -1, 0, &rec};
-    EXPECT_TRUE(kqParallelFor(task, split, &ctx, sizeof ctx, n));
-    EXPECT_EQ(rec.ran, std::vector<int32_t>{0});
-    EXPECT_EQ(rec.contexts[0], &ctx);
-    kqPoolStop();
+    Job j;
+    EXPECT_TRUE(parallelFor(j, n));
+    EXPECT_EQ(j.splits, (std::vector<std::array<int32_t, 3>>{{0, 1, 0}})) << n;
+    ASSERT_EQ(j.runs.size(), 1u) << n;
+    EXPECT_EQ(j.runs[0].context, &j.ctx) << n;  // no copy
+    EXPECT_TRUE(pthread_equal(j.runs[0].thread, pthread_self())) << n;
+    if (n < 1) kqPoolStop();
   }
-  // Both pool requests were refused by the allocator.
+  kqPoolStart(3, 0, "KQUpScale");
+  Job j;
+  EXPECT_FALSE(parallelFor(j, 0));
+  EXPECT_TRUE(j.runs.empty() && j.splits.empty());
+  kqPoolStop();
   const auto msgs = log.messages();
-  EXPECT_EQ(std::count(msgs.begin(), msgs.end(), "malloc(0) called with zero size"), 2);
+  EXPECT_EQ(std::count(msgs.begin(), msgs.end(), "malloc(0) called with zero size"), 3);
 }
 
 TEST_F(PoolTest, SlicesAreSharedByThePoolsThreadsAndRunExactlyOnce) {
   kqPoolStart(5, 0, "KQUpScale");
   ASSERT_EQ(kqPoolSlotCount(), 5);
   for (int32_t n : {2, 3, 4, 7}) {
-    Recorder rec;
-    Ctx ctx{-1, -1, -1, 77, &rec};
-    EXPECT_TRUE(kqParallelFor(task, split, &ctx, sizeof ctx, n));
-    EXPECT_EQ(rec.splitSlices, iota(4 * n)) << "splits run in slice order first";
-    EXPECT_TRUE(std::all_of(rec.splitCounts.begin(), rec.splitCounts.end(),
-                            [&](int32_t c) { return c == 4 * n; }));
-    EXPECT_TRUE(std::all_of(rec.splitFlags.begin(), rec.splitFlags.end(),
-                            [](int32_t f) { return f == 1; }));
-    EXPECT_EQ(sorted(rec.ran), iota(4 * n));
-    EXPECT_LE(rec.threads.size(), 5u);
+    Job j;
+    j.ctx.job = 77;
+    EXPECT_TRUE(parallelFor(j, n));
+    EXPECT_EQ(j.column(0), iota(4 * n)) << "splits run in slice order first";
+    EXPECT_EQ(j.column(1), std::vector<int32_t>(size_t(4 * n), 4 * n));
+    EXPECT_EQ(j.column(2), std::vector<int32_t>(size_t(4 * n), 1));
+    EXPECT_EQ(j.ranSorted(), iota(4 * n));
+    EXPECT_LE(j.threads().size(), 5u);
     // Every slice saw a private copy, and the caller's record is untouched.
-    std::set<const void*> distinct(rec.contexts.begin(), rec.contexts.end());
+    std::set<const void*> distinct;
+    for (const TaskRun& r : j.runs) distinct.insert(r.context);
     EXPECT_EQ(distinct.size(), size_t(4 * n));
-    EXPECT_EQ(distinct.count(&ctx), 0u);
-    EXPECT_EQ(ctx.slice, -1);
-    EXPECT_EQ(ctx.job, 77);
+    EXPECT_EQ(distinct.count(&j.ctx), 0u);
+    EXPECT_EQ(j.ctx.slice, -1);
+    EXPECT_EQ(j.ctx.job, 77);
   }
   kqPoolStop();
 }
 
 TEST_F(PoolTest, WorkersCarryThePoolName) {
   kqPoolStart(3, 0, "KQUpScale-with-a-long-name");
-  Recorder rec;
-  Ctx ctx{-1, -1, -1, 0, &rec};
+  Job j;
   // Many slices, each yielding, so that the workers take some of them.
-  for (int round = 0; round < 50 && rec.threads.size() < 2; ++round) {
-    kqParallelFor(task, split, &ctx, sizeof ctx, 16);
-  }
+  for (int round = 0; round < 50 && j.threads().size() < 2; ++round) parallelFor(j, 16);
   kqPoolStop();
   size_t byWorkers = 0;
-  for (size_t i = 0; i < rec.runners.size(); ++i) {
-    if (pthread_equal(rec.runners[i], pthread_self())) continue;
+  for (const TaskRun& r : j.runs) {
+    if (pthread_equal(r.thread, pthread_self())) continue;
     ++byWorkers;
 #if defined(__linux__)
-    EXPECT_EQ(rec.names[i], "KQUpScale-with-");  // cut to 15 characters
+    EXPECT_EQ(r.name, "KQUpScale-with-");  // cut to 15 characters
 #endif
   }
   EXPECT_GT(byWorkers, 0u) << "no worker ever took a slice";
 }
 
-TEST_F(PoolTest, ZeroCountWithAPoolRunsNothing) {
-  KqLogCapture log;
-  kqPoolStart(3, 0, "KQUpScale");
-  Recorder rec;
-  Ctx ctx{-1, -1, -1, 0, &rec};
-  EXPECT_FALSE(kqParallelFor(task, split, &ctx, sizeof ctx, 0));
-  EXPECT_TRUE(rec.ran.empty());
-  EXPECT_TRUE(rec.splitSlices.empty());
-  kqPoolStop();
-  const auto msgs = log.messages();
-  EXPECT_NE(std::find(msgs.begin(), msgs.end(), "malloc(0) called with zero size"), msgs.end());
-}
-
-TEST_F(PoolTest, UseCountKeepsTheFirstPoolUntilTheLastStop) {
+// Later starts share the first pool until the last stop; counts above 32
+// are capped; negative spinning counts make the first four slots spin.
+TEST_F(PoolTest, UseCountCapAndSpinningWorkers) {
   kqPoolStart(4, 0, "KQUpScale");
-  kqPoolStart(2, 0, "KQUpScale");   // another user: same pool, same size
-  kqPoolStart(0, 0, "KQUpScale");   // a user that could not have built one
+  kqPoolStart(2, 0, "KQUpScale");  // another user: same pool, same size
+  kqPoolStart(0, 0, "KQUpScale");  // a user that could not have built one
   EXPECT_EQ(kqPoolSlotCount(), 4);
   EXPECT_EQ(kqPoolUserCount(), users_ + 3);
   kqPoolStop();
@@ -198,101 +183,85 @@ TEST_F(PoolTest, UseCountKeepsTheFirstPoolUntilTheLastStop) {
   EXPECT_EQ(kqPoolSlotCount(), 4);
   kqPoolStop();
   EXPECT_EQ(kqPoolSlotCount(), 0);
-  // Counts above 32 are capped.
   kqPoolStart(100, 0, "KQUpScale");
   EXPECT_EQ(kqPoolSlotCount(), 32);
   kqPoolStop();
-}
-
-TEST_F(PoolTest, SpinningWorkersRunJobsAndShutDown) {
-  kqPoolStart(3, -1, "KQUpScale");  // negative: the first four slots spin
-  Recorder rec;
-  Ctx ctx{-1, -1, -1, 0, &rec};
-  for (int i = 0; i < 20; ++i) kqParallelFor(task, split, &ctx, sizeof ctx, 3);
+  kqPoolStart(3, -1, "KQUpScale");
+  Job j;
+  for (int i = 0; i < 20; ++i) parallelFor(j, 3);
   kqPoolStop();
-  EXPECT_EQ(rec.ran.size(), 20u * 12u);
+  EXPECT_EQ(j.runs.size(), 20u * 12u);
 }
 
+// An ad hoc team runs one slice per fresh thread, at most 32; without a
+// pool kqParallelFor forms one too.
 TEST_F(PoolTest, AdHocTeamRunsOneSlicePerThreadCappedAt32) {
   for (int32_t n : {2, 5, 40}) {
-    Recorder rec;
-    Ctx ctx{-1, -1, -1, 0, &rec};
-    kqParallelForThreads(task, split, &ctx, sizeof ctx, n);
+    Job j;
+    kqParallelForThreads(task, split, &j.ctx, sizeof j.ctx, n);
     const int32_t expected = std::min(n, 32);
-    EXPECT_EQ(rec.splitSlices, iota(expected));
-    EXPECT_EQ(sorted(rec.ran), iota(expected));
-    EXPECT_TRUE(std::all_of(rec.splitFlags.begin(), rec.splitFlags.end(),
-                            [](int32_t f) { return f == 0; }));
-    EXPECT_EQ(rec.threads.size(), size_t(expected));  // one fresh thread each
-    EXPECT_EQ(rec.threads.count(pthread_self()), 0u);
+    EXPECT_EQ(j.column(0), iota(expected));
+    EXPECT_EQ(j.ranSorted(), iota(expected));
+    EXPECT_EQ(j.column(2), std::vector<int32_t>(size_t(expected), 0));
+    EXPECT_EQ(j.threads().size(), size_t(expected));  // one fresh thread each
+    EXPECT_EQ(j.threads().count(pthread_self()), 0u);
   }
-  // Without a pool, kqParallelFor also forms a team.
-  Recorder rec;
-  Ctx ctx{-1, -1, -1, 0, &rec};
-  kqParallelFor(task, split, &ctx, sizeof ctx, 40);
-  EXPECT_EQ(sorted(rec.ran), iota(32));
+  Job j;
+  parallelFor(j, 40);
+  EXPECT_EQ(j.ranSorted(), iota(32));
 }
 
-TEST_F(PoolTest, RunRuleSendsNegativeCountsToATeamEvenWithAPool) {
+// kqParallelRun sends negative counts to a team even with a pool (INT32_MIN:
+// a team of 32, not an overflow), positive ones to the pool, 0 to the caller.
+// Counts above 2048 slices are capped.
+TEST_F(PoolTest, RunRuleAndSliceCap) {
   kqPoolStart(4, 0, "KQUpScale");
-  Recorder team, pool, single;
-  Ctx a{-1, -1, -1, 0, &team}, b{-1, -1, -1, 0, &pool}, c{-1, -1, -1, 0, &single};
-  kqParallelRun(task, split, &a, sizeof a, -2);
-  kqParallelRun(task, split, &b, sizeof b, 3);
-  kqParallelRun(task, split, &c, sizeof c, 0);
-  Recorder extreme;
-  Ctx d{-1, -1, -1, 0, &extreme};
-  kqParallelRun(task, split, &d, sizeof d, INT32_MIN);  // a team of 32, not an overflow
+  Job team, pool, single, extreme, large;
+  kqParallelRun(task, split, &team.ctx, sizeof team.ctx, -2);
+  kqParallelRun(task, split, &pool.ctx, sizeof pool.ctx, 3);
+  kqParallelRun(task, split, &single.ctx, sizeof single.ctx, 0);
+  kqParallelRun(task, split, &extreme.ctx, sizeof extreme.ctx, INT32_MIN);
+  EXPECT_TRUE(parallelFor(large, 100000));
   kqPoolStop();
-  EXPECT_EQ(sorted(extreme.ran), iota(32));
-  EXPECT_EQ(sorted(team.ran), iota(2));
-  EXPECT_EQ(team.splitFlags, (std::vector<int32_t>{0, 0}));
-  EXPECT_EQ(sorted(pool.ran), iota(12));
-  EXPECT_EQ(single.ran, std::vector<int32_t>{0});
-  EXPECT_EQ(single.contexts[0], &c);
-}
-
-TEST_F(PoolTest, VeryLargeCountsAreCappedAt2048Slices) {
-  kqPoolStart(2, 0, "KQUpScale");
-  Recorder rec;
-  Ctx ctx{-1, -1, -1, 0, &rec};
-  EXPECT_TRUE(kqParallelFor(task, split, &ctx, sizeof ctx, 100000));
-  kqPoolStop();
-  EXPECT_EQ(sorted(rec.ran), iota(2048));
+  EXPECT_EQ(extreme.ranSorted(), iota(32));
+  EXPECT_EQ(team.ranSorted(), iota(2));
+  EXPECT_EQ(team.column(2), (std::vector<int32_t>{0, 0}));
+  EXPECT_EQ(pool.ranSorted(), iota(12));
+  ASSERT_EQ(single.runs.size(), 1u);
+  EXPECT_EQ(single.runs[0].context, &single.ctx);
+  EXPECT_EQ(large.ranSorted(), iota(2048));
 }
 
 TEST_F(PoolTest, ConcurrentParallelForsRunOneAfterAnother) {
   kqPoolStart(3, 0, "KQUpScale");
   std::atomic<int64_t> seq{0};
   constexpr int kCallers = 4, kRounds = 12;
-  std::vector<Recorder> recs(kCallers * kRounds);
+  std::vector<Job> jobs(kCallers * kRounds);
   std::vector<std::thread> callers;
-  for (int t = 0; t < kCallers; ++t) {
+  for (int t = 0; t < kCallers; ++t)
     callers.emplace_back([&, t] {
       for (int r = 0; r < kRounds; ++r) {
-        Recorder& rec = recs[t * kRounds + r];
-        rec.seq = &seq;
-        Ctx ctx{-1, -1, -1, t, &rec};
-        kqParallelFor(task, split, &ctx, sizeof ctx, 2 + (r % 3));
+        Job& j = jobs[t * kRounds + r];
+        j.seq = &seq;
+        j.ctx.job = t;
+        parallelFor(j, 2 + (r % 3));
       }
     });
-  }
   for (auto& c : callers) c.join();
   kqPoolStop();
   // Each job ran all its slices once, and no two jobs' slices interleaved.
-  std::vector<std::pair<int64_t, int64_t>> jobs;
+  std::vector<std::pair<int64_t, int64_t>> marks;
   for (int i = 0; i < kCallers * kRounds; ++i) {
-    const int32_t slices = 4 * (2 + (i % kRounds) % 3);
-    ASSERT_EQ(sorted(recs[i].ran), iota(slices));
+    ASSERT_EQ(jobs[i].ranSorted(), iota(4 * (2 + (i % kRounds) % 3)));
     int64_t lo = INT64_MAX, hi = INT64_MIN;
-    for (auto& s : recs[i].spans) {
-      lo = std::min(lo, s.first);
-      hi = std::max(hi, s.second);
+    for (const TaskRun& run : jobs[i].runs) {
+      lo = std::min(lo, run.start);
+      hi = std::max(hi, run.end);
     }
-    jobs.emplace_back(lo, hi);
+    marks.emplace_back(lo, hi);
   }
-  std::sort(jobs.begin(), jobs.end());
-  for (size_t i = 1; i < jobs.size(); ++i) EXPECT_LT(jobs[i - 1].second, jobs[i].first);
+  std::sort(marks.begin(), marks.end());
+  for (size_t i = 1; i < marks.size(); ++i) EXPECT_LT(marks[i - 1].second, marks[i].first);
 }
 
 #if defined(__linux__)
@@ -303,7 +272,6 @@ TEST(Affinity, BindsTheCallingThreadAndLogsFailures) {
   for (int i = 0; i < 32 && first < 0; ++i)
     if (CPU_ISSET(i, &original)) first = i;
   ASSERT_GE(first, 0);
-
   std::thread([&] {
     KqLogCapture log;
     kqSetThreadAffinity(int32_t(1u << first));
