@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <vector>
 
 namespace {
 
@@ -69,6 +70,46 @@ inline bool sameSampling(const KQWarpRow& a, const KQWarpRow& b) {
          std::memcmp(&a.blockStep, &b.blockStep, sizeof a.blockStep) == 0;
 }
 
+// Block origins (base, phase) of a row, packed as base * 32 + phase (the
+// floor of 32 times the clamped start, within +-2^29), into out[0 .. n).
+// Returns false as soon as a block differs from cmp (when cmp is given).
+bool blockCodes(const KQWarpRow& row, int32_t* out, const int32_t* cmp) {
+  float p = row.x;
+  for (int32_t j = 0, start = 0; start < row.count; ++j, start += 8) {
+    int32_t base, phase;
+    kqwarp::blockOriginFast(p, &base, &phase);
+    const int32_t code = base * 32 + phase;
+    if (cmp != nullptr && cmp[j] != code) return false;
+    if (out != nullptr) out[j] = code;
+    p = p + row.blockStep;
+  }
+  return true;
+}
+
+// Rows whose floats differ (the bilinear blend of the corner matrices
+// rounds differently from row to row) can still place every block at the
+// same source column and phase; with the same source rows and step, every
+// row kernel then gives them the same horizontal values.
+class BlockChain {
+ public:
+  explicit BlockChain(int32_t count) : codes_(size_t((count + 7) / 8)) {}
+  void reset() { valid_ = false; }
+  bool sameBlocks(const KQWarpRow& pending, const KQWarpRow& row) {
+    if (pending.src0 != row.src0 || pending.src1 != row.src1 || pending.step != row.step ||
+        pending.count != row.count || pending.srcWidth != row.srcWidth)
+      return false;
+    if (!valid_) {
+      blockCodes(pending, codes_.data(), nullptr);
+      valid_ = true;
+    }
+    return blockCodes(row, nullptr, codes_.data());
+  }
+
+ private:
+  std::vector<int32_t> codes_;
+  bool valid_ = false;
+};
+
 // Steps beyond +-8192 source pixels per output pixel are clamped, so that
 // S = D * 2048 stays within +-2^24 and 8 * D is finite.
 constexpr float kMaxStep = 8192.0f;
@@ -99,11 +140,12 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
 
   const int32_t count = x1 - x0 + 1;
   const ptrdiff_t stride = dst.width;
-  // Luma rows that share source rows and positions are handed to the row
+  // Luma rows that share source rows and block origins are handed to the row
   // kernel together (pending, starting at pendingDst); a chroma row whose
   // sampling equals the previous row's is a copy of it.
   KQWarpRow pending;
   pending.rows = 0;
+  BlockChain chain(luma ? count : 0);
   uint8_t* pendingDst = nullptr;
   KQWarpRow prev;
   prev.rows = 0;
@@ -140,13 +182,15 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       w1 = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
       row.w1[0] = w1;
       row.x = lx;
-      if (pending.rows > 0 && pending.rows < kKqWarpMaxRows && sameSampling(pending, row)) {
+      if (pending.rows > 0 && pending.rows < kKqWarpMaxRows &&
+          (sameSampling(pending, row) || chain.sameBlocks(pending, row))) {
         pending.w1[pending.rows++] = w1;
         continue;
       }
       if (pending.rows > 0) dsp->bilinearRow(pendingDst, stride, &pending);
       pending = row;
       pendingDst = out;
+      chain.reset();
     } else {
       // Nearest sample: half a pixel added to both coordinates, then
       // truncated. The step was taken before, so the half moves the whole

@@ -21,13 +21,15 @@
 // Chroma takes row[clamp(x(l))]. Both finish with the normalisation
 // trunc(float(r * 5) * 0.2f + 0.5f), which gives r back for 0..255; it is
 // the one-image form of the weighting used when several images are merged.
+// The scalar kernels apply it as written; the vector kernels store r as it
+// is, which the kernel checks prove equal for all 256 values.
 //
 // Fast paths: with 0 <= S <= kKqWarpMaxVectorStep every q(l) is at most 255
 // (8-bit lanes, 16-bit products) and x(l) + 1 stays within 8 bytes of base,
-// so one 8-byte window (plus the same window one byte on) serves the block
-// when it lies inside the row. Blocks outside those bounds, larger or
-// negative steps, and the pixels after the vector thresholds use the same
-// arithmetic in 32-bit integers, so the output never depends on the path.
+// so one 8-byte window (plus the same window one byte on) serves the block:
+// the row itself when the window lies inside it, else a copy of the clamped
+// columns (blockWindow). Larger or negative steps use the same arithmetic in
+// 32-bit integers, so the output never depends on the path.
 #pragma once
 
 #include <cstddef>
@@ -85,11 +87,6 @@ constexpr int32_t kKqWarpMaxVectorStep = 2048;
 // +-2^24, so that all fixed-point arithmetic fits in int32.
 constexpr float kKqWarpPosLimit = 16777216.0f;
 
-// Vector loops stop when a block would start past x1 - threshold; the rest
-// of the row is done one pixel at a time (same arithmetic).
-constexpr int32_t kKqWarpLumaVectorTail = 16;
-constexpr int32_t kKqWarpChromaVectorTail = 64;
-
 // Reciprocal of 5.0 as the NEON estimate plus two Newton steps gives it on
 // armv7 and aarch64 (the nearest float to 0.2, 0x3E4CCCCD).
 constexpr float kKqWarpFifth = 0.2f;
@@ -114,6 +111,21 @@ static inline void blockOrigin(float p, int32_t* base, int32_t* phase) {
   if (static_cast<float>(i) > c) --i;   // floor for negative positions
   *base = i;
   *phase = static_cast<int32_t>((c - static_cast<float>(i)) * 32.0f);  // exact, 0..31
+}
+
+// blockOrigin in one multiply: for 0 <= c <= 2^24, c * 32 is exact and its
+// truncation is floor(32 c) = 32 * floor(c) + floor(32 * (c - floor(c))),
+// so base and phase are its high bits and its low 5 bits. Other starts
+// (negative, NaN) take blockOrigin itself.
+static inline void blockOriginFast(float p, int32_t* base, int32_t* phase) {
+  if (p >= 0.0f) {
+    const float c = p < kKqWarpPosLimit ? p : kKqWarpPosLimit;
+    const int32_t code = static_cast<int32_t>(c * 32.0f);
+    *base = code >> 5;
+    *phase = code & 31;
+    return;
+  }
+  blockOrigin(p, base, phase);
 }
 
 // r in 0..255 -> the normalised byte: (r * 5) in 16 bits, times the float
@@ -162,5 +174,18 @@ static inline bool windowFits(int32_t base, int32_t span, int32_t width) {
 }
 
 static inline bool vectorStep(int32_t step) { return step >= 0 && step <= kKqWarpMaxVectorStep; }
+
+// Source bytes base .. base + span of a vector block: the row itself when
+// they lie inside it, else a copy in buf (at least span + 1 bytes) in which
+// byte i is src[clampCol(base + i)]. A lane reads window bytes idx and
+// idx + 1 for the columns base + idx and base + idx + 1, so the copy holds
+// exactly the clamped columns the 32-bit lane arithmetic reads, and every
+// block of a vector-range step can take the vector form.
+static inline const uint8_t* blockWindow(const uint8_t* src, int32_t base, int32_t span,
+                                         int32_t width, uint8_t* buf) {
+  if (windowFits(base, span, width)) return src + base;
+  for (int32_t i = 0; i <= span; ++i) buf[i] = src[clampCol(base + i, width)];
+  return buf;
+}
 
 }  // namespace kqwarp

@@ -1,6 +1,9 @@
 // check_warp.cpp - warp kernels at every instruction-set level against the
 // scalar reference: row kernels on random rows, tile kernels on random
-// planes, rectangles and per-tile homographies, and whole warps.
+// planes, rectangles and per-tile homographies, and whole warps; and the
+// shortcuts the fast paths rest on (block origins, row grouping, the
+// normalisation) against their long forms.
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -277,6 +280,109 @@ TEST(CheckWarp, TinyPlanesStayInBounds) {
               ASSERT_EQ(out[i], 0x5A) << kqLevelName(flags) << " wrote past the plane";
           }
   }
+}
+
+float floatFromBits(uint32_t bits) {
+  float f;
+  std::memcpy(&f, &bits, sizeof f);
+  return f;
+}
+
+// The one-multiply block origin the vector kernels and the tile code use
+// must split every start exactly as the reference does: a sweep over the
+// whole non-negative float range (past the 2^24 clamp, up to infinity),
+// every start within a few ulps of a 1/32 position (where truncation and
+// floor are most easily told apart), negative starts and NaN.
+TEST(CheckWarp, FastBlockOriginMatchesTheLongForm) {
+  auto same = [](float p) {
+    int32_t b0, f0, b1, f1;
+    kqwarp::blockOrigin(p, &b0, &f0);
+    kqwarp::blockOriginFast(p, &b1, &f1);
+    return b0 == b1 && f0 == f1;
+  };
+  for (uint32_t bits = 0; bits <= 0x7F800000u; bits += 97)
+    ASSERT_TRUE(same(floatFromBits(bits))) << "start " << floatFromBits(bits);
+  ASSERT_TRUE(same(floatFromBits(0x7F800000u)));
+  for (int32_t k = 0; k <= 32 * 2048; ++k) {
+    float p = float(k) / 32.0f, q = p;
+    for (int i = 0; i < 8; ++i) {
+      ASSERT_TRUE(same(p) && same(q)) << "near " << float(k) / 32.0f;
+      p = std::nextafter(p, 1e30f);
+      q = std::nextafter(q, -1e30f);
+    }
+  }
+  for (float p : {16777215.0f, 16777216.0f, 16777218.0f, 3e9f, -0.0f, -1e-30f, -0.5f, -3.25f,
+                  -16777216.0f, -1e20f, std::nanf("")})
+    ASSERT_TRUE(same(p)) << "start " << p;
+}
+
+// Block origins (floor of 32 times each block's clamped start) of a row.
+std::vector<int32_t> blockCodes(const KQWarpRow& row) {
+  std::vector<int32_t> codes;
+  float p = row.x;
+  for (int32_t start = 0; start < row.count; start += 8) {
+    int32_t base, phase;
+    kqwarp::blockOrigin(p, &base, &phase);
+    codes.push_back(base * 32 + phase);
+    p = p + row.blockStep;
+  }
+  return codes;
+}
+
+// The luma tile code hands rows to one bilinear call when their floats
+// differ but every block lands on the same source column and phase. That is
+// only sound if a row's bytes depend on its floats through the block origins
+// alone: rows whose start and block step are nudged by a few ulps must give
+// the same bytes at every level whenever their origins agree, and the nudges
+// must reach both agreeing and disagreeing origins.
+TEST(CheckWarp, RowsWithTheSameBlockOriginsGiveTheSameBytes) {
+  int32_t agreeing = 0, differing = 0;
+  for (uint32_t flags : kqCpuLevels()) {
+    KQWarpDsp dsp;
+    kqWarpDspInit(&dsp, flags);
+    KqRng rng(kqTestSeed() ^ 0x51DE ^ (uint64_t(flags) << 32));
+    for (int iter = 0; iter < 400; ++iter) {
+      const int32_t w = rng.range(1, 200);
+      KqGuardedBuffer src(size_t(w) * 2);
+      kqFillPlane(src.data(), w, 2, w, kKqAllFills[iter % 8], rng);
+      KQWarpRow a;
+      a.src0 = src.data();
+      a.src1 = src.data() + w;
+      a.srcWidth = w;
+      a.count = rng.range(1, 400);
+      a.rows = rng.range(1, kKqWarpMaxRows);
+      for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+      // Upscale steps; a quarter of them put blocks on exact 1/32 positions,
+      // as the pipeline's power-of-two scales do, where one ulp moves a block.
+      const float d = iter % 4 == 0 ? float(rng.range(0, 64)) / 64.0f : rng.uniform(0.0f, 1.0f);
+      a.step = int32_t(d * 2048.0f);
+      a.blockStep = d * 8.0f;
+      a.x = iter % 4 == 0 ? float(rng.range(-64, 32 * w + 64)) / 32.0f : randomStart(rng, w);
+      KQWarpRow b = a;
+      for (int32_t k = rng.range(1, 3); k > 0; --k) {
+        b.x = std::nextafter(b.x, rng.range(0, 1) ? 1e30f : -1e30f);
+        if (rng.range(0, 1))
+          b.blockStep = std::nextafter(b.blockStep, rng.range(0, 1) ? 1e30f : 0.0f);
+      }
+      if (blockCodes(a) != blockCodes(b)) {
+        ++differing;
+        continue;
+      }
+      ++agreeing;
+      KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
+      dsp.bilinearRow(pa.data(), pa.stride(), &a);
+      dsp.bilinearRow(pb.data(), pb.stride(), &b);
+      ASSERT_TRUE(kqFramedEqual(pa, pb))
+          << kqLevelName(flags) << " width " << w << " count " << a.count << " x " << a.x << " / "
+          << b.x << " block step " << a.blockStep << " / " << b.blockStep;
+      KqFramedPlane na(a.count, 1), nb(a.count, 1);
+      dsp.nearestRow(na.data(), &a);
+      dsp.nearestRow(nb.data(), &b);
+      ASSERT_TRUE(kqFramedEqual(na, nb)) << kqLevelName(flags) << " nearest, width " << w;
+    }
+  }
+  EXPECT_GT(agreeing, 100);
+  EXPECT_GT(differing, 10);
 }
 
 // The normalisation is the identity on 0..255 with the fifth the NEON
