@@ -6,21 +6,11 @@
 
 #include "filters/luma_dsp.h"
 #include "runtime/log.h"
+#include "runtime/numeric.h"
 #include "runtime/pool.h"
 #include "runtime/timer.h"
 
 namespace {
-
-int32_t saturateToInt(double v) {
-  if (!(v == v)) return 0;  // NaN converts to 0, as on Arm
-  if (v >= 2147483647.0) return INT32_MAX;
-  if (v <= -2147483648.0) return INT32_MIN;
-  return int32_t(v);
-}
-
-bool validPlane(const KQImage8* p) {
-  return p != nullptr && p->data != nullptr && p->width > 0 && p->height > 0;
-}
 
 uint8_t* rowOf(const KQImage8* p, int32_t y) { return p->data + size_t(y) * size_t(p->width); }
 
@@ -45,7 +35,7 @@ void blendGenericRows(const KQLumaNrContext* c) {
   const int32_t width = in->width, height = in->height;
   const int64_t stepX = width > 1 ? (int64_t(ref->width - 1) << 16) / (width - 1) : 0;
   const int64_t stepY = height > 1 ? (int64_t(ref->height - 1) << 16) / (height - 1) : 0;
-  int32_t base = saturateToInt((float(c->strength) + 8.0f) * 256.0f * 0.1f);
+  int32_t base = kqSaturateToInt32((float(c->strength) + 8.0f) * 256.0f * 0.1f);
   base = base < 0 ? 0 : base > 256 ? 256 : base;
   const int32_t n = width & ~7;
   for (int32_t y = c->start; y < c->end; ++y) {
@@ -108,7 +98,7 @@ void blendTask(void* context) {
 }  // namespace
 
 int32_t kqLumaBlendWeight(int32_t strength) {
-  return saturateToInt(float(strength) / 10.0f * 128.0f);
+  return kqSaturateToInt32(float(strength) / 10.0f * 128.0f);
 }
 
 int32_t kqLumaNrRightStripStart(int32_t width) {
@@ -146,13 +136,13 @@ void kqLumaNrBlendSplit(int32_t slice, int32_t sliceCount, int32_t, void* contex
 
 void kqLumaNoiseReductionDsp(const KQImage8* input, KQImage8* output, const KQImage8* reference,
                              int32_t strength, int32_t threads, const KQLumaDsp* dsp) {
-  if (!validPlane(input) || !validPlane(output) || input->width != output->width ||
+  if (!kqImage8Valid(input) || !kqImage8Valid(output) || input->width != output->width ||
       input->height != output->height || input->data == output->data || dsp == nullptr) {
     kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG,
           "kqLumaNoiseReduction: input and output must be distinct planes of one size");
     return;
   }
-  if (reference != nullptr && !validPlane(reference)) reference = nullptr;
+  if (reference != nullptr && !kqImage8Valid(reference)) reference = nullptr;
   const int32_t width = input->width, height = input->height;
 
   KQLumaNrContext ctx = {input, output, reference, height - 1, 0, strength, dsp};

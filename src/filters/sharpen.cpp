@@ -7,21 +7,11 @@
 
 #include "filters/luma_dsp.h"
 #include "runtime/log.h"
+#include "runtime/numeric.h"
 #include "runtime/pool.h"
 #include "runtime/timer.h"
 
 namespace {
-
-int32_t saturateToInt(double v) {
-  if (!(v == v)) return 0;  // NaN converts to 0, as on Arm
-  if (v >= 2147483647.0) return INT32_MAX;
-  if (v <= -2147483648.0) return INT32_MIN;
-  return int32_t(v);
-}
-
-bool validPlane(const KQImage8* p) {
-  return p != nullptr && p->data != nullptr && p->width > 0 && p->height > 0;
-}
 
 int32_t clampRow(int32_t y, int32_t height) { return y < 0 ? 0 : y >= height ? height - 1 : y; }
 
@@ -31,8 +21,8 @@ void sharpenTask(void* context) {
   const int32_t width = c->input->width, height = c->input->height;
   const size_t stride = size_t(width);
   KQSharpenParams params;
-  params.gain = saturateToInt(double(c->strength) * 256.0);
-  params.threshold = saturateToInt(double(c->detailThreshold) * 1.5);
+  params.gain = kqSaturateToInt32(double(c->strength) * 256.0);
+  params.threshold = kqSaturateToInt32(double(c->detailThreshold) * 1.5);
   if (c->kind == 6) {
     params.wOuter = 19, params.wInner = 19, params.wCentre = 52;
   } else {
@@ -92,14 +82,14 @@ void kqSharpenSplit(int32_t slice, int32_t sliceCount, int32_t, void* context) {
 void kqImageSharpeningDsp(const KQImage8* input, KQImage8* output, const KQImage8* mask,
                           float strength, float detailThreshold, int32_t kernelKind,
                           int32_t threads, const KQLumaDsp* dsp) {
-  if (!validPlane(input) || !validPlane(output) || input->width != output->width ||
+  if (!kqImage8Valid(input) || !kqImage8Valid(output) || input->width != output->width ||
       input->height != output->height || input->data == output->data || dsp == nullptr) {
     kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG,
           "kqImageSharpening: input and output must be distinct planes of one size");
     return;
   }
   if (mask != nullptr &&
-      (!validPlane(mask) || mask->width != input->width || mask->height != input->height))
+      (!kqImage8Valid(mask) || mask->width != input->width || mask->height != input->height))
     mask = nullptr;
   kqTimerStart(95);
   kqTimerStart(91);
