@@ -111,10 +111,10 @@ size_t coveredPaddingBytes(int32_t width, int32_t height, int32_t stride) {
 
 }  // namespace
 
-int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage* out,
-                     int32_t left, int32_t top, int32_t right, int32_t bottom,
-                     int32_t noiseReduction, int32_t chromaNoiseReduction, float sharpening,
-                     int32_t numThreads, int32_t affinityMask) {
+int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage* out, int32_t left,
+                     int32_t top, int32_t right, int32_t bottom, int32_t noiseReduction,
+                     int32_t chromaNoiseReduction, float sharpening, int32_t numThreads,
+                     int32_t affinityMask) {
   kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqUpScaleVersion());
   kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqBaseGetVersion());
 
@@ -195,8 +195,9 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
     b.paddingRow = static_cast<uint8_t*>(kqMalloc(uint32_t(outWidth)));
     if (savedBytes > 0) b.paddingSaved = static_cast<uint8_t*>(kqMalloc(uint32_t(savedBytes)));
   }
-  bool complete = (!spread || (b.paddingRow && (savedBytes == 0 || b.paddingSaved))) && b.inY && (warpIntoCaller || b.outYTmp) && b.inU && b.inV && b.outU &&
-                  b.outV && (!(denoise && sharpen) || b.scratch2);
+  bool complete = (!spread || (b.paddingRow && (savedBytes == 0 || b.paddingSaved))) && b.inY &&
+                  (warpIntoCaller || b.outYTmp) && b.inU && b.inV && b.outU && b.outV &&
+                  (!(denoise && sharpen) || b.scratch2);
   for (KQImage8* plane : b.chromaScratch) complete = complete && (!chromaFilter || plane);
   if (complete) {
     KQImage8* lumaTarget = warpIntoCaller ? &outYView : b.outYTmp;
@@ -242,8 +243,8 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   kqTimerStop("kqCreateScalingHomographies", 1);
 
   kqTimerStart(2);
-  warpAll(b.lumaList, nullptr, nullptr, b.forwardGrid, b.inverseGrid, 0, srcLimitX, 0, srcLimitY,
-          1, 0, 0, numThreads, 0, 1, 4, 4);
+  warpAll(b.lumaList, nullptr, nullptr, b.forwardGrid, b.inverseGrid, 0, srcLimitX, 0, srcLimitY, 1,
+          0, 0, numThreads, 0, 1, 4, 4);
   kqTimerStop("warpAll", 2);
 
   kqTimerStart(3);

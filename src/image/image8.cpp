@@ -12,9 +12,8 @@ KQImage8* kqCreateImage8(int32_t width, int32_t height) {
   // Negative sizes ask for nothing (refused by the allocator); a product
   // that does not fit 32 bits would wrap to a short block, so it is refused
   // here instead.
-  const uint64_t bytes = (width > 0 && height > 0)
-                             ? static_cast<uint64_t>(width) * static_cast<uint64_t>(height)
-                             : 0u;
+  const uint64_t bytes =
+      (width > 0 && height > 0) ? static_cast<uint64_t>(width) * static_cast<uint64_t>(height) : 0u;
   if (bytes > UINT32_MAX) {
     kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "Memory allocation failed: kqCreateImage8");
     image->data = nullptr;

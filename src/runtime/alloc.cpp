@@ -17,8 +17,7 @@ namespace {
 constexpr uint32_t kLargestRequest = 0x7FFFFFFFu;
 
 void* realMapAnon(size_t length) {
-  void* p = mmap(nullptr, length, PROT_READ | PROT_WRITE,
-                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* p = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   return p == MAP_FAILED ? nullptr : p;
 }
 
@@ -49,8 +48,7 @@ void* kqMalloc(uint32_t size) {
   if (size < kKqMapThreshold) {
     block = static_cast<uint8_t*>(gSystem.heapAlloc(size_t{size} + kKqAllocHeader));
     if (block == nullptr) {
-      kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "malloc(%u) failed (%s)", size,
-            std::strerror(errno));
+      kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "malloc(%u) failed (%s)", size, std::strerror(errno));
       return nullptr;
     }
   } else {
@@ -61,8 +59,7 @@ void* kqMalloc(uint32_t size) {
       block = static_cast<uint8_t*>(gSystem.mapAnon(size_t{size} + kKqAllocHeader));
     }
     if (block == nullptr) {
-      kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "mmap(%u) failed (%s)", size,
-            std::strerror(errno));
+      kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "mmap(%u) failed (%s)", size, std::strerror(errno));
       return nullptr;
     }
   }
@@ -80,8 +77,7 @@ void kqFree(void* p) {
     return;
   }
   if (gSystem.unmap(block, size_t{size} + kKqAllocHeader) != 0) {
-    kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "munmap(%u) failed (%s)", size,
-          std::strerror(errno));
+    kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "munmap(%u) failed (%s)", size, std::strerror(errno));
   }
 }
 
@@ -89,8 +85,8 @@ void* kqCalloc(uint32_t count, uint32_t size) {
   const uint32_t total = count * size;  // 32-bit product, as documented
   void* q = kqMalloc(total);
   if (q == nullptr) {
-    kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "calloc(%u, %u) failed (%s)", count,
-          size, std::strerror(errno));
+    kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "calloc(%u, %u) failed (%s)", count, size,
+          std::strerror(errno));
     return nullptr;
   }
   std::memset(q, 0, total);

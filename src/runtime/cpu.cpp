@@ -61,11 +61,16 @@ uint32_t kqCpuFlags() {
 
 const char* kqCpuFlagName(uint32_t flag) {
   switch (flag) {
-    case 0: return "c";
-    case KQ_CPU_NEON: return "neon";
-    case KQ_CPU_SSE41: return "sse41";
-    case KQ_CPU_AVX2: return "avx2";
-    default: return "?";
+    case 0:
+      return "c";
+    case KQ_CPU_NEON:
+      return "neon";
+    case KQ_CPU_SSE41:
+      return "sse41";
+    case KQ_CPU_AVX2:
+      return "avx2";
+    default:
+      return "?";
   }
 }
 

@@ -14,16 +14,15 @@ std::mutex gSinkMutex;
 KQLogSinkFn* gSinkFn = nullptr;
 void* gSinkUser = nullptr;
 
-void writeDefault(FILE* stream, int32_t priority, const char* tag,
-                  const char* message) {
+void writeDefault(FILE* stream, int32_t priority, const char* tag, const char* message) {
 #if defined(__ANDROID__)
   (void)stream;
   __android_log_print(priority, tag, "%s", message);
 #else
   if (stream == nullptr) stream = stderr;
   // One fprintf per line keeps lines from different threads whole.
-  std::fprintf(stream, "%c/%s: %s\n", kqLogPriorityLetter(priority),
-               tag != nullptr ? tag : "", message);
+  std::fprintf(stream, "%c/%s: %s\n", kqLogPriorityLetter(priority), tag != nullptr ? tag : "",
+               message);
   std::fflush(stream);
 #endif
 }
@@ -41,8 +40,7 @@ void kqLogSetSink(KQLogSinkFn* sink, void* user) {
   gSinkUser = sink != nullptr ? user : nullptr;
 }
 
-void kqLog(FILE* stream, int32_t priority, const char* tag, const char* format,
-           ...) {
+void kqLog(FILE* stream, int32_t priority, const char* tag, const char* format, ...) {
   char buffer[4096];
   va_list args;
   va_start(args, format);

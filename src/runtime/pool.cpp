@@ -123,8 +123,8 @@ void runJob(void* arg) {
   }
 }
 
-bool dispatchOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split,
-                    void* context, uint32_t contextSize, int32_t threadCount) {
+bool dispatchOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split, void* context,
+                    uint32_t contextSize, int32_t threadCount) {
   bool ran = false;
   pthread_mutex_lock(&pool->dispatch);
   int32_t slices = threadCount > kKqMaxSlices / 4 ? kKqMaxSlices : 4 * threadCount;
@@ -200,13 +200,12 @@ void runSingleSlice(KQTaskFn* task, KQSplitFn* split, void* context) {
 // Ad-hoc team of n (2..32) threads, one slice each. All memory is obtained
 // before the first thread starts, so a failure leaves nothing half done: the
 // work then runs as one slice on the calling thread.
-void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
-             int32_t n, const char* name) {
+void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize, int32_t n,
+             const char* name) {
   Team* team = static_cast<Team*>(kqMalloc(sizeof(Team)));
   TeamSlot* slots = static_cast<TeamSlot*>(kqMalloc(uint32_t(sizeof(TeamSlot)) * uint32_t(n)));
-  uint8_t* copies = contextSize > 0
-                        ? static_cast<uint8_t*>(kqMalloc(contextSize * uint32_t(n)))
-                        : nullptr;
+  uint8_t* copies =
+      contextSize > 0 ? static_cast<uint8_t*>(kqMalloc(contextSize * uint32_t(n))) : nullptr;
   if (team == nullptr || slots == nullptr || copies == nullptr) {
     kqFree(copies);
     kqFree(slots);
@@ -282,8 +281,8 @@ bool kqParallelFor(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t con
   return true;
 }
 
-void kqParallelForThreads(KQTaskFn* task, KQSplitFn* split, void* context,
-                          uint32_t contextSize, int32_t threadCount) {
+void kqParallelForThreads(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
+                          int32_t threadCount) {
   teamDispatch(task, split, context, contextSize, threadCount, nullptr);
 }
 

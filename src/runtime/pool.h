@@ -11,8 +11,7 @@ using KQTaskFn = void(void* context);
 // `sliceCount` (normally a row or tile range). `poolFlag` is 1 when the pool
 // runs the slices and 0 for the single-slice and ad-hoc forms. Called on the
 // dispatching thread, once per slice in increasing order, before any task.
-using KQSplitFn = void(int32_t slice, int32_t sliceCount, int32_t poolFlag,
-                       void* context);
+using KQSplitFn = void(int32_t slice, int32_t sliceCount, int32_t poolFlag, void* context);
 
 // Upper bounds of the pool and of one parallel-for.
 constexpr int32_t kKqMaxThreads = 32;
@@ -28,21 +27,21 @@ constexpr int32_t kKqMaxSlices = 2048;
 // Returns false when no slice ran (count below 1 with a pool, or the context
 // copies could not be allocated); true otherwise. A task must never start a
 // parallel-for itself.
-bool kqParallelFor(KQTaskFn* task, KQSplitFn* split, void* context,
-                   uint32_t contextSize, int32_t threadCount);
+bool kqParallelFor(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
+                   int32_t threadCount);
 
 // Pool-free form: min(threadCount, 32) freshly created threads run one slice
 // each while the caller waits; a count below 2 runs one slice on the calling
 // thread. If the team cannot be set up, the single slice runs on the calling
 // thread instead.
-void kqParallelForThreads(KQTaskFn* task, KQSplitFn* split, void* context,
-                          uint32_t contextSize, int32_t threadCount);
+void kqParallelForThreads(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
+                          int32_t threadCount);
 
 // The thread-count rule shared by every stage: n < 0 runs |n| fresh threads
 // (kqParallelForThreads), n > 1 goes through kqParallelFor, 0 and 1 run one
 // slice on the calling thread.
-void kqParallelRun(KQTaskFn* task, KQSplitFn* split, void* context,
-                   uint32_t contextSize, int32_t threadCount);
+void kqParallelRun(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
+                   int32_t threadCount);
 
 // Takes one use of the process-wide pool, creating it with
 // min(threadCount, 32) slots (slot 0 is the dispatching thread) when none

@@ -24,14 +24,22 @@ uint64_t kqTestSeed() {
 
 const char* kqFillName(KqFill fill) {
   switch (fill) {
-    case KqFill::kUniform: return "uniform";
-    case KqFill::kZero: return "zero";
-    case KqFill::kMax: return "max";
-    case KqFill::kAlternate: return "0/255";
-    case KqFill::kZeroOne: return "0/1";
-    case KqFill::kHigh: return "254/255";
-    case KqFill::kRamp: return "ramp";
-    case KqFill::kSmooth: return "smooth";
+    case KqFill::kUniform:
+      return "uniform";
+    case KqFill::kZero:
+      return "zero";
+    case KqFill::kMax:
+      return "max";
+    case KqFill::kAlternate:
+      return "0/255";
+    case KqFill::kZeroOne:
+      return "0/1";
+    case KqFill::kHigh:
+      return "254/255";
+    case KqFill::kRamp:
+      return "ramp";
+    case KqFill::kSmooth:
+      return "smooth";
   }
   return "?";
 }
@@ -43,13 +51,27 @@ void kqFillPlane(uint8_t* data, int width, int height, int stride, KqFill fill, 
     for (int x = 0; x < width; ++x) {
       uint8_t v = 0;
       switch (fill) {
-        case KqFill::kUniform: v = uint8_t(rng.next() >> 24); break;
-        case KqFill::kZero: v = 0; break;
-        case KqFill::kMax: v = 255; break;
-        case KqFill::kAlternate: v = (rng.next() & 0x80000000u) ? 255 : 0; break;
-        case KqFill::kZeroOne: v = uint8_t(rng.next() >> 31); break;
-        case KqFill::kHigh: v = uint8_t(254 + (rng.next() >> 31)); break;
-        case KqFill::kRamp: v = uint8_t(x + 3 * y + phase); break;
+        case KqFill::kUniform:
+          v = uint8_t(rng.next() >> 24);
+          break;
+        case KqFill::kZero:
+          v = 0;
+          break;
+        case KqFill::kMax:
+          v = 255;
+          break;
+        case KqFill::kAlternate:
+          v = (rng.next() & 0x80000000u) ? 255 : 0;
+          break;
+        case KqFill::kZeroOne:
+          v = uint8_t(rng.next() >> 31);
+          break;
+        case KqFill::kHigh:
+          v = uint8_t(254 + (rng.next() >> 31));
+          break;
+        case KqFill::kRamp:
+          v = uint8_t(x + 3 * y + phase);
+          break;
         case KqFill::kSmooth: {
           // Gentle gradient plus small noise, with a few steps: close to camera
           // content, where filters take their non-trivial branches.
@@ -80,7 +102,9 @@ KqGuardedBuffer::KqGuardedBuffer(size_t size) : size_(size) {
 KqGuardedBuffer::~KqGuardedBuffer() { munmap(base_, mapped_); }
 
 KqFramedPlane::KqFramedPlane(int width, int height, uint8_t sentinel)
-    : width_(width), height_(height), stride_(width + 2 * kFrame),
+    : width_(width),
+      height_(height),
+      stride_(width + 2 * kFrame),
       buf_(size_t(stride_) * (height + 2 * kFrame), sentinel) {}
 
 std::vector<uint8_t> KqFramedPlane::packed() const {
@@ -122,14 +146,15 @@ testing::AssertionResult kqPlanesEqual(const uint8_t* ref, int refStride, const 
       b += cell;
       c += r == g ? ".. " : "xx ";
     }
-    msg << "y=" << y << " x=" << x0 << ".." << x1 - 1 << "  " << a << "| " << b << "| " << c << "\n";
+    msg << "y=" << y << " x=" << x0 << ".." << x1 - 1 << "  " << a << "| " << b << "| " << c
+        << "\n";
   }
   return testing::AssertionFailure() << msg.str();
 }
 
 testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedPlane& got) {
-  testing::AssertionResult inner = kqPlanesEqual(ref.data(), ref.stride(), got.data(),
-                                                 got.stride(), ref.width(), ref.height());
+  testing::AssertionResult inner =
+      kqPlanesEqual(ref.data(), ref.stride(), got.data(), got.stride(), ref.width(), ref.height());
   if (!inner) return inner;
   const int f = KqFramedPlane::kFrame, s = ref.stride();
   const int rows = ref.height() + 2 * f;
@@ -137,10 +162,12 @@ testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedP
     for (int x = 0; x < s; ++x) {
       const size_t i = size_t(y) * s + x;
       if (ref.raw()[i] == got.raw()[i]) continue;
-      const char* side = y < f ? "above" : y >= f + ref.height() ? "below" : x < f ? "left" : "right";
-      return testing::AssertionFailure()
-             << "overwrite " << side << " the plane at frame position (" << x - f << ", " << y - f
-             << ")";
+      const char* side = y < f                   ? "above"
+                         : y >= f + ref.height() ? "below"
+                         : x < f                 ? "left"
+                                                 : "right";
+      return testing::AssertionFailure() << "overwrite " << side << " the plane at frame position ("
+                                         << x - f << ", " << y - f << ")";
     }
   return testing::AssertionSuccess();
 }

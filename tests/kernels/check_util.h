@@ -23,7 +23,9 @@ class KqRng {
   // Uniform integer in [lo, hi].
   int range(int lo, int hi) { return lo + static_cast<int>(next() % uint32_t(hi - lo + 1)); }
   // Uniform float in [lo, hi).
-  float uniform(float lo, float hi) { return lo + (hi - lo) * float(next() >> 8) * (1.0f / 16777216.0f); }
+  float uniform(float lo, float hi) {
+    return lo + (hi - lo) * float(next() >> 8) * (1.0f / 16777216.0f);
+  }
 
  private:
   uint64_t s_;
@@ -34,9 +36,9 @@ class KqRng {
 uint64_t kqTestSeed();
 
 enum class KqFill { kUniform, kZero, kMax, kAlternate, kZeroOne, kHigh, kRamp, kSmooth };
-constexpr KqFill kKqAllFills[] = {KqFill::kUniform, KqFill::kZero, KqFill::kMax,
+constexpr KqFill kKqAllFills[] = {KqFill::kUniform,   KqFill::kZero,    KqFill::kMax,
                                   KqFill::kAlternate, KqFill::kZeroOne, KqFill::kHigh,
-                                  KqFill::kRamp, KqFill::kSmooth};
+                                  KqFill::kRamp,      KqFill::kSmooth};
 const char* kqFillName(KqFill fill);
 
 // Fills a width x height plane with the given row stride.

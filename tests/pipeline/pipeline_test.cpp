@@ -67,7 +67,8 @@ TEST_F(Pipeline, FormatNineIsUVAndEveryOtherCodeIsVU) {
   const KqYuv src = KqYuv::camera(40, 32, 5);
   const Settings s{0, 2, 0.0f};
   const std::vector<uint8_t> nv21 = run(src, 80, 64, s, 1, -1, -1, -1, -1, 8, 8);
-  for (int code : {0, 12, 1000}) EXPECT_EQ(run(src, 80, 64, s, 1, -1, -1, -1, -1, code, code), nv21);
+  for (int code : {0, 12, 1000})
+    EXPECT_EQ(run(src, 80, 64, s, 1, -1, -1, -1, -1, code, code), nv21);
   // Reading NV12 and writing NV21 exchanges every chroma byte pair.
   const std::vector<uint8_t> same = run(src, 80, 64, s, 1, -1, -1, -1, -1, 9, 9);
   const std::vector<uint8_t> swapped = run(src, 80, 64, s, 1, -1, -1, -1, -1, 9, 8);
@@ -193,11 +194,12 @@ TEST_F(Pipeline, TinyInputsAndOutputsStayInsideTheirPlanes) {
           for (int x = os[0]; x < os[0] + 6; ++x)
             ASSERT_EQ(dst.y()[y * (os[0] + 6) + x], 0xE1) << os[0] << "x" << os[1];
         // Chroma rows beyond height / 2 are never written.
-        for (size_t i = size_t(os[0] + 6) * (os[1] / 2); i < size_t(os[0] + 6) * ((os[1] + 1) / 2); ++i)
+        for (size_t i = size_t(os[0] + 6) * (os[1] / 2); i < size_t(os[0] + 6) * ((os[1] + 1) / 2);
+             ++i)
           ASSERT_EQ(dst.uv()[i], 0xE1) << os[0] << "x" << os[1];
         if (first.empty()) first = dst.bytes();
-        EXPECT_EQ(dst.bytes(), first) << is[0] << "x" << is[1] << " -> " << os[0] << "x" << os[1]
-                                      << " threads " << threads;
+        EXPECT_EQ(dst.bytes(), first)
+            << is[0] << "x" << is[1] << " -> " << os[0] << "x" << os[1] << " threads " << threads;
       }
     }
 }

@@ -13,7 +13,9 @@ class KqYuv {
   // Luma of stride x height bytes followed by chroma of stride x
   // ceil(height / 2) bytes, all set to `fill`. stride 0 means width.
   KqYuv(int width, int height, int stride = 0, uint8_t fill = 0)
-      : width_(width), height_(height), stride_(stride > 0 ? stride : width),
+      : width_(width),
+        height_(height),
+        stride_(stride > 0 ? stride : width),
         buf_(size_t(stride_) * (height + (height + 1) / 2) + 1, fill) {}
 
   // Smooth gradients, edges, fine texture and noise in luma and chroma
@@ -56,9 +58,18 @@ class KqYuv {
 
   KQYUVMultiPlaneImage record(int type) const {
     uint8_t* base = const_cast<uint8_t*>(buf_.data());
-    return KQYUVMultiPlaneImage{type,    width_,  height_, 1,
-                                stride_, height_, 2,       stride_,
-                                2,       stride_, base,    base + size_t(stride_) * height_,
+    return KQYUVMultiPlaneImage{type,
+                                width_,
+                                height_,
+                                1,
+                                stride_,
+                                height_,
+                                2,
+                                stride_,
+                                2,
+                                stride_,
+                                base,
+                                base + size_t(stride_) * height_,
                                 base + size_t(stride_) * height_ + 1};
   }
 

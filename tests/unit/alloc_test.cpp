@@ -1,10 +1,11 @@
 // alloc_test.cpp - allocator paths, size header and failure reports.
+#include "runtime/alloc.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
-#include "runtime/alloc.h"
 #include "support/log_capture.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // cpu_test.cpp - CPU feature decoding and the level list used by kernel tests.
-#include <gtest/gtest.h>
-
 #include "runtime/cpu.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,9 +1,10 @@
 // image8_test.cpp - working plane creation and release.
+#include "image/image8.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "image/image8.h"
 #include "support/log_capture.h"
 
 namespace {

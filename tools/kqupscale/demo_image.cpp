@@ -85,7 +85,8 @@ void drawText(RgbaImage& image, int x, int y, const std::string& text, int scale
     if (const Glyph* glyph = findGlyph(c)) {
       for (int row = 0; row < 7; ++row)
         for (int col = 0; col < 5; ++col)
-          if (glyph->rows[row] & (16 >> col)) fillRect(image, x + col * scale, y + row * scale, scale, scale, r, g, b);
+          if (glyph->rows[row] & (16 >> col))
+            fillRect(image, x + col * scale, y + row * scale, scale, scale, r, g, b);
     }
     x += 6 * scale;
   }

@@ -25,7 +25,8 @@ std::string lower(std::string s) {
 std::vector<uint8_t> readWholeFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw ToolError("cannot read '" + path + "': " + std::strerror(errno));
-  std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                             std::istreambuf_iterator<char>());
   if (in.bad()) throw ToolError("cannot read '" + path + "'");
   return bytes;
 }
@@ -76,7 +77,8 @@ void jpegSilence(j_common_ptr, int) {}
 FileKind kindFromExtension(const std::string& path) {
   const size_t dot = path.find_last_of('.');
   const size_t slash = path.find_last_of('/');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return FileKind::kUnknown;
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+    return FileKind::kUnknown;
   const std::string ext = lower(path.substr(dot + 1));
   if (ext == "png") return FileKind::kPng;
   if (ext == "jpg" || ext == "jpeg") return FileKind::kJpeg;
@@ -165,8 +167,8 @@ Nv21Image readRaw(const std::string& path, int width, int height, int stride, bo
   if (bytes.size() != expected)
     throw ToolError("raw file '" + path + "' is " + std::to_string(bytes.size()) +
                     " bytes, expected " + std::to_string(expected) + " for " +
-                    std::to_string(width) + "x" + std::to_string(height) + (nv12 ? " NV12" : " NV21") +
-                    " with row stride " + std::to_string(stride));
+                    std::to_string(width) + "x" + std::to_string(height) +
+                    (nv12 ? " NV12" : " NV21") + " with row stride " + std::to_string(stride));
   Nv21Image image;
   image.width = width;
   image.height = height;
@@ -230,7 +232,8 @@ std::vector<uint8_t> encodeJpeg(const RgbaImage& image, int quality) {
   jpeg_set_quality(&cinfo, quality, TRUE);
   jpeg_start_compress(&cinfo, TRUE);
   while (cinfo.next_scanline < cinfo.image_height) {
-    JSAMPROW row = const_cast<JSAMPROW>(image.pixels.data() + size_t(cinfo.next_scanline) * image.width * 4);
+    JSAMPROW row =
+        const_cast<JSAMPROW>(image.pixels.data() + size_t(cinfo.next_scanline) * image.width * 4);
     jpeg_write_scanlines(&cinfo, &row, 1);
   }
   jpeg_finish_compress(&cinfo);

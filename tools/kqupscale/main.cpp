@@ -1,7 +1,8 @@
 // main.cpp - kqupscale: enlarge PNG, JPEG or raw NV12/NV21 images with
 // libKQUpScale from the command line, or run the built-in demo.
-#include <CLI/CLI.hpp>
+#include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -9,7 +10,6 @@
 #include <cstring>
 #include <sstream>
 #include <string>
-#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -130,7 +130,8 @@ Nv21Image readInput(const std::string& path, const Options& o) {
   if (kind == FileKind::kRaw) {
     int w = 0, h = 0;
     if (o.rawSize.empty()) throw ToolError("raw input '" + path + "' needs --size WxH");
-    if (!parseSize(o.rawSize, &w, &h)) throw ToolError("--size expects WxH, got '" + o.rawSize + "'");
+    if (!parseSize(o.rawSize, &w, &h))
+      throw ToolError("--size expects WxH, got '" + o.rawSize + "'");
     return readRaw(path, w, h, o.stride, rawIsNv12(path, o.format, false));
   }
   RgbaImage rgba;
@@ -158,8 +159,12 @@ Nv21Image readInput(const std::string& path, const Options& o) {
 
 void writeOutput(const std::string& path, const Nv21Image& image, const Options& o) {
   switch (kindFromExtension(path)) {
-    case FileKind::kPng: writeFileAtomically(path, encodePng(nvToRgba(image))); return;
-    case FileKind::kJpeg: writeFileAtomically(path, encodeJpeg(nvToRgba(image), o.jpegQuality)); return;
+    case FileKind::kPng:
+      writeFileAtomically(path, encodePng(nvToRgba(image)));
+      return;
+    case FileKind::kJpeg:
+      writeFileAtomically(path, encodeJpeg(nvToRgba(image), o.jpegQuality));
+      return;
     case FileKind::kRaw: {
       Nv21Image copy = image;
       const bool nv12 = rawIsNv12(path, o.format, image.nv12);
@@ -171,7 +176,8 @@ void writeOutput(const std::string& path, const Nv21Image& image, const Options&
       writeFileAtomically(path, packRaw(copy));
       return;
     }
-    case FileKind::kUnknown: break;
+    case FileKind::kUnknown:
+      break;
   }
   throw ToolError("cannot tell the output format of '" + path +
                   "' (use .png, .jpg, .yuv, .nv12 or .nv21)");
@@ -193,11 +199,21 @@ double upscale(const Nv21Image& in, const Region& region, int outW, int outH, co
   out->nv12 = in.nv12;
   out->data.assign(size_t(outW) * (outH + outH / 2), 0);
   const int32_t code = in.nv12 ? 9 : 8;
-  KQYUVMultiPlaneImage src{code, in.width, in.height, 1, in.stride, in.height, 2, in.stride, 2,
-                           in.stride, const_cast<uint8_t*>(in.y()), const_cast<uint8_t*>(in.uv()),
+  KQYUVMultiPlaneImage src{code,
+                           in.width,
+                           in.height,
+                           1,
+                           in.stride,
+                           in.height,
+                           2,
+                           in.stride,
+                           2,
+                           in.stride,
+                           const_cast<uint8_t*>(in.y()),
+                           const_cast<uint8_t*>(in.uv()),
                            nullptr};
-  KQYUVMultiPlaneImage dst{code, outW, outH, 1, outW, outH, 2, outW, 2, outW, out->y(), out->uv(),
-                           nullptr};
+  KQYUVMultiPlaneImage dst{code, outW, outH, 1,        outW,      outH,   2,
+                           outW, 2,    outW, out->y(), out->uv(), nullptr};
   const auto t0 = std::chrono::steady_clock::now();
   KQUpScale_ScaleImageFromROI(&src, &dst, region.left, region.top, region.right, region.bottom,
                               s.nr, s.chromaNr, s.sharpen, s.threads, s.affinity);
@@ -211,7 +227,8 @@ void printStages() {
 }
 
 void checkOutputSize(int64_t w, int64_t h) {
-  if (w < 2 || h < 2) throw ToolError("output size " + std::to_string(w) + "x" + std::to_string(h) + " is below 2x2");
+  if (w < 2 || h < 2)
+    throw ToolError("output size " + std::to_string(w) + "x" + std::to_string(h) + " is below 2x2");
   if (w > kMaxOutputSide || h > kMaxOutputSide || w * h > kMaxOutputPixels)
     throw ToolError("output size " + std::to_string(w) + "x" + std::to_string(h) +
                     " is beyond the memory bound (at most 256 megapixels and 32768 per side)");
@@ -231,14 +248,16 @@ void processFile(const std::string& inPath, const std::string& outPath, const Op
   int64_t outW, outH;
   if (!o.outSize.empty()) {
     int w, h;
-    if (!parseSize(o.outSize, &w, &h)) throw ToolError("--out-size expects WxH, got '" + o.outSize + "'");
+    if (!parseSize(o.outSize, &w, &h))
+      throw ToolError("--out-size expects WxH, got '" + o.outSize + "'");
     outW = w;
     outH = h;
     if (outW % 2 != 0 || outH % 2 != 0)
       throw ToolError("4:2:0 output needs an even width and height, got " + o.outSize);
   } else {
     const double f = o.scale > 0 ? o.scale : 2.0;
-    if (!(f * workW < 1e9 && f * workH < 1e9)) throw ToolError("--scale is beyond the memory bound");
+    if (!(f * workW < 1e9 && f * workH < 1e9))
+      throw ToolError("--scale is beyond the memory bound");
     outW = int64_t(std::lround(f * workW / 2.0)) * 2;
     outH = int64_t(std::lround(f * workH / 2.0)) * 2;
   }
@@ -284,8 +303,8 @@ int runDemo(const Options& o, const Settings& s) {
   std::printf("demo: %dx%d -> %dx%d (x%d), threads %d\n", w, h, w * factor, h * factor, factor,
               s.threads);
   std::printf("  warp only:   %8.1f ms  %7.1f output MP/s\n", bareMs, mp / (bareMs / 1000.0));
-  std::printf("  all filters: %8.1f ms  %7.1f output MP/s  (nr %d, chroma-nr %d, sharpen %.2f)\n", ms,
-              mp / (ms / 1000.0), s.nr, s.chromaNr, s.sharpen);
+  std::printf("  all filters: %8.1f ms  %7.1f output MP/s  (nr %d, chroma-nr %d, sharpen %.2f)\n",
+              ms, mp / (ms / 1000.0), s.nr, s.chromaNr, s.sharpen);
   std::printf("  stages of the filtered run:\n");
   printStages();
   std::printf("wrote %s/demo_input.png, demo_output.png, demo_compare.png\n", o.demoDir.c_str());
@@ -305,13 +324,15 @@ int main(int argc, char** argv) {
       "  kqupscale photo.png -o crop.png --roi 100,80,640,480 --scale 3 --sharpen 1.0\n"
       "  kqupscale a.jpg b.jpg c.jpg -o outdir/ --threads 4 --timing");
   app.add_option("inputs", o.inputs, "input files: .png, .jpg, or raw NV12/NV21 with --size");
-  app.add_option("-o,--output", o.output, "output file (.png .jpg .yuv .nv12 .nv21), or a folder for several inputs");
+  app.add_option("-o,--output", o.output,
+                 "output file (.png .jpg .yuv .nv12 .nv21), or a folder for several inputs");
   auto* scaleOpt = app.add_option("--scale", o.scale, "enlargement factor per side (default 2)")
                        ->check(CLI::Range(0.01, 64.0));
   app.add_option("--out-size", o.outSize, "output size WxH (even)")->excludes(scaleOpt);
   app.add_option("--roi", o.roi, "region x,y,w,h of the input to enlarge");
   app.add_option("--size", o.rawSize, "size WxH of raw NV12/NV21 input");
-  app.add_option("--format", o.format, "raw layout: nv12 or nv21 (default: from the extension, else nv21)")
+  app.add_option("--format", o.format,
+                 "raw layout: nv12 or nv21 (default: from the extension, else nv21)")
       ->check(CLI::IsMember({"nv12", "nv21"}));
   app.add_option("--stride", o.stride, "row stride of raw input in bytes (default: width)")
       ->check(CLI::Range(1, 1 << 20));
@@ -322,8 +343,10 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(0.0, 4.0));
   app.add_option("--threads", o.threads, "worker threads (default: CPU count, at most 8)")
       ->check(CLI::Range(1, 32));
-  app.add_option("--affinity", o.affinity, "CPU mask for the calling thread, e.g. 0x3 (default 0 = any)");
-  app.add_option("--jpeg-quality", o.jpegQuality, "JPEG output quality (default 92)")->check(CLI::Range(1, 100));
+  app.add_option("--affinity", o.affinity,
+                 "CPU mask for the calling thread, e.g. 0x3 (default 0 = any)");
+  app.add_option("--jpeg-quality", o.jpegQuality, "JPEG output quality (default 92)")
+      ->check(CLI::Range(1, 100));
   app.add_flag("--timing", o.timing, "print per-stage durations from the library's stage hooks");
   app.add_flag("-q,--quiet", o.quiet, "print nothing but errors");
   app.add_flag("-v,--verbose", o.verbose, "also print the library's information lines");
@@ -349,7 +372,8 @@ int main(int argc, char** argv) {
   gLog.verbose = o.verbose;
   kqLogSetSink(logSink, nullptr);
   kqTimerSetEnabled(o.timing || o.demo);
-  if (o.threads == 0) o.threads = int(std::min(8u, std::max(1u, std::thread::hardware_concurrency())));
+  if (o.threads == 0)
+    o.threads = int(std::min(8u, std::max(1u, std::thread::hardware_concurrency())));
 
   try {
     char* end = nullptr;
@@ -359,7 +383,8 @@ int main(int argc, char** argv) {
     const Settings s{o.nr, o.chromaNr, o.sharpen, o.threads, int(mask)};
     if (o.demo) return runDemo(o, s);
     if (o.inputs.empty()) throw ToolError("no input file (try --demo, or --help)");
-    if (o.output.empty()) throw ToolError("no output given (-o FILE, or -o FOLDER for several inputs)");
+    if (o.output.empty())
+      throw ToolError("no output given (-o FILE, or -o FOLDER for several inputs)");
     const bool toFolder = o.inputs.size() > 1 || isDirectory(o.output) || o.output.back() == '/';
     if (toFolder && !isDirectory(o.output))
       throw ToolError("output folder '" + o.output + "' does not exist");
