@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -72,42 +73,83 @@ inline bool sameSampling(const KQWarpRow& a, const KQWarpRow& b) {
 
 // Block origins (base, phase) of a row, packed as base * 32 + phase (the
 // floor of 32 times the clamped start, within +-2^29), into out[0 .. n).
-// Returns false as soon as a block differs from cmp (when cmp is given).
-bool blockCodes(const KQWarpRow& row, int32_t* out, const int32_t* cmp) {
+void blockCodes(const KQWarpRow& row, int32_t* out) {
   float p = row.x;
   for (int32_t j = 0, start = 0; start < row.count; ++j, start += 8) {
     int32_t base, phase;
     kqwarp::blockOriginFast(p, &base, &phase);
-    const int32_t code = base * 32 + phase;
-    if (cmp != nullptr && cmp[j] != code) return false;
-    if (out != nullptr) out[j] = code;
+    out[j] = base * 32 + phase;
     p = p + row.blockStep;
   }
-  return true;
 }
 
-// Rows whose floats differ (the bilinear blend of the corner matrices
-// rounds differently from row to row) can still place every block at the
-// same source column and phase; with the same source rows and step, every
-// row kernel then gives them the same horizontal values.
-class BlockChain {
+// Block chains of a tile's rows. Rows whose floats differ (the bilinear
+// blend of the corner matrices rounds differently from row to row) can still
+// place every block at the same source column and phase; with the same
+// source rows and step, every row kernel then gives them the same
+// horizontal values. Each distinct (x, 8*D, S) is walked once: its codes are
+// compared with the chains already seen (same S), and rows that land on the
+// same chain share its codes and the kernel's plan built from them. In an
+// enlargement with uniform tiles a tile has one or a few chains, so no row
+// walks its chain again and the kernels' per-column set-up is done once.
+class ChainCache {
  public:
-  explicit BlockChain(int32_t count) : codes_(size_t((count + 7) / 8)) {}
-  void reset() { valid_ = false; }
-  bool sameBlocks(const KQWarpRow& pending, const KQWarpRow& row) {
-    if (pending.src0 != row.src0 || pending.src1 != row.src1 || pending.step != row.step ||
-        pending.count != row.count || pending.srcWidth != row.srcWidth)
-      return false;
-    if (!valid_) {
-      blockCodes(pending, codes_.data(), nullptr);
-      valid_ = true;
+  static constexpr int32_t kMaxChains = 8;
+  static constexpr int32_t kMaxKeys = 64;
+
+  explicit ChainCache(int32_t count) : count_(count), scratch_(size_t((count + 7) / 8)) {
+    chains_.reserve(kMaxChains);
+  }
+
+  // Index of the row's chain, or -1 when the cache is full and the row's
+  // codes match none of its chains.
+  int32_t find(const KQWarpRow& row) {
+    uint32_t xb, sb;
+    std::memcpy(&xb, &row.x, sizeof xb);
+    std::memcpy(&sb, &row.blockStep, sizeof sb);
+    for (const Key& k : keys_)
+      if (k.xBits == xb && k.stepBits == sb && k.step == row.step) return k.chain;
+    blockCodes(row, scratch_.data());
+    int32_t found = -1;
+    for (size_t c = 0; c < chains_.size() && found < 0; ++c)
+      if (chains_[c].step == row.step && chains_[c].codes == scratch_) found = int32_t(c);
+    if (found < 0 && int32_t(chains_.size()) < kMaxChains) {
+      Chain ch;
+      ch.step = row.step;
+      ch.codes = scratch_;
+      ch.plan.assign(kqWarpPlanBytes(count_), 0);
+      chains_.push_back(std::move(ch));
+      found = int32_t(chains_.size()) - 1;
     }
-    return blockCodes(row, nullptr, codes_.data());
+    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) keys_.push_back({xb, sb, row.step, found});
+    return found;
+  }
+
+  // Hands chain c's codes and plan to the row kernel.
+  void attach(int32_t c, KQWarpRow* row) {
+    if (c < 0) return;
+    Chain& ch = chains_[size_t(c)];
+    row->codes = ch.codes.data();
+    row->plan = ch.plan.data();
+    row->planReady = &ch.planReady;
   }
 
  private:
-  std::vector<int32_t> codes_;
-  bool valid_ = false;
+  struct Key {
+    uint32_t xBits, stepBits;
+    int32_t step;
+    int32_t chain;
+  };
+  struct Chain {
+    int32_t step = 0;
+    std::vector<int32_t> codes;
+    std::vector<uint8_t> plan;
+    int32_t planReady = 0;
+  };
+  int32_t count_;
+  std::vector<int32_t> scratch_;
+  std::vector<Key> keys_;
+  std::vector<Chain> chains_;  // reserved: never moves while rows point into it
 };
 
 // Steps beyond +-8192 source pixels per output pixel are clamped, so that
@@ -140,15 +182,18 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
 
   const int32_t count = x1 - x0 + 1;
   const ptrdiff_t stride = dst.width;
-  // Luma rows that share source rows and block origins are handed to the row
+  // Luma rows that share source rows and block chain are handed to the row
   // kernel together (pending, starting at pendingDst); a chroma row whose
-  // sampling equals the previous row's is a copy of it.
+  // source row and chain equal the previous row's is a copy of it. Both
+  // hand the kernels the chain's codes and plan.
   KQWarpRow pending;
   pending.rows = 0;
-  BlockChain chain(luma ? count : 0);
+  int32_t pendingChain = -1;
+  ChainCache chains(count);
   uint8_t* pendingDst = nullptr;
   KQWarpRow prev;
   prev.rows = 0;
+  int32_t prevChain = -1;
   for (int32_t y = y0; y <= y1; ++y) {
     const float t = static_cast<float>(y - y0) / tDen;
     const float u = 1.0f - t;
@@ -182,15 +227,21 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       w1 = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
       row.w1[0] = w1;
       row.x = lx;
-      if (pending.rows > 0 && pending.rows < kKqWarpMaxRows &&
-          (sameSampling(pending, row) || chain.sameBlocks(pending, row))) {
+      // Rows join the pending group when they read the same source rows on
+      // the same chain (the same floats, or floats whose blocks all land on
+      // the same columns and phases).
+      const int32_t rowChain = chains.find(row);
+      if (pending.rows > 0 && pending.rows < kKqWarpMaxRows && pending.src0 == row.src0 &&
+          pending.src1 == row.src1 &&
+          ((rowChain >= 0 && rowChain == pendingChain) || sameSampling(pending, row))) {
         pending.w1[pending.rows++] = w1;
         continue;
       }
       if (pending.rows > 0) dsp->bilinearRow(pendingDst, stride, &pending);
       pending = row;
+      chains.attach(rowChain, &pending);
+      pendingChain = rowChain;
       pendingDst = out;
-      chain.reset();
     } else {
       // Nearest sample: half a pixel added to both coordinates, then
       // truncated. The step was taken before, so the half moves the whole
@@ -200,11 +251,16 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       row.src1 = row.src0;
       row.w1[0] = 0;
       row.x = lx + 0.5f;
-      if (prev.rows > 0 && sameSampling(prev, row)) {
+      // A row on the previous row's source row and chain repeats it.
+      const int32_t rowChain = chains.find(row);
+      if (prev.rows > 0 && prev.src0 == row.src0 &&
+          ((rowChain >= 0 && rowChain == prevChain) || sameSampling(prev, row))) {
         std::memcpy(out, out - stride, size_t(count));
       } else {
+        chains.attach(rowChain, &row);
         dsp->nearestRow(out, &row);
         prev = row;
+        prevChain = rowChain;
       }
     }
   }

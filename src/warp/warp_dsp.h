@@ -53,7 +53,28 @@ struct KQWarpRow {
   int32_t step;                // S: per-pixel step in 1/2048 source pixel, |S| <= 2^24
   float x;                     // p(0): source x of the row's first pixel
   float blockStep;             // 8 * D, added once per block
+  // Optional, set by the tile code for rows whose block chain it has already
+  // walked: codes[j] = base * 32 + phase of block j (blockOriginFast of
+  // p(j)), so a kernel may take the origins from here instead of the float
+  // chain. plan (kqWarpPlanBytes(count) bytes) and *planReady (0 until a
+  // kernel has filled plan) belong to these codes and to one kernel table:
+  // a vector kernel keeps its per-column shuffles and weights there, built on
+  // first use and reused by every later row with the same codes. The scalar
+  // kernels ignore all three.
+  const int32_t* codes = nullptr;
+  uint8_t* plan = nullptr;
+  int32_t* planReady = nullptr;
 };
+
+// Scratch bytes a kernel may use as the plan of a count-pixel row: one
+// 80-byte record per 16 pixels (shuffle and weight bytes, two window
+// columns, a flag) plus one spare record, then 16 bytes that name a source
+// row and 2 bytes per pixel for that row's horizontal results.
+constexpr size_t kKqWarpPlanRecord = 80;
+inline size_t kqWarpPlanBytes(int32_t count) {
+  const size_t groups = size_t(count > 0 ? count : 0) / 16;
+  return (groups + 1) * kKqWarpPlanRecord + 16 + groups * 32;
+}
 
 // Bilinear: writes row->count bytes to each of row->rows rows starting at
 // dst, dstStride apart (no more). Nearest: writes row->count bytes at dst

@@ -222,23 +222,29 @@ TEST(CheckWarp, WholeWarp) {
   struct Size {
     int32_t sw, sh, dw, dh;
   };
-  const Size sizes[] = {{64, 48, 256, 192}, {60, 44, 250, 187}, {33, 20, 200, 121},
-                        {8, 8, 24, 24},     {100, 40, 130, 90}, {16, 12, 16, 12}};
+  // Exact 2x and 4x enlargements put every tile's rows on one or two block
+  // chains (the planned rows); non-uniform tiles and shears give rows many
+  // chains, more than the tile code keeps.
+  const Size sizes[] = {{64, 48, 256, 192},  {60, 44, 250, 187}, {33, 20, 200, 121},
+                        {8, 8, 24, 24},      {100, 40, 130, 90}, {16, 12, 16, 12},
+                        {160, 90, 320, 180}, {130, 74, 260, 148}};
   for (const Level& level : levels)
     for (const Size& s : sizes)
-      for (int nonUniform = 0; nonUniform < 2; ++nonUniform) {
+      for (int nonUniform = 0; nonUniform < 3; ++nonUniform) {
         KqRng rng(kqTestSeed() ^ uint64_t(s.sw * 131 + s.dw) ^ (uint64_t(nonUniform) << 50));
         KqGuardedBuffer src(size_t(s.sw) * s.sh);
         kqFillPlane(src.data(), s.sw, s.sh, s.sw, KqFill::kSmooth, rng);
         Homography fwd[kKqGridTiles], inv[kKqGridTiles], fs, is;
         int32_t lx, ly;
         kqCreateScalingHomographies(fwd, inv, &fs, &is, s.sw, s.sh, s.dw, s.dh, &lx, &ly);
-        if (nonUniform) {
+        if (nonUniform == 1) {
           for (int i = 0; i < kKqGridTiles; ++i) {
             inv[i].h[0] *= rng.uniform(0.9f, 1.1f);
             inv[i].h[2] += rng.uniform(-2.0f, 2.0f);
             inv[i].h[5] += rng.uniform(-2.0f, 2.0f);
           }
+        } else if (nonUniform == 2) {
+          for (int i = 0; i < kKqGridTiles; ++i) inv[i].h[1] = rng.uniform(-0.05f, 0.05f);
         }
         for (int luma = 0; luma < 2; ++luma) {
           std::vector<uint8_t> a(size_t(s.dw) * s.dh, 0x11), b(a);
@@ -250,7 +256,10 @@ TEST(CheckWarp, WholeWarp) {
                      luma ? 0 : 1, luma, 4, 4);
           ASSERT_TRUE(kqPlanesEqual(a.data(), s.dw, b.data(), s.dw, s.dw, s.dh))
               << (luma ? "luma" : "chroma") << " warp " << level.name << " " << s.sw << "x" << s.sh
-              << " -> " << s.dw << "x" << s.dh << (nonUniform ? " non-uniform" : "");
+              << " -> " << s.dw << "x" << s.dh
+              << (nonUniform == 1   ? " non-uniform"
+                  : nonUniform == 2 ? " sheared"
+                                    : "");
         }
       }
 }
@@ -383,6 +392,71 @@ TEST(CheckWarp, RowsWithTheSameBlockOriginsGiveTheSameBytes) {
   }
   EXPECT_GT(agreeing, 100);
   EXPECT_GT(differing, 10);
+}
+
+// Rows handed over with their block codes and a plan, as the tile code does
+// for the rows of one chain (bilinear and nearest): a run of calls down a
+// plane (the next call's upper row is usually the last call's lower row,
+// sometimes a row is skipped or repeated, the last row pairs with itself)
+// must give the scalar bytes of the same rows without codes, whatever the
+// step, start, width and count.
+TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
+  const std::vector<Level> levels = vectorLevels();
+  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  for (const Level& level : levels) {
+    KqRng rng(kqTestSeed() ^ 0x9A7 ^ (uint64_t(level.flags) << 36));
+    for (int iter = 0; iter < 200; ++iter) {
+      const int32_t w = rng.range(1, 120), h = rng.range(1, 12);
+      KqGuardedBuffer src(size_t(w) * h);
+      kqFillPlane(src.data(), w, h, w, kKqAllFills[iter % 8], rng);
+      KQWarpRow a;
+      a.srcWidth = w;
+      a.count = rng.range(1, 300);
+      // Exact halves and quarters (the 2x and 4x grids), other upscales, and
+      // now and then a step outside the vector range.
+      const float d = iter % 3 == 0   ? (rng.range(0, 1) ? 0.5f : 0.25f)
+                      : iter % 7 == 1 ? randomStep(rng)
+                                      : rng.uniform(0.0f, 1.0f);
+      a.step = int32_t(d * 2048.0f);
+      a.blockStep = d * 8.0f;
+      a.x = iter % 3 == 0 ? float(rng.range(-64, 32 * w + 64)) / 32.0f : randomStart(rng, w);
+      std::vector<int32_t> codes = blockCodes(a);
+      // A plan belongs to one kernel: the bilinear and nearest rows keep
+      // their own, as the luma and chroma tiles do.
+      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
+      int32_t ready = 0, nearestReady = 0;
+      int32_t y = rng.range(0, h - 1);
+      for (int call = 0; call < 10; ++call) {
+        const int32_t move = rng.range(0, 5);  // 0: repeat, 5: skip a row
+        y = move == 0 ? y : move == 5 ? y + 2 : y + 1;
+        if (y > h - 1) y = rng.range(0, h - 1);
+        a.src0 = src.data() + size_t(y) * w;
+        a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
+        a.rows = rng.range(1, kKqWarpMaxRows);
+        for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+        KQWarpRow planned = a;
+        planned.codes = codes.data();
+        planned.plan = plan.data();
+        planned.planReady = &ready;
+        KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
+        ref.bilinearRow(pa.data(), pa.stride(), &a);
+        level.dsp.bilinearRow(pb.data(), pb.stride(), &planned);
+        ASSERT_TRUE(kqFramedEqual(pa, pb))
+            << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
+            << " call " << call << " source row " << y;
+        planned.plan = nearestPlan.data();
+        planned.planReady = &nearestReady;
+        KqFramedPlane na(a.count, 1), nb(a.count, 1);
+        ref.nearestRow(na.data(), &a);
+        level.dsp.nearestRow(nb.data(), &planned);
+        ASSERT_TRUE(kqFramedEqual(na, nb))
+            << level.name << " nearest, width " << w << " count " << a.count << " x " << a.x
+            << " step " << d << " source row " << y;
+      }
+    }
+  }
 }
 
 // The normalisation is the identity on 0..255 with the fifth the NEON

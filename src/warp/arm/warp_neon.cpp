@@ -57,10 +57,33 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
   const uint8_t* s0 = row->src0;
   const uint8_t* s1 = row->src1;
   float p = row->x;
+  // Rows of a chain the tile code has walked: origins from its codes, and
+  // the lower row's horizontal results of the full 16-pixel groups kept in
+  // the plan (after its records) for the next call, whose upper row it
+  // usually is; the same codes give that row the same values.
+  const bool planned = row->codes != nullptr && row->plan != nullptr && row->planReady != nullptr;
+  const int32_t full = planned ? count / 16 * 16 : 0;
+  uint8_t* keptTag = planned ? row->plan + size_t(full / 16 + 1) * kKqWarpPlanRecord : nullptr;
+  uint16_t* kept = planned ? reinterpret_cast<uint16_t*>(keptTag + 16) : nullptr;
+  bool reuse = false;
+  if (planned) {
+    if (*row->planReady == 0) {
+      std::memset(keptTag, 0, 16);
+      *row->planReady = 1;
+    }
+    const uint8_t* keptRow;
+    std::memcpy(&keptRow, keptTag, sizeof keptRow);
+    reuse = keptRow == s0;
+  }
   for (int32_t start = 0; start < count; start += 8) {
     int32_t base, phase;
-    kqwarp::blockOriginFast(p, &base, &phase);
-    p = p + row->blockStep;
+    if (planned) {
+      base = kqwarp::asr(row->codes[start / 8], 5);
+      phase = row->codes[start / 8] & 31;
+    } else {
+      kqwarp::blockOriginFast(p, &base, &phase);
+      p = p + row->blockStep;
+    }
     const uint8_t* u = kqwarp::blockWindow(s0, base, 8, width, edgeU);
     const uint8_t* l = kqwarp::blockWindow(s1, base, 8, width, edgeL);
     const int32_t lanes = count - start < 8 ? count - start : 8;
@@ -69,12 +92,18 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
     const uint8x8_t f = vand_u8(q, mask31);
     const uint8x8_t nf = vsub_u8(v32, f);
     // Left and right neighbours of each lane, upper row then lower row.
-    const uint8x8_t lu = vtbl1_u8(vld1_u8(u), idx);
-    const uint8x8_t ru = vtbl1_u8(vld1_u8(u + 1), idx);
+    uint16x8_t hu;
+    if (reuse && start < full) {
+      hu = vld1q_u16(kept + start);
+    } else {
+      const uint8x8_t lu = vtbl1_u8(vld1_u8(u), idx);
+      const uint8x8_t ru = vtbl1_u8(vld1_u8(u + 1), idx);
+      hu = vshrq_n_u16(vmlal_u8(vmull_u8(lu, nf), ru, f), 1);
+    }
     const uint8x8_t ll = vtbl1_u8(vld1_u8(l), idx);
     const uint8x8_t rl = vtbl1_u8(vld1_u8(l + 1), idx);
-    const uint16x8_t hu = vshrq_n_u16(vmlal_u8(vmull_u8(lu, nf), ru, f), 1);
     const uint16x8_t hl = vshrq_n_u16(vmlal_u8(vmull_u8(ll, nf), rl, f), 1);
+    if (start < full) vst1q_u16(kept + start, hl);
     // The horizontal results serve every output row of the group.
     for (int32_t r = 0; r < rows; ++r) {
       const uint16_t w1 = static_cast<uint16_t>(row->w1[r]);
@@ -83,6 +112,7 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
       storeLanes(dst + r * dstStride + start, vmovn_u16(v), lanes);
     }
   }
+  if (planned) std::memcpy(keptTag, &s1, sizeof s1);
 }
 
 void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
@@ -97,8 +127,13 @@ void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
   float p = row->x;
   for (int32_t start = 0; start < count; start += 8) {
     int32_t base, phase;
-    kqwarp::blockOriginFast(p, &base, &phase);
-    p = p + row->blockStep;
+    if (row->codes != nullptr) {
+      base = kqwarp::asr(row->codes[start / 8], 5);
+      phase = row->codes[start / 8] & 31;
+    } else {
+      kqwarp::blockOriginFast(p, &base, &phase);
+      p = p + row->blockStep;
+    }
     const uint8_t* w = kqwarp::blockWindow(s0, base, 7, width, edge);
     const uint8x8_t idx = vshr_n_u8(vadd_u8(vdup_n_u8(static_cast<uint8_t>(phase)), off), 5);
     storeLanes(dst + start, vtbl1_u8(vld1_u8(w), idx), count - start < 8 ? count - start : 8);
