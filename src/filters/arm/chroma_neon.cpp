@@ -14,6 +14,7 @@
 #include <arm_neon.h>
 
 #include "filters/chroma_dsp.h"
+#include "filters/chroma_rows.h"
 
 namespace {
 
@@ -50,15 +51,15 @@ struct Acc {
 };
 
 template <int kShift, int kLumaGain = 0>
-inline void addTap(Acc* a, const Tables& t, uint8x8_t cY, uint8x8_t cU, uint8x8_t cV,
-                   uint8x8_t tY, uint8x8_t tU, uint8x8_t tV) {
+inline void addTap(Acc* a, const Tables& t, uint8x8_t cY, uint8x8_t cU, uint8x8_t cV, uint8x8_t tY,
+                   uint8x8_t tU, uint8x8_t tV) {
   // min(|dY| << gain, 255): a saturating shift.
   const uint8x8_t dY = kLumaGain > 0 ? vqshl_n_u8(vabd_u8(cY, tY), kLumaGain) : vabd_u8(cY, tY);
   const uint8x8_t wY = weightOf<kShift>(dY, t);
   const uint8x8_t wU = weightOf<kShift>(vabd_u8(cU, tU), t);
   const uint8x8_t wV = weightOf<kShift>(vabd_u8(cV, tV), t);
   const uint8x8_t uv = vshrn_n_u16(vmull_u8(wV, wU), 8);  // <= 254
-  const uint16x8_t p = vmull_u8(uv, wY);                   // <= 64770
+  const uint16x8_t p = vmull_u8(uv, wY);                  // <= 64770
   const uint16x8_t w = vaddq_u16(vshrq_n_u16(p, 11), vshrq_n_u16(p, 12));
   const uint8x8_t w8 = vmovn_u16(w);
   a->w = vaddq_u16(a->w, w);
@@ -86,7 +87,7 @@ inline uint32x4_t mean4(uint32x4_t sum, uint32x4_t weight) {
   float32x4_t q = vmulq_f32(vcvtq_f32_u32(num), r);
   q = vminq_f32(q, vdupq_n_f32(256.0f));
   uint32x4_t qi = vcvtq_u32_f32(q);
-  qi = vaddq_u32(qi, vcgtq_u32(vmulq_u32(qi, den), num));  // -1 where too large
+  qi = vaddq_u32(qi, vcgtq_u32(vmulq_u32(qi, den), num));                  // -1 where too large
   qi = vsubq_u32(qi, vcleq_u32(vaddq_u32(vmulq_u32(qi, den), den), num));  // +1 where too small
   return qi;
 #endif
@@ -164,8 +165,7 @@ inline void pass2Block(const KQChromaPassContext* c, const Tables& t, int x0, in
   const uint8x8_t cU = vld2_u8(c->srcU + src).val[0];
   const uint8x8_t cV = vld2_u8(c->srcV + src).val[0];
   const uint8x8_t cY = vld4_u8(lumaY).val[0];
-  const size_t at = size_t(y) * wh + x0, up = size_t(yUp) * wh + x0,
-               down = size_t(yDown) * wh + x0;
+  const size_t at = size_t(y) * wh + x0, up = size_t(yUp) * wh + x0, down = size_t(yDown) * wh + x0;
   Acc a = {vdupq_n_u16(1), vdupq_n_u16(0), vdupq_n_u16(0)};
   addTap<kShift>(&a, t, cY, cU, cV, vld4_u8(lumaUp).val[0], vld1_u8(c->inU + up),
                  vld1_u8(c->inV + up));
@@ -214,85 +214,41 @@ inline void pass3Block(const KQChromaPassContext* c, const Tables& t, int hx0, i
   const size_t mid = size_t(y) * wh + hx0, up = size_t(yUp) * wh + hx0,
                down = size_t(yDown) * wh + hx0;
   Acc a = {vdupq_n_u16(1), vmovl_u8(cU), vmovl_u8(cV)};  // own colour, weight 1
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaUp), repeat4(c->inU + up),
-                 repeat4(c->inV + up));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY - 4), repeat4(c->inU + mid - 1),
-                 repeat4(c->inV + mid - 1));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY), repeat4(c->inU + mid),
-                 repeat4(c->inV + mid));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY + 4), repeat4(c->inU + mid + 1),
-                 repeat4(c->inV + mid + 1));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaDown), repeat4(c->inU + down),
-                 repeat4(c->inV + down));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaUp),
+                                         repeat4(c->inU + up), repeat4(c->inV + up));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY - 4),
+                                         repeat4(c->inU + mid - 1), repeat4(c->inV + mid - 1));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY),
+                                         repeat4(c->inU + mid), repeat4(c->inV + mid));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY + 4),
+                                         repeat4(c->inU + mid + 1), repeat4(c->inV + mid + 1));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaDown),
+                                         repeat4(c->inU + down), repeat4(c->inV + down));
   vst1_u8(c->outU + at, mean8(a.u, a.w));
   vst1_u8(c->outV + at, mean8(a.v, a.w));
 }
 
-inline bool vectorPath(const KQChromaPassContext* c) {
-  return c->lumaRatio == 2 && c->guideWidth == 0;
-}
-
-template <int kShift>
-void pass1(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
-  int first, end;
-  kqChromaSliceRows(c, &first, &end);
-  const int wh = c->chromaWidth / 2, he = c->evenHeight, M = c->margin;
-  const int blocks = vectorPath(c) ? kqChromaVectorBlocks(c, 1) : 0;
-  const int xv0 = blocks > 0 ? M / 2 : 0, xv1 = xv0 + 8 * blocks;
-  const Tables t = loadTables(c);
-  for (int y = first / 2; y < end / 2; ++y) {
-    const int Y = 2 * y;
-    const int yUp = Y - M >= 0 ? Y - M : Y, yDown = Y + M < he ? Y + M : Y;
-    for (int x = 0; x < xv0; ++x) kqChromaPass1Pixel(c, kShift, x, y);
-    for (int x = xv0; x < xv1; x += 8) pass1Block<kShift>(c, t, x, y, yUp, yDown);
-    for (int x = xv1; x < wh; ++x) kqChromaPass1Pixel(c, kShift, x, y);
+struct NeonBlocks {
+  static constexpr bool kVector = true;
+  using Tables = ::Tables;
+  static Tables load(const KQChromaPassContext* c) { return loadTables(c); }
+  template <int kShift>
+  static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
+                    int yDown) {
+    pass1Block<kShift>(c, t, x0, y, yUp, yDown);
   }
-}
-
-template <int kShift>
-void pass2(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
-  int first, end;
-  kqChromaSliceRows(c, &first, &end);
-  const int wh = c->chromaWidth / 2, hh = c->evenHeight / 2, m = c->margin / 2;
-  const int blocks = vectorPath(c) ? kqChromaVectorBlocks(c, 2) : 0;
-  const int xv0 = blocks > 0 ? m : 0, xv1 = xv0 + 8 * blocks;
-  const Tables t = loadTables(c);
-  for (int y = first / 2; y < end / 2; ++y) {
-    const int yUp = y - m >= 0 ? y - m : y, yDown = y + m < hh ? y + m : y;
-    for (int x = 0; x < xv0; ++x) kqChromaPass2Pixel(c, kShift, x, y);
-    for (int x = xv0; x < xv1; x += 8) pass2Block<kShift>(c, t, x, y, yUp, yDown);
-    for (int x = xv1; x < wh; ++x) kqChromaPass2Pixel(c, kShift, x, y);
+  template <int kShift>
+  static void pass2(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
+                    int yDown) {
+    pass2Block<kShift>(c, t, x0, y, yUp, yDown);
   }
-}
-
-template <int kShift>
-void pass3(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
-  int first, end;
-  kqChromaSliceRows(c, &first, &end);
-  const int we = (c->chromaWidth / 2) * 2, hh = c->evenHeight / 2;
-  const int blocks = vectorPath(c) ? kqChromaVectorBlocks(c, 3) : 0;
-  const int hv0 = blocks > 0 ? 1 : 0, hv1 = hv0 + 4 * blocks;
-  const Tables t = loadTables(c);
-  for (int Y = first; Y < end; ++Y) {
-    const int y = Y >> 1;
-    const int yUp = y - 1 >= 0 ? y - 1 : y, yDown = y + 1 < hh ? y + 1 : y;
-    for (int X = 0; X < 2 * hv0; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
-    for (int hx = hv0; hx < hv1; hx += 4) pass3Block<kShift>(c, t, hx, Y, yUp, y, yDown);
-    for (int X = 2 * hv1; X < we; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
+  template <int kShift>
+  static void pass3(const KQChromaPassContext* c, const Tables& t, int hx0, int Y, int yUp, int y,
+                    int yDown) {
+    pass3Block<kShift>(c, t, hx0, Y, yUp, y, yDown);
   }
-}
+};
 
 }  // namespace
 
-void kqChromaDspInit_neon(KQChromaDsp* dsp) {
-  KQChromaPassFn* const table[3][5] = {
-      {pass1<1>, pass1<2>, pass1<3>, pass1<4>, pass1<5>},
-      {pass2<1>, pass2<2>, pass2<3>, pass2<4>, pass2<5>},
-      {pass3<1>, pass3<2>, pass3<3>, pass3<4>, pass3<5>},
-  };
-  for (int p = 0; p < 3; ++p)
-    for (int k = 0; k < 5; ++k) dsp->pass[p][k] = table[p][k];
-}
+void kqChromaDspInit_neon(KQChromaDsp* dsp) { kqChromaFillPassTable<NeonBlocks>(dsp); }

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "filters/chroma_dsp.h"
+#include "filters/chroma_rows.h"
 
 namespace {
 
@@ -41,23 +42,23 @@ inline __m128i load16(const uint8_t* p) {
 
 // Bytes 0, 2, .., 14 (or 1, 3, .., 15) of 16 into the low 8 lanes.
 inline __m128i even8(const uint8_t* p) {
-  return _mm_shuffle_epi8(load16(p), _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, -1, -1, -1, -1,
-                                                   -1, -1, -1, -1));
+  return _mm_shuffle_epi8(load16(p),
+                          _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, -1, -1, -1, -1, -1, -1, -1, -1));
 }
 inline __m128i odd8(const uint8_t* p) {
-  return _mm_shuffle_epi8(load16(p), _mm_setr_epi8(1, 3, 5, 7, 9, 11, 13, 15, -1, -1, -1, -1,
-                                                   -1, -1, -1, -1));
+  return _mm_shuffle_epi8(load16(p),
+                          _mm_setr_epi8(1, 3, 5, 7, 9, 11, 13, 15, -1, -1, -1, -1, -1, -1, -1, -1));
 }
 
 // Bytes o, o+4, .., o+28 of 32 into the low 8 lanes (o = 0 or 2).
 template <int kOffset>
 inline __m128i every4th(const uint8_t* p) {
-  const __m128i lo = _mm_shuffle_epi8(
-      load16(p), _mm_setr_epi8(kOffset, kOffset + 4, kOffset + 8, kOffset + 12, -1, -1, -1, -1,
-                               -1, -1, -1, -1, -1, -1, -1, -1));
+  const __m128i lo =
+      _mm_shuffle_epi8(load16(p), _mm_setr_epi8(kOffset, kOffset + 4, kOffset + 8, kOffset + 12, -1,
+                                                -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
   const __m128i hi = _mm_shuffle_epi8(
-      load16(p + 16), _mm_setr_epi8(-1, -1, -1, -1, kOffset, kOffset + 4, kOffset + 8,
-                                    kOffset + 12, -1, -1, -1, -1, -1, -1, -1, -1));
+      load16(p + 16), _mm_setr_epi8(-1, -1, -1, -1, kOffset, kOffset + 4, kOffset + 8, kOffset + 12,
+                                    -1, -1, -1, -1, -1, -1, -1, -1));
   return _mm_or_si128(lo, hi);
 }
 
@@ -65,14 +66,14 @@ inline __m128i every4th(const uint8_t* p) {
 inline __m128i repeat4(const uint8_t* p) {
   int32_t v;
   std::memcpy(&v, p, 4);
-  return _mm_shuffle_epi8(_mm_cvtsi32_si128(v), _mm_setr_epi8(0, 0, 1, 1, 2, 2, 3, 3, -1, -1, -1,
-                                                              -1, -1, -1, -1, -1));
+  return _mm_shuffle_epi8(_mm_cvtsi32_si128(v),
+                          _mm_setr_epi8(0, 0, 1, 1, 2, 2, 3, 3, -1, -1, -1, -1, -1, -1, -1, -1));
 }
 
 // Luma at the full-size positions of four half-size samples, repeated twice.
 inline __m128i lumaRepeat4(const uint8_t* p) {
-  return _mm_shuffle_epi8(load16(p), _mm_setr_epi8(0, 0, 4, 4, 8, 8, 12, 12, -1, -1, -1, -1, -1,
-                                                   -1, -1, -1));
+  return _mm_shuffle_epi8(load16(p),
+                          _mm_setr_epi8(0, 0, 4, 4, 8, 8, 12, 12, -1, -1, -1, -1, -1, -1, -1, -1));
 }
 
 inline __m128i absDiff(__m128i a, __m128i b) {
@@ -112,7 +113,7 @@ inline void addTap(Acc* a, const Tables& t, __m128i cY, __m128i cU, __m128i cV, 
   const __m128i wU = weightOf<kShift>(absDiff(cU, tU), t);
   const __m128i wV = weightOf<kShift>(absDiff(cV, tV), t);
   __m128i p = _mm_srli_epi16(_mm_mullo_epi16(wV, wU), 8);  // <= 254
-  p = _mm_mullo_epi16(p, wY);                               // <= 64770, unsigned
+  p = _mm_mullo_epi16(p, wY);                              // <= 64770, unsigned
   const __m128i w = _mm_add_epi16(_mm_srli_epi16(p, 11), _mm_srli_epi16(p, 12));
   a->w = _mm_add_epi16(a->w, w);
   a->u = _mm_add_epi16(a->u, _mm_mullo_epi16(w, _mm_cvtepu8_epi16(tU)));
@@ -140,9 +141,7 @@ inline __m128i mean8(__m128i sum, __m128i weight) {
 inline __m128i lo32(__m128i a) { return _mm_cvtepu16_epi32(a); }
 inline __m128i hi32(__m128i a) { return _mm_cvtepu16_epi32(_mm_srli_si128(a, 8)); }
 
-inline void store8(uint8_t* p, __m128i v) {
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
-}
+inline void store8(uint8_t* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v); }
 
 // Pass 1: outputs x0..x0+7 of half-size row y (full-size columns
 // 2*x0..2*x0+15); block and far sums kept apart (each <= 46920).
@@ -162,8 +161,7 @@ inline void pass1Block(const KQChromaPassContext* c, const Tables& t, int x0, in
 
   Acc block = accStart(1);
   addTap<kShift>(&block, t, cY, cU, cV, cY, even8(c->inU + row), even8(c->inV + row));
-  addTap<kShift>(&block, t, cY, cU, cV, every4th<2>(lumaY), odd8(c->inU + row),
-                 odd8(c->inV + row));
+  addTap<kShift>(&block, t, cY, cU, cV, every4th<2>(lumaY), odd8(c->inU + row), odd8(c->inV + row));
   addTap<kShift>(&block, t, cY, cU, cV, every4th<0>(lumaY1), even8(c->inU + row + w),
                  even8(c->inV + row + w));
   addTap<kShift>(&block, t, cY, cU, cV, every4th<2>(lumaY1), odd8(c->inU + row + w),
@@ -171,8 +169,7 @@ inline void pass1Block(const KQChromaPassContext* c, const Tables& t, int x0, in
 
   Acc far = accStart(0);
   const size_t up = size_t(yUp) * w + X0, down = size_t(yDown) * w + X0;
-  addTap<kShift>(&far, t, cY, cU, cV, every4th<0>(lumaUp), even8(c->inU + up),
-                 even8(c->inV + up));
+  addTap<kShift>(&far, t, cY, cU, cV, every4th<0>(lumaUp), even8(c->inU + up), even8(c->inV + up));
   addTap<kShift>(&far, t, cY, cU, cV, every4th<0>(lumaY - 2 * M), even8(c->inU + row - M),
                  even8(c->inV + row - M));
   addTap<kShift>(&far, t, cY, cU, cV, every4th<0>(lumaY + 2 * M), even8(c->inU + row + M),
@@ -200,11 +197,9 @@ inline void pass2Block(const KQChromaPassContext* c, const Tables& t, int x0, in
   const size_t src = size_t(2 * y) * w + 2 * x0;
   const __m128i cU = even8(c->srcU + src), cV = even8(c->srcV + src);
   const __m128i cY = every4th<0>(lumaY);
-  const size_t at = size_t(y) * wh + x0, up = size_t(yUp) * wh + x0,
-               down = size_t(yDown) * wh + x0;
+  const size_t at = size_t(y) * wh + x0, up = size_t(yUp) * wh + x0, down = size_t(yDown) * wh + x0;
   Acc a = accStart(1);
-  addTap<kShift>(&a, t, cY, cU, cV, every4th<0>(lumaUp), load8(c->inU + up),
-                 load8(c->inV + up));
+  addTap<kShift>(&a, t, cY, cU, cV, every4th<0>(lumaUp), load8(c->inU + up), load8(c->inV + up));
   addTap<kShift>(&a, t, cY, cU, cV, every4th<0>(lumaY - 4 * m), load8(c->inU + at - m),
                  load8(c->inV + at - m));
   addTap<kShift>(&a, t, cY, cU, cV, cY, load8(c->inU + at), load8(c->inV + at));
@@ -232,85 +227,41 @@ inline void pass3Block(const KQChromaPassContext* c, const Tables& t, int hx0, i
   const size_t mid = size_t(y) * wh + hx0, up = size_t(yUp) * wh + hx0,
                down = size_t(yDown) * wh + hx0;
   Acc a{_mm_set1_epi16(1), _mm_cvtepu8_epi16(cU), _mm_cvtepu8_epi16(cV)};  // own colour, weight 1
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaUp), repeat4(c->inU + up),
-                 repeat4(c->inV + up));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY - 4), repeat4(c->inU + mid - 1),
-                 repeat4(c->inV + mid - 1));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY), repeat4(c->inU + mid),
-                 repeat4(c->inV + mid));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY + 4), repeat4(c->inU + mid + 1),
-                 repeat4(c->inV + mid + 1));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaDown), repeat4(c->inU + down),
-                 repeat4(c->inV + down));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaUp),
+                                         repeat4(c->inU + up), repeat4(c->inV + up));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY - 4),
+                                         repeat4(c->inU + mid - 1), repeat4(c->inV + mid - 1));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY),
+                                         repeat4(c->inU + mid), repeat4(c->inV + mid));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY + 4),
+                                         repeat4(c->inU + mid + 1), repeat4(c->inV + mid + 1));
+  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaDown),
+                                         repeat4(c->inU + down), repeat4(c->inV + down));
   store8(c->outU + at, mean8(a.u, a.w));
   store8(c->outV + at, mean8(a.v, a.w));
 }
 
-inline bool vectorPath(const KQChromaPassContext* c) {
-  return c->lumaRatio == 2 && c->guideWidth == 0;
-}
-
-template <int kShift>
-void pass1(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
-  int first, end;
-  kqChromaSliceRows(c, &first, &end);
-  const int wh = c->chromaWidth / 2, he = c->evenHeight, M = c->margin;
-  const int blocks = vectorPath(c) ? kqChromaVectorBlocks(c, 1) : 0;
-  const int xv0 = blocks > 0 ? M / 2 : 0, xv1 = xv0 + 8 * blocks;
-  const Tables t = loadTables(c);
-  for (int y = first / 2; y < end / 2; ++y) {
-    const int Y = 2 * y;
-    const int yUp = Y - M >= 0 ? Y - M : Y, yDown = Y + M < he ? Y + M : Y;
-    for (int x = 0; x < xv0; ++x) kqChromaPass1Pixel(c, kShift, x, y);
-    for (int x = xv0; x < xv1; x += 8) pass1Block<kShift>(c, t, x, y, yUp, yDown);
-    for (int x = xv1; x < wh; ++x) kqChromaPass1Pixel(c, kShift, x, y);
+struct Sse41Blocks {
+  static constexpr bool kVector = true;
+  using Tables = ::Tables;
+  static Tables load(const KQChromaPassContext* c) { return loadTables(c); }
+  template <int kShift>
+  static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
+                    int yDown) {
+    pass1Block<kShift>(c, t, x0, y, yUp, yDown);
   }
-}
-
-template <int kShift>
-void pass2(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
-  int first, end;
-  kqChromaSliceRows(c, &first, &end);
-  const int wh = c->chromaWidth / 2, hh = c->evenHeight / 2, m = c->margin / 2;
-  const int blocks = vectorPath(c) ? kqChromaVectorBlocks(c, 2) : 0;
-  const int xv0 = blocks > 0 ? m : 0, xv1 = xv0 + 8 * blocks;
-  const Tables t = loadTables(c);
-  for (int y = first / 2; y < end / 2; ++y) {
-    const int yUp = y - m >= 0 ? y - m : y, yDown = y + m < hh ? y + m : y;
-    for (int x = 0; x < xv0; ++x) kqChromaPass2Pixel(c, kShift, x, y);
-    for (int x = xv0; x < xv1; x += 8) pass2Block<kShift>(c, t, x, y, yUp, yDown);
-    for (int x = xv1; x < wh; ++x) kqChromaPass2Pixel(c, kShift, x, y);
+  template <int kShift>
+  static void pass2(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
+                    int yDown) {
+    pass2Block<kShift>(c, t, x0, y, yUp, yDown);
   }
-}
-
-template <int kShift>
-void pass3(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
-  int first, end;
-  kqChromaSliceRows(c, &first, &end);
-  const int we = (c->chromaWidth / 2) * 2, hh = c->evenHeight / 2;
-  const int blocks = vectorPath(c) ? kqChromaVectorBlocks(c, 3) : 0;
-  const int hv0 = blocks > 0 ? 1 : 0, hv1 = hv0 + 4 * blocks;
-  const Tables t = loadTables(c);
-  for (int Y = first; Y < end; ++Y) {
-    const int y = Y >> 1;
-    const int yUp = y - 1 >= 0 ? y - 1 : y, yDown = y + 1 < hh ? y + 1 : y;
-    for (int X = 0; X < 2 * hv0; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
-    for (int hx = hv0; hx < hv1; hx += 4) pass3Block<kShift>(c, t, hx, Y, yUp, y, yDown);
-    for (int X = 2 * hv1; X < we; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
+  template <int kShift>
+  static void pass3(const KQChromaPassContext* c, const Tables& t, int hx0, int Y, int yUp, int y,
+                    int yDown) {
+    pass3Block<kShift>(c, t, hx0, Y, yUp, y, yDown);
   }
-}
+};
 
 }  // namespace
 
-void kqChromaDspInit_sse41(KQChromaDsp* dsp) {
-  KQChromaPassFn* const table[3][5] = {
-      {pass1<1>, pass1<2>, pass1<3>, pass1<4>, pass1<5>},
-      {pass2<1>, pass2<2>, pass2<3>, pass2<4>, pass2<5>},
-      {pass3<1>, pass3<2>, pass3<3>, pass3<4>, pass3<5>},
-  };
-  for (int p = 0; p < 3; ++p)
-    for (int k = 0; k < 5; ++k) dsp->pass[p][k] = table[p][k];
-}
+void kqChromaDspInit_sse41(KQChromaDsp* dsp) { kqChromaFillPassTable<Sse41Blocks>(dsp); }
