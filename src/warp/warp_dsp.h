@@ -66,14 +66,15 @@ struct KQWarpRow {
   int32_t* planReady = nullptr;
 };
 
-// Scratch bytes a kernel may use as the plan of a count-pixel row: one
-// 80-byte record per 16 pixels (shuffle and weight bytes, two window
-// columns, a flag) plus one spare record, then 16 bytes that name a source
-// row and 2 bytes per pixel for that row's horizontal results.
+// Scratch bytes a kernel may use as the plan of a count-pixel row: per 16
+// pixels (counted in pairs, rounded up) one 80-byte record (shuffle and
+// weight bytes, window columns, a form) and 32 bytes for a source row's
+// horizontal results, two spare sets of both, and 64 bytes for alignment and
+// the tag that names that source row.
 constexpr size_t kKqWarpPlanRecord = 80;
 inline size_t kqWarpPlanBytes(int32_t count) {
-  const size_t groups = size_t(count > 0 ? count : 0) / 16;
-  return (groups + 1) * kKqWarpPlanRecord + 16 + groups * 32;
+  const size_t groups = (size_t(count > 0 ? count : 0) + 31) / 32 * 2;
+  return (groups + 2) * (kKqWarpPlanRecord + 32) + 64;
 }
 
 // Bilinear: writes row->count bytes to each of row->rows rows starting at
@@ -207,6 +208,77 @@ static inline const uint8_t* blockWindow(const uint8_t* src, int32_t base, int32
   if (windowFits(base, span, width)) return src + base;
   for (int32_t i = 0; i <= span; ++i) buf[i] = src[clampCol(base + i, width)];
   return buf;
+}
+
+// Source column xi and 1/32 phase of pixel k of a row whose block origins
+// are codes[] (base * 32 + phase, as the tile code packs them): the lane
+// arithmetic of bilinearLanes for lane k % 8 of block k / 8.
+static inline void pixelPosition(const int32_t* codes, int32_t step, int32_t k, int32_t* xi,
+                                 int32_t* frac) {
+  const int32_t code = codes[k >> 3];
+  const int32_t q = (code & 31) + asr((k & 7) * step, 6);
+  *xi = asr(code, 5) + asr(q, 5);
+  *frac = q & 31;
+}
+
+// Planned kernels split a run of 16 pixels k0 .. k0 + 15 into its even and
+// its odd pixels, 8 lanes each, and pick every lane's pair (s[xi],
+// s[xi + 1]) out of a 16-byte window with a byte shuffle. How the windows
+// are found:
+//   kPairsShared: one window inside the row holds the pairs of all 16 pixels;
+//   kPairsSplit:  one window inside the row for the even, one for the odd;
+//   kPairsCopy:   as split, but a window leaves the row, so the kernel reads
+//                 a copy of the clamped columns (byte i = s[clampCol(w + i)]);
+//   kPairsNone:   the pixels spread over more than 16 bytes.
+enum KQWarpPairForm : int32_t { kPairsShared = 0, kPairsSplit = 1, kPairsCopy = 2, kPairsNone = 3 };
+
+// Windows of pixels k0 .. k0 + 15 in the given form (shared, split or
+// copy): win[0] / win[1] are the window starts of the even / odd lanes (the
+// same for shared), sel[p] the shuffle bytes (xi - w, xi - w + 1) and wts[p]
+// the weight bytes (32 - frac, frac) of lane i of parity p at bytes 2i and
+// 2i + 1. False when the form does not fit. A window inside the row is
+// moved left when it would end past the row, so long as it still holds its
+// lanes' pairs.
+static inline bool pairWindows(const int32_t* codes, int32_t step, int32_t k0, int32_t width,
+                               int32_t form, int32_t win[2], uint8_t sel[2][16],
+                               uint8_t wts[2][16]) {
+  int32_t xi[16], fr[16];
+  for (int32_t i = 0; i < 16; ++i) pixelPosition(codes, step, k0 + i, &xi[i], &fr[i]);
+  for (int32_t p = 0; p < 2; ++p) {
+    const int32_t first = form == kPairsShared ? 0 : p, stride = form == kPairsShared ? 1 : 2;
+    int32_t lo = xi[first], hi = xi[first];
+    for (int32_t i = first; i < 16; i += stride) {
+      lo = xi[i] < lo ? xi[i] : lo;
+      hi = xi[i] > hi ? xi[i] : hi;
+    }
+    // Lanes read bytes xi - w and xi - w + 1, so hi + 1 - lo must stay
+    // below 16 (the difference of two columns within +-2^25).
+    if (hi - lo > 14) return false;
+    int32_t w = lo;
+    if (form != kPairsCopy) {
+      w = lo < width - 16 ? lo : width - 16;
+      if (w < 0 || w < hi - 14) return false;
+    }
+    win[p] = w;
+    for (int32_t i = 0; i < 8; ++i) {
+      const int32_t k = 2 * i + p;
+      sel[p][2 * i] = static_cast<uint8_t>(xi[k] - w);
+      sel[p][2 * i + 1] = static_cast<uint8_t>(xi[k] - w + 1);
+      wts[p][2 * i] = static_cast<uint8_t>(32 - fr[k]);
+      wts[p][2 * i + 1] = static_cast<uint8_t>(fr[k]);
+    }
+  }
+  return true;
+}
+
+// The halved horizontal interpolation of pixel k (0..4080), in the 32-bit
+// lane arithmetic, for planned groups whose pixels fit no window.
+static inline uint16_t pixelHorizontal(const uint8_t* src, const int32_t* codes, int32_t step,
+                                       int32_t k, int32_t width) {
+  int32_t xi, f;
+  pixelPosition(codes, step, k, &xi, &f);
+  const uint32_t a = src[clampCol(xi, width)], b = src[clampCol(xi + 1, width)];
+  return static_cast<uint16_t>((a * (32u - uint32_t(f)) + b * uint32_t(f)) >> 1);
 }
 
 }  // namespace kqwarp

@@ -225,9 +225,10 @@ TEST(CheckWarp, WholeWarp) {
   // Exact 2x and 4x enlargements put every tile's rows on one or two block
   // chains (the planned rows); non-uniform tiles and shears give rows many
   // chains, more than the tile code keeps.
-  const Size sizes[] = {{64, 48, 256, 192},  {60, 44, 250, 187}, {33, 20, 200, 121},
-                        {8, 8, 24, 24},      {100, 40, 130, 90}, {16, 12, 16, 12},
-                        {160, 90, 320, 180}, {130, 74, 260, 148}};
+  const Size sizes[] = {{64, 48, 256, 192},  {60, 44, 250, 187},  {33, 20, 200, 121},
+                        {8, 8, 24, 24},      {100, 40, 130, 90},  {16, 12, 16, 12},
+                        {160, 90, 320, 180}, {130, 74, 260, 148}, {121, 67, 242, 134},
+                        {203, 115, 406, 230}};
   for (const Level& level : levels)
     for (const Size& s : sizes)
       for (int nonUniform = 0; nonUniform < 3; ++nonUniform) {
@@ -394,12 +395,32 @@ TEST(CheckWarp, RowsWithTheSameBlockOriginsGiveTheSameBytes) {
   EXPECT_GT(differing, 10);
 }
 
+// The window form (kqwarp::KQWarpPairForm) the planned kernels find for
+// pixels k0 .. k0 + 15 of a row.
+int32_t pairForm(const std::vector<int32_t>& codes, int32_t step, int32_t k0, int32_t width) {
+  int32_t win[2];
+  uint8_t sel[2][16], wts[2][16];
+  for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
+    if (kqwarp::pairWindows(codes.data(), step, k0, width, form, win, sel, wts)) return form;
+  return kqwarp::kPairsNone;
+}
+
+// Counts the window forms of the 16-pixel runs the planned kernels work on:
+// from every multiple of 16, and the runs that end at the row's end.
+void tallyForms(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t forms[4]) {
+  for (int32_t k0 = 0; k0 + 16 <= row.count; k0 += 16)
+    ++forms[pairForm(codes, row.step, k0, row.srcWidth)];
+  for (int32_t k0 : {row.count - 16, row.count - 32})
+    if (k0 >= 0 && k0 % 16 != 0) ++forms[pairForm(codes, row.step, k0, row.srcWidth)];
+}
+
 // Rows handed over with their block codes and a plan, as the tile code does
 // for the rows of one chain (bilinear and nearest): a run of calls down a
 // plane (the next call's upper row is usually the last call's lower row,
 // sometimes a row is skipped or repeated, the last row pairs with itself)
 // must give the scalar bytes of the same rows without codes, whatever the
-// step, start, width and count.
+// step, start, width and count. The rows must reach every window form of
+// the planned groups.
 TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
   const std::vector<Level> levels = vectorLevels();
   if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
@@ -407,22 +428,33 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
   kqWarpDspInit(&ref, 0);
   for (const Level& level : levels) {
     KqRng rng(kqTestSeed() ^ 0x9A7 ^ (uint64_t(level.flags) << 36));
-    for (int iter = 0; iter < 200; ++iter) {
+    int32_t forms[4] = {};
+    for (int iter = 0; iter < 300; ++iter) {
       const int32_t w = rng.range(1, 120), h = rng.range(1, 12);
       KqGuardedBuffer src(size_t(w) * h);
       kqFillPlane(src.data(), w, h, w, kKqAllFills[iter % 8], rng);
       KQWarpRow a;
       a.srcWidth = w;
       a.count = rng.range(1, 300);
-      // Exact halves and quarters (the 2x and 4x grids), other upscales, and
-      // now and then a step outside the vector range.
-      const float d = iter % 3 == 0   ? (rng.range(0, 1) ? 0.5f : 0.25f)
-                      : iter % 7 == 1 ? randomStep(rng)
-                                      : rng.uniform(0.0f, 1.0f);
+      // Exact halves and quarters; the steps of the pipeline's 2x and 4x
+      // grids, a little under them (the far output edge keeps a margin);
+      // steps near 1, whose 16-pixel groups need a window per parity or
+      // spread over more than 16 bytes; other upscales; and now and then a
+      // step outside the vector range.
+      const int32_t kind = iter % 6;
+      const float half = rng.range(0, 1) ? 0.5f : 0.25f;
+      const float d = kind == 0   ? half
+                      : kind == 1 ? half * (1.0f - 3.0f / float(rng.range(16, 4000)))
+                      : kind == 2 ? rng.uniform(0.88f, 1.0f)
+                      : kind == 3 ? randomStep(rng)
+                                  : rng.uniform(0.0f, 1.0f);
       a.step = int32_t(d * 2048.0f);
       a.blockStep = d * 8.0f;
-      a.x = iter % 3 == 0 ? float(rng.range(-64, 32 * w + 64)) / 32.0f : randomStart(rng, w);
+      a.x = kind == 0   ? float(rng.range(-64, 32 * w + 64)) / 32.0f
+            : kind == 2 ? rng.uniform(0.0f, float(w) * 0.25f)
+                        : randomStart(rng, w);
       std::vector<int32_t> codes = blockCodes(a);
+      if (kqwarp::vectorStep(a.step)) tallyForms(codes, a, forms);
       // A plan belongs to one kernel: the bilinear and nearest rows keep
       // their own, as the luma and chroma tiles do.
       std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
@@ -456,6 +488,55 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
             << " step " << d << " source row " << y;
       }
     }
+    for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
+      EXPECT_GT(forms[form], 20) << level.name << " window form " << form;
+  }
+}
+
+// Far along a very wide row (columns past 2^23, where one float ulp is a
+// whole pixel) a step near 1 moves some blocks by a full 8 pixels, and a
+// 16-pixel run that starts inside a block can spread over more than 16
+// bytes, so that the planned kernels' last group of a row takes the
+// lane-by-lane form. Those rows must still give the scalar bytes.
+TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
+  const std::vector<Level> levels = vectorLevels();
+  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  const int32_t w = (1 << 23) + 8192;
+  KqGuardedBuffer src(size_t(w) * 2);
+  KqRng fillRng(kqTestSeed() ^ 0xFA4);
+  kqFillPlane(src.data(), w, 2, w, KqFill::kUniform, fillRng);
+  for (const Level& level : levels) {
+    KqRng rng(kqTestSeed() ^ 0xFA7 ^ (uint64_t(level.flags) << 36));
+    int32_t forms[4] = {};
+    for (int iter = 0; iter < 200; ++iter) {
+      KQWarpRow a;
+      a.src0 = src.data();
+      a.src1 = src.data() + w;
+      a.srcWidth = w;
+      a.count = rng.range(32, 300);
+      a.rows = rng.range(1, kKqWarpMaxRows);
+      for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+      const float d = rng.uniform(0.85f, 1.0f);
+      a.step = int32_t(d * 2048.0f);
+      a.blockStep = d * 8.0f;
+      a.x = float((1 << 23) + rng.range(0, 4096)) + float(rng.range(0, 31)) / 32.0f;
+      std::vector<int32_t> codes = blockCodes(a);
+      tallyForms(codes, a, forms);
+      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
+      int32_t ready = 0;
+      KQWarpRow planned = a;
+      planned.codes = codes.data();
+      planned.plan = plan.data();
+      planned.planReady = &ready;
+      KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
+      ref.bilinearRow(pa.data(), pa.stride(), &a);
+      level.dsp.bilinearRow(pb.data(), pb.stride(), &planned);
+      ASSERT_TRUE(kqFramedEqual(pa, pb))
+          << level.name << " count " << a.count << " x " << a.x << " step " << d;
+    }
+    EXPECT_GT(forms[kqwarp::kPairsNone], 5) << level.name;
   }
 }
 

@@ -15,16 +15,20 @@
 // windows at the plane edges (read from a clamped copy) included, takes this
 // form; other steps go through the scalar kernel.
 //
-// Rows with codes and a plan (the tile's rows of one chain) take the block
-// origins from the codes and, for every full 16-pixel group, the shuffles
-// and weights from the plan (built once per chain), which pick each lane's
-// pair straight out of 16 raw source bytes; the bilinear row keeps the lower
-// source row's horizontal results for the next call, which in an
-// enlargement reads it as its upper row. Nearest rows shuffle one 16-byte
-// window per 16 pixels.
+// Bilinear rows with codes and a plan (the tile's rows of one chain, at
+// least 16 pixels) go by groups of 16 pixels, the last group ending at the
+// row's end (it overlaps the one before and writes the same bytes there
+// again). The plan, built once per chain, holds each group's windows,
+// shuffles and weights; the even and odd pixels of a group are computed in
+// separate vectors, so that the output bytes come out of one byte blend;
+// and the lower source row's horizontal results are kept for the next call,
+// which in an enlargement reads that row as its upper row. Nearest rows
+// with codes shuffle one 16-byte window per 16 pixels.
 #include <smmintrin.h>
 
+#include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "warp/warp_dsp.h"
 
@@ -88,48 +92,205 @@ void buildNearestPlan(const KQWarpRow* row) {
   }
 }
 
-// Bilinear plan record of 16 output pixels (blocks 2c and 2c + 1): per
-// block, the shuffle bytes (idx, idx + 1) that pick each lane's pair out of
-// 16 raw window bytes at its base, and the weight bytes (32 - f, f).
-struct BilinearRecord {
-  uint8_t sel[2][16];
+// Bilinear plan record of the 16 output pixels k0 .. k0 + 15 of a group:
+// the even pixels are computed in one vector and the odd ones in another,
+// each shuffling its lanes' pairs out of a 16-byte window
+// (kqwarp::pairWindows); in an enlargement by about 1.1 or more one window
+// serves both parities.
+struct alignas(16) BilinearRecord {
+  uint8_t sel[2][16];  // [parity]
   uint8_t wts[2][16];
-  int32_t base[2];
-  int32_t wide;  // 1: both 16-byte windows lie inside the row
+  int32_t win[2];  // [parity] window starts
+  int32_t form;    // KQWarpPairForm
+  int32_t k0;
 };
 static_assert(sizeof(BilinearRecord) <= kKqWarpPlanRecord, "plan record size");
 
-void buildBilinearPlan(const KQWarpRow* row, __m128i off) {
-  const int32_t chunks = row->count / 16, width = row->srcWidth;
-  for (int32_t c = 0; c < chunks; ++c) {
-    BilinearRecord rec;
-    rec.wide = 1;
-    for (int32_t h = 0; h < 2; ++h) {
-      const int32_t code = row->codes[2 * c + h];
-      const __m128i q = _mm_add_epi16(_mm_set1_epi16(int16_t(code & 31)), off);
-      const __m128i f = _mm_and_si128(q, _mm_set1_epi16(31));
-      const __m128i wts = _mm_or_si128(_mm_sub_epi16(_mm_set1_epi16(32), f), _mm_slli_epi16(f, 8));
-      const __m128i sel = _mm_add_epi16(
-          _mm_mullo_epi16(_mm_srli_epi16(q, 5), _mm_set1_epi16(0x0101)), _mm_set1_epi16(0x0100));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(rec.sel[h]), sel);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(rec.wts[h]), wts);
-      rec.base[h] = kqwarp::asr(code, 5);
-      if (!kqwarp::windowFits(rec.base[h], 15, width)) rec.wide = 0;
-    }
-    std::memcpy(row->plan + size_t(c) * kKqWarpPlanRecord, &rec, sizeof rec);
-  }
-  // No source row's horizontal results are kept yet.
-  std::memset(row->plan + size_t(chunks + 1) * kKqWarpPlanRecord, 0, 16);
+// Where a bilinear plan's parts lie: the records from the first 16-byte
+// boundary of the plan, then 32 bytes that name the source row whose
+// horizontal results are kept, then those results (32 bytes per record).
+struct BilinearLayout {
+  BilinearRecord* records;
+  uint8_t* keptTag;
+  __m128i* kept;
+};
+
+inline BilinearLayout bilinearLayout(uint8_t* plan, int32_t groups) {
+  const size_t skip = (16 - (reinterpret_cast<uintptr_t>(plan) & 15)) & 15;
+  uint8_t* base = plan + skip;
+  BilinearLayout l;
+  l.records = reinterpret_cast<BilinearRecord*>(base);
+  l.keptTag = base + size_t(groups) * sizeof(BilinearRecord);
+  l.kept = reinterpret_cast<__m128i*>(l.keptTag + 32);
+  return l;
 }
 
-// Halved Q5 horizontal interpolation of one block from its plan bytes.
-inline __m128i planBlock(const uint8_t* s, int32_t base, const uint8_t* sel, const uint8_t* wts) {
-  const __m128i win = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + base));
+void buildBilinearPlan(const KQWarpRow* row, const BilinearLayout& l, int32_t groups) {
+  for (int32_t c = 0; c < groups; ++c) {
+    BilinearRecord rec;
+    std::memset(&rec, 0, sizeof rec);
+    rec.k0 = c == groups - 1 ? row->count - 16 : 16 * c;
+    rec.form = kqwarp::kPairsNone;
+    for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
+      if (kqwarp::pairWindows(row->codes, row->step, rec.k0, row->srcWidth, form, rec.win, rec.sel,
+                              rec.wts)) {
+        rec.form = form;
+        break;
+      }
+    new (&l.records[c]) BilinearRecord(rec);
+  }
+  // No source row's horizontal results are kept yet.
+  std::memset(l.keptTag, 0, 32);
+}
+
+// Halved Q5 interpolations of the 8 lanes whose pairs sel picks out of w.
+inline __m128i pairPass(__m128i w, const uint8_t* sel, const uint8_t* wts) {
   return _mm_srli_epi16(
-      _mm_maddubs_epi16(
-          _mm_shuffle_epi8(win, _mm_loadu_si128(reinterpret_cast<const __m128i*>(sel))),
-          _mm_loadu_si128(reinterpret_cast<const __m128i*>(wts))),
+      _mm_maddubs_epi16(_mm_shuffle_epi8(w, _mm_load_si128(reinterpret_cast<const __m128i*>(sel))),
+                        _mm_load_si128(reinterpret_cast<const __m128i*>(wts))),
       1);
+}
+
+// Even and odd horizontal results of a group from source row s, straight
+// from the row (shared and split forms).
+inline void fastPairs(const BilinearRecord& rec, const uint8_t* s, __m128i* even, __m128i* odd) {
+  const __m128i we = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + rec.win[0]));
+  const __m128i wo = rec.form == kqwarp::kPairsShared
+                         ? we
+                         : _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + rec.win[1]));
+  *even = pairPass(we, rec.sel[0], rec.wts[0]);
+  *odd = pairPass(wo, rec.sel[1], rec.wts[1]);
+}
+
+// The same for the copy and no-window forms, which only groups at the plane
+// edges or steps near 1 take: from copies of the clamped columns, or lane by
+// lane in the 32-bit arithmetic.
+__attribute__((noinline)) void edgePairs(const BilinearRecord& rec, const KQWarpRow* row,
+                                         const uint8_t* s, __m128i* even, __m128i* odd) {
+  const int32_t width = row->srcWidth;
+  if (rec.form == kqwarp::kPairsCopy) {
+    alignas(16) uint8_t buf[2][16];
+    for (int32_t p = 0; p < 2; ++p)
+      for (int32_t i = 0; i < 16; ++i) buf[p][i] = s[kqwarp::clampCol(rec.win[p] + i, width)];
+    *even =
+        pairPass(_mm_load_si128(reinterpret_cast<const __m128i*>(buf[0])), rec.sel[0], rec.wts[0]);
+    *odd =
+        pairPass(_mm_load_si128(reinterpret_cast<const __m128i*>(buf[1])), rec.sel[1], rec.wts[1]);
+    return;
+  }
+  alignas(16) uint16_t h[2][8];
+  for (int32_t i = 0; i < 8; ++i)
+    for (int32_t p = 0; p < 2; ++p)
+      h[p][i] = kqwarp::pixelHorizontal(s, row->codes, row->step, rec.k0 + 2 * i + p, width);
+  *even = _mm_load_si128(reinterpret_cast<const __m128i*>(h[0]));
+  *odd = _mm_load_si128(reinterpret_cast<const __m128i*>(h[1]));
+}
+
+// Blends and stores the R output rows of a group from its upper (ue, uo)
+// and lower (le, lo) horizontal results: hu * (16 - w1) + hl * w1 = hu * 16
+// + (hl - hu) * w1, whose true value (0..65280) the wrapping 16-bit
+// arithmetic gives exactly, so that its high byte is the pixel; the even
+// pixels' sums are shifted down to the low bytes, the odd pixels' high bytes
+// are kept.
+template <int R>
+inline void blendGroup(uint8_t* out, ptrdiff_t dstStride, const __m128i* w1, __m128i ue, __m128i uo,
+                       __m128i le, __m128i lo) {
+  const __m128i oddBytes = _mm_set1_epi16(int16_t(0xFF00));
+  const __m128i de = _mm_sub_epi16(le, ue), dod = _mm_sub_epi16(lo, uo);
+  const __m128i ue16 = _mm_slli_epi16(ue, 4), uo16 = _mm_slli_epi16(uo, 4);
+  for (int32_t r = 0; r < R; ++r) {
+    const __m128i ve = _mm_add_epi16(ue16, _mm_mullo_epi16(de, w1[r]));
+    const __m128i vo = _mm_add_epi16(uo16, _mm_mullo_epi16(dod, w1[r]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + r * dstStride),
+                     _mm_blendv_epi8(_mm_srli_epi16(ve, 8), vo, oddBytes));
+  }
+}
+
+// The groups of a planned bilinear row with R output rows, those read
+// straight from the source rows first, then the few others, so that the
+// main loop makes no calls. Reuse: kept already holds the upper row's
+// results; the lower row's are always stored there.
+template <int R, bool Reuse>
+void bilinearGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride,
+                    const BilinearLayout& l, int32_t groups) {
+  __m128i w1[R];
+  for (int32_t r = 0; r < R; ++r) w1[r] = _mm_set1_epi16(int16_t(row->w1[r]));
+  bool edges = false;
+  for (int32_t c = 0; c < groups; ++c) {
+    const BilinearRecord& rec = l.records[c];
+    if (rec.form > kqwarp::kPairsSplit) {
+      edges = true;
+      continue;
+    }
+    __m128i ue, uo, le, lo;
+    fastPairs(rec, row->src1, &le, &lo);
+    if (Reuse) {
+      ue = _mm_load_si128(l.kept + 2 * c);
+      uo = _mm_load_si128(l.kept + 2 * c + 1);
+    } else {
+      fastPairs(rec, row->src0, &ue, &uo);
+    }
+    _mm_store_si128(l.kept + 2 * c, le);
+    _mm_store_si128(l.kept + 2 * c + 1, lo);
+    blendGroup<R>(dst + rec.k0, dstStride, w1, ue, uo, le, lo);
+  }
+  if (!edges) return;
+  for (int32_t c = 0; c < groups; ++c) {
+    const BilinearRecord& rec = l.records[c];
+    if (rec.form <= kqwarp::kPairsSplit) continue;
+    __m128i ue, uo, le, lo;
+    edgePairs(rec, row, row->src1, &le, &lo);
+    if (Reuse) {
+      ue = _mm_load_si128(l.kept + 2 * c);
+      uo = _mm_load_si128(l.kept + 2 * c + 1);
+    } else {
+      edgePairs(rec, row, row->src0, &ue, &uo);
+    }
+    _mm_store_si128(l.kept + 2 * c, le);
+    _mm_store_si128(l.kept + 2 * c + 1, lo);
+    blendGroup<R>(dst + rec.k0, dstStride, w1, ue, uo, le, lo);
+  }
+}
+
+template <bool Reuse>
+void bilinearRows(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const BilinearLayout& l,
+                  int32_t groups) {
+  switch (row->rows) {
+    case 1:
+      return bilinearGroups<1, Reuse>(row, dst, dstStride, l, groups);
+    case 2:
+      return bilinearGroups<2, Reuse>(row, dst, dstStride, l, groups);
+    case 3:
+      return bilinearGroups<3, Reuse>(row, dst, dstStride, l, groups);
+    case 4:
+      return bilinearGroups<4, Reuse>(row, dst, dstStride, l, groups);
+    case 5:
+      return bilinearGroups<5, Reuse>(row, dst, dstStride, l, groups);
+    case 6:
+      return bilinearGroups<6, Reuse>(row, dst, dstStride, l, groups);
+    case 7:
+      return bilinearGroups<7, Reuse>(row, dst, dstStride, l, groups);
+    default:
+      return bilinearGroups<kKqWarpMaxRows, Reuse>(row, dst, dstStride, l, groups);
+  }
+}
+
+void plannedBilinearRow(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
+  const int32_t groups = (row->count + 15) / 16;
+  const BilinearLayout l = bilinearLayout(row->plan, groups);
+  if (*row->planReady == 0) {
+    buildBilinearPlan(row, l, groups);
+    *row->planReady = 1;
+  }
+  // In an enlargement the next call's upper row is this call's lower row,
+  // and the same chain gives it the same horizontal results.
+  const uint8_t* keptRow;
+  std::memcpy(&keptRow, l.keptTag, sizeof keptRow);
+  if (keptRow == row->src0)
+    bilinearRows<true>(row, dst, dstStride, l, groups);
+  else
+    bilinearRows<false>(row, dst, dstStride, l, groups);
+  std::memcpy(l.keptTag, &row->src1, sizeof row->src1);
 }
 
 }  // namespace
@@ -138,6 +299,11 @@ void kqWarpBilinearRow_sse41(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow*
   // Steps outside the vector range: the 32-bit lane arithmetic throughout.
   if (!kqwarp::vectorStep(row->step)) {
     kqWarpBilinearRow_c(dst, dstStride, row);
+    return;
+  }
+  if (row->codes != nullptr && row->plan != nullptr && row->planReady != nullptr &&
+      row->count >= 16) {
+    plannedBilinearRow(dst, dstStride, row);
     return;
   }
   const int32_t count = row->count, rows = row->rows, width = row->srcWidth;
@@ -149,57 +315,6 @@ void kqWarpBilinearRow_sse41(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow*
   const uint8_t* s1 = row->src1;
   float p = row->x;
   int32_t start = 0;
-  if (row->codes != nullptr && row->plan != nullptr && row->planReady != nullptr) {
-    // The tile's chain: shuffles and weights come from the plan, and the
-    // lower row's horizontal results are kept after the records for the next
-    // call, whose upper row it usually is.
-    if (*row->planReady == 0) {
-      buildBilinearPlan(row, off);
-      *row->planReady = 1;
-    }
-    const int32_t full = count / 16 * 16;
-    uint8_t* keptTag = row->plan + size_t(full / 16 + 1) * kKqWarpPlanRecord;
-    __m128i* kept = reinterpret_cast<__m128i*>(keptTag + 16);
-    const uint8_t* keptRow;
-    std::memcpy(&keptRow, keptTag, sizeof keptRow);
-    const bool reuse = keptRow == s0;
-    for (; start < full; start += 16) {
-      const uint8_t* rec = row->plan + size_t(start / 16) * kKqWarpPlanRecord;
-      int32_t bw[3];  // base0, base1, wide
-      std::memcpy(bw, rec + 64, sizeof bw);
-      for (int32_t h = 0; h < 2; ++h) {
-        const int32_t at = start + 8 * h;
-        __m128i hu, hl;
-        if (bw[2]) {
-          hu = reuse ? _mm_loadu_si128(kept + at / 8)
-                     : planBlock(s0, bw[h], rec + 16 * h, rec + 32 + 16 * h);
-          hl = planBlock(s1, bw[h], rec + 16 * h, rec + 32 + 16 * h);
-        } else {
-          const __m128i q = _mm_add_epi16(_mm_set1_epi16(int16_t(row->codes[at / 8] & 31)), off);
-          const __m128i f = _mm_and_si128(q, mask31);
-          const __m128i wts = _mm_or_si128(_mm_sub_epi16(v32, f), _mm_slli_epi16(f, 8));
-          const __m128i sel =
-              _mm_add_epi16(_mm_mullo_epi16(_mm_srli_epi16(q, 5), pairIdx), pairBias);
-          const uint8_t* u = kqwarp::blockWindow(s0, bw[h], 8, width, edgeU);
-          const uint8_t* l = kqwarp::blockWindow(s1, bw[h], 8, width, edgeL);
-          const __m128i pu = _mm_unpacklo_epi8(loadl(u), loadl(u + 1));
-          const __m128i pl = _mm_unpacklo_epi8(loadl(l), loadl(l + 1));
-          hu = _mm_srli_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(pu, sel), wts), 1);
-          hl = _mm_srli_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(pl, sel), wts), 1);
-        }
-        _mm_storeu_si128(kept + at / 8, hl);
-        // hu * (16 - w1) + hl * w1 = hu * 16 + (hl - hu) * w1; the true sum
-        // is 0..65280, so the wrapping 16-bit arithmetic gives it exactly.
-        const __m128i hu4 = _mm_slli_epi16(hu, 4), d = _mm_sub_epi16(hl, hu);
-        for (int32_t r = 0; r < rows; ++r) {
-          const __m128i v = _mm_srli_epi16(
-              _mm_add_epi16(hu4, _mm_mullo_epi16(d, _mm_set1_epi16(int16_t(row->w1[r])))), 8);
-          _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + r * dstStride + at), packBytes(v));
-        }
-      }
-    }
-    std::memcpy(keptTag, &s1, sizeof s1);
-  }
   for (; start < count; start += 8) {
     int32_t base, phase;
     if (row->codes != nullptr) {
