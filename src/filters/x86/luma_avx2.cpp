@@ -3,6 +3,9 @@
 // bound by memory traffic).
 #include <immintrin.h>
 
+#include <cstdint>
+#include <cstring>
+
 #include "filters/luma_dsp.h"
 #include "filters/recip_estimate.h"
 
@@ -18,8 +21,10 @@ inline __m256i rangeWeight(__m256i p, __m256i c, __m256i k30) {
 // halves, so Lo holds pixels 0-7 | 16-23 and Hi pixels 8-15 | 24-31.
 inline void nrPair(__m256i p1, __m256i w1, __m256i p2, __m256i w2, __m256i& accLo, __m256i& accHi,
                    __m256i& wsum) {
-  accLo = _mm256_add_epi16(accLo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(p1, p2), _mm256_unpacklo_epi8(w1, w2)));
-  accHi = _mm256_add_epi16(accHi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(p1, p2), _mm256_unpackhi_epi8(w1, w2)));
+  accLo = _mm256_add_epi16(
+      accLo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(p1, p2), _mm256_unpacklo_epi8(w1, w2)));
+  accHi = _mm256_add_epi16(
+      accHi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(p1, p2), _mm256_unpackhi_epi8(w1, w2)));
   wsum = _mm256_add_epi8(wsum, _mm256_add_epi8(w1, w2));
 }
 
@@ -43,7 +48,8 @@ inline __m256i loadTap(const uint8_t* p) {
 // The taps of a pair of blocks j, j + 1 stay inside [16 j, 16 j + 47], the
 // union of the two blocks' 32-byte windows.
 template <bool kWide>
-inline void nrBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t x, const float* table) {
+inline void nrBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t x,
+                     const float* table) {
   const __m256i k30 = _mm256_set1_epi8(30);
   const __m256i zero = _mm256_setzero_si256();
   const uint8_t* up4 = src - 4 * stride;
@@ -75,14 +81,20 @@ inline void nrBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t
   }
   // Weight sums as u16 in the same in-half order as the accumulators.
   alignas(32) uint16_t dl[16], dh[16];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(dl),
-                     _mm256_add_epi16(_mm256_unpacklo_epi8(wa, zero), _mm256_unpacklo_epi8(wb, zero)));
-  _mm256_store_si256(reinterpret_cast<__m256i*>(dh),
-                     _mm256_add_epi16(_mm256_unpackhi_epi8(wa, zero), _mm256_unpackhi_epi8(wb, zero)));
-  const __m256i n0 = _mm256_add_epi32(_mm256_unpacklo_epi16(aLo, zero), _mm256_unpacklo_epi16(bLo, zero));
-  const __m256i n1 = _mm256_add_epi32(_mm256_unpackhi_epi16(aLo, zero), _mm256_unpackhi_epi16(bLo, zero));
-  const __m256i n2 = _mm256_add_epi32(_mm256_unpacklo_epi16(aHi, zero), _mm256_unpacklo_epi16(bHi, zero));
-  const __m256i n3 = _mm256_add_epi32(_mm256_unpackhi_epi16(aHi, zero), _mm256_unpackhi_epi16(bHi, zero));
+  _mm256_store_si256(
+      reinterpret_cast<__m256i*>(dl),
+      _mm256_add_epi16(_mm256_unpacklo_epi8(wa, zero), _mm256_unpacklo_epi8(wb, zero)));
+  _mm256_store_si256(
+      reinterpret_cast<__m256i*>(dh),
+      _mm256_add_epi16(_mm256_unpackhi_epi8(wa, zero), _mm256_unpackhi_epi8(wb, zero)));
+  const __m256i n0 =
+      _mm256_add_epi32(_mm256_unpacklo_epi16(aLo, zero), _mm256_unpacklo_epi16(bLo, zero));
+  const __m256i n1 =
+      _mm256_add_epi32(_mm256_unpackhi_epi16(aLo, zero), _mm256_unpackhi_epi16(bLo, zero));
+  const __m256i n2 =
+      _mm256_add_epi32(_mm256_unpacklo_epi16(aHi, zero), _mm256_unpacklo_epi16(bHi, zero));
+  const __m256i n3 =
+      _mm256_add_epi32(_mm256_unpackhi_epi16(aHi, zero), _mm256_unpackhi_epi16(bHi, zero));
   // n0: pixels 0-3 | 16-19, n1: 4-7 | 20-23, n2: 8-11 | 24-27, n3: 12-15 | 28-31.
   const __m256i r0 = nrDivide(n0, table, dl), r1 = nrDivide(n1, table, dl + 4);
   const __m256i r2 = nrDivide(n2, table, dh), r3 = nrDivide(n3, table, dh + 4);
@@ -106,19 +118,11 @@ void kqLumaNrRow_avx2(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 
 namespace {
 
-// Vertical 5-tap blur of 16 columns as u16 lanes (in order):
-// (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255. For a half chunk only
-// 8 bytes per row are loaded (lanes 8..15 are then meaningless).
-template <bool kFull>
-inline __m256i sharpenV(const uint8_t* const* rows, int32_t x, __m256i wo, __m256i wi, __m256i wc) {
-  auto ld = [x](const uint8_t* r) {
-    return _mm256_cvtepu8_epi16(kFull ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(r + x))
-                                      : _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r + x)));
-  };
-  __m256i s = _mm256_mullo_epi16(_mm256_add_epi16(ld(rows[0]), ld(rows[4])), wo);
-  s = _mm256_add_epi16(s, _mm256_mullo_epi16(_mm256_add_epi16(ld(rows[1]), ld(rows[3])), wi));
-  s = _mm256_add_epi16(s, _mm256_mullo_epi16(ld(rows[2]), wc));
-  return _mm256_srli_epi16(_mm256_add_epi16(s, _mm256_set1_epi16(64)), 7);
+inline __m256i load32(const uint8_t* p) {
+  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
+inline void store32(uint8_t* p, __m256i v) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
 }
 
 // (a * b) >> 8 of signed 16-bit lanes, truncated to 16 bits.
@@ -127,86 +131,161 @@ inline __m256i mulShr8(__m256i a, __m256i b) {
                          _mm256_slli_epi16(_mm256_mulhi_epi16(a, b), 8));
 }
 
-inline __m256i broadcastLane(__m256i v, int lane) {
-  alignas(32) int16_t t[16];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(t), v);
-  return _mm256_set1_epi16(t[lane]);
-}
-
+// The sharpening row in two passes over chunks of columns: the vertical
+// blur V of the chunk goes to a line buffer (bytes), then the horizontal
+// taps are plain unaligned loads from it. Both passes take 32 columns per
+// step through maddubs on interleaved byte pairs; unpacklo/hi work within
+// 128-bit halves, so "lo" holds columns 0-7 | 16-23 and "hi" 8-15 | 24-31,
+// and packus of (lo, hi) restores the column order.
+//
+// maddubs takes the weights as signed bytes: they must lie in [0, 127]
+// (the kernels use 7/31/52 and 19/19/52). Every pair sum is then at most
+// 2 * 64 * 255 or 127 * 255 + 64, below the 16-bit saturation.
 struct SharpenAvx2 {
-  __m256i wo, wi, wc, gain, t, nt;
+  static constexpr int32_t kChunk = 1024;
+  // Columns of V kept to the left of the chunk (from the previous chunk,
+  // or the edge repeats): the last step of a short final chunk starts up
+  // to 32 columns before the chunk and reads 2 more.
+  static constexpr int32_t kLeft = 64;
+  static constexpr int32_t kPrefetch = 1024;
+
+  __m256i wOI, wIO, wC64;  // vertical: (r0, r1), (r3, r4), (r2, 1)
+  __m256i wOO, wII, wCN;   // horizontal: (V-2, V+2), (V-1, V+1), (V0, o)
+  __m256i gainK, gain, t, nt;
   // Row pointers held by value: byte stores through dst may alias the
   // caller's pointer array, which would force a reload per use.
   const uint8_t* rows[5];
 
-  // 16 outputs at x from V(prev) | V(cur) | V(next): the cross-half
-  // neighbours come from permute2x128 + alignr (x - 2, x - 1 from
-  // [prev.hi, cur.lo], x + 1, x + 2 from [cur.hi, next.lo]). Then the
-  // steps of the scalar reference in 16-bit lanes; the rounding shift is
-  // ((R >> 1) + 1) >> 1 (no 16-bit wrap), packus saturates.
-  template <bool kThreshold, bool kFull>
-  void out(uint8_t* dst, int32_t x, __m256i prev, __m256i cur, __m256i next) const {
-    const __m256i pc = _mm256_permute2x128_si256(prev, cur, 0x21);
-    const __m256i cn = _mm256_permute2x128_si256(cur, next, 0x21);
-    const __m256i m2 = _mm256_alignr_epi8(cur, pc, 12), m1 = _mm256_alignr_epi8(cur, pc, 14);
-    const __m256i p1 = _mm256_alignr_epi8(cn, cur, 2), p2 = _mm256_alignr_epi8(cn, cur, 4);
-    __m256i h = _mm256_mullo_epi16(_mm256_add_epi16(m2, p2), wo);
-    h = _mm256_add_epi16(h, _mm256_mullo_epi16(_mm256_add_epi16(m1, p1), wi));
-    h = _mm256_add_epi16(h, _mm256_mullo_epi16(cur, wc));
-    const __m128i oRaw = kFull ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[2] + x))
-                               : _mm_loadl_epi64(reinterpret_cast<const __m128i*>(rows[2] + x));
-    const __m256i o4 = _mm256_slli_epi16(_mm256_cvtepu8_epi16(oRaw), 2);
-    const __m256i d = _mm256_sub_epi16(o4, _mm256_srli_epi16(h, 5));
-    const __m256i e = mulShr8(d, gain);
-    const __m256i c = _mm256_max_epi16(_mm256_min_epi16(e, _mm256_set1_epi16(120)), _mm256_set1_epi16(-120));
-    __m256i r = _mm256_add_epi16(o4, _mm256_srai_epi16(c, 1));
-    if (kThreshold) {
-      const __m256i l = _mm256_min_epi16(t, _mm256_max_epi16(nt, d));
-      r = _mm256_sub_epi16(r, mulShr8(l, _mm256_set1_epi16(102)));
-    }
-    r = _mm256_add_epi16(r, _mm256_srai_epi16(e, 1));
-    r = _mm256_srai_epi16(_mm256_add_epi16(_mm256_srai_epi16(r, 1), _mm256_set1_epi16(1)), 1);
-    // packus within halves: [r0-7, r0-7 | r8-15, r8-15]; qwords 0 and 2.
-    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(r, r), 0x08);
-    if (kFull)
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm256_castsi256_si128(packed));
-    else
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + x), _mm256_castsi256_si128(packed));
+  explicit SharpenAvx2(const uint8_t* const* r, const KQSharpenParams* p) {
+    const int16_t wo = int16_t(p->wOuter), wi = int16_t(p->wInner), wc = int16_t(p->wCentre);
+    wOI = _mm256_set1_epi16(int16_t(wo | wi << 8));
+    wIO = _mm256_set1_epi16(int16_t(wi | wo << 8));
+    wC64 = _mm256_set1_epi16(int16_t(wc | 64 << 8));
+    wOO = _mm256_set1_epi16(int16_t(wo | wo << 8));
+    wII = _mm256_set1_epi16(int16_t(wi | wi << 8));
+    wCN = _mm256_set1_epi16(int16_t(wc | 0x80 << 8));  // (centre, -128)
+    const int16_t g = int16_t(uint16_t(p->gain));
+    gain = _mm256_set1_epi16(g);
+    gainK = _mm256_set1_epi16(int16_t(uint16_t(-4 * g)));  // read only when |g| <= 8191
+    t = _mm256_set1_epi16(int16_t(uint16_t(p->threshold)));
+    nt = _mm256_sub_epi16(_mm256_setzero_si256(), t);
+    for (int k = 0; k < 5; ++k) rows[k] = r[k];
   }
 
-  // Chunks of 16 over the vector part nv = 8 * (width / 8); when nv % 16
-  // is 8 the last chunk is half. The vertical blur of the next chunk is
-  // done before the current chunk's output; V(-1), V(-2) are V(0) and the
-  // two columns past nv repeat V(nv - 1).
-  template <bool kThreshold>
-  void row(uint8_t* dst, int32_t nv) const {
-    const int32_t full = nv / 16;
-    const bool half = (nv & 8) != 0;
-    __m256i cur;
-    if (full > 0) {
-      cur = sharpenV<true>(rows, 0, wo, wi, wc);
+  // V of columns x .. x + 31 into v[0 .. 31]:
+  // (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255.
+  void vStep(uint8_t* v, int32_t x) const {
+    const __m256i one = _mm256_set1_epi8(1);
+    // The row below is usually the one not yet in cache (the rows above
+    // were read for the previous output rows); the hardware prefetcher
+    // alone leaves part of its latency exposed. A prefetch never faults,
+    // so running past the end of the row is harmless.
+    // (The address is formed as an integer: it may lie past the row.)
+    const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + uintptr_t(x + kPrefetch);
+    _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
+    const __m256i r0 = load32(rows[0] + x), r1 = load32(rows[1] + x), r2 = load32(rows[2] + x);
+    const __m256i r3 = load32(rows[3] + x), r4 = load32(rows[4] + x);
+    __m256i lo = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(r0, r1), wOI);
+    __m256i hi = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(r0, r1), wOI);
+    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(r3, r4), wIO));
+    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(r3, r4), wIO));
+    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(r2, one), wC64));
+    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(r2, one), wC64));
+    store32(v, _mm256_packus_epi16(_mm256_srli_epi16(lo, 7), _mm256_srli_epi16(hi, 7)));
+  }
+
+  // From h' = H - 128 o (16-bit, exact: |h'| <= 32640) and the pair lanes
+  // vo = V0 | o << 8, the output before packus. floor(h' / 32) is
+  // (H >> 5) - 4o = -D.
+  //
+  // Small gains (|g| <= 8191): E = (D * g) >> 8 needs no truncation and
+  // E >> 1 = floor(D * g / 512) = mulhi(-D * 32, -4g), where -D * 32 is
+  // h' with its low 5 bits cleared. C >> 1 = clamp(E >> 1, -60, 60) (the
+  // bounds are even), and with x = (C >> 1) + (E >> 1) - M (|x| < 29500,
+  // no 16-bit wrap) the output is o + floor((x + 2) / 4) = o +
+  // mulhrs(x, 8192).
+  // Other gains: E from the full product, R in wrapping 16-bit lanes as in
+  // the reference, and (R + 2) >> 2 as ((R >> 1) + 1) >> 1.
+  // M = (L * 102) >> 8 = mulhi(L, 102 * 256) (|L| <= 32768).
+  template <bool kSmallGain, bool kThreshold>
+  __m256i respond(__m256i h, __m256i vo) const {
+    return respond16<kSmallGain, kThreshold>(h, _mm256_srli_epi16(vo, 8));
+  }
+  template <bool kSmallGain, bool kThreshold>
+  __m256i respond16(__m256i h, __m256i o) const {
+    __m256i f;
+    if (kSmallGain) {
+      f = _mm256_mulhi_epi16(_mm256_and_si256(h, _mm256_set1_epi16(-32)), gainK);
     } else {
-      cur = sharpenV<false>(rows, 0, wo, wi, wc);
-      cur = _mm256_blend_epi32(cur, broadcastLane(cur, 7), 0xF0);
+      const __m256i d = _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_srai_epi16(h, 5));
+      f = _mm256_srai_epi16(mulShr8(d, gain), 1);
     }
-    __m256i prev = broadcastLane(cur, 0);
-    for (int32_t k = 0; k < full; ++k) {
-      const int32_t x = 16 * k;
-      __m256i next;
-      if (k + 1 < full) {
-        next = sharpenV<true>(rows, x + 16, wo, wi, wc);
-      } else if (half) {
-        next = sharpenV<false>(rows, x + 16, wo, wi, wc);
-        next = _mm256_blend_epi32(next, broadcastLane(next, 7), 0xF0);
-      } else {
-        next = broadcastLane(cur, 15);
+    const __m256i c =
+        _mm256_max_epi16(_mm256_min_epi16(f, _mm256_set1_epi16(60)), _mm256_set1_epi16(-60));
+    __m256i x = _mm256_add_epi16(f, c);
+    if (kThreshold) {
+      const __m256i d = _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_srai_epi16(h, 5));
+      const __m256i l = _mm256_min_epi16(t, _mm256_max_epi16(nt, d));
+      x = _mm256_sub_epi16(x, _mm256_mulhi_epi16(l, _mm256_set1_epi16(102 * 256)));
+    }
+    if (kSmallGain) return _mm256_add_epi16(o, _mm256_mulhrs_epi16(x, _mm256_set1_epi16(8192)));
+    const __m256i r = _mm256_add_epi16(_mm256_slli_epi16(o, 2), x);
+    return _mm256_srai_epi16(_mm256_add_epi16(_mm256_srai_epi16(r, 1), _mm256_set1_epi16(1)), 1);
+  }
+
+  // 32 outputs at x; q points at V(x) in the line buffer.
+  // h' = o*(V-2 + V+2) + i*(V-1 + V+1) + c*V0 - 128*o.
+  template <bool kSmallGain, bool kThreshold>
+  void outStep(uint8_t* dst, const uint8_t* q, int32_t x) const {
+    const __m256i m2 = load32(q - 2), p2 = load32(q + 2), m1 = load32(q - 1), p1 = load32(q + 1);
+    const __m256i v0 = load32(q), o = load32(rows[2] + x);
+    const __m256i voLo = _mm256_unpacklo_epi8(v0, o), voHi = _mm256_unpackhi_epi8(v0, o);
+    __m256i lo = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(m2, p2), wOO);
+    __m256i hi = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(m2, p2), wOO);
+    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(m1, p1), wII));
+    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(m1, p1), wII));
+    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(voLo, wCN));
+    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(voHi, wCN));
+    store32(dst + x, _mm256_packus_epi16(respond<kSmallGain, kThreshold>(lo, voLo),
+                                         respond<kSmallGain, kThreshold>(hi, voHi)));
+  }
+
+  // Columns [0, nv) with nv >= 8. The rows must be readable for
+  // max(nv, 32) columns (the caller pads narrower rows) and dst writable
+  // as far. A final partial step of either pass is redone at end - 32,
+  // which rewrites equal bytes.
+  template <bool kSmallGain, bool kThreshold>
+  void row(uint8_t* dst, int32_t nv) const {
+    alignas(32) uint8_t buf[kLeft + kChunk + 64];
+    uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)
+    for (int32_t x0 = 0; x0 < nv; x0 += kChunk) {
+      const int32_t x1 = x0 + kChunk < nv ? x0 + kChunk : nv;
+      // V(x1), V(x1 + 1) belong to the next chunk: one more step of V.
+      const int32_t vEnd = x1 + 32 < nv ? x1 + 32 : nv;
+      if (x0 > 0) std::memcpy(buf, buf + kChunk, kLeft);  // V(x0 - 64 .. x0 - 1)
+      int32_t x = x0;
+      for (; x + 32 <= vEnd; x += 32) vStep(v + (x - x0), x);
+      if (x < vEnd) {
+        x = vEnd >= 32 ? vEnd - 32 : 0;
+        vStep(v + (x - x0), x);
       }
-      out<kThreshold, true>(dst, x, prev, cur, next);
-      prev = cur;
-      cur = next;
+      if (x0 == 0) v[-1] = v[-2] = v[0];
+      if (vEnd == nv) v[nv - x0] = v[nv - x0 + 1] = v[nv - x0 - 1];
+      for (x = x0; x + 32 <= x1; x += 32) outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      if (x < x1) {
+        x = x1 >= 32 ? x1 - 32 : 0;
+        outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      }
     }
-    // The half chunk: lanes 8..15 of cur already repeat V(nv - 1).
-    if (half) out<kThreshold, false>(dst, 16 * full, prev, cur, cur);
+  }
+
+  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
+    const int16_t g = int16_t(uint16_t(p->gain));
+    const bool small = g >= -8191 && g <= 8191;
+    if (uint16_t(p->threshold) == 0)
+      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
+    else
+      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
   }
 };
 
@@ -215,19 +294,18 @@ struct SharpenAvx2 {
 void kqSharpenRow_avx2(uint8_t* dst, const uint8_t* const* rows, int32_t width,
                        const KQSharpenParams* p) {
   const int32_t nv = width & ~7;
-  if (nv > 0) {
-    SharpenAvx2 s;
-    s.wo = _mm256_set1_epi16(int16_t(p->wOuter));
-    s.wi = _mm256_set1_epi16(int16_t(p->wInner));
-    s.wc = _mm256_set1_epi16(int16_t(p->wCentre));
-    s.gain = _mm256_set1_epi16(int16_t(uint16_t(p->gain)));
-    s.t = _mm256_set1_epi16(int16_t(uint16_t(p->threshold)));
-    s.nt = _mm256_sub_epi16(_mm256_setzero_si256(), s.t);
-    for (int k = 0; k < 5; ++k) s.rows[k] = rows[k];
-    if (uint16_t(p->threshold) == 0)
-      s.row<false>(dst, nv);
-    else
-      s.row<true>(dst, nv);
+  if (nv >= 32) {
+    SharpenAvx2(rows, p).run(dst, nv, p);
+  } else if (nv > 0) {
+    // 8, 16 or 24 columns: through zero-padded 32-column copies.
+    alignas(32) uint8_t pad[6][32] = {};
+    const uint8_t* r[5];
+    for (int k = 0; k < 5; ++k) {
+      std::memcpy(pad[k], rows[k], size_t(nv));
+      r[k] = pad[k];
+    }
+    SharpenAvx2(r, p).run(pad[5], nv, p);
+    std::memcpy(dst, pad[5], size_t(nv));
   }
   for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
 }
