@@ -3,6 +3,7 @@
 // rcpps (a different estimate).
 #include <smmintrin.h>
 
+#include <cstdint>
 #include <cstring>
 
 #include "filters/luma_dsp.h"
@@ -45,13 +46,19 @@ inline __m128i rangeWeight(__m128i p, __m128i c, __m128i k30) {
 // give w1*p1 + w2*p2 <= 15300 per 16-bit lane (no saturation possible).
 inline void nrPair(__m128i p1, __m128i w1, __m128i p2, __m128i w2, __m128i& accLo, __m128i& accHi,
                    __m128i& wsum) {
-  accLo = _mm_add_epi16(accLo, _mm_maddubs_epi16(_mm_unpacklo_epi8(p1, p2), _mm_unpacklo_epi8(w1, w2)));
-  accHi = _mm_add_epi16(accHi, _mm_maddubs_epi16(_mm_unpackhi_epi8(p1, p2), _mm_unpackhi_epi8(w1, w2)));
+  accLo =
+      _mm_add_epi16(accLo, _mm_maddubs_epi16(_mm_unpacklo_epi8(p1, p2), _mm_unpacklo_epi8(w1, w2)));
+  accHi =
+      _mm_add_epi16(accHi, _mm_maddubs_epi16(_mm_unpackhi_epi8(p1, p2), _mm_unpackhi_epi8(w1, w2)));
   wsum = _mm_add_epi8(wsum, _mm_add_epi8(w1, w2));
 }
 
-inline __m128i load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline __m128i load8(const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); }
+inline __m128i load16(const uint8_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+inline __m128i load8(const uint8_t* p) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+}
 inline void store8(uint8_t* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v); }
 
 }  // namespace
@@ -171,7 +178,8 @@ inline __m128i recipBits(__m128i bits) {
   const __m128i sign = _mm_and_si128(bits, _mm_set1_epi32(int32_t(0x80000000u)));
   __m128i res = recipNormalBits(bits);
   res = _mm_blendv_epi8(res, sign, _mm_cmpgt_epi32(e, _mm_set1_epi32(252)));
-  const __m128i isNan = _mm_xor_si128(_mm_cmpeq_epi32(mant, _mm_setzero_si128()), _mm_set1_epi32(-1));
+  const __m128i isNan =
+      _mm_xor_si128(_mm_cmpeq_epi32(mant, _mm_setzero_si128()), _mm_set1_epi32(-1));
   const __m128i nanOrZero = _mm_blendv_epi8(sign, _mm_set1_epi32(0x7FC00000), isNan);
   res = _mm_blendv_epi8(res, nanOrZero, _mm_cmpeq_epi32(e, _mm_set1_epi32(255)));
   res = _mm_blendv_epi8(res, _mm_or_si128(sign, _mm_set1_epi32(0x7F800000)),
@@ -198,135 +206,184 @@ void kqRecipEstimate_sse41(const float* src, float* dst, int32_t count) {
 
 namespace {
 
-// Vertical 5-tap blur as u16 lanes with maddubs on interleaved rows:
-// (r0, r1) x (outer, inner) + (r3, r4) x (inner, outer) + (r2, 1) x
-// (centre, 64), then >> 7. Each pair sum is at most 38 * 255 or
-// 52 * 255 + 64, far from the s16 saturation; the total is <= 32704.
-struct SharpenV {
-  __m128i wOI, wIO, wC;
-  SharpenV(const KQSharpenParams* p)
-      : wOI(_mm_set1_epi16(int16_t(p->wOuter | p->wInner << 8))),
-        wIO(_mm_set1_epi16(int16_t(p->wInner | p->wOuter << 8))),
-        wC(_mm_set1_epi16(int16_t(p->wCentre | 64 << 8))) {}
-  // 8 columns.
-  __m128i v8(const uint8_t* const* rows, int32_t x) const {
-    const __m128i one = _mm_set1_epi8(1);
-    __m128i s = _mm_maddubs_epi16(_mm_unpacklo_epi8(load8(rows[0] + x), load8(rows[1] + x)), wOI);
-    s = _mm_add_epi16(s, _mm_maddubs_epi16(_mm_unpacklo_epi8(load8(rows[3] + x), load8(rows[4] + x)), wIO));
-    s = _mm_add_epi16(s, _mm_maddubs_epi16(_mm_unpacklo_epi8(load8(rows[2] + x), one), wC));
-    return _mm_srli_epi16(s, 7);
-  }
-  // 16 columns: Lo = x .. x + 7, Hi = x + 8 .. x + 15.
-  void v16(const uint8_t* const* rows, int32_t x, __m128i& lo, __m128i& hi) const {
-    const __m128i one = _mm_set1_epi8(1);
-    const __m128i r0 = load16(rows[0] + x), r1 = load16(rows[1] + x), r2 = load16(rows[2] + x);
-    const __m128i r3 = load16(rows[3] + x), r4 = load16(rows[4] + x);
-    __m128i a = _mm_maddubs_epi16(_mm_unpacklo_epi8(r0, r1), wOI);
-    __m128i b = _mm_maddubs_epi16(_mm_unpackhi_epi8(r0, r1), wOI);
-    a = _mm_add_epi16(a, _mm_maddubs_epi16(_mm_unpacklo_epi8(r3, r4), wIO));
-    b = _mm_add_epi16(b, _mm_maddubs_epi16(_mm_unpackhi_epi8(r3, r4), wIO));
-    a = _mm_add_epi16(a, _mm_maddubs_epi16(_mm_unpacklo_epi8(r2, one), wC));
-    b = _mm_add_epi16(b, _mm_maddubs_epi16(_mm_unpackhi_epi8(r2, one), wC));
-    lo = _mm_srli_epi16(a, 7);
-    hi = _mm_srli_epi16(b, 7);
-  }
-};
+inline void store16(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
 // (a * b) >> 8 of signed 16-bit lanes from the full 32-bit product,
 // narrowed by truncation: bits 8..23 of the product.
 inline __m128i mulShr8(__m128i a, __m128i b) {
-  return _mm_or_si128(_mm_srli_epi16(_mm_mullo_epi16(a, b), 8), _mm_slli_epi16(_mm_mulhi_epi16(a, b), 8));
+  return _mm_or_si128(_mm_srli_epi16(_mm_mullo_epi16(a, b), 8),
+                      _mm_slli_epi16(_mm_mulhi_epi16(a, b), 8));
 }
 
-inline __m128i dupFirst(__m128i v) {
-  v = _mm_shufflelo_epi16(v, 0);
-  return _mm_unpacklo_epi64(v, v);
-}
-inline __m128i dupLast(__m128i v) {
-  v = _mm_shufflehi_epi16(v, 0xFF);
-  return _mm_unpackhi_epi64(v, v);
-}
+// The sharpening row in two passes over chunks of columns, 16 columns per
+// step: the vertical blur V of the chunk goes to a line buffer (bytes),
+// then the horizontal taps are plain unaligned loads from it. Both passes
+// use maddubs on interleaved byte pairs (lo = columns 0-7, hi = 8-15).
+//
+// maddubs takes the weights as signed bytes: they must lie in [0, 127]
+// (the kernels use 7/31/52 and 19/19/52). Every pair sum is then at most
+// 2 * 64 * 255 or 127 * 255 + 64, below the 16-bit saturation.
+struct SharpenSse41 {
+  static constexpr int32_t kChunk = 1024;
+  // Columns of V kept to the left of the chunk (from the previous chunk,
+  // or the edge repeats): the last step of a short final chunk starts up
+  // to 16 columns before the chunk and reads 2 more.
+  static constexpr int32_t kLeft = 32;
+  static constexpr int32_t kPrefetch = 1024;
 
-struct SharpenOut {
-  __m128i wo, wi, wc, gain, t, nt;
-  SharpenOut(const KQSharpenParams* p)
-      : wo(_mm_set1_epi16(int16_t(p->wOuter))), wi(_mm_set1_epi16(int16_t(p->wInner))),
-        wc(_mm_set1_epi16(int16_t(p->wCentre))), gain(_mm_set1_epi16(int16_t(uint16_t(p->gain)))),
-        t(_mm_set1_epi16(int16_t(uint16_t(p->threshold)))), nt(_mm_sub_epi16(_mm_setzero_si128(), t)) {}
+  __m128i wOI, wIO, wC64;  // vertical: (r0, r1), (r3, r4), (r2, 1)
+  __m128i wOO, wII, wCN;   // horizontal: (V-2, V+2), (V-1, V+1), (V0, o)
+  __m128i gainK, gain, t, nt;
+  // Row pointers held by value: byte stores through dst may alias the
+  // caller's pointer array, which would force a reload per use.
+  const uint8_t* rows[5];
 
-  // 8 output pixels at x from V(prev) | V(cur) | V(next) (16-bit lanes):
-  // alignr gives x - 2 .. x + 2. With a zero threshold L and M are 0 and
-  // their steps are skipped. The rounding shift (R + 2) >> 2 is done as
-  // ((R >> 1) + 1) >> 1, which cannot wrap in 16 bits; packus saturates.
-  template <bool kThreshold>
-  void run(uint8_t* dst, const uint8_t* centre, __m128i prev, __m128i cur, __m128i next) const {
-    __m128i h = _mm_mullo_epi16(_mm_add_epi16(_mm_alignr_epi8(cur, prev, 12), _mm_alignr_epi8(next, cur, 4)), wo);
-    h = _mm_add_epi16(h, _mm_mullo_epi16(_mm_add_epi16(_mm_alignr_epi8(cur, prev, 14), _mm_alignr_epi8(next, cur, 2)), wi));
-    h = _mm_add_epi16(h, _mm_mullo_epi16(cur, wc));
-    const __m128i o4 = _mm_slli_epi16(_mm_cvtepu8_epi16(load8(centre)), 2);
-    const __m128i d = _mm_sub_epi16(o4, _mm_srli_epi16(h, 5));
-    const __m128i e = mulShr8(d, gain);
-    const __m128i c = _mm_max_epi16(_mm_min_epi16(e, _mm_set1_epi16(120)), _mm_set1_epi16(-120));
-    __m128i r = _mm_add_epi16(o4, _mm_srai_epi16(c, 1));
-    if (kThreshold) {
-      const __m128i l = _mm_min_epi16(t, _mm_max_epi16(nt, d));
-      r = _mm_sub_epi16(r, mulShr8(l, _mm_set1_epi16(102)));
+  SharpenSse41(const uint8_t* const* r, const KQSharpenParams* p) {
+    const int16_t wo = int16_t(p->wOuter), wi = int16_t(p->wInner), wc = int16_t(p->wCentre);
+    wOI = _mm_set1_epi16(int16_t(wo | wi << 8));
+    wIO = _mm_set1_epi16(int16_t(wi | wo << 8));
+    wC64 = _mm_set1_epi16(int16_t(wc | 64 << 8));
+    wOO = _mm_set1_epi16(int16_t(wo | wo << 8));
+    wII = _mm_set1_epi16(int16_t(wi | wi << 8));
+    wCN = _mm_set1_epi16(int16_t(wc | 0x80 << 8));  // (centre, -128)
+    const int16_t g = int16_t(uint16_t(p->gain));
+    gain = _mm_set1_epi16(g);
+    gainK = _mm_set1_epi16(int16_t(uint16_t(-4 * g)));  // read only when |g| <= 8191
+    t = _mm_set1_epi16(int16_t(uint16_t(p->threshold)));
+    nt = _mm_sub_epi16(_mm_setzero_si128(), t);
+    for (int k = 0; k < 5; ++k) rows[k] = r[k];
+  }
+
+  // V of columns x .. x + 15 into v[0 .. 15]:
+  // (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255.
+  void vStep(uint8_t* v, int32_t x) const {
+    const __m128i one = _mm_set1_epi8(1);
+    // The row below is usually the one not yet in cache (the rows above
+    // were read for the previous output rows); the hardware prefetcher
+    // alone leaves part of its latency exposed. A prefetch never faults,
+    // so running past the end of the row is harmless (the address is
+    // formed as an integer for that reason).
+    const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + uintptr_t(x + kPrefetch);
+    _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
+    const __m128i r0 = load16(rows[0] + x), r1 = load16(rows[1] + x), r2 = load16(rows[2] + x);
+    const __m128i r3 = load16(rows[3] + x), r4 = load16(rows[4] + x);
+    __m128i lo = _mm_maddubs_epi16(_mm_unpacklo_epi8(r0, r1), wOI);
+    __m128i hi = _mm_maddubs_epi16(_mm_unpackhi_epi8(r0, r1), wOI);
+    lo = _mm_add_epi16(lo, _mm_maddubs_epi16(_mm_unpacklo_epi8(r3, r4), wIO));
+    hi = _mm_add_epi16(hi, _mm_maddubs_epi16(_mm_unpackhi_epi8(r3, r4), wIO));
+    lo = _mm_add_epi16(lo, _mm_maddubs_epi16(_mm_unpacklo_epi8(r2, one), wC64));
+    hi = _mm_add_epi16(hi, _mm_maddubs_epi16(_mm_unpackhi_epi8(r2, one), wC64));
+    store16(v, _mm_packus_epi16(_mm_srli_epi16(lo, 7), _mm_srli_epi16(hi, 7)));
+  }
+
+  // From h' = H - 128 o (16-bit, exact: |h'| <= 32640) and the pair lanes
+  // vo = V0 | o << 8, the output before packus. floor(h' / 32) is
+  // (H >> 5) - 4o = -D.
+  //
+  // Small gains (|g| <= 8191): E = (D * g) >> 8 needs no truncation and
+  // E >> 1 = floor(D * g / 512) = mulhi(-D * 32, -4g), where -D * 32 is
+  // h' with its low 5 bits cleared. C >> 1 = clamp(E >> 1, -60, 60) (the
+  // bounds are even), and with x = (C >> 1) + (E >> 1) - M (|x| < 29500,
+  // no 16-bit wrap) the output is o + floor((x + 2) / 4) = o +
+  // mulhrs(x, 8192).
+  // Other gains: E from the full product, R in wrapping 16-bit lanes as in
+  // the reference, and (R + 2) >> 2 as ((R >> 1) + 1) >> 1.
+  // M = (L * 102) >> 8 = mulhi(L, 102 * 256) (|L| <= 32768).
+  template <bool kSmallGain, bool kThreshold>
+  __m128i respond(__m128i h, __m128i vo) const {
+    const __m128i o = _mm_srli_epi16(vo, 8);
+    __m128i f;
+    if (kSmallGain) {
+      f = _mm_mulhi_epi16(_mm_and_si128(h, _mm_set1_epi16(-32)), gainK);
+    } else {
+      const __m128i d = _mm_sub_epi16(_mm_setzero_si128(), _mm_srai_epi16(h, 5));
+      f = _mm_srai_epi16(mulShr8(d, gain), 1);
     }
-    r = _mm_add_epi16(r, _mm_srai_epi16(e, 1));
-    r = _mm_srai_epi16(_mm_add_epi16(_mm_srai_epi16(r, 1), _mm_set1_epi16(1)), 1);
-    store8(dst, _mm_packus_epi16(r, r));
+    const __m128i c = _mm_max_epi16(_mm_min_epi16(f, _mm_set1_epi16(60)), _mm_set1_epi16(-60));
+    __m128i x = _mm_add_epi16(f, c);
+    if (kThreshold) {
+      const __m128i d = _mm_sub_epi16(_mm_setzero_si128(), _mm_srai_epi16(h, 5));
+      const __m128i l = _mm_min_epi16(t, _mm_max_epi16(nt, d));
+      x = _mm_sub_epi16(x, _mm_mulhi_epi16(l, _mm_set1_epi16(102 * 256)));
+    }
+    if (kSmallGain) return _mm_add_epi16(o, _mm_mulhrs_epi16(x, _mm_set1_epi16(8192)));
+    const __m128i r = _mm_add_epi16(_mm_slli_epi16(o, 2), x);
+    return _mm_srai_epi16(_mm_add_epi16(_mm_srai_epi16(r, 1), _mm_set1_epi16(1)), 1);
+  }
+
+  // 16 outputs at x; q points at V(x) in the line buffer.
+  // h' = o*(V-2 + V+2) + i*(V-1 + V+1) + c*V0 - 128*o.
+  template <bool kSmallGain, bool kThreshold>
+  void outStep(uint8_t* dst, const uint8_t* q, int32_t x) const {
+    const __m128i m2 = load16(q - 2), p2 = load16(q + 2), m1 = load16(q - 1), p1 = load16(q + 1);
+    const __m128i v0 = load16(q), o = load16(rows[2] + x);
+    const __m128i voLo = _mm_unpacklo_epi8(v0, o), voHi = _mm_unpackhi_epi8(v0, o);
+    __m128i lo = _mm_maddubs_epi16(_mm_unpacklo_epi8(m2, p2), wOO);
+    __m128i hi = _mm_maddubs_epi16(_mm_unpackhi_epi8(m2, p2), wOO);
+    lo = _mm_add_epi16(lo, _mm_maddubs_epi16(_mm_unpacklo_epi8(m1, p1), wII));
+    hi = _mm_add_epi16(hi, _mm_maddubs_epi16(_mm_unpackhi_epi8(m1, p1), wII));
+    lo = _mm_add_epi16(lo, _mm_maddubs_epi16(voLo, wCN));
+    hi = _mm_add_epi16(hi, _mm_maddubs_epi16(voHi, wCN));
+    store16(dst + x, _mm_packus_epi16(respond<kSmallGain, kThreshold>(lo, voLo),
+                                      respond<kSmallGain, kThreshold>(hi, voHi)));
+  }
+
+  // Columns [0, nv) with nv >= 8. The rows must be readable for
+  // max(nv, 16) columns (the caller pads narrower rows) and dst writable
+  // as far. A final partial step of either pass is redone at end - 16,
+  // which rewrites equal bytes.
+  template <bool kSmallGain, bool kThreshold>
+  void row(uint8_t* dst, int32_t nv) const {
+    alignas(16) uint8_t buf[kLeft + kChunk + 32];
+    uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)
+    for (int32_t x0 = 0; x0 < nv; x0 += kChunk) {
+      const int32_t x1 = x0 + kChunk < nv ? x0 + kChunk : nv;
+      // V(x1), V(x1 + 1) belong to the next chunk: one more step of V.
+      const int32_t vEnd = x1 + 16 < nv ? x1 + 16 : nv;
+      if (x0 > 0) std::memcpy(buf, buf + kChunk, kLeft);  // V(x0 - 32 .. x0 - 1)
+      int32_t x = x0;
+      for (; x + 16 <= vEnd; x += 16) vStep(v + (x - x0), x);
+      if (x < vEnd) {
+        x = vEnd >= 16 ? vEnd - 16 : 0;
+        vStep(v + (x - x0), x);
+      }
+      if (x0 == 0) v[-1] = v[-2] = v[0];
+      if (vEnd == nv) v[nv - x0] = v[nv - x0 + 1] = v[nv - x0 - 1];
+      for (x = x0; x + 16 <= x1; x += 16) outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      if (x < x1) {
+        x = x1 >= 16 ? x1 - 16 : 0;
+        outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      }
+    }
+  }
+
+  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
+    const int16_t g = int16_t(uint16_t(p->gain));
+    const bool small = g >= -8191 && g <= 8191;
+    if (uint16_t(p->threshold) == 0)
+      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
+    else
+      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
   }
 };
-
-// Blocks of 8 output pixels, the horizontal pass one block behind the
-// vertical one; the vertical blur runs 16 columns at a time. The first
-// block's left neighbours and the last block's right neighbours are the
-// edge column of V repeated.
-template <bool kThreshold>
-void sharpenBlocks(uint8_t* dst, const uint8_t* const* rows, int32_t blocks, const KQSharpenParams* p) {
-  const SharpenV vb(p);
-  const SharpenOut ob(p);
-  __m128i c0, c1 = _mm_setzero_si128();
-  if (blocks >= 2) {
-    vb.v16(rows, 0, c0, c1);
-  } else {
-    c0 = vb.v8(rows, 0);
-  }
-  __m128i prev = dupFirst(c0);
-  int32_t j = 0;
-  while (j + 1 < blocks) {
-    const int32_t x = 8 * j;
-    __m128i n0, n1 = _mm_setzero_si128();
-    if (j + 3 < blocks) {
-      vb.v16(rows, x + 16, n0, n1);
-    } else if (j + 2 < blocks) {
-      n0 = vb.v8(rows, x + 16);
-    } else {
-      n0 = dupLast(c1);
-    }
-    ob.run<kThreshold>(dst + x, rows[2] + x, prev, c0, c1);
-    ob.run<kThreshold>(dst + x + 8, rows[2] + x + 8, c0, c1, n0);
-    prev = c1;
-    c0 = n0;
-    c1 = n1;
-    j += 2;
-  }
-  if (j < blocks) ob.run<kThreshold>(dst + 8 * j, rows[2] + 8 * j, prev, c0, dupLast(c0));
-}
 
 }  // namespace
 
 void kqSharpenRow_sse41(uint8_t* dst, const uint8_t* const* rows, int32_t width,
                         const KQSharpenParams* p) {
-  const int32_t blocks = width / 8;
-  if (blocks > 0) {
-    // Row pointers copied: byte stores through dst may alias the caller's
-    // array, which would force a reload per use.
-    const uint8_t* const r[5] = {rows[0], rows[1], rows[2], rows[3], rows[4]};
-    if (uint16_t(p->threshold) == 0)
-      sharpenBlocks<false>(dst, r, blocks, p);
-    else
-      sharpenBlocks<true>(dst, r, blocks, p);
+  const int32_t nv = width & ~7;
+  if (nv >= 16) {
+    SharpenSse41(rows, p).run(dst, nv, p);
+  } else if (nv > 0) {
+    // 8 columns: through zero-padded 16-column copies.
+    alignas(16) uint8_t pad[6][16] = {};
+    const uint8_t* r[5];
+    for (int k = 0; k < 5; ++k) {
+      std::memcpy(pad[k], rows[k], size_t(nv));
+      r[k] = pad[k];
+    }
+    SharpenSse41(r, p).run(pad[5], nv, p);
+    std::memcpy(dst, pad[5], size_t(nv));
   }
-  for (int32_t x = blocks * 8; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
+  for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
 }
