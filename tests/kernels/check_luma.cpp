@@ -230,8 +230,8 @@ TEST(LumaKernels, SharpenRowEveryPath) {
                            8191, -8191, 8192, -8192, 16383, 32767, -32768, 65836};
   const int32_t thresholds[] = {0, 1, 6, 150, -9, 32767, 32768, 65536};
   const int32_t taps[2][3] = {{7, 31, 52}, {19, 19, 52}};
-  const int widths[] = {8,    24,   31,   32,   33,   40,   63,   64,   72,  97,
-                        1001, 1024, 1031, 1032, 1056, 1057, 1088, 2088, 3001};
+  const int widths[] = {8,    24,   31,   32,   33,   40,   63,   64,   72,   97,
+                        1001, 1024, 1032, 1057, 2048, 2056, 2080, 2088, 3001, 4136};
   forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
     for (int width : widths) {
       KqRng rng(kqTestSeed() + uint64_t(width) * 17);

@@ -224,7 +224,7 @@ inline __m128i mulShr8(__m128i a, __m128i b) {
 // (the kernels use 7/31/52 and 19/19/52). Every pair sum is then at most
 // 2 * 64 * 255 or 127 * 255 + 64, below the 16-bit saturation.
 struct SharpenSse41 {
-  static constexpr int32_t kChunk = 1024;
+  static constexpr int32_t kChunk = 2048;
   // Columns of V kept to the left of the chunk (from the previous chunk,
   // or the edge repeats): the last step of a short final chunk starts up
   // to 16 columns before the chunk and reads 2 more.
@@ -254,9 +254,9 @@ struct SharpenSse41 {
     for (int k = 0; k < 5; ++k) rows[k] = r[k];
   }
 
-  // V of columns x .. x + 15 into v[0 .. 15]:
+  // V of columns x .. x + 15 into v[0 .. 15] (dst: the output row):
   // (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255.
-  void vStep(uint8_t* v, int32_t x) const {
+  void vStep(uint8_t* v, const uint8_t* dst, int32_t x) const {
     const __m128i one = _mm_set1_epi8(1);
     // The row below is usually the one not yet in cache (the rows above
     // were read for the previous output rows); the hardware prefetcher
@@ -265,6 +265,9 @@ struct SharpenSse41 {
     // formed as an integer for that reason).
     const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + uintptr_t(x + kPrefetch);
     _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
+    // The output pass of the chunk stores to dst[x ..]: fetching those
+    // lines now takes their misses off the output pass.
+    _mm_prefetch(reinterpret_cast<const char*>(dst + x), _MM_HINT_T0);
     const __m128i r0 = load16(rows[0] + x), r1 = load16(rows[1] + x), r2 = load16(rows[2] + x);
     const __m128i r3 = load16(rows[3] + x), r4 = load16(rows[4] + x);
     __m128i lo = _mm_maddubs_epi16(_mm_unpacklo_epi8(r0, r1), wOI);
@@ -342,10 +345,10 @@ struct SharpenSse41 {
       const int32_t vEnd = x1 + 16 < nv ? x1 + 16 : nv;
       if (x0 > 0) std::memcpy(buf, buf + kChunk, kLeft);  // V(x0 - 32 .. x0 - 1)
       int32_t x = x0;
-      for (; x + 16 <= vEnd; x += 16) vStep(v + (x - x0), x);
+      for (; x + 16 <= vEnd; x += 16) vStep(v + (x - x0), dst, x);
       if (x < vEnd) {
         x = vEnd >= 16 ? vEnd - 16 : 0;
-        vStep(v + (x - x0), x);
+        vStep(v + (x - x0), dst, x);
       }
       if (x0 == 0) v[-1] = v[-2] = v[0];
       if (vEnd == nv) v[nv - x0] = v[nv - x0 + 1] = v[nv - x0 - 1];
