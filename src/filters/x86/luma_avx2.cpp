@@ -147,7 +147,6 @@ struct SharpenAvx2 {
   // or the edge repeats): the last step of a short final chunk starts up
   // to 32 columns before the chunk and reads 2 more.
   static constexpr int32_t kLeft = 64;
-  static constexpr int32_t kPrefetch = 1024;
 
   __m256i wOI, wIO, wC64;  // vertical: (r0, r1), (r3, r4), (r2, 1)
   __m256i wOO, wII, wCN;   // horizontal: (V-2, V+2), (V-1, V+1), (V0, o)
@@ -155,6 +154,7 @@ struct SharpenAvx2 {
   // Row pointers held by value: byte stores through dst may alias the
   // caller's pointer array, which would force a reload per use.
   const uint8_t* rows[5];
+  uintptr_t nextRow;  // rows[4] - rows[3], for the prefetch
 
   explicit SharpenAvx2(const uint8_t* const* r, const KQSharpenParams* p) {
     const int16_t wo = int16_t(p->wOuter), wi = int16_t(p->wInner), wc = int16_t(p->wCentre);
@@ -170,18 +170,21 @@ struct SharpenAvx2 {
     t = _mm256_set1_epi16(int16_t(uint16_t(p->threshold)));
     nt = _mm256_sub_epi16(_mm256_setzero_si256(), t);
     for (int k = 0; k < 5; ++k) rows[k] = r[k];
+    nextRow = reinterpret_cast<uintptr_t>(r[4]) - reinterpret_cast<uintptr_t>(r[3]);  // wraps
   }
 
   // V of columns x .. x + 31 into v[0 .. 31] (dst: the output row):
   // (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255.
   void vStep(uint8_t* v, const uint8_t* dst, int32_t x) const {
     const __m256i one = _mm256_set1_epi8(1);
-    // The row below is usually the one not yet in cache (the rows above
-    // were read for the previous output rows); the hardware prefetcher
-    // alone leaves part of its latency exposed. A prefetch never faults,
-    // so running past the end of the row is harmless.
-    // (The address is formed as an integer: it may lie past the row.)
-    const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + uintptr_t(x + kPrefetch);
+    // Row y + 2 is the only input row not yet in cache (the others were
+    // read for the previous output rows), and the row after it is the one
+    // the next call will miss on: fetch that one a whole row ahead, at
+    // the distance rows[4] - rows[3] (the plane stride for interior rows;
+    // near the edges, where the rows are mirrored, it just points at a row
+    // already read). A prefetch never faults, so the address is formed as
+    // an integer and may lie outside the plane.
+    const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + nextRow + uintptr_t(x);
     _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
     // The output pass of the chunk stores to dst[x ..]: fetching those
     // lines now takes their misses off the output pass.
