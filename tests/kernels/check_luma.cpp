@@ -223,34 +223,40 @@ TEST(LumaKernels, SharpenRow) {
 // Every arithmetic path of the sharpening kernels: gains up to 8191 in
 // magnitude (one multiply per lane) and beyond (the full product, with the
 // 16-bit truncation of E), zero and non-zero thresholds (including the
-// ones that wrap to 0 or to -32768), both tap sets, on widths around the
+// ones that wrap to 0 or to -32768), several tap sets, on widths around the
 // vector steps and around the column chunks of the two-pass kernels.
 TEST(LumaKernels, SharpenRowEveryPath) {
   const int32_t gains[] = {0,    1,     -1,   153,   256,   -256,  2047,   2048, -2048,
                            8191, -8191, 8192, -8192, 16383, 32767, -32768, 65836};
   const int32_t thresholds[] = {0, 1, 6, 150, -9, 32767, 32768, 65536};
-  const int32_t taps[2][3] = {{7, 31, 52}, {19, 19, 52}};
+  // The driver's two tap sets, then others the contract allows: a centre
+  // weight of 128 (outside the signed-byte range of the x86 kernels'
+  // multiplies) and the extremes of the outer and inner weights.
+  const int32_t taps[][3] = {{7, 31, 52}, {19, 19, 52}, {0, 0, 128},
+                             {64, 0, 0},  {0, 64, 0},   {1, 1, 124}};
   const int widths[] = {8,    24,   31,   32,   33,   40,   63,   64,   72,   97,
                         1001, 1024, 1032, 1057, 2048, 2056, 2080, 2088, 3001, 4136};
   forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
     for (int width : widths) {
       KqRng rng(kqTestSeed() + uint64_t(width) * 17);
       KqGuardedBuffer in(size_t(width) * 5);
+      int combination = 0;
       for (int32_t gain : gains)
-        for (int32_t threshold : thresholds)
-          for (const auto& t : taps) {
-            const int variant = rng.range(0, kVariants - 1);
-            fillInput(in.data(), width, 5, variant, rng);
-            const uint8_t* rows[5];
-            for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-            const KQSharpenParams p = {gain, threshold, t[0], t[1], t[2]};
-            KqFramedPlane a(width, 1), b(width, 1);
-            ref.sharpenRow(a.data(), rows, width, &p);
-            dsp.sharpenRow(b.data(), rows, width, &p);
-            ASSERT_TRUE(kqFramedEqual(a, b))
-                << "width " << width << " variant " << variant << " gain " << gain << " threshold "
-                << threshold << " taps " << t[0] << "/" << t[1] << "/" << t[2];
-          }
+        for (int32_t threshold : thresholds) {
+          // The tap sets take turns: each meets every gain and half the thresholds.
+          const int32_t* t = taps[combination++ % int(sizeof taps / sizeof taps[0])];
+          const int variant = rng.range(0, kVariants - 1);
+          fillInput(in.data(), width, 5, variant, rng);
+          const uint8_t* rows[5];
+          for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+          const KQSharpenParams p = {gain, threshold, t[0], t[1], t[2]};
+          KqFramedPlane a(width, 1), b(width, 1);
+          ref.sharpenRow(a.data(), rows, width, &p);
+          dsp.sharpenRow(b.data(), rows, width, &p);
+          ASSERT_TRUE(kqFramedEqual(a, b))
+              << "width " << width << " variant " << variant << " gain " << gain << " threshold "
+              << threshold << " taps " << t[0] << "/" << t[1] << "/" << t[2];
+        }
     }
   });
 }

@@ -139,7 +139,8 @@ inline __m256i mulShr8(__m256i a, __m256i b) {
 // and packus of (lo, hi) restores the column order.
 //
 // maddubs takes the weights as signed bytes: they must lie in [0, 127]
-// (the kernels use 7/31/52 and 19/19/52). Every pair sum is then at most
+// (the driver's kernels use 7/31/52 and 19/19/52; see sharpenWeightsFit).
+// With 2 * outer + 2 * inner + centre = 128 every pair sum is then at most
 // 2 * 64 * 255 or 127 * 255 + 64, below the 16-bit saturation.
 struct SharpenAvx2 {
   static constexpr int32_t kChunk = 2048;
@@ -297,8 +298,24 @@ struct SharpenAvx2 {
 
 }  // namespace
 
+namespace {
+
+// Weights the maddubs form handles exactly: each in [0, 127] and summing
+// to 128 as the contract asks. Anything else (a centre weight of 128)
+// takes the scalar reference.
+inline bool sharpenWeightsFit(const KQSharpenParams* p) {
+  const uint32_t o = uint32_t(p->wOuter), i = uint32_t(p->wInner), c = uint32_t(p->wCentre);
+  return o <= 127 && i <= 127 && c <= 127 && 2 * o + 2 * i + c == 128;
+}
+
+}  // namespace
+
 void kqSharpenRow_avx2(uint8_t* dst, const uint8_t* const* rows, int32_t width,
                        const KQSharpenParams* p) {
+  if (!sharpenWeightsFit(p)) {
+    kqSharpenRow_c(dst, rows, width, p);
+    return;
+  }
   const int32_t nv = width & ~7;
   if (nv >= 32) {
     SharpenAvx2(rows, p).run(dst, nv, p);
