@@ -29,9 +29,10 @@ const std::vector<uint8_t>& benchInput() {
 }
 
 const char* levelName(uint32_t level) {
-  const uint32_t top = level & KQ_CPU_AVX2 ? KQ_CPU_AVX2
+  const uint32_t top = level & KQ_CPU_AVX2    ? KQ_CPU_AVX2
                        : level & KQ_CPU_SSE41 ? KQ_CPU_SSE41
-                       : level & KQ_CPU_NEON ? KQ_CPU_NEON : 0u;
+                       : level & KQ_CPU_NEON  ? KQ_CPU_NEON
+                                              : 0u;
   return kqCpuFlagName(top);
 }
 
@@ -52,32 +53,48 @@ void runStage(benchmark::State& st, int threads, Run run) {
 }
 
 void registerLumaBenches() {
-  const int poolThreads = int(std::thread::hardware_concurrency()) > 1
-                              ? int(std::thread::hardware_concurrency()) : 2;
+  const int poolThreads =
+      int(std::thread::hardware_concurrency()) > 1 ? int(std::thread::hardware_concurrency()) : 2;
   for (uint32_t level : kqCpuLevels()) {
     for (int threads : {1, poolThreads}) {
       const std::string suffix = std::string("/") + levelName(level) + "/" + std::to_string(kW) +
                                  "x" + std::to_string(kH) + "/threads:" + std::to_string(threads);
-      benchmark::RegisterBenchmark(("luma.noiseReduction" + suffix).c_str(),
-                                   [level, threads](benchmark::State& st) {
-                                     KQLumaDsp dsp;
-                                     kqLumaDspInit(&dsp, level);
-                                     runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
-                                       kqLumaNoiseReductionDsp(in, out, nullptr, 7, t, &dsp);
-                                     });
-                                   })
+      benchmark::RegisterBenchmark(
+          ("luma.noiseReduction" + suffix).c_str(),
+          [level, threads](benchmark::State& st) {
+            KQLumaDsp dsp;
+            kqLumaDspInit(&dsp, level);
+            runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
+              kqLumaNoiseReductionDsp(in, out, nullptr, 7, t, &dsp);
+            });
+          })
           ->Unit(benchmark::kMillisecond)
           ->UseRealTime();
-      benchmark::RegisterBenchmark(("luma.sharpen" + suffix).c_str(),
-                                   [level, threads](benchmark::State& st) {
-                                     KQLumaDsp dsp;
-                                     kqLumaDspInit(&dsp, level);
-                                     runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
-                                       kqImageSharpeningDsp(in, out, nullptr, 1.0f, 0.0f, 4, t, &dsp);
-                                     });
-                                   })
+      benchmark::RegisterBenchmark(
+          ("luma.sharpen" + suffix).c_str(),
+          [level, threads](benchmark::State& st) {
+            KQLumaDsp dsp;
+            kqLumaDspInit(&dsp, level);
+            runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
+              kqImageSharpeningDsp(in, out, nullptr, 1.0f, 0.0f, 4, t, &dsp);
+            });
+          })
           ->Unit(benchmark::kMillisecond)
           ->UseRealTime();
+      // The same with a detail threshold (the kernels' clamp-and-subtract
+      // step, skipped when the threshold is zero).
+      if (threads == 1)
+        benchmark::RegisterBenchmark(
+            ("luma.sharpenThreshold" + suffix).c_str(),
+            [level, threads](benchmark::State& st) {
+              KQLumaDsp dsp;
+              kqLumaDspInit(&dsp, level);
+              runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
+                kqImageSharpeningDsp(in, out, nullptr, 1.0f, 4.0f, 4, t, &dsp);
+              });
+            })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
     }
   }
 #if defined(KQ_BENCH_OPENCV)
@@ -85,7 +102,8 @@ void registerLumaBenches() {
   benchmark::RegisterBenchmark("anchor.opencv.bilateralFilter_d5/4096x3072/threads:1",
                                [](benchmark::State& st) {
                                  cv::setNumThreads(1);
-                                 const cv::Mat in(kH, kW, CV_8UC1, const_cast<uint8_t*>(benchInput().data()));
+                                 const cv::Mat in(kH, kW, CV_8UC1,
+                                                  const_cast<uint8_t*>(benchInput().data()));
                                  cv::Mat out;
                                  for (auto _ : st) {
                                    cv::bilateralFilter(in, out, 5, 30.0, 2.0);
@@ -98,7 +116,8 @@ void registerLumaBenches() {
   benchmark::RegisterBenchmark("anchor.opencv.unsharpMask_gauss5x5/4096x3072/threads:1",
                                [](benchmark::State& st) {
                                  cv::setNumThreads(1);
-                                 const cv::Mat in(kH, kW, CV_8UC1, const_cast<uint8_t*>(benchInput().data()));
+                                 const cv::Mat in(kH, kW, CV_8UC1,
+                                                  const_cast<uint8_t*>(benchInput().data()));
                                  cv::Mat blur, out;
                                  for (auto _ : st) {
                                    cv::GaussianBlur(in, blur, cv::Size(5, 5), 0.0);
