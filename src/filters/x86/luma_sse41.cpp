@@ -355,7 +355,13 @@ struct SharpenSse41 {
         vStep(v + (x - x0), dst, x);
       }
       if (x0 == 0) v[-1] = v[-2] = v[0];
-      if (vEnd == nv) v[nv - x0] = v[nv - x0 + 1] = v[nv - x0 - 1];
+      // V(nv), V(nv + 1) repeat V(nv - 1). On padded rows (nv < 16) the
+      // repeat runs on to the end of the one step, whose extra outputs are
+      // dropped but should not come from unset bytes.
+      if (vEnd == nv) {
+        const int32_t n = nv - x0, end = nv < 16 ? 18 : n + 2;
+        for (int32_t i = n; i < end; ++i) v[i] = v[n - 1];
+      }
       for (x = x0; x + 16 <= x1; x += 16) outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
       if (x < x1) {
         x = x1 >= 16 ? x1 - 16 : 0;
