@@ -216,10 +216,7 @@ struct SharpenAvx2 {
   // M = (L * 102) >> 8 = mulhi(L, 102 * 256) (|L| <= 32768).
   template <bool kSmallGain, bool kThreshold>
   __m256i respond(__m256i h, __m256i vo) const {
-    return respond16<kSmallGain, kThreshold>(h, _mm256_srli_epi16(vo, 8));
-  }
-  template <bool kSmallGain, bool kThreshold>
-  __m256i respond16(__m256i h, __m256i o) const {
+    const __m256i o = _mm256_srli_epi16(vo, 8);
     __m256i f;
     if (kSmallGain) {
       f = _mm256_mulhi_epi16(_mm256_and_si256(h, _mm256_set1_epi16(-32)), gainK);
