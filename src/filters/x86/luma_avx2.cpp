@@ -7,34 +7,18 @@
 #include <cstring>
 
 #include "filters/luma_dsp.h"
-#include "filters/recip_estimate.h"
 
 namespace {
 
-inline __m256i rangeWeight(__m256i p, __m256i c, __m256i k30) {
-  const __m256i d = _mm256_or_si256(_mm256_subs_epu8(p, c), _mm256_subs_epu8(c, p));
-  return _mm256_subs_epu8(k30, d);
-}
-
-// Two taps at once through maddubs on interleaved (p1, p2) x (w1, w2):
-// w1*p1 + w2*p2 <= 15300 per 16-bit lane. unpack works within 128-bit
-// halves, so Lo holds pixels 0-7 | 16-23 and Hi pixels 8-15 | 24-31.
-inline void nrPair(__m256i p1, __m256i w1, __m256i p2, __m256i w2, __m256i& accLo, __m256i& accHi,
-                   __m256i& wsum) {
-  accLo = _mm256_add_epi16(
-      accLo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(p1, p2), _mm256_unpacklo_epi8(w1, w2)));
-  accHi = _mm256_add_epi16(
-      accHi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(p1, p2), _mm256_unpackhi_epi8(w1, w2)));
-  wsum = _mm256_add_epi8(wsum, _mm256_add_epi8(w1, w2));
-}
-
-// trunc(min(255, float(n) * estimate)) for 8 lanes whose weight sums are
-// d[0..3] (low half) and d[8..11] (high half), estimates from the table.
-inline __m256i nrDivide(__m256i n, const float* table, const uint16_t* d) {
-  const __m256 est = _mm256_setr_ps(table[d[0]], table[d[1]], table[d[2]], table[d[3]], table[d[8]],
-                                    table[d[9]], table[d[10]], table[d[11]]);
-  const __m256 q = _mm256_min_ps(_mm256_mul_ps(_mm256_cvtepi32_ps(n), est), _mm256_set1_ps(255.0f));
-  return _mm256_cvttps_epi32(q);
+// One pair of taps (p1, p2) interleaved by bytes, against the centres
+// interleaved the same way (c, c): range weights 30 (-) |p - c| computed
+// on the pairs directly, then w1*p1 + w2*p2 <= 15300 per 16-bit lane via
+// maddubs. Each byte of wsum gathers one weight of every pair.
+inline void nrPair(__m256i pp, __m256i cc, __m256i k30, __m256i& acc, __m256i& wsum) {
+  const __m256i d = _mm256_or_si256(_mm256_subs_epu8(pp, cc), _mm256_subs_epu8(cc, pp));
+  const __m256i w = _mm256_subs_epu8(k30, d);
+  acc = _mm256_add_epi16(acc, _mm256_maddubs_epi16(pp, w));
+  wsum = _mm256_add_epi8(wsum, w);
 }
 
 // Loads 32 bytes, or 16 zero-extended ones for a single 16-pixel block.
@@ -44,12 +28,56 @@ inline __m256i loadTap(const uint8_t* p) {
   return _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
 
+// The estimate of 1/d for 32-bit lanes d in 30..480, computed as the
+// emulation does: from the bits of float(d), a = 256 + top 8 mantissa
+// bits, b = floor(2^19 / (2a + 1)) and (b + 1) >> 1 as the new mantissa.
+// b comes from a float division: 2^19 / (2a + 1) is never an integer and
+// lies at least 1/1023 from one, far more than the quotient's rounding
+// error, so truncating the rounded quotient is the exact floor.
+inline __m256 nrEstimate(__m256i d) {
+  const __m256i bits = _mm256_castps_si256(_mm256_cvtepi32_ps(d));
+  const __m256i den =
+      _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(bits, 14), _mm256_set1_epi32(0x1FE)),
+                      _mm256_set1_epi32(0x201));
+  const __m256i b =
+      _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(524288.0f), _mm256_cvtepi32_ps(den)));
+  const __m256i mant =
+      _mm256_and_si256(_mm256_slli_epi32(_mm256_add_epi32(b, _mm256_set1_epi32(1)), 14),
+                       _mm256_set1_epi32(0xFF << 15));
+  const __m256i expo = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23),
+                                        _mm256_and_si256(bits, _mm256_set1_epi32(0x7F800000)));
+  return _mm256_castsi256_ps(_mm256_or_si256(expo, mant));
+}
+
+// trunc(float(n) * estimate(d)) for the 32-bit lanes n, d (d in 30..480).
+// No clamp here: the quotient stays below 257, and the final packus to
+// bytes saturates it to 255 exactly as min(255, ...) would.
+inline __m256i nrDivide(__m256i n, __m256i d) {
+  return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(n), nrEstimate(d)));
+}
+
+// Quotients of one accumulator half: the 16-bit lanes of a (first four
+// pairs), b (last four) and the weight sums d, taken as even and odd
+// 32-bit halves (masks and shifts, no shuffles), divided, and put back
+// into their 16-bit lanes.
+inline __m256i nrQuotients(__m256i a, __m256i b, __m256i d) {
+  const __m256i lo16 = _mm256_set1_epi32(0xFFFF);
+  const __m256i nEven = _mm256_add_epi32(_mm256_and_si256(a, lo16), _mm256_and_si256(b, lo16));
+  const __m256i nOdd = _mm256_add_epi32(_mm256_srli_epi32(a, 16), _mm256_srli_epi32(b, 16));
+  const __m256i qEven = nrDivide(nEven, _mm256_and_si256(d, lo16));
+  const __m256i qOdd = nrDivide(nOdd, _mm256_srli_epi32(d, 16));
+  return _mm256_or_si256(qEven, _mm256_slli_epi32(qOdd, 16));
+}
+
 // 32 centres (two interior blocks) or, for the last odd block, 16 of them.
 // The taps of a pair of blocks j, j + 1 stay inside [16 j, 16 j + 47], the
-// union of the two blocks' 32-byte windows.
+// union of the two blocks' 32-byte windows. unpack works within 128-bit
+// halves, so the "lo" lanes hold pixels 0-7 | 16-23 and "hi" 8-15 | 24-31;
+// the centre itself is the first tap of the first pair (its weight comes
+// out as 30).
 template <bool kWide>
-inline void nrBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t x,
-                     const float* table) {
+__attribute__((always_inline)) inline void nrBlocks(uint8_t* dst, const uint8_t* src,
+                                                    ptrdiff_t stride, int32_t x) {
   const __m256i k30 = _mm256_set1_epi8(30);
   const __m256i zero = _mm256_setzero_si256();
   const uint8_t* up4 = src - 4 * stride;
@@ -57,49 +85,27 @@ inline void nrBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t
   const uint8_t* dn1 = src + stride;
   const uint8_t* dn4 = src + 4 * stride;
   const __m256i c = loadTap<kWide>(src + x);
-  __m256i aLo = zero, aHi = zero, wa = zero;
-  __m256i bLo = zero, bHi = zero, wb = zero;
-  {
-    const __m256i p1 = loadTap<kWide>(src + x - 6), p2 = loadTap<kWide>(src + x - 1);
-    const __m256i p3 = loadTap<kWide>(src + x + 1), p4 = loadTap<kWide>(src + x + 6);
-    nrPair(c, k30, p1, rangeWeight(p1, c, k30), aLo, aHi, wa);
-    nrPair(p2, rangeWeight(p2, c, k30), p3, rangeWeight(p3, c, k30), aLo, aHi, wa);
-    const __m256i p5 = loadTap<kWide>(up1 + x - 4), p6 = loadTap<kWide>(up1 + x);
-    const __m256i p7 = loadTap<kWide>(up1 + x + 4);
-    nrPair(p4, rangeWeight(p4, c, k30), p5, rangeWeight(p5, c, k30), aLo, aHi, wa);
-    nrPair(p6, rangeWeight(p6, c, k30), p7, rangeWeight(p7, c, k30), aLo, aHi, wa);
-  }
-  {
-    const __m256i p1 = loadTap<kWide>(dn1 + x - 4), p2 = loadTap<kWide>(dn1 + x - 2);
-    const __m256i p3 = loadTap<kWide>(dn1 + x), p4 = loadTap<kWide>(dn1 + x + 4);
-    nrPair(p1, rangeWeight(p1, c, k30), p2, rangeWeight(p2, c, k30), bLo, bHi, wb);
-    nrPair(p3, rangeWeight(p3, c, k30), p4, rangeWeight(p4, c, k30), bLo, bHi, wb);
-    const __m256i p5 = loadTap<kWide>(up4 + x - 2), p6 = loadTap<kWide>(up4 + x + 2);
-    const __m256i p7 = loadTap<kWide>(dn4 + x - 2), p8 = loadTap<kWide>(dn4 + x + 2);
-    nrPair(p5, rangeWeight(p5, c, k30), p6, rangeWeight(p6, c, k30), bLo, bHi, wb);
-    nrPair(p7, rangeWeight(p7, c, k30), p8, rangeWeight(p8, c, k30), bLo, bHi, wb);
-  }
-  // Weight sums as u16 in the same in-half order as the accumulators.
-  alignas(32) uint16_t dl[16], dh[16];
-  _mm256_store_si256(
-      reinterpret_cast<__m256i*>(dl),
-      _mm256_add_epi16(_mm256_unpacklo_epi8(wa, zero), _mm256_unpacklo_epi8(wb, zero)));
-  _mm256_store_si256(
-      reinterpret_cast<__m256i*>(dh),
-      _mm256_add_epi16(_mm256_unpackhi_epi8(wa, zero), _mm256_unpackhi_epi8(wb, zero)));
-  const __m256i n0 =
-      _mm256_add_epi32(_mm256_unpacklo_epi16(aLo, zero), _mm256_unpacklo_epi16(bLo, zero));
-  const __m256i n1 =
-      _mm256_add_epi32(_mm256_unpackhi_epi16(aLo, zero), _mm256_unpackhi_epi16(bLo, zero));
-  const __m256i n2 =
-      _mm256_add_epi32(_mm256_unpacklo_epi16(aHi, zero), _mm256_unpacklo_epi16(bHi, zero));
-  const __m256i n3 =
-      _mm256_add_epi32(_mm256_unpackhi_epi16(aHi, zero), _mm256_unpackhi_epi16(bHi, zero));
-  // n0: pixels 0-3 | 16-19, n1: 4-7 | 20-23, n2: 8-11 | 24-27, n3: 12-15 | 28-31.
-  const __m256i r0 = nrDivide(n0, table, dl), r1 = nrDivide(n1, table, dl + 4);
-  const __m256i r2 = nrDivide(n2, table, dh), r3 = nrDivide(n3, table, dh + 4);
-  // The in-half packs restore pixel order: 0-15 | 16-31.
-  const __m256i out = _mm256_packus_epi16(_mm256_packus_epi32(r0, r1), _mm256_packus_epi32(r2, r3));
+  const __m256i ccLo = _mm256_unpacklo_epi8(c, c), ccHi = _mm256_unpackhi_epi8(c, c);
+  __m256i aLo = zero, aHi = zero, bLo = zero, bHi = zero, wLo = zero, wHi = zero;
+  auto pair = [&](__m256i p1, __m256i p2, __m256i& accLo, __m256i& accHi) {
+    nrPair(_mm256_unpacklo_epi8(p1, p2), ccLo, k30, accLo, wLo);
+    nrPair(_mm256_unpackhi_epi8(p1, p2), ccHi, k30, accHi, wHi);
+  };
+  // Four pairs per accumulator: <= 4 * 15300 = 61200 (unsigned 16 bits).
+  pair(c, loadTap<kWide>(src + x - 6), aLo, aHi);
+  pair(loadTap<kWide>(src + x - 1), loadTap<kWide>(src + x + 1), aLo, aHi);
+  pair(loadTap<kWide>(src + x + 6), loadTap<kWide>(up1 + x - 4), aLo, aHi);
+  pair(loadTap<kWide>(up1 + x), loadTap<kWide>(up1 + x + 4), aLo, aHi);
+  pair(loadTap<kWide>(dn1 + x - 4), loadTap<kWide>(dn1 + x - 2), bLo, bHi);
+  pair(loadTap<kWide>(dn1 + x), loadTap<kWide>(dn1 + x + 4), bLo, bHi);
+  pair(loadTap<kWide>(up4 + x - 2), loadTap<kWide>(up4 + x + 2), bLo, bHi);
+  pair(loadTap<kWide>(dn4 + x - 2), loadTap<kWide>(dn4 + x + 2), bLo, bHi);
+  // Each weight byte holds 8 weights (<= 240); adding its two bytes gives
+  // the weight sum of the pixel in the 16-bit lane of the accumulators.
+  const __m256i ones = _mm256_set1_epi8(1);
+  const __m256i dLo = _mm256_maddubs_epi16(wLo, ones), dHi = _mm256_maddubs_epi16(wHi, ones);
+  // The in-half pack restores pixel order: 0-15 | 16-31.
+  const __m256i out = _mm256_packus_epi16(nrQuotients(aLo, bLo, dLo), nrQuotients(aHi, bHi, dHi));
   if (kWide)
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), out);
   else
@@ -110,10 +116,9 @@ inline void nrBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t
 
 void kqLumaNrRow_avx2(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
   const int32_t blocks = (width - 16) / 16;
-  const float* table = kqRecipEstimateTable();
   int32_t j = 0;
-  for (; j + 2 <= blocks; j += 2) nrBlocks<true>(dst, src, stride, 6 + 16 * j, table);
-  if (j < blocks) nrBlocks<false>(dst, src, stride, 6 + 16 * j, table);
+  for (; j + 2 <= blocks; j += 2) nrBlocks<true>(dst, src, stride, 6 + 16 * j);
+  if (j < blocks) nrBlocks<false>(dst, src, stride, 6 + 16 * j);
 }
 
 namespace {
