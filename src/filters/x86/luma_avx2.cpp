@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "filters/luma_dsp.h"
+#include "filters/x86/sharpen_x86.h"
 
 namespace {
 
@@ -123,220 +124,45 @@ void kqLumaNrRow_avx2(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 
 namespace {
 
-inline __m256i load32(const uint8_t* p) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-}
-inline void store32(uint8_t* p, __m256i v) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
-}
-
-// (a * b) >> 8 of signed 16-bit lanes, truncated to 16 bits.
-inline __m256i mulShr8(__m256i a, __m256i b) {
-  return _mm256_or_si256(_mm256_srli_epi16(_mm256_mullo_epi16(a, b), 8),
-                         _mm256_slli_epi16(_mm256_mulhi_epi16(a, b), 8));
-}
-
-// The sharpening row in two passes over chunks of columns: the vertical
-// blur V of the chunk goes to a line buffer (bytes), then the horizontal
-// taps are plain unaligned loads from it. Both passes take 32 columns per
-// step through maddubs on interleaved byte pairs; unpacklo/hi work within
-// 128-bit halves, so "lo" holds columns 0-7 | 16-23 and "hi" 8-15 | 24-31,
-// and packus of (lo, hi) restores the column order.
-//
-// maddubs takes the weights as signed bytes: they must lie in [0, 127]
-// (the driver's kernels use 7/31/52 and 19/19/52; see sharpenWeightsFit).
-// With 2 * outer + 2 * inner + centre = 128 every pair sum is then at most
-// 2 * 64 * 255 or 127 * 255 + 64, below the 16-bit saturation.
-struct SharpenAvx2 {
-  static constexpr int32_t kChunk = 2048;
-  // Columns of V kept to the left of the chunk (from the previous chunk,
-  // or the edge repeats): the last step of a short final chunk starts up
-  // to 32 columns before the chunk and reads 2 more.
-  static constexpr int32_t kLeft = 64;
-
-  __m256i wOI, wIO, wC64;  // vertical: (r0, r1), (r3, r4), (r2, 1)
-  __m256i wOO, wII, wCN;   // horizontal: (V-2, V+2), (V-1, V+1), (V0, o)
-  __m256i gainK, gain, t, nt;
-  // Row pointers held by value: byte stores through dst may alias the
-  // caller's pointer array, which would force a reload per use.
-  const uint8_t* rows[5];
-  uintptr_t nextRow;  // rows[4] - rows[3], for the prefetch
-
-  explicit SharpenAvx2(const uint8_t* const* r, const KQSharpenParams* p) {
-    const int16_t wo = int16_t(p->wOuter), wi = int16_t(p->wInner), wc = int16_t(p->wCentre);
-    wOI = _mm256_set1_epi16(int16_t(wo | wi << 8));
-    wIO = _mm256_set1_epi16(int16_t(wi | wo << 8));
-    wC64 = _mm256_set1_epi16(int16_t(wc | 64 << 8));
-    wOO = _mm256_set1_epi16(int16_t(wo | wo << 8));
-    wII = _mm256_set1_epi16(int16_t(wi | wi << 8));
-    wCN = _mm256_set1_epi16(int16_t(wc | 0x80 << 8));  // (centre, -128)
-    const int16_t g = int16_t(uint16_t(p->gain));
-    gain = _mm256_set1_epi16(g);
-    gainK = _mm256_set1_epi16(int16_t(uint16_t(-4 * g)));  // read only when |g| <= 8191
-    t = _mm256_set1_epi16(int16_t(uint16_t(p->threshold)));
-    nt = _mm256_sub_epi16(_mm256_setzero_si256(), t);
-    for (int k = 0; k < 5; ++k) rows[k] = r[k];
-    nextRow = reinterpret_cast<uintptr_t>(r[4]) - reinterpret_cast<uintptr_t>(r[3]);  // wraps
+// 128/256-bit operations for the shared sharpening row (sharpen_x86.h).
+struct VecAvx2 {
+  using R = __m256i;
+  static constexpr int32_t kStep = 32;
+  static R load(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const R*>(p)); }
+  static void store(uint8_t* p, R v) { _mm256_storeu_si256(reinterpret_cast<R*>(p), v); }
+  static R set8(int8_t v) { return _mm256_set1_epi8(v); }
+  static R set16(int16_t v) { return _mm256_set1_epi16(v); }
+  static R zero() { return _mm256_setzero_si256(); }
+  static R add16(R a, R b) { return _mm256_add_epi16(a, b); }
+  static R sub16(R a, R b) { return _mm256_sub_epi16(a, b); }
+  static R min16(R a, R b) { return _mm256_min_epi16(a, b); }
+  static R max16(R a, R b) { return _mm256_max_epi16(a, b); }
+  static R and_(R a, R b) { return _mm256_and_si256(a, b); }
+  static R or_(R a, R b) { return _mm256_or_si256(a, b); }
+  static R maddubs(R a, R b) { return _mm256_maddubs_epi16(a, b); }
+  static R unlo8(R a, R b) { return _mm256_unpacklo_epi8(a, b); }
+  static R unhi8(R a, R b) { return _mm256_unpackhi_epi8(a, b); }
+  static R packus16(R a, R b) { return _mm256_packus_epi16(a, b); }
+  static R mullo16(R a, R b) { return _mm256_mullo_epi16(a, b); }
+  static R mulhi16(R a, R b) { return _mm256_mulhi_epi16(a, b); }
+  static R mulhrs16(R a, R b) { return _mm256_mulhrs_epi16(a, b); }
+  template <int n>
+  static R srli16(R a) {
+    return _mm256_srli_epi16(a, n);
   }
-
-  // V of columns x .. x + 31 into v[0 .. 31] (dst: the output row):
-  // (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255.
-  void vStep(uint8_t* v, const uint8_t* dst, int32_t x) const {
-    const __m256i one = _mm256_set1_epi8(1);
-    // Row y + 2 is the only input row not yet in cache (the others were
-    // read for the previous output rows), and the row after it is the one
-    // the next call will miss on: fetch that one a whole row ahead, at
-    // the distance rows[4] - rows[3] (the plane stride for interior rows;
-    // near the edges, where the rows are mirrored, it just points at a row
-    // already read). A prefetch never faults, so the address is formed as
-    // an integer and may lie outside the plane.
-    const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + nextRow + uintptr_t(x);
-    _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
-    // The output pass of the chunk stores to dst[x ..]: fetching those
-    // lines now takes their misses off the output pass.
-    _mm_prefetch(reinterpret_cast<const char*>(dst + x), _MM_HINT_T0);
-    const __m256i r0 = load32(rows[0] + x), r1 = load32(rows[1] + x), r2 = load32(rows[2] + x);
-    const __m256i r3 = load32(rows[3] + x), r4 = load32(rows[4] + x);
-    __m256i lo = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(r0, r1), wOI);
-    __m256i hi = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(r0, r1), wOI);
-    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(r3, r4), wIO));
-    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(r3, r4), wIO));
-    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(r2, one), wC64));
-    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(r2, one), wC64));
-    store32(v, _mm256_packus_epi16(_mm256_srli_epi16(lo, 7), _mm256_srli_epi16(hi, 7)));
+  template <int n>
+  static R srai16(R a) {
+    return _mm256_srai_epi16(a, n);
   }
-
-  // From h' = H - 128 o (16-bit, exact: |h'| <= 32640) and the pair lanes
-  // vo = V0 | o << 8, the output before packus. floor(h' / 32) is
-  // (H >> 5) - 4o = -D.
-  //
-  // Small gains (|g| <= 8191): E = (D * g) >> 8 needs no truncation and
-  // E >> 1 = floor(D * g / 512) = mulhi(-D * 32, -4g), where -D * 32 is
-  // h' with its low 5 bits cleared. C >> 1 = clamp(E >> 1, -60, 60) (the
-  // bounds are even), and with x = (C >> 1) + (E >> 1) - M (|x| < 29500,
-  // no 16-bit wrap) the output is o + floor((x + 2) / 4) = o +
-  // mulhrs(x, 8192).
-  // Other gains: E from the full product, R in wrapping 16-bit lanes as in
-  // the reference, and (R + 2) >> 2 as ((R >> 1) + 1) >> 1.
-  // M = (L * 102) >> 8 = mulhi(L, 102 * 256) (|L| <= 32768).
-  template <bool kSmallGain, bool kThreshold>
-  __m256i respond(__m256i h, __m256i vo) const {
-    const __m256i o = _mm256_srli_epi16(vo, 8);
-    __m256i f;
-    if (kSmallGain) {
-      f = _mm256_mulhi_epi16(_mm256_and_si256(h, _mm256_set1_epi16(-32)), gainK);
-    } else {
-      const __m256i d = _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_srai_epi16(h, 5));
-      f = _mm256_srai_epi16(mulShr8(d, gain), 1);
-    }
-    const __m256i c =
-        _mm256_max_epi16(_mm256_min_epi16(f, _mm256_set1_epi16(60)), _mm256_set1_epi16(-60));
-    __m256i x = _mm256_add_epi16(f, c);
-    if (kThreshold) {
-      const __m256i d = _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_srai_epi16(h, 5));
-      const __m256i l = _mm256_min_epi16(t, _mm256_max_epi16(nt, d));
-      x = _mm256_sub_epi16(x, _mm256_mulhi_epi16(l, _mm256_set1_epi16(102 * 256)));
-    }
-    if (kSmallGain) return _mm256_add_epi16(o, _mm256_mulhrs_epi16(x, _mm256_set1_epi16(8192)));
-    const __m256i r = _mm256_add_epi16(_mm256_slli_epi16(o, 2), x);
-    return _mm256_srai_epi16(_mm256_add_epi16(_mm256_srai_epi16(r, 1), _mm256_set1_epi16(1)), 1);
-  }
-
-  // 32 outputs at x; q points at V(x) in the line buffer.
-  // h' = o*(V-2 + V+2) + i*(V-1 + V+1) + c*V0 - 128*o.
-  template <bool kSmallGain, bool kThreshold>
-  void outStep(uint8_t* dst, const uint8_t* q, int32_t x) const {
-    const __m256i m2 = load32(q - 2), p2 = load32(q + 2), m1 = load32(q - 1), p1 = load32(q + 1);
-    const __m256i v0 = load32(q), o = load32(rows[2] + x);
-    const __m256i voLo = _mm256_unpacklo_epi8(v0, o), voHi = _mm256_unpackhi_epi8(v0, o);
-    __m256i lo = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(m2, p2), wOO);
-    __m256i hi = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(m2, p2), wOO);
-    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(m1, p1), wII));
-    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(m1, p1), wII));
-    lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(voLo, wCN));
-    hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(voHi, wCN));
-    store32(dst + x, _mm256_packus_epi16(respond<kSmallGain, kThreshold>(lo, voLo),
-                                         respond<kSmallGain, kThreshold>(hi, voHi)));
-  }
-
-  // Columns [0, nv) with nv >= 8. The rows must be readable for
-  // max(nv, 32) columns (the caller pads narrower rows) and dst writable
-  // as far. A final partial step of either pass is redone at end - 32,
-  // which rewrites equal bytes.
-  template <bool kSmallGain, bool kThreshold>
-  void row(uint8_t* dst, int32_t nv) const {
-    alignas(32) uint8_t buf[kLeft + kChunk + 64];
-    uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)
-    for (int32_t x0 = 0; x0 < nv; x0 += kChunk) {
-      const int32_t x1 = x0 + kChunk < nv ? x0 + kChunk : nv;
-      // V(x1), V(x1 + 1) belong to the next chunk: one more step of V.
-      const int32_t vEnd = x1 + 32 < nv ? x1 + 32 : nv;
-      if (x0 > 0) std::memcpy(buf, buf + kChunk, kLeft);  // V(x0 - 64 .. x0 - 1)
-      int32_t x = x0;
-      for (; x + 32 <= vEnd; x += 32) vStep(v + (x - x0), dst, x);
-      if (x < vEnd) {
-        x = vEnd >= 32 ? vEnd - 32 : 0;
-        vStep(v + (x - x0), dst, x);
-      }
-      if (x0 == 0) v[-1] = v[-2] = v[0];
-      // V(nv), V(nv + 1) repeat V(nv - 1). On padded rows (nv < 32) the
-      // repeat runs on to the end of the one step, whose extra outputs are
-      // dropped but should not come from unset bytes.
-      if (vEnd == nv) {
-        const int32_t n = nv - x0, end = nv < 32 ? 34 : n + 2;
-        for (int32_t i = n; i < end; ++i) v[i] = v[n - 1];
-      }
-      for (x = x0; x + 32 <= x1; x += 32) outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
-      if (x < x1) {
-        x = x1 >= 32 ? x1 - 32 : 0;
-        outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
-      }
-    }
-  }
-
-  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
-    const int16_t g = int16_t(uint16_t(p->gain));
-    const bool small = g >= -8191 && g <= 8191;
-    if (uint16_t(p->threshold) == 0)
-      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
-    else
-      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
+  template <int n>
+  static R slli16(R a) {
+    return _mm256_slli_epi16(a, n);
   }
 };
 
 }  // namespace
 
-namespace {
-
-// Weights the maddubs form handles exactly: each in [0, 127] and summing
-// to 128 as the contract asks. Anything else (a centre weight of 128)
-// takes the scalar reference.
-inline bool sharpenWeightsFit(const KQSharpenParams* p) {
-  const uint32_t o = uint32_t(p->wOuter), i = uint32_t(p->wInner), c = uint32_t(p->wCentre);
-  return o <= 127 && i <= 127 && c <= 127 && 2 * o + 2 * i + c == 128;
-}
-
-}  // namespace
-
 void kqSharpenRow_avx2(uint8_t* dst, const uint8_t* const* rows, int32_t width,
                        const KQSharpenParams* p) {
-  if (!sharpenWeightsFit(p)) {
-    kqSharpenRow_c(dst, rows, width, p);
-    return;
-  }
-  const int32_t nv = width & ~7;
-  if (nv >= 32) {
-    SharpenAvx2(rows, p).run(dst, nv, p);
-  } else if (nv > 0) {
-    // 8, 16 or 24 columns: through zero-padded 32-column copies.
-    alignas(32) uint8_t pad[6][32] = {};
-    const uint8_t* r[5];
-    for (int k = 0; k < 5; ++k) {
-      std::memcpy(pad[k], rows[k], size_t(nv));
-      r[k] = pad[k];
-    }
-    SharpenAvx2(r, p).run(pad[5], nv, p);
-    std::memcpy(dst, pad[5], size_t(nv));
-  }
-  for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
+  kqSharpenRowX86<VecAvx2>(dst, rows, width, p);
 }

@@ -1,0 +1,230 @@
+// sharpen_x86.h - the x86 sharpening row, written once over a vector type.
+//
+// luma_sse41.cpp and luma_avx2.cpp each include this with their own traits
+// type V (128 or 256 bits) declared in an anonymous namespace, so every
+// instantiation stays inside the translation unit built with the matching
+// target flags; the header's non-template helpers are static for the same
+// reason. V provides: R (the register type), kStep (columns per step),
+// load/store (unaligned bytes), set8/set16/zero, add16/sub16, min16/max16,
+// and/or, maddubs, unlo8/unhi8 (byte interleave), packus16, mullo16,
+// mulhi16, mulhrs16 and srli16<n>/srai16<n>/slli16<n>.
+#pragma once
+
+#include <xmmintrin.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "filters/luma_dsp.h"
+
+// The sharpening row in two passes over chunks of columns: the vertical
+// blur V of the chunk goes to a line buffer (bytes), then the horizontal
+// taps are plain unaligned loads from it. Both passes take V::kStep columns
+// per step through maddubs on interleaved byte pairs; unpacklo/hi work
+// within 128-bit halves, so with 256 bits "lo" holds columns 0-7 | 16-23
+// and "hi" 8-15 | 24-31, and packus of (lo, hi) restores the column order.
+//
+// maddubs takes the weights as signed bytes: they must lie in [0, 127]
+// (the driver's kernels use 7/31/52 and 19/19/52; see
+// kqSharpenWeightsFitBytes). With 2 * outer + 2 * inner + centre = 128
+// every pair sum is then at most 2 * 64 * 255 or 127 * 255 + 64, below the
+// 16-bit saturation.
+template <class V>
+struct KqSharpenX86 {
+  using R = typename V::R;
+  static constexpr int32_t kStep = V::kStep;
+  static constexpr int32_t kChunk = 2048;
+  // Columns of V kept to the left of the chunk (from the previous chunk,
+  // or the edge repeats): the last step of a short final chunk starts up
+  // to kStep columns before the chunk and reads 2 more.
+  static constexpr int32_t kLeft = 2 * kStep;
+
+  R wOI, wIO, wC64;  // vertical: (r0, r1), (r3, r4), (r2, 1)
+  R wOO, wII, wCN;   // horizontal: (V-2, V+2), (V-1, V+1), (V0, o)
+  R gainK, gain, t, nt;
+  // Row pointers held by value: byte stores through dst may alias the
+  // caller's pointer array, which would force a reload per use.
+  const uint8_t* rows[5];
+  uintptr_t nextRow;  // rows[4] - rows[3], for the prefetch
+
+  KqSharpenX86(const uint8_t* const* r, const KQSharpenParams* p) {
+    const int16_t wo = int16_t(p->wOuter), wi = int16_t(p->wInner), wc = int16_t(p->wCentre);
+    wOI = V::set16(int16_t(wo | wi << 8));
+    wIO = V::set16(int16_t(wi | wo << 8));
+    wC64 = V::set16(int16_t(wc | 64 << 8));
+    wOO = V::set16(int16_t(wo | wo << 8));
+    wII = V::set16(int16_t(wi | wi << 8));
+    wCN = V::set16(int16_t(wc | 0x80 << 8));  // (centre, -128)
+    const int16_t g = int16_t(uint16_t(p->gain));
+    gain = V::set16(g);
+    gainK = V::set16(int16_t(uint16_t(-4 * g)));  // read only when |g| <= 8191
+    t = V::set16(int16_t(uint16_t(p->threshold)));
+    nt = V::sub16(V::zero(), t);
+    for (int k = 0; k < 5; ++k) rows[k] = r[k];
+    nextRow = reinterpret_cast<uintptr_t>(r[4]) - reinterpret_cast<uintptr_t>(r[3]);  // wraps
+  }
+
+  // (a * b) >> 8 of signed 16-bit lanes from the full 32-bit product,
+  // narrowed by truncation: bits 8..23 of the product.
+  static R mulShr8(R a, R b) {
+    return V::or_(V::template srli16<8>(V::mullo16(a, b)), V::template slli16<8>(V::mulhi16(a, b)));
+  }
+
+  // V of columns x .. x + kStep - 1 into v[0 ..] (dst: the output row):
+  // (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7 <= 255.
+  void vStep(uint8_t* v, const uint8_t* dst, int32_t x) const {
+    const R one = V::set8(1);
+    // Row y + 2 is the only input row not yet in cache (the others were
+    // read for the previous output rows), and the row after it is the one
+    // the next call will miss on: fetch that one a whole row ahead, at
+    // the distance rows[4] - rows[3] (the plane stride for interior rows;
+    // near the edges, where the rows are mirrored, it just points at a row
+    // already read). A prefetch never faults, so the address is formed as
+    // an integer and may lie outside the plane.
+    const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + nextRow + uintptr_t(x);
+    _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
+    // The output pass of the chunk stores to dst[x ..]: fetching those
+    // lines now takes their misses off the output pass.
+    _mm_prefetch(reinterpret_cast<const char*>(dst + x), _MM_HINT_T0);
+    const R r0 = V::load(rows[0] + x), r1 = V::load(rows[1] + x), r2 = V::load(rows[2] + x);
+    const R r3 = V::load(rows[3] + x), r4 = V::load(rows[4] + x);
+    R lo = V::maddubs(V::unlo8(r0, r1), wOI);
+    R hi = V::maddubs(V::unhi8(r0, r1), wOI);
+    lo = V::add16(lo, V::maddubs(V::unlo8(r3, r4), wIO));
+    hi = V::add16(hi, V::maddubs(V::unhi8(r3, r4), wIO));
+    lo = V::add16(lo, V::maddubs(V::unlo8(r2, one), wC64));
+    hi = V::add16(hi, V::maddubs(V::unhi8(r2, one), wC64));
+    V::store(v, V::packus16(V::template srli16<7>(lo), V::template srli16<7>(hi)));
+  }
+
+  // From h' = H - 128 o (16-bit, exact: |h'| <= 32640) and the pair lanes
+  // vo = V0 | o << 8, the output before packus. floor(h' / 32) is
+  // (H >> 5) - 4o = -D.
+  //
+  // Small gains (|g| <= 8191): E = (D * g) >> 8 needs no truncation and
+  // E >> 1 = floor(D * g / 512) = mulhi(-D * 32, -4g), where -D * 32 is
+  // h' with its low 5 bits cleared. C >> 1 = clamp(E >> 1, -60, 60) (the
+  // bounds are even), and with x = (C >> 1) + (E >> 1) - M (|x| < 29500,
+  // no 16-bit wrap) the output is o + floor((x + 2) / 4) = o +
+  // mulhrs(x, 8192).
+  // Other gains: E from the full product, R in wrapping 16-bit lanes as in
+  // the reference, and (R + 2) >> 2 as ((R >> 1) + 1) >> 1.
+  // M = (L * 102) >> 8 = mulhi(L, 102 * 256) (|L| <= 32768).
+  template <bool kSmallGain, bool kThreshold>
+  R respond(R h, R vo) const {
+    const R o = V::template srli16<8>(vo);
+    R f;
+    if (kSmallGain) {
+      f = V::mulhi16(V::and_(h, V::set16(-32)), gainK);
+    } else {
+      const R d = V::sub16(V::zero(), V::template srai16<5>(h));
+      f = V::template srai16<1>(mulShr8(d, gain));
+    }
+    const R c = V::max16(V::min16(f, V::set16(60)), V::set16(-60));
+    R x = V::add16(f, c);
+    if (kThreshold) {
+      const R d = V::sub16(V::zero(), V::template srai16<5>(h));
+      const R l = V::min16(t, V::max16(nt, d));
+      x = V::sub16(x, V::mulhi16(l, V::set16(102 * 256)));
+    }
+    if (kSmallGain) return V::add16(o, V::mulhrs16(x, V::set16(8192)));
+    const R r = V::add16(V::template slli16<2>(o), x);
+    return V::template srai16<1>(V::add16(V::template srai16<1>(r), V::set16(1)));
+  }
+
+  // kStep outputs at x; q points at V(x) in the line buffer.
+  // h' = o*(V-2 + V+2) + i*(V-1 + V+1) + c*V0 - 128*o.
+  template <bool kSmallGain, bool kThreshold>
+  void outStep(uint8_t* dst, const uint8_t* q, int32_t x) const {
+    const R m2 = V::load(q - 2), p2 = V::load(q + 2), m1 = V::load(q - 1), p1 = V::load(q + 1);
+    const R v0 = V::load(q), o = V::load(rows[2] + x);
+    const R voLo = V::unlo8(v0, o), voHi = V::unhi8(v0, o);
+    R lo = V::maddubs(V::unlo8(m2, p2), wOO);
+    R hi = V::maddubs(V::unhi8(m2, p2), wOO);
+    lo = V::add16(lo, V::maddubs(V::unlo8(m1, p1), wII));
+    hi = V::add16(hi, V::maddubs(V::unhi8(m1, p1), wII));
+    lo = V::add16(lo, V::maddubs(voLo, wCN));
+    hi = V::add16(hi, V::maddubs(voHi, wCN));
+    V::store(dst + x, V::packus16(respond<kSmallGain, kThreshold>(lo, voLo),
+                                  respond<kSmallGain, kThreshold>(hi, voHi)));
+  }
+
+  // Columns [0, nv) with nv >= 8. The rows must be readable for
+  // max(nv, kStep) columns (the caller pads narrower rows) and dst writable
+  // as far. A final partial step of either pass is redone at end - kStep,
+  // which rewrites equal bytes.
+  template <bool kSmallGain, bool kThreshold>
+  void row(uint8_t* dst, int32_t nv) const {
+    alignas(32) uint8_t buf[kLeft + kChunk + 2 * kStep];
+    uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)
+    for (int32_t x0 = 0; x0 < nv; x0 += kChunk) {
+      const int32_t x1 = x0 + kChunk < nv ? x0 + kChunk : nv;
+      // V(x1), V(x1 + 1) belong to the next chunk: one more step of V.
+      const int32_t vEnd = x1 + kStep < nv ? x1 + kStep : nv;
+      if (x0 > 0) std::memcpy(buf, buf + kChunk, kLeft);  // V(x0 - kLeft .. x0 - 1)
+      int32_t x = x0;
+      for (; x + kStep <= vEnd; x += kStep) vStep(v + (x - x0), dst, x);
+      if (x < vEnd) {
+        x = vEnd >= kStep ? vEnd - kStep : 0;
+        vStep(v + (x - x0), dst, x);
+      }
+      if (x0 == 0) v[-1] = v[-2] = v[0];
+      // V(nv), V(nv + 1) repeat V(nv - 1). On padded rows (nv < kStep) the
+      // repeat runs on to the end of the one step, whose extra outputs are
+      // dropped but should not come from unset bytes.
+      if (vEnd == nv) {
+        const int32_t n = nv - x0, end = nv < kStep ? kStep + 2 : n + 2;
+        for (int32_t i = n; i < end; ++i) v[i] = v[n - 1];
+      }
+      for (x = x0; x + kStep <= x1; x += kStep)
+        outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      if (x < x1) {
+        x = x1 >= kStep ? x1 - kStep : 0;
+        outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      }
+    }
+  }
+
+  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
+    const int16_t g = int16_t(uint16_t(p->gain));
+    const bool small = g >= -8191 && g <= 8191;
+    if (uint16_t(p->threshold) == 0)
+      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
+    else
+      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
+  }
+};
+
+// Weights the maddubs form handles exactly: each in [0, 127] and summing
+// to 128 as the contract asks. Anything else (a centre weight of 128)
+// takes the scalar reference.
+static inline bool kqSharpenWeightsFitBytes(const KQSharpenParams* p) {
+  const uint32_t o = uint32_t(p->wOuter), i = uint32_t(p->wInner), c = uint32_t(p->wCentre);
+  return o <= 127 && i <= 127 && c <= 127 && 2 * o + 2 * i + c == 128;
+}
+
+// The whole row: the vector part (rows narrower than one step through
+// zero-padded copies), then the width % 8 tail of the scalar form.
+template <class V>
+void kqSharpenRowX86(uint8_t* dst, const uint8_t* const* rows, int32_t width,
+                     const KQSharpenParams* p) {
+  constexpr int32_t kStep = V::kStep;
+  if (!kqSharpenWeightsFitBytes(p)) {
+    kqSharpenRow_c(dst, rows, width, p);
+    return;
+  }
+  const int32_t nv = width & ~7;
+  if (nv >= kStep) {
+    KqSharpenX86<V>(rows, p).run(dst, nv, p);
+  } else if (nv > 0) {
+    alignas(32) uint8_t pad[6][kStep] = {};
+    const uint8_t* r[5];
+    for (int k = 0; k < 5; ++k) {
+      std::memcpy(pad[k], rows[k], size_t(nv));
+      r[k] = pad[k];
+    }
+    KqSharpenX86<V>(r, p).run(pad[5], nv, p);
+    std::memcpy(dst, pad[5], size_t(nv));
+  }
+  for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
+}
