@@ -150,6 +150,20 @@ static inline void blockOriginFast(float p, int32_t* base, int32_t* phase) {
   blockOrigin(p, base, phase);
 }
 
+// Origin of block j of a row, blocks taken in order: from the row's
+// planned codes when it has them, else from the float position *p, which
+// then advances by one block step.
+static inline void nextOrigin(const KQWarpRow* row, int32_t j, float* p, int32_t* base,
+                              int32_t* phase) {
+  if (row->codes != nullptr) {
+    *base = asr(row->codes[j], 5);
+    *phase = row->codes[j] & 31;
+  } else {
+    blockOriginFast(*p, base, phase);
+    *p = *p + row->blockStep;
+  }
+}
+
 // r in 0..255 -> the normalised byte: (r * 5) in 16 bits, times the float
 // fifth, plus 0.5, truncated. The clamp keeps the conversion defined; it
 // never changes a result (the sum stays below 256).

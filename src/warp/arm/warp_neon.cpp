@@ -77,13 +77,7 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
   }
   for (int32_t start = 0; start < count; start += 8) {
     int32_t base, phase;
-    if (planned) {
-      base = kqwarp::asr(row->codes[start / 8], 5);
-      phase = row->codes[start / 8] & 31;
-    } else {
-      kqwarp::blockOriginFast(p, &base, &phase);
-      p = p + row->blockStep;
-    }
+    kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);  // codes equal the float chain
     const uint8_t* u = kqwarp::blockWindow(s0, base, 8, width, edgeU);
     const uint8_t* l = kqwarp::blockWindow(s1, base, 8, width, edgeL);
     const int32_t lanes = count - start < 8 ? count - start : 8;
@@ -127,13 +121,7 @@ void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
   float p = row->x;
   for (int32_t start = 0; start < count; start += 8) {
     int32_t base, phase;
-    if (row->codes != nullptr) {
-      base = kqwarp::asr(row->codes[start / 8], 5);
-      phase = row->codes[start / 8] & 31;
-    } else {
-      kqwarp::blockOriginFast(p, &base, &phase);
-      p = p + row->blockStep;
-    }
+    kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);
     const uint8_t* w = kqwarp::blockWindow(s0, base, 7, width, edge);
     const uint8x8_t idx = vshr_n_u8(vadd_u8(vdup_n_u8(static_cast<uint8_t>(phase)), off), 5);
     storeLanes(dst + start, vtbl1_u8(vld1_u8(w), idx), count - start < 8 ? count - start : 8);

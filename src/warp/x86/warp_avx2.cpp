@@ -101,18 +101,6 @@ inline void block8(const Consts& k, const KQWarpRow* row, uint8_t* dst, ptrdiff_
   }
 }
 
-// Origin of block j: from the tile's codes when it gave them, else the
-// next step of the float chain (p is advanced).
-inline void nextOrigin(const KQWarpRow* row, int32_t j, float* p, int32_t* base, int32_t* phase) {
-  if (row->codes != nullptr) {
-    *base = kqwarp::asr(row->codes[j], 5);
-    *phase = row->codes[j] & 31;
-  } else {
-    kqwarp::blockOriginFast(*p, base, phase);
-    *p = *p + row->blockStep;
-  }
-}
-
 // Plan record of the 32 output pixels k0 .. k0 + 31 of a group. The even
 // pixels are computed in one vector and the odd ones in another, the first
 // 16 pixels in the low halves and the last 16 in the high halves. Each half
@@ -374,8 +362,8 @@ void kqWarpBilinearRow_avx2(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
   int32_t start = 0;
   for (; start + 8 < count; start += 16) {
     int32_t b0, f0, b1, f1;
-    nextOrigin(row, start / 8, &p, &b0, &f0);
-    nextOrigin(row, start / 8 + 1, &p, &b1, &f1);
+    kqwarp::nextOrigin(row, start / 8, &p, &b0, &f0);
+    kqwarp::nextOrigin(row, start / 8 + 1, &p, &b1, &f1);
     __m256i hu, hl;
     horizontal16(k, kqwarp::blockWindow(s0, b0, 8, width, edge[0]),
                  kqwarp::blockWindow(s1, b0, 8, width, edge[1]), f0,
@@ -397,7 +385,7 @@ void kqWarpBilinearRow_avx2(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
   // A last lone block of 1..8 pixels.
   if (start < count) {
     int32_t b0, f0;
-    nextOrigin(row, start / 8, &p, &b0, &f0);
+    kqwarp::nextOrigin(row, start / 8, &p, &b0, &f0);
     block8(k, row, dst + start, dstStride, kqwarp::blockWindow(s0, b0, 8, width, edge[0]),
            kqwarp::blockWindow(s1, b0, 8, width, edge[1]), f0, count - start);
   }

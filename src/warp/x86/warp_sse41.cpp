@@ -317,13 +317,7 @@ void kqWarpBilinearRow_sse41(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow*
   int32_t start = 0;
   for (; start < count; start += 8) {
     int32_t base, phase;
-    if (row->codes != nullptr) {
-      base = kqwarp::asr(row->codes[start / 8], 5);
-      phase = row->codes[start / 8] & 31;
-    } else {
-      kqwarp::blockOriginFast(p, &base, &phase);
-      p = p + row->blockStep;
-    }
+    kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);
     const uint8_t* u = kqwarp::blockWindow(s0, base, 8, width, edgeU);
     const uint8_t* l = kqwarp::blockWindow(s1, base, 8, width, edgeL);
     const int32_t lanes = count - start < 8 ? count - start : 8;
@@ -386,13 +380,7 @@ void kqWarpNearestRow_sse41(uint8_t* dst, const KQWarpRow* row) {
   }
   for (; start < count; start += 8) {
     int32_t base, phase;
-    if (row->codes != nullptr) {
-      base = kqwarp::asr(row->codes[start / 8], 5);
-      phase = row->codes[start / 8] & 31;
-    } else {
-      kqwarp::blockOriginFast(p, &base, &phase);
-      p = p + row->blockStep;
-    }
+    kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);
     const uint8_t* w = kqwarp::blockWindow(s0, base, 7, width, edge);
     const __m128i idx = _mm_srli_epi16(_mm_add_epi16(_mm_set1_epi16(int16_t(phase)), off), 5);
     const __m128i v = _mm_shuffle_epi8(loadl(w), _mm_packus_epi16(idx, idx));
