@@ -421,6 +421,21 @@ void tallyForms(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t
 // must give the scalar bytes of the same rows without codes, whatever the
 // step, start, width and count. The rows must reach every window form of
 // the planned groups.
+// The bilinear row `a` through the scalar reference and, with its block
+// codes and the given plan, through `dsp`: true if the framed outputs agree.
+bool plannedRowMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
+                       const std::vector<int32_t>& codes, std::vector<uint8_t>& plan,
+                       int32_t* ready) {
+  KQWarpRow planned = a;
+  planned.codes = codes.data();
+  planned.plan = plan.data();
+  planned.planReady = ready;
+  KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
+  ref.bilinearRow(pa.data(), pa.stride(), &a);
+  dsp.bilinearRow(pb.data(), pb.stride(), &planned);
+  return kqFramedEqual(pa, pb);
+}
+
 TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
   const std::vector<Level> levels = vectorLevels();
   if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
@@ -468,16 +483,11 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
         a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
         a.rows = rng.range(1, kKqWarpMaxRows);
         for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
-        KQWarpRow planned = a;
-        planned.codes = codes.data();
-        planned.plan = plan.data();
-        planned.planReady = &ready;
-        KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
-        ref.bilinearRow(pa.data(), pa.stride(), &a);
-        level.dsp.bilinearRow(pb.data(), pb.stride(), &planned);
-        ASSERT_TRUE(kqFramedEqual(pa, pb))
+        ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
             << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
             << " call " << call << " source row " << y;
+        KQWarpRow planned = a;
+        planned.codes = codes.data();
         planned.plan = nearestPlan.data();
         planned.planReady = &nearestReady;
         KqFramedPlane na(a.count, 1), nb(a.count, 1);
@@ -526,14 +536,7 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
       tallyForms(codes, a, forms);
       std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
       int32_t ready = 0;
-      KQWarpRow planned = a;
-      planned.codes = codes.data();
-      planned.plan = plan.data();
-      planned.planReady = &ready;
-      KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
-      ref.bilinearRow(pa.data(), pa.stride(), &a);
-      level.dsp.bilinearRow(pb.data(), pb.stride(), &planned);
-      ASSERT_TRUE(kqFramedEqual(pa, pb))
+      ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
           << level.name << " count " << a.count << " x " << a.x << " step " << d;
     }
     EXPECT_GT(forms[kqwarp::kPairsNone], 5) << level.name;
