@@ -107,8 +107,13 @@ class ChainCache {
     uint32_t xb, sb;
     std::memcpy(&xb, &row.x, sizeof xb);
     std::memcpy(&sb, &row.blockStep, sizeof sb);
-    for (const Key& k : keys_)
-      if (k.xBits == xb && k.stepBits == sb && k.step == row.step) return k.chain;
+    // Neighbouring rows mostly repeat the last key: try it first.
+    if (last_ < keys_.size() && keys_[last_].matches(xb, sb, row.step)) return keys_[last_].chain;
+    for (size_t i = 0; i < keys_.size(); ++i)
+      if (keys_[i].matches(xb, sb, row.step)) {
+        last_ = i;
+        return keys_[i].chain;
+      }
     blockCodes(row, scratch_.data());
     int32_t found = -1;
     for (size_t c = 0; c < chains_.size() && found < 0; ++c)
@@ -121,7 +126,10 @@ class ChainCache {
       chains_.push_back(std::move(ch));
       found = int32_t(chains_.size()) - 1;
     }
-    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) keys_.push_back({xb, sb, row.step, found});
+    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) {
+      last_ = keys_.size();
+      keys_.push_back({xb, sb, row.step, found});
+    }
     return found;
   }
 
@@ -139,6 +147,9 @@ class ChainCache {
     uint32_t xBits, stepBits;
     int32_t step;
     int32_t chain;
+    bool matches(uint32_t x, uint32_t s, int32_t st) const {
+      return xBits == x && stepBits == s && step == st;
+    }
   };
   struct Chain {
     int32_t step = 0;
@@ -149,12 +160,36 @@ class ChainCache {
   int32_t count_;
   std::vector<int32_t> scratch_;
   std::vector<Key> keys_;
+  size_t last_ = 0;  // the key found most recently
   std::vector<Chain> chains_;  // reserved: never moves while rows point into it
 };
 
 // Steps beyond +-8192 source pixels per output pixel are clamped, so that
 // S = D * 2048 stays within +-2^24 and 8 * D is finite.
 constexpr float kMaxStep = 8192.0f;
+
+// Left end (lx, ly) and per-pixel step d of output row y: the corner
+// matrices blended by the row's position t in the rectangle. The step is
+// divided in double and rounded to float; a single column (n = 0) has no
+// step, its pixel depends on L alone.
+inline void rowGeometry(const Homography& upLeft, const Homography& left, const Homography& up,
+                        const Homography& own, int32_t y, int32_t y0, float tDen, float fx0,
+                        float fx1, int32_t n, float* lxOut, float* lyOut, float* dOut) {
+  const float t = static_cast<float>(y - y0) / tDen;
+  const float u = 1.0f - t;
+  const float fy = static_cast<float>(y);
+  const float lx = u * mapX(upLeft, fx0, fy) + t * mapX(left, fx0, fy);
+  const float ly = u * mapY(upLeft, fx0, fy) + t * mapY(left, fx0, fy);
+  const float rx = u * mapX(up, fx1, fy) + t * mapX(own, fx1, fy);
+  float d = 0.0f;
+  if (n > 0) d = static_cast<float>((double(rx) - double(lx)) / double(n));
+  if (!(d == d)) d = 0.0f;
+  if (d > kMaxStep) d = kMaxStep;
+  if (d < -kMaxStep) d = -kMaxStep;
+  *lxOut = lx;
+  *lyOut = ly;
+  *dOut = d;
+}
 
 void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* rect,
               const Homography* inverseTile, int32_t cols, int32_t tx, int32_t ty) {
@@ -194,20 +229,21 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
   KQWarpRow prev;
   prev.rows = 0;
   int32_t prevChain = -1;
+  // Each row's left end and step are worked out for a batch of rows in a
+  // loop of its own: the rows are independent there, so their divisions and
+  // conversions overlap instead of waiting on the grouping below, which
+  // branches on every row.
+  constexpr int32_t kBatch = 32;
+  float batchX[kBatch], batchY[kBatch], batchD[kBatch];
   for (int32_t y = y0; y <= y1; ++y) {
-    const float t = static_cast<float>(y - y0) / tDen;
-    const float u = 1.0f - t;
-    const float fy = static_cast<float>(y);
-    const float lx = u * mapX(upLeft, fx0, fy) + t * mapX(left, fx0, fy);
-    const float ly = u * mapY(upLeft, fx0, fy) + t * mapY(left, fx0, fy);
-    const float rx = u * mapX(up, fx1, fy) + t * mapX(own, fx1, fy);
-    // Per-pixel step, divided in double and rounded to float. A single
-    // column has no step: its pixel depends on L alone.
-    float d = 0.0f;
-    if (x1 > x0) d = static_cast<float>((double(rx) - double(lx)) / double(x1 - x0));
-    if (!(d == d)) d = 0.0f;
-    if (d > kMaxStep) d = kMaxStep;
-    if (d < -kMaxStep) d = -kMaxStep;
+    const int32_t k = (y - y0) % kBatch;
+    if (k == 0) {
+      const int32_t n = y1 - y + 1 < kBatch ? y1 - y + 1 : kBatch;
+      for (int32_t j = 0; j < n; ++j)
+        rowGeometry(upLeft, left, up, own, y + j, y0, tDen, fx0, fx1, x1 - x0, &batchX[j],
+                    &batchY[j], &batchD[j]);
+    }
+    const float lx = batchX[k], ly = batchY[k], d = batchD[k];
 
     KQWarpRow row;
     row.srcWidth = srcW;
