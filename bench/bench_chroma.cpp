@@ -48,12 +48,8 @@ void benchChroma(benchmark::State& st, uint32_t level, float strength) {
 void registerChromaBenches() {
   for (float strength : {1.0f, 10.0f})
     for (uint32_t level : kqCpuLevels()) {
-      const uint32_t top = level & KQ_CPU_AVX2    ? KQ_CPU_AVX2
-                           : level & KQ_CPU_SSE41 ? KQ_CPU_SSE41
-                           : level & KQ_CPU_NEON  ? KQ_CPU_NEON
-                                                  : 0u;
       const std::string name = "chroma.nr/2048x1536/s" + std::to_string(int(strength)) + "/" +
-                               kqCpuFlagName(top);
+                               kqCpuLevelName(level);
       benchmark::RegisterBenchmark(name.c_str(),
                                    [level, strength](benchmark::State& st) {
                                      benchChroma(st, level, strength);

@@ -28,14 +28,6 @@ const std::vector<uint8_t>& benchInput() {
   return plane;
 }
 
-const char* levelName(uint32_t level) {
-  const uint32_t top = level & KQ_CPU_AVX2    ? KQ_CPU_AVX2
-                       : level & KQ_CPU_SSE41 ? KQ_CPU_SSE41
-                       : level & KQ_CPU_NEON  ? KQ_CPU_NEON
-                                              : 0u;
-  return kqCpuFlagName(top);
-}
-
 // threads 1: the calling thread; otherwise the pool with that many slots.
 template <typename Run>
 void runStage(benchmark::State& st, int threads, Run run) {
@@ -57,7 +49,7 @@ void registerLumaBenches() {
       int(std::thread::hardware_concurrency()) > 1 ? int(std::thread::hardware_concurrency()) : 2;
   for (uint32_t level : kqCpuLevels()) {
     for (int threads : {1, poolThreads}) {
-      const std::string suffix = std::string("/") + levelName(level) + "/" + std::to_string(kW) +
+      const std::string suffix = std::string("/") + kqCpuLevelName(level) + "/" + std::to_string(kW) +
                                  "x" + std::to_string(kH) + "/threads:" + std::to_string(threads);
       benchmark::RegisterBenchmark(
           ("luma.noiseReduction" + suffix).c_str(),

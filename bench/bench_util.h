@@ -29,10 +29,7 @@ inline std::vector<uint8_t> kqBenchPlane(int width, int height, uint32_t seed = 
 template <typename Fn>
 void kqBenchPerLevel(const std::string& base, Fn fn) {
   for (uint32_t level : kqCpuLevels()) {
-    const uint32_t top = level & KQ_CPU_AVX2 ? KQ_CPU_AVX2
-                         : level & KQ_CPU_SSE41 ? KQ_CPU_SSE41
-                         : level & KQ_CPU_NEON ? KQ_CPU_NEON : 0u;
-    benchmark::RegisterBenchmark((base + "/" + kqCpuFlagName(top)).c_str(),
+    benchmark::RegisterBenchmark((base + "/" + kqCpuLevelName(level)).c_str(),
                                  [fn, level](benchmark::State& st) { fn(st, level); });
   }
 }

@@ -81,12 +81,8 @@ void registerWarpBenches() {
     for (int luma = 1; luma >= 0; --luma) {
       const std::string plane = luma ? "luma" : "chroma";
       for (uint32_t level : kqCpuLevels()) {
-        const uint32_t top = level & KQ_CPU_AVX2    ? KQ_CPU_AVX2
-                             : level & KQ_CPU_SSE41 ? KQ_CPU_SSE41
-                             : level & KQ_CPU_NEON  ? KQ_CPU_NEON
-                                                    : 0u;
         for (int32_t threads : {1, 2}) {
-          const std::string name = "warp." + plane + "/" + kqCpuFlagName(top) + "/" + sizeName(s) +
+          const std::string name = "warp." + plane + "/" + kqCpuLevelName(level) + "/" + sizeName(s) +
                                    "/threads:" + std::to_string(threads);
           benchmark::RegisterBenchmark(
               name.c_str(),

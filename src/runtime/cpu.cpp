@@ -23,6 +23,11 @@ uint32_t probe() {
   __builtin_cpu_init();
   if (__builtin_cpu_supports("sse4.1")) flags |= KQ_CPU_SSE41;
   if (__builtin_cpu_supports("avx2")) flags |= KQ_CPU_AVX2;
+  // The probe also checks that the OS saves the 512-bit state.
+  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+      (flags & KQ_CPU_AVX2) != 0)
+    flags |= KQ_CPU_AVX512;
 #endif
   flags &= kqCpuBuildFlags();
   if (const char* mask = std::getenv("KQ_CPU_MASK")) {
@@ -45,6 +50,9 @@ uint32_t kqCpuBuildFlags() {
 #endif
 #if KQ_HAVE_AVX2
   flags |= KQ_CPU_AVX2;
+#endif
+#if KQ_HAVE_AVX512
+  flags |= KQ_CPU_AVX512;
 #endif
   return flags;
 }
@@ -69,6 +77,8 @@ const char* kqCpuFlagName(uint32_t flag) {
       return "sse41";
     case KQ_CPU_AVX2:
       return "avx2";
+    case KQ_CPU_AVX512:
+      return "avx512";
     default:
       return "?";
   }
@@ -78,10 +88,18 @@ std::vector<uint32_t> kqCpuLevels() {
   std::vector<uint32_t> levels{0u};
   const uint32_t have = kqCpuFlags();
   uint32_t cumulative = 0;
-  for (uint32_t flag : {uint32_t{KQ_CPU_NEON}, uint32_t{KQ_CPU_SSE41}, uint32_t{KQ_CPU_AVX2}}) {
+  for (uint32_t flag : {uint32_t{KQ_CPU_NEON}, uint32_t{KQ_CPU_SSE41}, uint32_t{KQ_CPU_AVX2},
+                        uint32_t{KQ_CPU_AVX512}}) {
     if ((have & flag) == 0) continue;
     cumulative |= flag;
     levels.push_back(cumulative);
   }
   return levels;
+}
+
+const char* kqCpuLevelName(uint32_t level) {
+  for (uint32_t flag : {uint32_t{KQ_CPU_AVX512}, uint32_t{KQ_CPU_AVX2}, uint32_t{KQ_CPU_SSE41},
+                        uint32_t{KQ_CPU_NEON}})
+    if (level & flag) return kqCpuFlagName(flag);
+  return kqCpuFlagName(0);
 }

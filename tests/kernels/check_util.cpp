@@ -172,9 +172,4 @@ testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedP
   return testing::AssertionSuccess();
 }
 
-std::string kqLevelName(uint32_t levelFlags) {
-  if (levelFlags & KQ_CPU_AVX2) return "avx2";
-  if (levelFlags & KQ_CPU_SSE41) return "sse41";
-  if (levelFlags & KQ_CPU_NEON) return "neon";
-  return "c";
-}
+std::string kqLevelName(uint32_t levelFlags) { return kqCpuLevelName(levelFlags); }

@@ -95,5 +95,5 @@ testing::AssertionResult kqPlanesEqual(const uint8_t* ref, int refStride, const 
 testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedPlane& got);
 
 // Names of the instruction-set levels that kqCpuLevels() lists ("c",
-// "neon", "sse41", "avx2"): the highest flag of each level.
+// "neon", "sse41", "avx2", "avx512"): the highest flag of each level.
 std::string kqLevelName(uint32_t levelFlags);
