@@ -10,6 +10,8 @@ list(APPEND KQ_SSE41_SOURCES
   src/filters/x86/luma_sse41.cpp)
 list(APPEND KQ_AVX2_SOURCES
   src/filters/x86/luma_avx2.cpp)
+list(APPEND KQ_AVX512_SOURCES
+  src/filters/x86/luma_avx512.cpp)
 list(APPEND KQ_TEST_SOURCES
   tests/unit/luma_nr_test.cpp
   tests/unit/sharpen_test.cpp)

@@ -34,6 +34,9 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
     dsp->sharpenRow = kqSharpenRow_avx2;  // the blends stay SSE4.1 (memory bound)
   }
 #endif
+#if KQ_HAVE_AVX512
+  if (cpuFlags & KQ_CPU_AVX512) dsp->sharpenRow = kqSharpenRow_avx512;
+#endif
   (void)cpuFlags;
 }
 

@@ -93,7 +93,8 @@ KQLumaNrRowFn kqLumaNrRow_c, kqLumaNrRow_neon, kqLumaNrRow_sse41, kqLumaNrRow_av
 KQLumaBlendRowFn kqLumaBlendRow_c, kqLumaBlendRow_neon, kqLumaBlendRow_sse41;
 KQLumaBlendRefRowFn kqLumaBlendRefRow_c, kqLumaBlendRefRow_neon, kqLumaBlendRefRow_sse41;
 KQRecipEstimateFn kqRecipEstimate_c, kqRecipEstimate_neon, kqRecipEstimate_sse41;
-KQSharpenRowFn kqSharpenRow_c, kqSharpenRow_neon, kqSharpenRow_sse41, kqSharpenRow_avx2;
+KQSharpenRowFn kqSharpenRow_c, kqSharpenRow_neon, kqSharpenRow_sse41, kqSharpenRow_avx2,
+    kqSharpenRow_avx512;
 KQSharpenRow7Fn kqSharpenRow7_c;
 
 // Scalar border kernel of the noise filter (no vector version: it only runs
