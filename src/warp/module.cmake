@@ -11,6 +11,8 @@ list(APPEND KQ_SSE41_SOURCES
   src/warp/x86/warp_sse41.cpp)
 list(APPEND KQ_AVX2_SOURCES
   src/warp/x86/warp_avx2.cpp)
+list(APPEND KQ_AVX512_SOURCES
+  src/warp/x86/warp_avx512.cpp)
 list(APPEND KQ_TEST_SOURCES
   tests/unit/homography_test.cpp
   tests/unit/warp_driver_test.cpp)

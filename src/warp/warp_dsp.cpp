@@ -23,6 +23,9 @@ void kqWarpDspInit(KQWarpDsp* dsp, uint32_t cpuFlags) {
   // copied, so only the bilinear row has a 256-bit form.
   if (cpuFlags & KQ_CPU_AVX2) dsp->bilinearRow = kqWarpBilinearRow_avx2;
 #endif
+#if KQ_HAVE_AVX512
+  if (cpuFlags & KQ_CPU_AVX512) dsp->bilinearRow = kqWarpBilinearRow_avx512;
+#endif
   (void)cpuFlags;
 }
 

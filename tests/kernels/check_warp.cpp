@@ -414,6 +414,16 @@ void tallyForms(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t
     if (k0 >= 0 && k0 % 16 != 0) ++forms[pairForm(codes, row.step, k0, row.srcWidth)];
 }
 
+// Counts the 64-pixel runs of the 512-bit kernel by the windows their pairs
+// need: one of 64 bytes, two, or more (which the block chain rules out).
+void tallySpans(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t spans[3]) {
+  for (int32_t k0 = 0; k0 + 64 <= row.count; k0 += 64) {
+    int32_t lo, hi;
+    kqwarp::pairSpan(codes.data(), row.step, k0, 64, row.srcWidth, &lo, &hi);
+    ++spans[hi - lo < 64 ? 0 : hi - lo < 128 ? 1 : 2];
+  }
+}
+
 // Rows handed over with their block codes and a plan, as the tile code does
 // for the rows of one chain (bilinear and nearest): a run of calls down a
 // plane (the next call's upper row is usually the last call's lower row,
@@ -443,7 +453,7 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
   kqWarpDspInit(&ref, 0);
   for (const Level& level : levels) {
     KqRng rng(kqTestSeed() ^ 0x9A7 ^ (uint64_t(level.flags) << 36));
-    int32_t forms[4] = {};
+    int32_t forms[4] = {}, spans[3] = {};
     for (int iter = 0; iter < 300; ++iter) {
       const int32_t w = rng.range(1, 120), h = rng.range(1, 12);
       KqGuardedBuffer src(size_t(w) * h);
@@ -469,7 +479,10 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
             : kind == 2 ? rng.uniform(0.0f, float(w) * 0.25f)
                         : randomStart(rng, w);
       std::vector<int32_t> codes = blockCodes(a);
-      if (kqwarp::vectorStep(a.step)) tallyForms(codes, a, forms);
+      if (kqwarp::vectorStep(a.step)) {
+        tallyForms(codes, a, forms);
+        tallySpans(codes, a, spans);
+      }
       // A plan belongs to one kernel: the bilinear and nearest rows keep
       // their own, as the luma and chroma tiles do.
       std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
@@ -500,6 +513,7 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
     }
     for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
       EXPECT_GT(forms[form], 20) << level.name << " window form " << form;
+    EXPECT_GT(spans[0], 20) << level.name << " one 64-byte window";
   }
 }
 
@@ -519,7 +533,7 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
   kqFillPlane(src.data(), w, 2, w, KqFill::kUniform, fillRng);
   for (const Level& level : levels) {
     KqRng rng(kqTestSeed() ^ 0xFA7 ^ (uint64_t(level.flags) << 36));
-    int32_t forms[4] = {};
+    int32_t forms[4] = {}, spans[3] = {};
     for (int iter = 0; iter < 200; ++iter) {
       KQWarpRow a;
       a.src0 = src.data();
@@ -534,12 +548,56 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
       a.x = float((1 << 23) + rng.range(0, 4096)) + float(rng.range(0, 31)) / 32.0f;
       std::vector<int32_t> codes = blockCodes(a);
       tallyForms(codes, a, forms);
+      tallySpans(codes, a, spans);
       std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
       int32_t ready = 0;
       ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
           << level.name << " count " << a.count << " x " << a.x << " step " << d;
     }
     EXPECT_GT(forms[kqwarp::kPairsNone], 5) << level.name;
+    EXPECT_EQ(spans[2], 0) << level.name;
+  }
+}
+
+// Steps just under 1 spread a 64-pixel run over more than 64 source bytes,
+// so the 512-bit kernel picks its pairs out of two windows; near the row's
+// ends the windows are cut short (masked loads) and the pairs clamped. Runs
+// of calls down a plane, as above, must give the scalar bytes.
+TEST(CheckWarp, PlannedRowsWithStepsNearOne) {
+  const std::vector<Level> levels = vectorLevels();
+  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
+  KQWarpDsp ref;
+  kqWarpDspInit(&ref, 0);
+  for (const Level& level : levels) {
+    KqRng rng(kqTestSeed() ^ 0x0E1 ^ (uint64_t(level.flags) << 36));
+    int32_t spans[3] = {};
+    for (int iter = 0; iter < 120; ++iter) {
+      const int32_t w = rng.range(60, 400), h = rng.range(2, 6);
+      KqGuardedBuffer src(size_t(w) * h);
+      kqFillPlane(src.data(), w, h, w, kKqAllFills[iter % 8], rng);
+      KQWarpRow a;
+      a.srcWidth = w;
+      a.count = rng.range(64, 2 * w);
+      const float d = rng.uniform(0.97f, 1.0f);
+      a.step = int32_t(d * 2048.0f);
+      a.blockStep = d * 8.0f;
+      a.x = iter % 3 == 0 ? rng.uniform(-20.0f, 0.0f) : rng.uniform(0.0f, float(w) * 0.5f);
+      const std::vector<int32_t> codes = blockCodes(a);
+      tallySpans(codes, a, spans);
+      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
+      int32_t ready = 0;
+      for (int32_t y = 0; y < h; ++y) {
+        a.src0 = src.data() + size_t(y) * w;
+        a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
+        a.rows = rng.range(1, kKqWarpMaxRows);
+        for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+        ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
+            << level.name << " width " << w << " count " << a.count << " x " << a.x << " step "
+            << d << " source row " << y;
+      }
+    }
+    EXPECT_GT(spans[1], 20) << level.name << " two 64-byte windows";
+    EXPECT_EQ(spans[2], 0) << level.name;
   }
 }
 
