@@ -24,7 +24,10 @@ void kqWarpDspInit(KQWarpDsp* dsp, uint32_t cpuFlags) {
   if (cpuFlags & KQ_CPU_AVX2) dsp->bilinearRow = kqWarpBilinearRow_avx2;
 #endif
 #if KQ_HAVE_AVX512
-  if (cpuFlags & KQ_CPU_AVX512) dsp->bilinearRow = kqWarpBilinearRow_avx512;
+  if (cpuFlags & KQ_CPU_AVX512) {
+    dsp->bilinearRow = kqWarpBilinearRow_avx512;
+    dsp->nearestRow = kqWarpNearestRow_avx512;
+  }
 #endif
   (void)cpuFlags;
 }

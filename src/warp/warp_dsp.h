@@ -87,7 +87,8 @@ using KQWarpNearestRowFn = void(uint8_t* dst, const KQWarpRow* row);
 
 KQWarpBilinearRowFn kqWarpBilinearRow_c, kqWarpBilinearRow_neon, kqWarpBilinearRow_sse41,
     kqWarpBilinearRow_avx2, kqWarpBilinearRow_avx512;
-KQWarpNearestRowFn kqWarpNearestRow_c, kqWarpNearestRow_neon, kqWarpNearestRow_sse41;
+KQWarpNearestRowFn kqWarpNearestRow_c, kqWarpNearestRow_neon, kqWarpNearestRow_sse41,
+    kqWarpNearestRow_avx512;
 
 struct KQWarpDsp {
   KQWarpBilinearRowFn* bilinearRow;

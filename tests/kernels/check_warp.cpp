@@ -446,6 +446,21 @@ bool plannedRowMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpR
   return kqFramedEqual(pa, pb);
 }
 
+// The same for the nearest-sample row (its own plan, as the chroma tiles
+// keep theirs).
+bool plannedNearestMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
+                           const std::vector<int32_t>& codes, std::vector<uint8_t>& plan,
+                           int32_t* ready) {
+  KQWarpRow planned = a;
+  planned.codes = codes.data();
+  planned.plan = plan.data();
+  planned.planReady = ready;
+  KqFramedPlane na(a.count, 1), nb(a.count, 1);
+  ref.nearestRow(na.data(), &a);
+  dsp.nearestRow(nb.data(), &planned);
+  return kqFramedEqual(na, nb);
+}
+
 TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
   const std::vector<Level> levels = vectorLevels();
   if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
@@ -499,14 +514,7 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
         ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
             << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
             << " call " << call << " source row " << y;
-        KQWarpRow planned = a;
-        planned.codes = codes.data();
-        planned.plan = nearestPlan.data();
-        planned.planReady = &nearestReady;
-        KqFramedPlane na(a.count, 1), nb(a.count, 1);
-        ref.nearestRow(na.data(), &a);
-        level.dsp.nearestRow(nb.data(), &planned);
-        ASSERT_TRUE(kqFramedEqual(na, nb))
+        ASSERT_TRUE(plannedNearestMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady))
             << level.name << " nearest, width " << w << " count " << a.count << " x " << a.x
             << " step " << d << " source row " << y;
       }
@@ -549,10 +557,12 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
       std::vector<int32_t> codes = blockCodes(a);
       tallyForms(codes, a, forms);
       tallySpans(codes, a, spans);
-      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
-      int32_t ready = 0;
+      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
+      int32_t ready = 0, nearestReady = 0;
       ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
           << level.name << " count " << a.count << " x " << a.x << " step " << d;
+      ASSERT_TRUE(plannedNearestMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady))
+          << level.name << " nearest, count " << a.count << " x " << a.x << " step " << d;
     }
     EXPECT_GT(forms[kqwarp::kPairsNone], 5) << level.name;
     EXPECT_EQ(spans[2], 0) << level.name;
@@ -560,7 +570,7 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
 }
 
 // Steps just under 1 spread a 64-pixel run over more than 64 source bytes,
-// so the 512-bit kernel picks its pairs out of two windows; near the row's
+// so the 512-bit kernels pick their bytes out of two windows; near the row's
 // ends the windows are cut short (masked loads) and the pairs clamped. Runs
 // of calls down a plane, as above, must give the scalar bytes.
 TEST(CheckWarp, PlannedRowsWithStepsNearOne) {
@@ -584,16 +594,19 @@ TEST(CheckWarp, PlannedRowsWithStepsNearOne) {
       a.x = iter % 3 == 0 ? rng.uniform(-20.0f, 0.0f) : rng.uniform(0.0f, float(w) * 0.5f);
       const std::vector<int32_t> codes = blockCodes(a);
       tallySpans(codes, a, spans);
-      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
-      int32_t ready = 0;
+      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
+      int32_t ready = 0, nearestReady = 0;
       for (int32_t y = 0; y < h; ++y) {
         a.src0 = src.data() + size_t(y) * w;
         a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
         a.rows = rng.range(1, kKqWarpMaxRows);
         for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
         ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
-            << level.name << " width " << w << " count " << a.count << " x " << a.x << " step "
-            << d << " source row " << y;
+            << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
+            << " source row " << y;
+        ASSERT_TRUE(plannedNearestMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady))
+            << level.name << " nearest, width " << w << " count " << a.count << " x " << a.x
+            << " step " << d;
       }
     }
     EXPECT_GT(spans[1], 20) << level.name << " two 64-byte windows";

@@ -1,8 +1,9 @@
-// warp_avx512.cpp - AVX-512 (BW, VBMI) bilinear row kernel of the warp stage.
+// warp_avx512.cpp - AVX-512 (BW, VBMI) row kernels of the warp stage.
 //
 // Only the tile's planned rows (rows with block codes and a plan, at least
-// 64 pixels) take a 512-bit form; every other row goes to the AVX2 kernel,
-// which gives the same bytes.
+// 64 pixels) take a 512-bit form; every other row goes to the AVX2 bilinear
+// or the SSE4.1 nearest-sample kernel, which give the same bytes. Nearest
+// rows are one permute per 64 pixels from the same windows as below.
 //
 // A planned row goes by groups of 64 pixels, the last group ending at the
 // row's end (it overlaps the one before and writes the same bytes again).
@@ -267,4 +268,95 @@ void kqWarpBilinearRow_avx512(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow
   else
     planRows<false>(row, dst, dstStride, g, groups);
   std::memcpy(g.keptTag, &row->src1, sizeof row->src1);
+}
+
+namespace {
+
+// Nearest-sample plan record of the 64 output pixels k0 .. k0 + 63 of a
+// group: the permute index (clampCol(xi) - win[0]) of each pixel into one or
+// two 64-byte windows, as for the bilinear groups.
+struct NearestRecord {
+  uint8_t idx[kGroup];
+  uint64_t mask[2];
+  int32_t win[2];
+  int32_t form;
+  int32_t k0;
+};
+static_assert(sizeof(NearestRecord) % 8 == 0, "records stay 8-byte aligned");
+
+// From the plan's first 64-byte boundary: 64 bytes holding the number of
+// groups, then the records.
+inline size_t nearestBytesNeeded(int32_t groups) {
+  return 63 + kTagBytes + size_t(groups) * sizeof(NearestRecord);
+}
+
+inline uint8_t* nearestBase(uint8_t* plan) {
+  return plan + ((64 - (reinterpret_cast<uintptr_t>(plan) & 63)) & 63);
+}
+
+void buildNearestPlan(const KQWarpRow* row, uint8_t* base, const GroupGrid& grid, int32_t groups) {
+  const int32_t width = row->srcWidth;
+  for (int32_t c = 0; c < groups; ++c) {
+    NearestRecord rec;
+    std::memset(&rec, 0, sizeof rec);
+    rec.k0 = grid.k0(c);
+    int32_t xa[kGroup];
+    int32_t lo = width, hi = 0;
+    for (int32_t k = 0; k < kGroup; ++k) {
+      int32_t xi, f;
+      kqwarp::pixelPosition(row->codes, row->step, rec.k0 + k, &xi, &f);
+      xa[k] = kqwarp::clampCol(xi, width);
+      lo = xa[k] < lo ? xa[k] : lo;
+      hi = xa[k] > hi ? xa[k] : hi;
+    }
+    rec.form = hi - lo < 64 ? kOneWindow : kTwoWindows;
+    rec.win[0] = lo;
+    rec.win[1] = lo + 64;
+    rec.mask[0] = bytesInside(rec.win[0], width);
+    rec.mask[1] = rec.form == kTwoWindows ? bytesInside(rec.win[1], width) : 0;
+    for (int32_t k = 0; k < kGroup; ++k) rec.idx[k] = uint8_t(xa[k] - lo);
+    std::memcpy(base + kTagBytes + size_t(c) * sizeof rec, &rec, sizeof rec);
+  }
+  std::memset(base, 0, kTagBytes);
+  std::memcpy(base, &groups, sizeof groups);
+}
+
+}  // namespace
+
+void kqWarpNearestRow_avx512(uint8_t* dst, const KQWarpRow* row) {
+  if (!kqwarp::vectorStep(row->step) || row->codes == nullptr || row->plan == nullptr ||
+      row->planReady == nullptr || row->count < kGroup ||
+      nearestBytesNeeded((row->count + kGroup - 1) / kGroup) > kqWarpPlanBytes(row->count)) {
+    kqWarpNearestRow_sse41(dst, row);
+    return;
+  }
+  uint8_t* base = nearestBase(row->plan);
+  int32_t groups;
+  if (*row->planReady == 0) {
+    int32_t maxGroups = (row->count + kGroup - 1) / kGroup;
+    if (nearestBytesNeeded(maxGroups + 1) <= kqWarpPlanBytes(row->count)) ++maxGroups;
+    const GroupGrid grid = groupGrid(row, dst, maxGroups, &groups);
+    buildNearestPlan(row, base, grid, groups);
+    *row->planReady = 1;
+  } else {
+    std::memcpy(&groups, base, sizeof groups);
+  }
+  const NearestRecord* recs = reinterpret_cast<const NearestRecord*>(base + kTagBytes);
+  const uint8_t* s = row->src0;
+  // The next source row (rows are srcWidth apart), which an enlargement
+  // reads next: see the bilinear rows.
+  const uintptr_t ahead = reinterpret_cast<uintptr_t>(s) + uintptr_t(row->srcWidth);
+  for (int32_t c = 0; c < groups; ++c) {
+    const NearestRecord& rec = recs[c];
+    _mm_prefetch(reinterpret_cast<const char*>(ahead + uintptr_t(rec.win[0])), _MM_HINT_T0);
+    const __m512i w0 = _mm512_maskz_loadu_epi8(rec.mask[0], s + rec.win[0]);
+    __m512i v;
+    if (rec.form == kOneWindow) {
+      v = _mm512_permutexvar_epi8(loadu(rec.idx), w0);
+    } else {
+      const __m512i w1 = _mm512_maskz_loadu_epi8(rec.mask[1], s + rec.win[1]);
+      v = _mm512_permutex2var_epi8(w0, loadu(rec.idx), w1);
+    }
+    _mm512_storeu_si512(dst + rec.k0, v);
+  }
 }
