@@ -247,11 +247,17 @@ void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const P
   const uint8_t* s1 = row->src1;
   __m256i w1[R];
   for (int32_t r = 0; r < R; ++r) w1[r] = _mm256_set1_epi16(int16_t(row->w1[r]));
+  // A tile reads only its own stretch of each source row, too short for
+  // the hardware prefetchers to follow from row to row: fetch the stretch
+  // of the row below the lower row (the next source row an enlargement
+  // reads). A prefetch never faults, so the address may lie anywhere.
+  const uintptr_t ahead = 2 * reinterpret_cast<uintptr_t>(s1) - reinterpret_cast<uintptr_t>(s0);
   // Groups read straight from the source rows first, then the few others,
   // so that the main loop makes no calls and keeps its values in registers.
   bool edges = false;
   for (int32_t c = 0; c < groups; ++c) {
     const PlanRecord& rec = l.records[c];
+    _mm_prefetch(reinterpret_cast<const char*>(ahead + uintptr_t(rec.win[0][0])), _MM_HINT_T0);
     if (rec.form > kqwarp::kPairsSplit) {
       edges = true;
       continue;
