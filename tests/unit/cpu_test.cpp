@@ -28,4 +28,16 @@ TEST(Cpu, LevelsRiseFromScalarAndStayWithinTheBuild) {
 #endif
 }
 
+TEST(Cpu, LevelsAreNamedByTheirHighestSet) {
+  EXPECT_STREQ(kqCpuLevelName(0), "c");
+  EXPECT_STREQ(kqCpuLevelName(KQ_CPU_NEON), "neon");
+  EXPECT_STREQ(kqCpuLevelName(KQ_CPU_SSE41), "sse41");
+  EXPECT_STREQ(kqCpuLevelName(KQ_CPU_SSE41 | KQ_CPU_AVX2), "avx2");
+  EXPECT_STREQ(kqCpuLevelName(KQ_CPU_SSE41 | KQ_CPU_AVX2 | KQ_CPU_AVX512), "avx512");
+  // Benchmark and test names must not collide.
+  const std::vector<uint32_t> levels = kqCpuLevels();
+  for (size_t i = 1; i < levels.size(); ++i)
+    EXPECT_STRNE(kqCpuLevelName(levels[i]), kqCpuLevelName(levels[i - 1]));
+}
+
 }  // namespace
