@@ -160,7 +160,7 @@ class ChainCache {
   int32_t count_;
   std::vector<int32_t> scratch_;
   std::vector<Key> keys_;
-  size_t last_ = 0;  // the key found most recently
+  size_t last_ = 0;            // the key found most recently
   std::vector<Chain> chains_;  // reserved: never moves while rows point into it
 };
 
@@ -221,14 +221,17 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
   // kernel together (pending, starting at pendingDst); a chroma row whose
   // source row and chain equal the previous row's is a copy of it. Both
   // hand the kernels the chain's codes and plan.
-  KQWarpRow pending;
-  pending.rows = 0;
-  int32_t pendingChain = -1;
+  // held: the pending luma group (its output rows start at heldDst), or the
+  // last chroma row computed. The next row is set up in the other slot and
+  // the two swap when it takes over, so no row record is copied (copying
+  // one just written field by field stalls on store forwarding).
+  KQWarpRow slots[2];
+  KQWarpRow* held = &slots[0];
+  KQWarpRow* next = &slots[1];
+  held->rows = 0;
+  int32_t heldChain = -1;
+  uint8_t* heldDst = nullptr;
   ChainCache chains(count);
-  uint8_t* pendingDst = nullptr;
-  KQWarpRow prev;
-  prev.rows = 0;
-  int32_t prevChain = -1;
   // Each row's left end and step are worked out for a batch of rows in a
   // loop of its own: the rows are independent there, so their divisions and
   // conversions overlap instead of waiting on the grouping below, which
@@ -245,13 +248,17 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
     }
     const float lx = batchX[k], ly = batchY[k], d = batchD[k];
 
-    KQWarpRow row;
+    KQWarpRow& row = *next;
     row.srcWidth = srcW;
     row.count = count;
     row.rows = 1;
     row.step = static_cast<int32_t>(d * 2048.0f);
     row.blockStep = d * 8.0f;
+    row.codes = nullptr;
+    row.plan = nullptr;
+    row.planReady = nullptr;
     uint8_t* out = dst.data + ptrdiff_t(y) * stride + x0;
+    int32_t rowChain;
     if (luma) {
       // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
       const float cy = clampRowCoord(ly, srcH);
@@ -266,18 +273,16 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       // Rows join the pending group when they read the same source rows on
       // the same chain (the same floats, or floats whose blocks all land on
       // the same columns and phases).
-      const int32_t rowChain = chains.find(row);
-      if (pending.rows > 0 && pending.rows < kKqWarpMaxRows && pending.src0 == row.src0 &&
-          pending.src1 == row.src1 &&
-          ((rowChain >= 0 && rowChain == pendingChain) || sameSampling(pending, row))) {
-        pending.w1[pending.rows++] = w1;
+      rowChain = chains.find(row);
+      if (held->rows > 0 && held->rows < kKqWarpMaxRows && held->src0 == row.src0 &&
+          held->src1 == row.src1 &&
+          ((rowChain >= 0 && rowChain == heldChain) || sameSampling(*held, row))) {
+        held->w1[held->rows++] = w1;
         continue;
       }
-      if (pending.rows > 0) dsp->bilinearRow(pendingDst, stride, &pending);
-      pending = row;
-      chains.attach(rowChain, &pending);
-      pendingChain = rowChain;
-      pendingDst = out;
+      if (held->rows > 0) dsp->bilinearRow(heldDst, stride, held);
+      chains.attach(rowChain, &row);
+      heldDst = out;
     } else {
       // Nearest sample: half a pixel added to both coordinates, then
       // truncated. The step was taken before, so the half moves the whole
@@ -288,19 +293,19 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       row.w1[0] = 0;
       row.x = lx + 0.5f;
       // A row on the previous row's source row and chain repeats it.
-      const int32_t rowChain = chains.find(row);
-      if (prev.rows > 0 && prev.src0 == row.src0 &&
-          ((rowChain >= 0 && rowChain == prevChain) || sameSampling(prev, row))) {
+      rowChain = chains.find(row);
+      if (held->rows > 0 && held->src0 == row.src0 &&
+          ((rowChain >= 0 && rowChain == heldChain) || sameSampling(*held, row))) {
         std::memcpy(out, out - stride, size_t(count));
-      } else {
-        chains.attach(rowChain, &row);
-        dsp->nearestRow(out, &row);
-        prev = row;
-        prevChain = rowChain;
+        continue;
       }
+      chains.attach(rowChain, &row);
+      dsp->nearestRow(out, &row);
     }
+    heldChain = rowChain;
+    std::swap(held, next);
   }
-  if (pending.rows > 0) dsp->bilinearRow(pendingDst, stride, &pending);
+  if (luma && held->rows > 0) dsp->bilinearRow(heldDst, stride, held);
 }
 
 }  // namespace
