@@ -34,6 +34,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 // Output rows of one bilinear call: consecutive output rows that sample the
 // same two source rows at the same positions (an enlargement maps several
@@ -65,6 +66,32 @@ struct KQWarpRow {
   uint8_t* plan = nullptr;
   int32_t* planReady = nullptr;
 };
+
+// Calls f(std::integral_constant<int32_t, R>()) with R = rows for rows
+// 1 .. kKqWarpMaxRows (other counts take the maximum), so that a kernel can
+// keep one vector per output row in registers.
+template <class F>
+inline void kqWarpWithRowCount(int32_t rows, F&& f) {
+  switch (rows) {
+    case 1:
+      return f(std::integral_constant<int32_t, 1>());
+    case 2:
+      return f(std::integral_constant<int32_t, 2>());
+    case 3:
+      return f(std::integral_constant<int32_t, 3>());
+    case 4:
+      return f(std::integral_constant<int32_t, 4>());
+    case 5:
+      return f(std::integral_constant<int32_t, 5>());
+    case 6:
+      return f(std::integral_constant<int32_t, 6>());
+    case 7:
+      return f(std::integral_constant<int32_t, 7>());
+    default:
+      return f(std::integral_constant<int32_t, kKqWarpMaxRows>());
+  }
+}
+static_assert(kKqWarpMaxRows == 8, "kqWarpWithRowCount lists the row counts");
 
 // Scratch bytes a kernel may use as the plan of a count-pixel row: per 16
 // pixels (counted in pairs, rounded up) one 80-byte record (shuffle and

@@ -431,34 +431,27 @@ void tallySpans(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t
 // must give the scalar bytes of the same rows without codes, whatever the
 // step, start, width and count. The rows must reach every window form of
 // the planned groups.
-// The bilinear row `a` through the scalar reference and, with its block
-// codes and the given plan, through `dsp`: true if the framed outputs agree.
-bool plannedRowMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
-                       const std::vector<int32_t>& codes, std::vector<uint8_t>& plan,
-                       int32_t* ready) {
+// The row `a` through the scalar reference and, with its block codes and
+// the given plan, through `dsp`, as a bilinear row or (nearest) as a
+// nearest-sample row, which keeps a plan of its own as the chroma tiles do:
+// true if the framed outputs agree.
+bool plannedMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
+                    const std::vector<int32_t>& codes, std::vector<uint8_t>& plan, int32_t* ready,
+                    bool nearest = false) {
   KQWarpRow planned = a;
   planned.codes = codes.data();
   planned.plan = plan.data();
   planned.planReady = ready;
-  KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
-  ref.bilinearRow(pa.data(), pa.stride(), &a);
-  dsp.bilinearRow(pb.data(), pb.stride(), &planned);
+  const int32_t rows = nearest ? 1 : a.rows;
+  KqFramedPlane pa(a.count, rows), pb(a.count, rows);
+  if (nearest) {
+    ref.nearestRow(pa.data(), &a);
+    dsp.nearestRow(pb.data(), &planned);
+  } else {
+    ref.bilinearRow(pa.data(), pa.stride(), &a);
+    dsp.bilinearRow(pb.data(), pb.stride(), &planned);
+  }
   return kqFramedEqual(pa, pb);
-}
-
-// The same for the nearest-sample row (its own plan, as the chroma tiles
-// keep theirs).
-bool plannedNearestMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
-                           const std::vector<int32_t>& codes, std::vector<uint8_t>& plan,
-                           int32_t* ready) {
-  KQWarpRow planned = a;
-  planned.codes = codes.data();
-  planned.plan = plan.data();
-  planned.planReady = ready;
-  KqFramedPlane na(a.count, 1), nb(a.count, 1);
-  ref.nearestRow(na.data(), &a);
-  dsp.nearestRow(nb.data(), &planned);
-  return kqFramedEqual(na, nb);
 }
 
 TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
@@ -511,10 +504,10 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
         a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
         a.rows = rng.range(1, kKqWarpMaxRows);
         for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
-        ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
+        ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, plan, &ready))
             << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
             << " call " << call << " source row " << y;
-        ASSERT_TRUE(plannedNearestMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady))
+        ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady, true))
             << level.name << " nearest, width " << w << " count " << a.count << " x " << a.x
             << " step " << d << " source row " << y;
       }
@@ -559,9 +552,9 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
       tallySpans(codes, a, spans);
       std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
       int32_t ready = 0, nearestReady = 0;
-      ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
+      ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, plan, &ready))
           << level.name << " count " << a.count << " x " << a.x << " step " << d;
-      ASSERT_TRUE(plannedNearestMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady))
+      ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady, true))
           << level.name << " nearest, count " << a.count << " x " << a.x << " step " << d;
     }
     EXPECT_GT(forms[kqwarp::kPairsNone], 5) << level.name;
@@ -601,10 +594,10 @@ TEST(CheckWarp, PlannedRowsWithStepsNearOne) {
         a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
         a.rows = rng.range(1, kKqWarpMaxRows);
         for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
-        ASSERT_TRUE(plannedRowMatches(ref, level.dsp, a, codes, plan, &ready))
+        ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, plan, &ready))
             << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
             << " source row " << y;
-        ASSERT_TRUE(plannedNearestMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady))
+        ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady, true))
             << level.name << " nearest, width " << w << " count " << a.count << " x " << a.x
             << " step " << d;
       }

@@ -295,24 +295,9 @@ void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const P
 template <bool Reuse>
 void planRows(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const PlanLayout& l,
               int32_t groups) {
-  switch (row->rows) {
-    case 1:
-      return planGroups<1, Reuse>(row, dst, dstStride, l, groups);
-    case 2:
-      return planGroups<2, Reuse>(row, dst, dstStride, l, groups);
-    case 3:
-      return planGroups<3, Reuse>(row, dst, dstStride, l, groups);
-    case 4:
-      return planGroups<4, Reuse>(row, dst, dstStride, l, groups);
-    case 5:
-      return planGroups<5, Reuse>(row, dst, dstStride, l, groups);
-    case 6:
-      return planGroups<6, Reuse>(row, dst, dstStride, l, groups);
-    case 7:
-      return planGroups<7, Reuse>(row, dst, dstStride, l, groups);
-    default:
-      return planGroups<kKqWarpMaxRows, Reuse>(row, dst, dstStride, l, groups);
-  }
+  kqWarpWithRowCount(row->rows, [&](auto r) {
+    planGroups<decltype(r)::value, Reuse>(row, dst, dstStride, l, groups);
+  });
 }
 
 void plannedRow(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {

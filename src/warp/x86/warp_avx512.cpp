@@ -111,6 +111,17 @@ GroupGrid groupGrid(const KQWarpRow* row, const uint8_t* dst, int32_t maxGroups,
   return g;
 }
 
+// The window(s) of a group whose pixels read the clamped columns lo .. hi:
+// one 64-byte window from lo, or two; each load masked to the row.
+void setWindows(int32_t lo, int32_t hi, int32_t width, int32_t win[2], uint64_t mask[2],
+                int32_t* form) {
+  *form = hi - lo < 64 ? kOneWindow : kTwoWindows;
+  win[0] = lo;
+  win[1] = lo + 64;
+  mask[0] = bytesInside(win[0], width);
+  mask[1] = *form == kTwoWindows ? bytesInside(win[1], width) : 0;
+}
+
 void buildPlan(const KQWarpRow* row, const Layout& l, const GroupGrid& grid, int32_t groups) {
   const int32_t width = row->srcWidth;
   for (int32_t c = 0; c < groups; ++c) {
@@ -127,11 +138,7 @@ void buildPlan(const KQWarpRow* row, const Layout& l, const GroupGrid& grid, int
       lo = xa[k] < lo ? xa[k] : lo;
       hi = xb[k] > hi ? xb[k] : hi;
     }
-    rec.form = hi - lo < 64 ? kOneWindow : kTwoWindows;
-    rec.win[0] = lo;
-    rec.win[1] = lo + 64;
-    rec.mask[0] = bytesInside(rec.win[0], width);
-    rec.mask[1] = rec.form == kTwoWindows ? bytesInside(rec.win[1], width) : 0;
+    setWindows(lo, hi, width, rec.win, rec.mask, &rec.form);
     for (int32_t k = 0; k < kGroup; ++k) {
       const int32_t p = k & 1, i = k >> 1;
       rec.idx[p][2 * i] = uint8_t(xa[k] - lo);
@@ -216,24 +223,9 @@ void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const L
 template <bool Reuse>
 void planRows(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const Layout& l,
               int32_t groups) {
-  switch (row->rows) {
-    case 1:
-      return planGroups<1, Reuse>(row, dst, dstStride, l, groups);
-    case 2:
-      return planGroups<2, Reuse>(row, dst, dstStride, l, groups);
-    case 3:
-      return planGroups<3, Reuse>(row, dst, dstStride, l, groups);
-    case 4:
-      return planGroups<4, Reuse>(row, dst, dstStride, l, groups);
-    case 5:
-      return planGroups<5, Reuse>(row, dst, dstStride, l, groups);
-    case 6:
-      return planGroups<6, Reuse>(row, dst, dstStride, l, groups);
-    case 7:
-      return planGroups<7, Reuse>(row, dst, dstStride, l, groups);
-    default:
-      return planGroups<kKqWarpMaxRows, Reuse>(row, dst, dstStride, l, groups);
-  }
+  kqWarpWithRowCount(row->rows, [&](auto r) {
+    planGroups<decltype(r)::value, Reuse>(row, dst, dstStride, l, groups);
+  });
 }
 
 }  // namespace
@@ -309,11 +301,7 @@ void buildNearestPlan(const KQWarpRow* row, uint8_t* base, const GroupGrid& grid
       lo = xa[k] < lo ? xa[k] : lo;
       hi = xa[k] > hi ? xa[k] : hi;
     }
-    rec.form = hi - lo < 64 ? kOneWindow : kTwoWindows;
-    rec.win[0] = lo;
-    rec.win[1] = lo + 64;
-    rec.mask[0] = bytesInside(rec.win[0], width);
-    rec.mask[1] = rec.form == kTwoWindows ? bytesInside(rec.win[1], width) : 0;
+    setWindows(lo, hi, width, rec.win, rec.mask, &rec.form);
     for (int32_t k = 0; k < kGroup; ++k) rec.idx[k] = uint8_t(xa[k] - lo);
     std::memcpy(base + kTagBytes + size_t(c) * sizeof rec, &rec, sizeof rec);
   }

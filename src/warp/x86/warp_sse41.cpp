@@ -255,24 +255,9 @@ void bilinearGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride,
 template <bool Reuse>
 void bilinearRows(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const BilinearLayout& l,
                   int32_t groups) {
-  switch (row->rows) {
-    case 1:
-      return bilinearGroups<1, Reuse>(row, dst, dstStride, l, groups);
-    case 2:
-      return bilinearGroups<2, Reuse>(row, dst, dstStride, l, groups);
-    case 3:
-      return bilinearGroups<3, Reuse>(row, dst, dstStride, l, groups);
-    case 4:
-      return bilinearGroups<4, Reuse>(row, dst, dstStride, l, groups);
-    case 5:
-      return bilinearGroups<5, Reuse>(row, dst, dstStride, l, groups);
-    case 6:
-      return bilinearGroups<6, Reuse>(row, dst, dstStride, l, groups);
-    case 7:
-      return bilinearGroups<7, Reuse>(row, dst, dstStride, l, groups);
-    default:
-      return bilinearGroups<kKqWarpMaxRows, Reuse>(row, dst, dstStride, l, groups);
-  }
+  kqWarpWithRowCount(row->rows, [&](auto r) {
+    bilinearGroups<decltype(r)::value, Reuse>(row, dst, dstStride, l, groups);
+  });
 }
 
 void plannedBilinearRow(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
