@@ -273,10 +273,15 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       // Rows join the pending group when they read the same source rows on
       // the same chain (the same floats, or floats whose blocks all land on
       // the same columns and phases).
+      // The same floats need no chain look-up.
+      const bool sameRows = held->rows > 0 && held->rows < kKqWarpMaxRows &&
+                            held->src0 == row.src0 && held->src1 == row.src1;
+      if (sameRows && sameSampling(*held, row)) {
+        held->w1[held->rows++] = w1;
+        continue;
+      }
       rowChain = chains.find(row);
-      if (held->rows > 0 && held->rows < kKqWarpMaxRows && held->src0 == row.src0 &&
-          held->src1 == row.src1 &&
-          ((rowChain >= 0 && rowChain == heldChain) || sameSampling(*held, row))) {
+      if (sameRows && rowChain >= 0 && rowChain == heldChain) {
         held->w1[held->rows++] = w1;
         continue;
       }
@@ -293,9 +298,13 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       row.w1[0] = 0;
       row.x = lx + 0.5f;
       // A row on the previous row's source row and chain repeats it.
+      const bool sameRow = held->rows > 0 && held->src0 == row.src0;
+      if (sameRow && sameSampling(*held, row)) {
+        std::memcpy(out, out - stride, size_t(count));
+        continue;
+      }
       rowChain = chains.find(row);
-      if (held->rows > 0 && held->src0 == row.src0 &&
-          ((rowChain >= 0 && rowChain == heldChain) || sameSampling(*held, row))) {
+      if (sameRow && rowChain >= 0 && rowChain == heldChain) {
         std::memcpy(out, out - stride, size_t(count));
         continue;
       }
