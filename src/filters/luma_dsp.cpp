@@ -35,7 +35,10 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
   }
 #endif
 #if KQ_HAVE_AVX512
-  if (cpuFlags & KQ_CPU_AVX512) dsp->sharpenRow = kqSharpenRow_avx512;
+  if (cpuFlags & KQ_CPU_AVX512) {
+    dsp->nrRow = kqLumaNrRow_avx512;
+    dsp->sharpenRow = kqSharpenRow_avx512;
+  }
 #endif
   (void)cpuFlags;
 }

@@ -89,7 +89,8 @@ using KQSharpenRowFn = void(uint8_t* dst, const uint8_t* const* rows, int32_t wi
 using KQSharpenRow7Fn = void(uint8_t* dst, const uint8_t* const* rows, int32_t width,
                              const KQSharpenParams* params);
 
-KQLumaNrRowFn kqLumaNrRow_c, kqLumaNrRow_neon, kqLumaNrRow_sse41, kqLumaNrRow_avx2;
+KQLumaNrRowFn kqLumaNrRow_c, kqLumaNrRow_neon, kqLumaNrRow_sse41, kqLumaNrRow_avx2,
+    kqLumaNrRow_avx512;
 KQLumaBlendRowFn kqLumaBlendRow_c, kqLumaBlendRow_neon, kqLumaBlendRow_sse41;
 KQLumaBlendRefRowFn kqLumaBlendRefRow_c, kqLumaBlendRefRow_neon, kqLumaBlendRefRow_sse41;
 KQRecipEstimateFn kqRecipEstimate_c, kqRecipEstimate_neon, kqRecipEstimate_sse41;
