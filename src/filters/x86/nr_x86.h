@@ -1,0 +1,103 @@
+// nr_x86.h - the x86 noise-reduction blocks, written once over a vector type.
+//
+// luma_avx2.cpp and luma_avx512.cpp include this with their own traits type
+// V (256 or 512 bits) declared in an anonymous namespace, so that every
+// instantiation stays inside the translation unit built with the matching
+// target flags. Besides what sharpen_x86.h asks of V, this needs: F (the
+// float register type), set32, subsU8, add8, add32, sub32, srli32<n>,
+// slli32<n>, toFloat (int32 -> float), truncToInt (float -> int32, toward
+// zero), bitsOf / floatOf (reinterpretation), setF, divF and mulF.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+template <class V>
+struct KqNrX86 {
+  using R = typename V::R;
+  using F = typename V::F;
+
+  // One pair of taps (p1, p2) interleaved by bytes, against the centres
+  // interleaved the same way (c, c): range weights 30 (-) |p - c| computed
+  // on the pairs directly, then w1*p1 + w2*p2 <= 15300 per 16-bit lane via
+  // maddubs. Each byte of wsum gathers one weight of every pair.
+  __attribute__((always_inline)) static void pair(R pp, R cc, R k30, R& acc, R& wsum) {
+    const R d = V::or_(V::subsU8(pp, cc), V::subsU8(cc, pp));
+    const R w = V::subsU8(k30, d);
+    acc = V::add16(acc, V::maddubs(pp, w));
+    wsum = V::add8(wsum, w);
+  }
+
+  // The estimate of 1/d for 32-bit lanes d in 30..480, computed as the
+  // emulation does: from the bits of float(d), a = 256 + top 8 mantissa
+  // bits, b = floor(2^19 / (2a + 1)) and (b + 1) >> 1 as the new mantissa.
+  // b comes from a float division: 2^19 / (2a + 1) is never an integer and
+  // lies at least 1/1023 from one, far more than the quotient's rounding
+  // error, so truncating the rounded quotient is the exact floor.
+  __attribute__((always_inline)) static F estimate(R d) {
+    const R bits = V::bitsOf(V::toFloat(d));
+    const R den = V::or_(V::and_(V::template srli32<14>(bits), V::set32(0x1FE)), V::set32(0x201));
+    const R b = V::truncToInt(V::divF(V::setF(524288.0f), V::toFloat(den)));
+    const R mant =
+        V::and_(V::template slli32<14>(V::add32(b, V::set32(1))), V::set32(int32_t{0xFF} << 15));
+    const R expo = V::sub32(V::set32(int32_t{253} << 23), V::and_(bits, V::set32(0x7F800000)));
+    return V::floatOf(V::or_(expo, mant));
+  }
+
+  // trunc(float(n) * estimate(d)) for the 32-bit lanes n, d (d in 30..480).
+  // No clamp here: the quotient stays below 257, and the final packus to
+  // bytes saturates it to 255 exactly as min(255, ...) would.
+  __attribute__((always_inline)) static R divide(R n, R d) {
+    return V::truncToInt(V::mulF(V::toFloat(n), estimate(d)));
+  }
+
+  // Quotients of one accumulator half: the 16-bit lanes of a (first four
+  // pairs), b (last four) and the weight sums d, taken as even and odd
+  // 32-bit halves (masks and shifts, no shuffles), divided, and put back
+  // into their 16-bit lanes.
+  __attribute__((always_inline)) static R quotients(R a, R b, R d) {
+    const R lo16 = V::set32(0xFFFF);
+    const R nEven = V::add32(V::and_(a, lo16), V::and_(b, lo16));
+    const R nOdd = V::add32(V::template srli32<16>(a), V::template srli32<16>(b));
+    const R qEven = divide(nEven, V::and_(d, lo16));
+    const R qOdd = divide(nOdd, V::template srli32<16>(d));
+    return V::or_(qEven, V::template slli32<16>(qOdd));
+  }
+
+  // The filtered bytes of the 16-pixel blocks at x (one per 128-bit lane of
+  // R) of row src, their taps read through tap(pointer). unpack works
+  // within 128-bit lanes, so each lane holds one block throughout and the
+  // in-lane pack restores pixel order; the centre itself is the first tap
+  // of the first pair (its weight comes out as 30).
+  template <class Tap>
+  __attribute__((always_inline)) static R blocks(const uint8_t* src, ptrdiff_t stride, int32_t x,
+                                                 Tap tap) {
+    const R k30 = V::set8(30);
+    const R zero = V::zero();
+    const uint8_t* up4 = src - 4 * stride;
+    const uint8_t* up1 = src - stride;
+    const uint8_t* dn1 = src + stride;
+    const uint8_t* dn4 = src + 4 * stride;
+    const R c = tap(src + x);
+    const R ccLo = V::unlo8(c, c), ccHi = V::unhi8(c, c);
+    R aLo = zero, aHi = zero, bLo = zero, bHi = zero, wLo = zero, wHi = zero;
+    auto taps = [&](R p1, R p2, R& accLo, R& accHi) {
+      pair(V::unlo8(p1, p2), ccLo, k30, accLo, wLo);
+      pair(V::unhi8(p1, p2), ccHi, k30, accHi, wHi);
+    };
+    // Four pairs per accumulator: <= 4 * 15300 = 61200 (unsigned 16 bits).
+    taps(c, tap(src + x - 6), aLo, aHi);
+    taps(tap(src + x - 1), tap(src + x + 1), aLo, aHi);
+    taps(tap(src + x + 6), tap(up1 + x - 4), aLo, aHi);
+    taps(tap(up1 + x), tap(up1 + x + 4), aLo, aHi);
+    taps(tap(dn1 + x - 4), tap(dn1 + x - 2), bLo, bHi);
+    taps(tap(dn1 + x), tap(dn1 + x + 4), bLo, bHi);
+    taps(tap(up4 + x - 2), tap(up4 + x + 2), bLo, bHi);
+    taps(tap(dn4 + x - 2), tap(dn4 + x + 2), bLo, bHi);
+    // Each weight byte holds 8 weights (<= 240); adding its two bytes gives
+    // the weight sum of the pixel in the 16-bit lane of the accumulators.
+    const R ones = V::set8(1);
+    const R dLo = V::maddubs(wLo, ones), dHi = V::maddubs(wHi, ones);
+    return V::packus16(quotients(aLo, bLo, dLo), quotients(aHi, bHi, dHi));
+  }
+};
