@@ -107,13 +107,8 @@ class ChainCache {
     uint32_t xb, sb;
     std::memcpy(&xb, &row.x, sizeof xb);
     std::memcpy(&sb, &row.blockStep, sizeof sb);
-    // Neighbouring rows mostly repeat the last key: try it first.
-    if (last_ < keys_.size() && keys_[last_].matches(xb, sb, row.step)) return keys_[last_].chain;
-    for (size_t i = 0; i < keys_.size(); ++i)
-      if (keys_[i].matches(xb, sb, row.step)) {
-        last_ = i;
-        return keys_[i].chain;
-      }
+    for (const Key& k : keys_)
+      if (k.xBits == xb && k.stepBits == sb && k.step == row.step) return k.chain;
     blockCodes(row, scratch_.data());
     int32_t found = -1;
     for (size_t c = 0; c < chains_.size() && found < 0; ++c)
@@ -126,10 +121,7 @@ class ChainCache {
       chains_.push_back(std::move(ch));
       found = int32_t(chains_.size()) - 1;
     }
-    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) {
-      last_ = keys_.size();
-      keys_.push_back({xb, sb, row.step, found});
-    }
+    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) keys_.push_back({xb, sb, row.step, found});
     return found;
   }
 
@@ -147,9 +139,6 @@ class ChainCache {
     uint32_t xBits, stepBits;
     int32_t step;
     int32_t chain;
-    bool matches(uint32_t x, uint32_t s, int32_t st) const {
-      return xBits == x && stepBits == s && step == st;
-    }
   };
   struct Chain {
     int32_t step = 0;
@@ -160,7 +149,6 @@ class ChainCache {
   int32_t count_;
   std::vector<int32_t> scratch_;
   std::vector<Key> keys_;
-  size_t last_ = 0;            // the key found most recently
   std::vector<Chain> chains_;  // reserved: never moves while rows point into it
 };
 
@@ -217,12 +205,10 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
 
   const int32_t count = x1 - x0 + 1;
   const ptrdiff_t stride = dst.width;
-  // Luma rows that share source rows and block chain are handed to the row
-  // kernel together (pending, starting at pendingDst); a chroma row whose
-  // source row and chain equal the previous row's is a copy of it. Both
-  // hand the kernels the chain's codes and plan.
-  // held: the pending luma group (its output rows start at heldDst), or the
-  // last chroma row computed. The next row is set up in the other slot and
+  // Luma rows that repeat the sampling of the held row (below) join its
+  // group and are handed to the row kernel together; a chroma row that
+  // repeats the last one computed is a copy of it. The kernels get the
+  // chain's codes and plan. The next row is set up in the other slot and
   // the two swap when it takes over, so no row record is copied (copying
   // one just written field by field stalls on store forwarding).
   KQWarpRow slots[2];
@@ -258,7 +244,6 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
     row.plan = nullptr;
     row.planReady = nullptr;
     uint8_t* out = dst.data + ptrdiff_t(y) * stride + x0;
-    int32_t rowChain;
     if (luma) {
       // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
       const float cy = clampRowCoord(ly, srcH);
@@ -266,28 +251,9 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       const int32_t iy1 = iy + 1 < srcH ? iy + 1 : srcH - 1;
       row.src0 = src.data + ptrdiff_t(iy) * srcW;
       row.src1 = src.data + ptrdiff_t(iy1) * srcW;
-      int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
-      w1 = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
-      row.w1[0] = w1;
+      const int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
+      row.w1[0] = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
       row.x = lx;
-      // Rows join the pending group when they read the same source rows on
-      // the same chain (the same floats, or floats whose blocks all land on
-      // the same columns and phases).
-      // The same floats need no chain look-up.
-      const bool sameRows = held->rows > 0 && held->rows < kKqWarpMaxRows &&
-                            held->src0 == row.src0 && held->src1 == row.src1;
-      if (sameRows && sameSampling(*held, row)) {
-        held->w1[held->rows++] = w1;
-        continue;
-      }
-      rowChain = chains.find(row);
-      if (sameRows && rowChain >= 0 && rowChain == heldChain) {
-        held->w1[held->rows++] = w1;
-        continue;
-      }
-      if (held->rows > 0) dsp->bilinearRow(heldDst, stride, held);
-      chains.attach(rowChain, &row);
-      heldDst = out;
     } else {
       // Nearest sample: half a pixel added to both coordinates, then
       // truncated. The step was taken before, so the half moves the whole
@@ -297,14 +263,28 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       row.src1 = row.src0;
       row.w1[0] = 0;
       row.x = lx + 0.5f;
-      // A row on the previous row's source row and chain repeats it.
-      const bool sameRow = held->rows > 0 && held->src0 == row.src0;
-      if (sameRow && sameSampling(*held, row)) {
-        std::memcpy(out, out - stride, size_t(count));
+    }
+    // The row repeats the held row's sampling when it reads the same source
+    // rows with the same floats (no chain look-up needed), or on the same
+    // chain: floats whose blocks all land on the same columns and phases.
+    const bool sameSource = held->rows > 0 && (!luma || held->rows < kKqWarpMaxRows) &&
+                            held->src0 == row.src0 && held->src1 == row.src1;
+    int32_t rowChain = -1;
+    bool repeats = sameSource && sameSampling(*held, row);
+    if (!repeats) {
+      rowChain = chains.find(row);
+      repeats = sameSource && rowChain >= 0 && rowChain == heldChain;
+    }
+    if (luma) {
+      if (repeats) {
+        held->w1[held->rows++] = row.w1[0];
         continue;
       }
-      rowChain = chains.find(row);
-      if (sameRow && rowChain >= 0 && rowChain == heldChain) {
+      if (held->rows > 0) dsp->bilinearRow(heldDst, stride, held);
+      chains.attach(rowChain, &row);
+      heldDst = out;
+    } else {
+      if (repeats) {
         std::memcpy(out, out - stride, size_t(count));
         continue;
       }
