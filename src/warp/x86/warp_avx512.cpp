@@ -42,43 +42,58 @@ enum GroupForm : int32_t {
   kTwoWindows = 1,  // within 128 bytes: win[0] and win[1] = win[0] + 64
 };
 
-// Plan record of the 64 output pixels k0 .. k0 + 63 of a group (8-byte
-// aligned; the vectors are read unaligned). idx[p] / wts[p]: permute
-// indices (xa - win[0], xb - win[0]) and weights (32 - frac, frac) of the
-// lanes of parity p, lane i at bytes 2i and 2i + 1.
-struct Record {
-  uint8_t idx[2][kGroup];
-  uint8_t wts[2][kGroup];
+// Where a group's bytes come from: the 64 output pixels k0 .. k0 + 63 read
+// one or two 64-byte windows of the source row from win[0], each load
+// masked to the row.
+struct GroupSource {
   uint64_t mask[2];  // window bytes that lie inside the row
   int32_t win[2];
   int32_t form;
   int32_t k0;
 };
-static_assert(sizeof(Record) % 8 == 0, "records stay 8-byte aligned");
 
-// Where a plan's parts lie, from its first 64-byte boundary: 64 bytes that
-// name the source row whose horizontal results are kept, the records, then
-// those results (128 bytes per group).
-struct Layout {
-  uint8_t* keptTag;
-  Record* records;
-  uint8_t* kept;
+// Bilinear plan record: idx[p] / wts[p] are the permute indices (xa -
+// win[0], xb - win[0]) and weights (32 - frac, frac) of the lanes of parity
+// p, lane i at bytes 2i and 2i + 1 (8-byte aligned; the vectors are read
+// unaligned).
+struct Record {
+  GroupSource src;
+  uint8_t idx[2][kGroup];
+  uint8_t wts[2][kGroup];
 };
 
+// Nearest-sample plan record: the permute index (xa - win[0]) of each pixel.
+struct NearestRecord {
+  GroupSource src;
+  uint8_t idx[kGroup];
+};
+static_assert(sizeof(Record) % 8 == 0 && sizeof(NearestRecord) % 8 == 0,
+              "records stay 8-byte aligned");
+
+// A plan from its first 64-byte boundary: 64 tag bytes (the source row
+// whose horizontal results a bilinear plan keeps at 0, the number of groups
+// at kGroupsAt), then the groups' records, then (bilinear) those results,
+// 128 bytes per group.
 constexpr size_t kTagBytes = 64;
+constexpr size_t kGroupsAt = 8;
 constexpr size_t kKeptBytes = 2 * kGroup;
 
-inline size_t planBytesNeeded(int32_t groups) {
-  return 63 + kTagBytes + size_t(groups) * (sizeof(Record) + kKeptBytes);
+inline uint8_t* planBase(uint8_t* plan) {
+  return plan + ((64 - (reinterpret_cast<uintptr_t>(plan) & 63)) & 63);
 }
 
-inline Layout planLayout(uint8_t* plan, int32_t groups) {
-  const size_t skip = (64 - (reinterpret_cast<uintptr_t>(plan) & 63)) & 63;
-  Layout l;
-  l.keptTag = plan + skip;
-  l.records = reinterpret_cast<Record*>(l.keptTag + kTagBytes);
-  l.kept = l.keptTag + kTagBytes + size_t(groups) * sizeof(Record);
-  return l;
+// True when the plan of this row has room for `groups` groups of
+// bytesPerGroup.
+inline bool planFits(const KQWarpRow* row, size_t bytesPerGroup, int32_t groups) {
+  return 63 + kTagBytes + size_t(groups) * bytesPerGroup <= kqWarpPlanBytes(row->count);
+}
+
+// Rows the 512-bit kernels take: the tile's planned rows of at least one
+// group, in the vector step range, whose plan has room.
+inline bool takesPlan(const KQWarpRow* row, size_t bytesPerGroup) {
+  return kqwarp::vectorStep(row->step) && row->codes != nullptr && row->plan != nullptr &&
+         row->planReady != nullptr && row->count >= kGroup &&
+         planFits(row, bytesPerGroup, (row->count + kGroup - 1) / kGroup);
 }
 
 inline uint64_t bytesInside(int32_t win, int32_t width) {
@@ -111,34 +126,60 @@ GroupGrid groupGrid(const KQWarpRow* row, const uint8_t* dst, int32_t maxGroups,
   return g;
 }
 
-// The window(s) of a group whose pixels read the clamped columns lo .. hi:
-// one 64-byte window from lo, or two; each load masked to the row.
-void setWindows(int32_t lo, int32_t hi, int32_t width, int32_t win[2], uint64_t mask[2],
-                int32_t* form) {
-  *form = hi - lo < 64 ? kOneWindow : kTwoWindows;
-  win[0] = lo;
-  win[1] = lo + 64;
-  mask[0] = bytesInside(win[0], width);
-  mask[1] = *form == kTwoWindows ? bytesInside(win[1], width) : 0;
+// The number of groups of a planned row, building the plan on its first
+// use: build(grid, groups) fills the records.
+template <class Build>
+int32_t planOnce(const KQWarpRow* row, const uint8_t* dst, size_t bytesPerGroup, uint8_t* base,
+                 Build build) {
+  int32_t groups;
+  if (*row->planReady != 0) {
+    std::memcpy(&groups, base + kGroupsAt, sizeof groups);
+    return groups;
+  }
+  int32_t maxGroups = (row->count + kGroup - 1) / kGroup;
+  if (planFits(row, bytesPerGroup, maxGroups + 1)) ++maxGroups;
+  const GroupGrid grid = groupGrid(row, dst, maxGroups, &groups);
+  // No source row's horizontal results are kept yet.
+  std::memset(base, 0, kTagBytes);
+  std::memcpy(base + kGroupsAt, &groups, sizeof groups);
+  build(grid, groups);
+  *row->planReady = 1;
+  return groups;
 }
 
-void buildPlan(const KQWarpRow* row, const Layout& l, const GroupGrid& grid, int32_t groups) {
+// The clamped columns xa = clampCol(xi), xb = clampCol(xi + 1) and the
+// phases f of the pixels of the group at k0, and where the group's bytes
+// come from: windows from the lowest xa that reach the highest column read
+// (xb for bilinear pairs, xa for nearest samples).
+GroupSource groupColumns(const KQWarpRow* row, int32_t k0, bool pairs, int32_t* xa, int32_t* xb,
+                         int32_t* f) {
   const int32_t width = row->srcWidth;
+  int32_t lo = width, hi = 0;
+  for (int32_t k = 0; k < kGroup; ++k) {
+    int32_t xi;
+    kqwarp::pixelPosition(row->codes, row->step, k0 + k, &xi, &f[k]);
+    xa[k] = kqwarp::clampCol(xi, width);
+    xb[k] = kqwarp::clampCol(xi + 1, width);
+    lo = xa[k] < lo ? xa[k] : lo;
+    const int32_t top = pairs ? xb[k] : xa[k];
+    hi = top > hi ? top : hi;
+  }
+  GroupSource g;
+  g.k0 = k0;
+  g.form = hi - lo < 64 ? kOneWindow : kTwoWindows;
+  g.win[0] = lo;
+  g.win[1] = lo + 64;
+  g.mask[0] = bytesInside(g.win[0], width);
+  g.mask[1] = g.form == kTwoWindows ? bytesInside(g.win[1], width) : 0;
+  return g;
+}
+
+void buildPlan(const KQWarpRow* row, Record* records, const GroupGrid& grid, int32_t groups) {
   for (int32_t c = 0; c < groups; ++c) {
     Record rec;
-    std::memset(&rec, 0, sizeof rec);
-    rec.k0 = grid.k0(c);
     int32_t xa[kGroup], xb[kGroup], f[kGroup];
-    int32_t lo = width, hi = 0;
-    for (int32_t k = 0; k < kGroup; ++k) {
-      int32_t xi;
-      kqwarp::pixelPosition(row->codes, row->step, rec.k0 + k, &xi, &f[k]);
-      xa[k] = kqwarp::clampCol(xi, width);
-      xb[k] = kqwarp::clampCol(xi + 1, width);
-      lo = xa[k] < lo ? xa[k] : lo;
-      hi = xb[k] > hi ? xb[k] : hi;
-    }
-    setWindows(lo, hi, width, rec.win, rec.mask, &rec.form);
+    rec.src = groupColumns(row, grid.k0(c), true, xa, xb, f);
+    const int32_t lo = rec.src.win[0];
     for (int32_t k = 0; k < kGroup; ++k) {
       const int32_t p = k & 1, i = k >> 1;
       rec.idx[p][2 * i] = uint8_t(xa[k] - lo);
@@ -146,24 +187,22 @@ void buildPlan(const KQWarpRow* row, const Layout& l, const GroupGrid& grid, int
       rec.wts[p][2 * i] = uint8_t(32 - f[k]);
       rec.wts[p][2 * i + 1] = uint8_t(f[k]);
     }
-    std::memcpy(&l.records[c], &rec, sizeof rec);
+    std::memcpy(&records[c], &rec, sizeof rec);
   }
-  // No source row's horizontal results are kept yet.
-  std::memset(l.keptTag, 0, kTagBytes);
-  std::memcpy(l.keptTag + sizeof(void*), &groups, sizeof groups);
 }
 
 inline __m512i loadu(const void* p) { return _mm512_loadu_si512(p); }
 
 // Halved Q5 interpolations (0..4080) of the even and odd pixels of a group.
 inline void windowPairs(const Record& rec, const uint8_t* s, __m512i* even, __m512i* odd) {
-  const __m512i w0 = _mm512_maskz_loadu_epi8(rec.mask[0], s + rec.win[0]);
+  const GroupSource& g = rec.src;
+  const __m512i w0 = _mm512_maskz_loadu_epi8(g.mask[0], s + g.win[0]);
   __m512i pe, po;
-  if (rec.form == kOneWindow) {
+  if (g.form == kOneWindow) {
     pe = _mm512_permutexvar_epi8(loadu(rec.idx[0]), w0);
     po = _mm512_permutexvar_epi8(loadu(rec.idx[1]), w0);
   } else {
-    const __m512i w1 = _mm512_maskz_loadu_epi8(rec.mask[1], s + rec.win[1]);
+    const __m512i w1 = _mm512_maskz_loadu_epi8(g.mask[1], s + g.win[1]);
     pe = _mm512_permutex2var_epi8(w0, loadu(rec.idx[0]), w1);
     po = _mm512_permutex2var_epi8(w0, loadu(rec.idx[1]), w1);
   }
@@ -192,8 +231,8 @@ inline void blendGroup(uint8_t* out, ptrdiff_t dstStride, const __m512i* w1, __m
 // The groups of a planned row with R output rows. Reuse: kept already holds
 // the upper row's results; the lower row's are always stored there.
 template <int R, bool Reuse>
-void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const Layout& l,
-                int32_t groups) {
+void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const Record* records,
+                uint8_t* kept, int32_t groups) {
   __m512i w1[R];
   for (int32_t r = 0; r < R; ++r) w1[r] = _mm512_set1_epi16(int16_t(row->w1[r]));
   // A tile reads only its own stretch of each source row, too short for
@@ -202,10 +241,9 @@ void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const L
   // reads). A prefetch never faults, so the address may lie anywhere.
   const uintptr_t ahead =
       2 * reinterpret_cast<uintptr_t>(row->src1) - reinterpret_cast<uintptr_t>(row->src0);
-  for (int32_t c = 0; c < groups; ++c) {
-    const Record& rec = l.records[c];
-    _mm_prefetch(reinterpret_cast<const char*>(ahead + uintptr_t(rec.win[0])), _MM_HINT_T0);
-    uint8_t* kept = l.kept + size_t(c) * kKeptBytes;
+  for (int32_t c = 0; c < groups; ++c, kept += kKeptBytes) {
+    const Record& rec = records[c];
+    _mm_prefetch(reinterpret_cast<const char*>(ahead + uintptr_t(rec.src.win[0])), _MM_HINT_T0);
     __m512i ue, uo, le, lo;
     windowPairs(rec, row->src1, &le, &lo);
     if (Reuse) {
@@ -216,135 +254,79 @@ void planGroups(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const L
     }
     _mm512_storeu_si512(kept, le);
     _mm512_storeu_si512(kept + 64, lo);
-    blendGroup<R>(dst + rec.k0, dstStride, w1, ue, uo, le, lo);
+    blendGroup<R>(dst + rec.src.k0, dstStride, w1, ue, uo, le, lo);
   }
 }
 
 template <bool Reuse>
-void planRows(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const Layout& l,
-              int32_t groups) {
+void planRows(const KQWarpRow* row, uint8_t* dst, ptrdiff_t dstStride, const Record* records,
+              uint8_t* kept, int32_t groups) {
   kqWarpWithRowCount(row->rows, [&](auto r) {
-    planGroups<decltype(r)::value, Reuse>(row, dst, dstStride, l, groups);
+    planGroups<decltype(r)::value, Reuse>(row, dst, dstStride, records, kept, groups);
   });
+}
+
+void buildNearestPlan(const KQWarpRow* row, NearestRecord* records, const GroupGrid& grid,
+                      int32_t groups) {
+  for (int32_t c = 0; c < groups; ++c) {
+    NearestRecord rec;
+    int32_t xa[kGroup], xb[kGroup], f[kGroup];
+    rec.src = groupColumns(row, grid.k0(c), false, xa, xb, f);
+    for (int32_t k = 0; k < kGroup; ++k) rec.idx[k] = uint8_t(xa[k] - rec.src.win[0]);
+    std::memcpy(&records[c], &rec, sizeof rec);
+  }
 }
 
 }  // namespace
 
 void kqWarpBilinearRow_avx512(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
-  if (!kqwarp::vectorStep(row->step) || row->codes == nullptr || row->plan == nullptr ||
-      row->planReady == nullptr || row->count < kGroup ||
-      planBytesNeeded((row->count + kGroup - 1) / kGroup) > kqWarpPlanBytes(row->count)) {
+  constexpr size_t kBytesPerGroup = sizeof(Record) + kKeptBytes;
+  if (!takesPlan(row, kBytesPerGroup)) {
     kqWarpBilinearRow_avx2(dst, dstStride, row);
     return;
   }
-  // The records start at the same place whatever their number; the tag
-  // holds the kept row and the number of groups.
-  const Layout l = planLayout(row->plan, 0);
-  int32_t groups;
-  if (*row->planReady == 0) {
-    int32_t maxGroups = (row->count + kGroup - 1) / kGroup;
-    if (planBytesNeeded(maxGroups + 1) <= kqWarpPlanBytes(row->count)) ++maxGroups;
-    const GroupGrid grid = groupGrid(row, dst, maxGroups, &groups);
-    buildPlan(row, l, grid, groups);
-    *row->planReady = 1;
-  } else {
-    std::memcpy(&groups, l.keptTag + sizeof(void*), sizeof groups);
-  }
-  const Layout g = planLayout(row->plan, groups);
+  uint8_t* base = planBase(row->plan);
+  Record* records = reinterpret_cast<Record*>(base + kTagBytes);
+  const int32_t groups =
+      planOnce(row, dst, kBytesPerGroup, base,
+               [&](const GroupGrid& grid, int32_t n) { buildPlan(row, records, grid, n); });
+  uint8_t* kept = base + kTagBytes + size_t(groups) * sizeof(Record);
   // In an enlargement the next call's upper row is this call's lower row,
   // and the same chain gives it the same horizontal results.
   const uint8_t* keptRow;
-  std::memcpy(&keptRow, g.keptTag, sizeof keptRow);
+  std::memcpy(&keptRow, base, sizeof keptRow);
   if (keptRow == row->src0)
-    planRows<true>(row, dst, dstStride, g, groups);
+    planRows<true>(row, dst, dstStride, records, kept, groups);
   else
-    planRows<false>(row, dst, dstStride, g, groups);
-  std::memcpy(g.keptTag, &row->src1, sizeof row->src1);
+    planRows<false>(row, dst, dstStride, records, kept, groups);
+  std::memcpy(base, &row->src1, sizeof row->src1);
 }
-
-namespace {
-
-// Nearest-sample plan record of the 64 output pixels k0 .. k0 + 63 of a
-// group: the permute index (clampCol(xi) - win[0]) of each pixel into one or
-// two 64-byte windows, as for the bilinear groups.
-struct NearestRecord {
-  uint8_t idx[kGroup];
-  uint64_t mask[2];
-  int32_t win[2];
-  int32_t form;
-  int32_t k0;
-};
-static_assert(sizeof(NearestRecord) % 8 == 0, "records stay 8-byte aligned");
-
-// From the plan's first 64-byte boundary: 64 bytes holding the number of
-// groups, then the records.
-inline size_t nearestBytesNeeded(int32_t groups) {
-  return 63 + kTagBytes + size_t(groups) * sizeof(NearestRecord);
-}
-
-inline uint8_t* nearestBase(uint8_t* plan) {
-  return plan + ((64 - (reinterpret_cast<uintptr_t>(plan) & 63)) & 63);
-}
-
-void buildNearestPlan(const KQWarpRow* row, uint8_t* base, const GroupGrid& grid, int32_t groups) {
-  const int32_t width = row->srcWidth;
-  for (int32_t c = 0; c < groups; ++c) {
-    NearestRecord rec;
-    std::memset(&rec, 0, sizeof rec);
-    rec.k0 = grid.k0(c);
-    int32_t xa[kGroup];
-    int32_t lo = width, hi = 0;
-    for (int32_t k = 0; k < kGroup; ++k) {
-      int32_t xi, f;
-      kqwarp::pixelPosition(row->codes, row->step, rec.k0 + k, &xi, &f);
-      xa[k] = kqwarp::clampCol(xi, width);
-      lo = xa[k] < lo ? xa[k] : lo;
-      hi = xa[k] > hi ? xa[k] : hi;
-    }
-    setWindows(lo, hi, width, rec.win, rec.mask, &rec.form);
-    for (int32_t k = 0; k < kGroup; ++k) rec.idx[k] = uint8_t(xa[k] - lo);
-    std::memcpy(base + kTagBytes + size_t(c) * sizeof rec, &rec, sizeof rec);
-  }
-  std::memset(base, 0, kTagBytes);
-  std::memcpy(base, &groups, sizeof groups);
-}
-
-}  // namespace
 
 void kqWarpNearestRow_avx512(uint8_t* dst, const KQWarpRow* row) {
-  if (!kqwarp::vectorStep(row->step) || row->codes == nullptr || row->plan == nullptr ||
-      row->planReady == nullptr || row->count < kGroup ||
-      nearestBytesNeeded((row->count + kGroup - 1) / kGroup) > kqWarpPlanBytes(row->count)) {
+  if (!takesPlan(row, sizeof(NearestRecord))) {
     kqWarpNearestRow_sse41(dst, row);
     return;
   }
-  uint8_t* base = nearestBase(row->plan);
-  int32_t groups;
-  if (*row->planReady == 0) {
-    int32_t maxGroups = (row->count + kGroup - 1) / kGroup;
-    if (nearestBytesNeeded(maxGroups + 1) <= kqWarpPlanBytes(row->count)) ++maxGroups;
-    const GroupGrid grid = groupGrid(row, dst, maxGroups, &groups);
-    buildNearestPlan(row, base, grid, groups);
-    *row->planReady = 1;
-  } else {
-    std::memcpy(&groups, base, sizeof groups);
-  }
-  const NearestRecord* recs = reinterpret_cast<const NearestRecord*>(base + kTagBytes);
+  uint8_t* base = planBase(row->plan);
+  NearestRecord* records = reinterpret_cast<NearestRecord*>(base + kTagBytes);
+  const int32_t groups =
+      planOnce(row, dst, sizeof(NearestRecord), base,
+               [&](const GroupGrid& grid, int32_t n) { buildNearestPlan(row, records, grid, n); });
   const uint8_t* s = row->src0;
   // The next source row (rows are srcWidth apart), which an enlargement
   // reads next: see the bilinear rows.
   const uintptr_t ahead = reinterpret_cast<uintptr_t>(s) + uintptr_t(row->srcWidth);
   for (int32_t c = 0; c < groups; ++c) {
-    const NearestRecord& rec = recs[c];
-    _mm_prefetch(reinterpret_cast<const char*>(ahead + uintptr_t(rec.win[0])), _MM_HINT_T0);
-    const __m512i w0 = _mm512_maskz_loadu_epi8(rec.mask[0], s + rec.win[0]);
+    const GroupSource& g = records[c].src;
+    _mm_prefetch(reinterpret_cast<const char*>(ahead + uintptr_t(g.win[0])), _MM_HINT_T0);
+    const __m512i w0 = _mm512_maskz_loadu_epi8(g.mask[0], s + g.win[0]);
     __m512i v;
-    if (rec.form == kOneWindow) {
-      v = _mm512_permutexvar_epi8(loadu(rec.idx), w0);
+    if (g.form == kOneWindow) {
+      v = _mm512_permutexvar_epi8(loadu(records[c].idx), w0);
     } else {
-      const __m512i w1 = _mm512_maskz_loadu_epi8(rec.mask[1], s + rec.win[1]);
-      v = _mm512_permutex2var_epi8(w0, loadu(rec.idx), w1);
+      const __m512i w1 = _mm512_maskz_loadu_epi8(g.mask[1], s + g.win[1]);
+      v = _mm512_permutex2var_epi8(w0, loadu(records[c].idx), w1);
     }
-    _mm512_storeu_si512(dst + rec.k0, v);
+    _mm512_storeu_si512(dst + g.k0, v);
   }
 }
