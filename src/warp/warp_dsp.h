@@ -313,24 +313,6 @@ static inline bool pairWindows(const int32_t* codes, int32_t step, int32_t k0, i
   return true;
 }
 
-// Clamped source columns read by pixels k0 .. k0 + n - 1 of a planned row
-// (each pixel reads clampCol(xi) and clampCol(xi + 1)): the lowest in *lo,
-// the highest in *hi. Kernels with byte permutes over whole registers pick
-// a group's pairs out of windows starting at *lo when hi - lo is small.
-static inline void pairSpan(const int32_t* codes, int32_t step, int32_t k0, int32_t n,
-                            int32_t width, int32_t* lo, int32_t* hi) {
-  int32_t xi, f;
-  pixelPosition(codes, step, k0, &xi, &f);
-  *lo = clampCol(xi, width);
-  *hi = clampCol(xi + 1, width);
-  for (int32_t k = k0 + 1; k < k0 + n; ++k) {
-    pixelPosition(codes, step, k, &xi, &f);
-    const int32_t a = clampCol(xi, width), b = clampCol(xi + 1, width);
-    *lo = a < *lo ? a : *lo;
-    *hi = b > *hi ? b : *hi;
-  }
-}
-
 // The halved horizontal interpolation of pixel k (0..4080), in the 32-bit
 // lane arithmetic, for planned groups whose pixels fit no window.
 static inline uint16_t pixelHorizontal(const uint8_t* src, const int32_t* codes, int32_t step,

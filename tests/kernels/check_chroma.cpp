@@ -126,7 +126,7 @@ class ChromaKernels : public testing::TestWithParam<uint32_t> {
     KQChromaDsp ref, dsp;
     kqChromaDspInit(&ref, 0);
     kqChromaDspInit(&dsp, GetParam());
-    SCOPED_TRACE(kqLevelName(GetParam()));
+    SCOPED_TRACE(kqCpuLevelName(GetParam()));
     int kernels = 0;
     for (int pass = 1; pass <= 3; ++pass)
       for (int kind = 1; kind <= 5; ++kind)
@@ -204,7 +204,7 @@ std::vector<uint32_t> vectorLevels() {
 
 INSTANTIATE_TEST_SUITE_P(Levels, ChromaKernels, testing::ValuesIn(vectorLevels()),
                          [](const testing::TestParamInfo<uint32_t>& info) {
-                           return kqLevelName(info.param);
+                           return kqCpuLevelName(info.param);
                          });
 
 }  // namespace

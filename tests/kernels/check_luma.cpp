@@ -54,7 +54,7 @@ void forEachNewImpl(Slot KQLumaDsp::*slot, Body body) {
     KQLumaDsp dsp;
     kqLumaDspInit(&dsp, level);
     if (!seen.insert(reinterpret_cast<const void*>(dsp.*slot)).second) continue;
-    SCOPED_TRACE("isa " + kqLevelName(level));
+    SCOPED_TRACE(std::string("isa ") + kqCpuLevelName(level));
     body(dsp, ref);
   }
 }

@@ -52,7 +52,7 @@ TEST(CheckPlanes, SplitAndMergeRowsMatchTheReference) {
     for (int32_t pairs : pairCounts())
       for (int fi = 0; fi < 8; ++fi) {
         SCOPED_TRACE(testing::Message()
-                     << kqLevelName(level.flags) << " pairs " << pairs << " fill "
+                     << kqCpuLevelName(level.flags) << " pairs " << pairs << " fill "
                      << kqFillName(kKqAllFills[fi]) << " seed " << kqTestSeed());
         if (split) {
           const int32_t offset = (pairs * 7 + fi) % 16;  // base misalignment
@@ -123,8 +123,8 @@ TEST(CheckPlanes, IntakeAndAssemblyMatchTheScalarLevel) {
         for (int32_t threads : {1, 3, -2}) {
           const int32_t w = s.width, h = s.height;
           SCOPED_TRACE(testing::Message()
-                       << kqLevelName(level.flags) << " " << w << "x" << h << " stride " << s.stride
-                       << " code " << code << " threads " << threads);
+                       << kqCpuLevelName(level.flags) << " " << w << "x" << h << " stride "
+                       << s.stride << " code " << code << " threads " << threads);
           KqRng rng(caseSeed(w, h, code));
           GuardedInput in(w, h, s.stride, code, rng);
           for (int32_t left : {-1, 0, 1})  // -1: the whole image

@@ -171,5 +171,3 @@ testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedP
     }
   return testing::AssertionSuccess();
 }
-
-std::string kqLevelName(uint32_t levelFlags) { return kqCpuLevelName(levelFlags); }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "runtime/cpu.h"
+
 // xorshift64*: the same sequence on every platform and standard library.
 class KqRng {
  public:
@@ -93,7 +95,3 @@ testing::AssertionResult kqPlanesEqual(const uint8_t* ref, int refStride, const 
 // Compares two framed planes, interior and frame; a frame difference is
 // reported as an overwrite above/below/left/right of the plane.
 testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedPlane& got);
-
-// Names of the instruction-set levels that kqCpuLevels() lists ("c",
-// "neon", "sse41", "avx2", "avx512"): the highest flag of each level.
-std::string kqLevelName(uint32_t levelFlags);

@@ -3,6 +3,7 @@
 // planes, rectangles and per-tile homographies, and whole warps; and the
 // shortcuts the fast paths rest on (block origins, row grouping, the
 // normalisation) against their long forms.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -33,7 +34,7 @@ std::vector<Level> vectorLevels() {
   kqWarpDspInit(&ref, 0);
   std::vector<Level> out;
   for (uint32_t flags : kqCpuLevels()) {
-    Level l{flags, kqLevelName(flags), {}};
+    Level l{flags, kqCpuLevelName(flags), {}};
     kqWarpDspInit(&l.dsp, flags);
     if (l.dsp.bilinearRow != ref.bilinearRow || l.dsp.nearestRow != ref.nearestRow)
       out.push_back(l);
@@ -287,7 +288,7 @@ TEST(CheckWarp, TinyPlanesStayInBounds) {
             kqWarpLumaKernel(&dsp, list, nullptr, rect, &grid[5], nullptr, 4, 4, 1, 1, 0);
             kqWarpChromaKernel(&dsp, list, nullptr, rect, &grid[5], nullptr, 4, 4, 1, 1, 0);
             for (size_t i = size_t(dw) * dh; i < out.size(); ++i)
-              ASSERT_EQ(out[i], 0x5A) << kqLevelName(flags) << " wrote past the plane";
+              ASSERT_EQ(out[i], 0x5A) << kqCpuLevelName(flags) << " wrote past the plane";
           }
   }
 }
@@ -383,12 +384,12 @@ TEST(CheckWarp, RowsWithTheSameBlockOriginsGiveTheSameBytes) {
       dsp.bilinearRow(pa.data(), pa.stride(), &a);
       dsp.bilinearRow(pb.data(), pb.stride(), &b);
       ASSERT_TRUE(kqFramedEqual(pa, pb))
-          << kqLevelName(flags) << " width " << w << " count " << a.count << " x " << a.x << " / "
-          << b.x << " block step " << a.blockStep << " / " << b.blockStep;
+          << kqCpuLevelName(flags) << " width " << w << " count " << a.count << " x " << a.x
+          << " / " << b.x << " block step " << a.blockStep << " / " << b.blockStep;
       KqFramedPlane na(a.count, 1), nb(a.count, 1);
       dsp.nearestRow(na.data(), &a);
       dsp.nearestRow(nb.data(), &b);
-      ASSERT_TRUE(kqFramedEqual(na, nb)) << kqLevelName(flags) << " nearest, width " << w;
+      ASSERT_TRUE(kqFramedEqual(na, nb)) << kqCpuLevelName(flags) << " nearest, width " << w;
     }
   }
   EXPECT_GT(agreeing, 100);
@@ -418,8 +419,13 @@ void tallyForms(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t
 // need: one of 64 bytes, two, or more (which the block chain rules out).
 void tallySpans(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t spans[3]) {
   for (int32_t k0 = 0; k0 + 64 <= row.count; k0 += 64) {
-    int32_t lo, hi;
-    kqwarp::pairSpan(codes.data(), row.step, k0, 64, row.srcWidth, &lo, &hi);
+    int32_t lo = row.srcWidth, hi = 0;
+    for (int32_t k = k0; k < k0 + 64; ++k) {
+      int32_t xi, f;
+      kqwarp::pixelPosition(codes.data(), row.step, k, &xi, &f);
+      lo = std::min(lo, kqwarp::clampCol(xi, row.srcWidth));
+      hi = std::max(hi, kqwarp::clampCol(xi + 1, row.srcWidth));
+    }
     ++spans[hi - lo < 64 ? 0 : hi - lo < 128 ? 1 : 2];
   }
 }

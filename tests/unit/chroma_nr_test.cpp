@@ -201,8 +201,8 @@ TEST(ChromaStage, SameBytesForEveryLevelThreadCountAndSplitForm) {
             got.fill(7 + size[0]);
             got.run(strength, threads, &dsp);
             SCOPED_TRACE(testing::Message()
-                         << kqLevelName(level) << " threads " << threads << " pool " << pool << " "
-                         << size[0] << "x" << size[1] << " strength " << strength);
+                         << kqCpuLevelName(level) << " threads " << threads << " pool " << pool
+                         << " " << size[0] << "x" << size[1] << " strength " << strength);
             ASSERT_EQ(got.u.raw(), expected.u.raw());
             ASSERT_EQ(got.v.raw(), expected.v.raw());
             ASSERT_EQ(got.h1u.raw(), expected.h1u.raw());

@@ -96,7 +96,7 @@ TEST(LumaNr, RightStripRecomputesInteriorColumns) {
 // toward the other; a step of 10 is smoothed (the control).
 TEST(LumaNr, FlatPlanesStayFlatAndStepsOfThirtyAreNotSmeared) {
   for (uint32_t level : kqCpuLevels()) {
-    SCOPED_TRACE(kqLevelName(level));
+    SCOPED_TRACE(kqCpuLevelName(level));
     const KQLumaDsp dsp = kqLumaDspFor(level);
     for (int v : {0, 1, 77, 254, 255})
       for (int strength : {1, 5, 10}) {
@@ -144,7 +144,7 @@ TEST(LumaNr, BlendWeightsWrapAndTailStaysFiltered) {
         const int want =
             i % w < 56 ? std::min(255, uint16_t(wgt * f + uint16_t(128u - wgt) * o) >> 7) : f;
         ASSERT_EQ(out.bytes[i], want)
-            << kqLevelName(level) << " strength " << strength << " at " << i % w << "," << i / w;
+            << kqCpuLevelName(level) << " strength " << strength << " at " << i % w << "," << i / w;
       }
     }
   }
@@ -166,8 +166,8 @@ TEST(LumaNr, ThreadCountsAndIsaLevelsGiveSameBytes) {
         for (int threads : {1, 0, 2, 3, 8, -3})
           ASSERT_TRUE(
               kqPlanesEqual(want.img.data, w, runNr(in, 7, threads, &dsp).img.data, w, w, h))
-              << kqLevelName(level) << " threads " << threads << " pool " << pool << " " << w << "x"
-              << h;
+              << kqCpuLevelName(level) << " threads " << threads << " pool " << pool << " " << w
+              << "x" << h;
         if (pool) kqPoolStop();
       }
     }
@@ -220,7 +220,7 @@ TEST(LumaNr, ReferenceBlends) {
       const KQLumaDsp dsp = kqLumaDspFor(level);
       for (int threads : {0, 2, 3, 8, -3})
         ASSERT_EQ(runNr(in, st, threads, &dsp, &ref).bytes, want.bytes)
-            << kqLevelName(level) << " threads " << threads;
+            << kqCpuLevelName(level) << " threads " << threads;
     }
   }
 }

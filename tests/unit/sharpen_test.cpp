@@ -50,7 +50,7 @@ TEST(Sharpen, FlatPlaneAndZeroGainAreIdentity) {
   for (uint32_t level : kqCpuLevels()) {
     const KQLumaDsp dsp = kqLumaDspFor(level);
     for (int kind : {4, 6, 7}) {
-      SCOPED_TRACE(testing::Message() << kqLevelName(level) << " kind " << kind);
+      SCOPED_TRACE(testing::Message() << kqCpuLevelName(level) << " kind " << kind);
       for (int v : {0, 3, 128, 255})
         for (float s : {0.5f, 1.0f, 3.7f, 100.0f}) {
           const Plane flat(45, 19, uint8_t(v));
@@ -79,7 +79,7 @@ TEST(Sharpen, WorkedDetailExamplesAndUnroundedLeftLookingTail) {
   Plane changed = kqRandomLumaPlane(11, 5, kqTestSeed() + 13, KqFill::kUniform);
   for (int x = 6; x <= 8; ++x) changed.at(x, 2) = tail.at(x, 2);  // keep x - 2 .. x
   for (uint32_t level : kqCpuLevels()) {
-    SCOPED_TRACE(kqLevelName(level));
+    SCOPED_TRACE(kqCpuLevelName(level));
     const KQLumaDsp dsp = kqLumaDspFor(level);
     for (const Case& k : {Case{42, 0, 25}, Case{170, 2, 65}}) {
       Plane in(32, 6, 0);
@@ -108,7 +108,7 @@ TEST(Sharpen, EdgeRowsMirrorFromInside) {
     bottom.at(x, h - 1) = uint8_t(255 - bottom.at(x, h - 1));
   }
   for (uint32_t level : kqCpuLevels()) {
-    SCOPED_TRACE(kqLevelName(level));
+    SCOPED_TRACE(kqCpuLevelName(level));
     const KQLumaDsp dsp = kqLumaDspFor(level);
     const Plane ref = sharpen(base, 2.0f, 4, 1, &dsp);
     const Plane outTop = sharpen(top, 2.0f, 4, 1, &dsp),
@@ -141,7 +141,7 @@ TEST(Sharpen, ThreadCountsAndIsaLevelsGiveSameBytes) {
               ASSERT_TRUE(kqPlanesEqual(want.img.data, w,
                                         sharpen(in, 1.3f, kind, threads, &dsp, 9.0f, m).img.data, w,
                                         w, h))
-                  << kqLevelName(level) << " kind " << kind << " mask " << (m != nullptr)
+                  << kqCpuLevelName(level) << " kind " << kind << " mask " << (m != nullptr)
                   << " threads " << threads << " pool " << pool;
             if (pool) kqPoolStop();
           }
