@@ -21,6 +21,12 @@ function(kq_add_isa_objects isa sources)
     elseif(isa STREQUAL "avx512" AND KQ_ARCH_X86)
       set(enabled ON)
       set(flags -mavx2 -mavx512f -mavx512bw -mavx512vl -mavx512vbmi)
+      # GCC's unmasked AVX-512 intrinsics pass an undefined vector as the
+      # merge source of the masked builtin they wrap, and GCC 12 then warns
+      # about its own header in every file that uses them.
+      if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        list(APPEND flags -Wno-uninitialized -Wno-maybe-uninitialized)
+      endif()
     endif()
   endif()
   if(NOT enabled)

@@ -4,12 +4,6 @@
 // columns per step). Byte and word unpacks, packs and shuffles work within
 // 128-bit lanes exactly as their 256-bit forms do, so both follow the AVX2
 // kernels lane for lane and give the same bytes.
-// GCC 12's unmasked AVX-512 intrinsics pass an undefined vector as their
-// merge source and then warn about it.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#endif
 #include <immintrin.h>
 
 #include <cstddef>

@@ -16,11 +16,6 @@
 // indices. As in the AVX2 kernel, the even and odd pixels are computed in
 // separate vectors so that one byte blend gives the output in order, and the
 // lower source row's horizontal results are kept for the next call.
-// GCC 12's vpermb intrinsic passes an undefined vector as the merge source
-// of its unmasked form and then warns about it.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
 #include <immintrin.h>
 
 #include <cstdint>
