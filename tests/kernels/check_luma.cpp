@@ -220,6 +220,30 @@ TEST(LumaKernels, SharpenRow) {
   });
 }
 
+// The x86 rows shift their step grid to where the centre row is aligned:
+// every start offset within 64 bytes, on rows of one chunk, of two chunks
+// with a short second one, and of three.
+TEST(LumaKernels, SharpenRowAnyRowAlignment) {
+  const int widths[] = {200, 2056, 4136};
+  forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+    for (int width : widths) {
+      KqRng rng(kqTestSeed() + uint64_t(width) * 29);
+      const size_t stride = size_t(width) + 64;
+      KqGuardedBuffer in(stride * 5 + 64);
+      fillInput(in.data(), int(stride), 5, 0, rng);
+      for (int offset = 0; offset < 64; ++offset) {
+        const uint8_t* rows[5];
+        for (int k = 0; k < 5; ++k) rows[k] = in.data() + offset + size_t(k) * stride;
+        const KQSharpenParams p = {256 + offset, offset % 3 == 0 ? 0 : offset, 7, 31, 52};
+        KqFramedPlane a(width, 1), b(width, 1);
+        ref.sharpenRow(a.data(), rows, width, &p);
+        dsp.sharpenRow(b.data(), rows, width, &p);
+        ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " offset " << offset;
+      }
+    }
+  });
+}
+
 // Every arithmetic path of the sharpening kernels: gains up to 8191 in
 // magnitude (one multiply per lane) and beyond (the full product, with the
 // 16-bit truncation of E), zero and non-zero thresholds (including the
