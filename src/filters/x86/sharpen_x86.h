@@ -173,10 +173,14 @@ struct KqSharpenX86 {
   // as far. Overlapping steps rewrite equal bytes.
   template <bool kSmallGain, bool kThreshold>
   void row(uint8_t* dst, int32_t nv) const {
+    // The steps work on a local copy: the byte stores through dst and into
+    // the line buffer may alias *this as far as the compiler knows, so
+    // weights read through `this` would be reloaded after every store.
+    const KqSharpenX86 k = *this;
     alignas(64) uint8_t buf[64 + kLeft + kChunk + 2 * kStep];
     // The line buffer shares the centre row's offset within 64 bytes, so
     // that its stores and centre loads are aligned where the row's are.
-    const uintptr_t mis = reinterpret_cast<uintptr_t>(rows[2]) & 63;
+    const uintptr_t mis = reinterpret_cast<uintptr_t>(k.rows[2]) & 63;
     const int32_t head = int32_t((0 - mis) & uintptr_t(kStep - 1));
     uint8_t* const v = buf + mis + kLeft;  // v[i] = V(x0 + i)
     for (int32_t x0 = 0; x0 < nv; x0 += kChunk) {
@@ -184,7 +188,7 @@ struct KqSharpenX86 {
       // V(x1), V(x1 + 1) belong to the next chunk: one more step of V.
       const int32_t vEnd = x1 + kStep < nv ? x1 + kStep : nv;
       if (x0 > 0) std::memcpy(v - kLeft, v + kChunk - kLeft, kLeft);  // V(x0 - kLeft .. x0 - 1)
-      forSteps(x0, vEnd, head, [&](int32_t x) { vStep(v + (x - x0), dst, x); });
+      forSteps(x0, vEnd, head, [&](int32_t x) { k.vStep(v + (x - x0), dst, x); });
       if (x0 == 0) v[-1] = v[-2] = v[0];
       // V(nv), V(nv + 1) repeat V(nv - 1). On padded rows (nv < kStep) the
       // repeat runs on to the end of the one step, whose extra outputs are
@@ -194,7 +198,7 @@ struct KqSharpenX86 {
         for (int32_t i = n; i < end; ++i) v[i] = v[n - 1];
       }
       forSteps(x0, x1, head,
-               [&](int32_t x) { outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x); });
+               [&](int32_t x) { k.template outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x); });
     }
   }
 
