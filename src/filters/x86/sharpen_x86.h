@@ -197,8 +197,9 @@ struct KqSharpenX86 {
         const int32_t n = nv - x0, end = nv < kStep ? kStep + 2 : n + 2;
         for (int32_t i = n; i < end; ++i) v[i] = v[n - 1];
       }
-      forSteps(x0, x1, head,
-               [&](int32_t x) { k.template outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x); });
+      forSteps(x0, x1, head, [&](int32_t x) {
+        k.template outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      });
     }
   }
 
