@@ -1,6 +1,8 @@
 // luma_neon.cpp - NEON kernels of the luma filters (armv7 and aarch64).
 #include <arm_neon.h>
 
+#include <cstring>
+
 #include "filters/luma_dsp.h"
 
 namespace {
@@ -63,11 +65,16 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
     nrTap(vld1q_u8(dn4 + x + 2), c, k30, bLo, bHi, wb);
     const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
     const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-    const uint16x4_t r0 = nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo));
-    const uint16x4_t r1 = nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo));
-    const uint16x4_t r2 = nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi));
-    const uint16x4_t r3 = nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi));
-    vst1q_u8(dst + x, vcombine_u8(vmovn_u16(vcombine_u16(r0, r1)), vmovn_u16(vcombine_u16(r2, r3))));
+    const uint16x4_t r0 =
+        nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo));
+    const uint16x4_t r1 =
+        nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo));
+    const uint16x4_t r2 =
+        nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi));
+    const uint16x4_t r3 =
+        nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi));
+    vst1q_u8(dst + x,
+             vcombine_u8(vmovn_u16(vcombine_u16(r0, r1)), vmovn_u16(vcombine_u16(r2, r3))));
   }
 }
 
@@ -81,13 +88,15 @@ void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32
   for (; x + 16 <= n; x += 16) {
     const uint8x16_t f = vld1q_u8(dst + x), o = vld1q_u8(orig + x);
     uint16x8_t lo = vmlaq_u16(vmulq_u16(vmovl_u8(vget_low_u8(f)), w), vmovl_u8(vget_low_u8(o)), iw);
-    uint16x8_t hi = vmlaq_u16(vmulq_u16(vmovl_u8(vget_high_u8(f)), w), vmovl_u8(vget_high_u8(o)), iw);
+    uint16x8_t hi =
+        vmlaq_u16(vmulq_u16(vmovl_u8(vget_high_u8(f)), w), vmovl_u8(vget_high_u8(o)), iw);
     lo = vminq_u16(vshrq_n_u16(lo, 7), k255);
     hi = vminq_u16(vshrq_n_u16(hi, 7), k255);
     vst1q_u8(dst + x, vcombine_u8(vmovn_u16(lo), vmovn_u16(hi)));
   }
   for (; x < n; x += 8) {
-    uint16x8_t v = vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
+    uint16x8_t v =
+        vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
     vst1_u8(dst + x, vmovn_u16(vminq_u16(vshrq_n_u16(v, 7), k255)));
   }
 }
@@ -118,7 +127,8 @@ void kqLumaBlendRefRow_neon(uint8_t* dst, const uint8_t* orig, const uint8_t* re
     }
     const uint16x8_t w = vminq_u16(vmlal_u8(base, r, vdup_n_u8(13)), k128);
     const uint16x8_t iw = vsubq_u16(k128, w);
-    const uint16x8_t v = vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
+    const uint16x8_t v =
+        vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
     vst1_u8(dst + x, vmovn_u16(vminq_u16(vshrq_n_u16(v, 7), k255)));
   }
 }
@@ -138,16 +148,8 @@ void kqRecipEstimate_neon(const float* src, float* dst, int32_t count) {
 
 namespace {
 
-// Vertical 5-tap blur of 8 columns: sat_u8((o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7).
-inline uint8x8_t sharpenV(const uint8_t* const* rows, int32_t x, uint16x8_t wo, uint16x8_t wi,
-                          uint8x8_t wc) {
-  uint16x8_t s = vmulq_u16(vaddl_u8(vld1_u8(rows[0] + x), vld1_u8(rows[4] + x)), wo);
-  s = vmlaq_u16(s, vaddl_u8(vld1_u8(rows[1] + x), vld1_u8(rows[3] + x)), wi);
-  s = vmlal_u8(s, vld1_u8(rows[2] + x), wc);
-  return vqrshrn_n_u16(s, 7);
-}
-
-// Steps D .. output for 8 pixels, given the centre bytes and H.
+// Steps D .. output for 8 pixels, given the centre bytes and H: the
+// general form, with E from 32-bit products (any gain).
 inline uint8x8_t sharpenOut(uint8x8_t o, uint16x8_t h, int16x4_t gain, int16x8_t t, int16x8_t nt) {
   const int16x8_t o4 = vreinterpretq_s16_u16(vshll_n_u8(o, 2));
   const int16x8_t d = vsubq_s16(o4, vreinterpretq_s16_u16(vshrq_n_u16(h, 5)));
@@ -164,38 +166,146 @@ inline uint8x8_t sharpenOut(uint8x8_t o, uint16x8_t h, int16x4_t gain, int16x8_t
   return vqrshrun_n_s16(r, 2);
 }
 
-}  // namespace
+// The sharpening row in two passes over chunks of columns, 16 per step:
+// the vertical blur V of the chunk goes to a line buffer, then the
+// horizontal taps are unaligned loads from it (V(-1) = V(-2) = V(0) and
+// V(nv) = V(nv + 1) = V(nv - 1) are stored beside the row). A step that
+// would run past the end is redone at end - 16, rewriting equal bytes.
+struct SharpenNeon {
+  static constexpr int32_t kChunk = 2048;
+  static constexpr int32_t kLeft =
+      32;  // V kept left of a chunk (a redone step starts up to 16 before it)
 
-// 8 pixels per step, the horizontal pass one block behind the vertical one:
-// V(prev) | V(cur) | V(next) give x - 2 .. x + 2 through vext. The first
-// block's left neighbours and the last block's right neighbours are the edge
-// column repeated. The width % 8 tail uses the shared scalar tail form.
-void kqSharpenRow_neon(uint8_t* dst, const uint8_t* const* rows, int32_t width,
-                       const KQSharpenParams* p) {
-  const int32_t blocks = width / 8;
-  if (blocks > 0) {
-    const uint16x8_t wo = vdupq_n_u16(uint16_t(p->wOuter));
-    const uint16x8_t wi = vdupq_n_u16(uint16_t(p->wInner));
-    const uint8x8_t wc = vdup_n_u8(uint8_t(p->wCentre));
-    const uint16x8_t wc16 = vdupq_n_u16(uint16_t(p->wCentre));
-    const int16x4_t gain = vdup_n_s16(int16_t(uint16_t(p->gain)));
-    const int16x8_t t = vdupq_n_s16(int16_t(uint16_t(p->threshold)));
-    const int16x8_t nt = vnegq_s16(t);
-    // Row pointers copied: byte stores through dst may alias the caller's
-    // array, which would force a reload per use.
-    const uint8_t* const r[5] = {rows[0], rows[1], rows[2], rows[3], rows[4]};
-    uint8x8_t cur = sharpenV(r, 0, wo, wi, wc);
-    uint8x8_t prev = vdup_lane_u8(cur, 0);
-    for (int32_t j = 0; j < blocks; ++j) {
-      const int32_t x = 8 * j;
-      const uint8x8_t next = j + 1 < blocks ? sharpenV(r, x + 8, wo, wi, wc) : vdup_lane_u8(cur, 7);
-      uint16x8_t h = vmulq_u16(vaddl_u8(vext_u8(prev, cur, 6), vext_u8(cur, next, 2)), wo);
-      h = vmlaq_u16(h, vaddl_u8(vext_u8(prev, cur, 7), vext_u8(cur, next, 1)), wi);
-      h = vmlaq_u16(h, vmovl_u8(cur), wc16);
-      vst1_u8(dst + x, sharpenOut(vld1_u8(r[2] + x), h, gain, t, nt));
-      prev = cur;
-      cur = next;
+  uint16x8_t wo, wi;
+  uint8x8_t wc, k128;
+  int16x4_t gain4;
+  int16x8_t gainK, t, nt;
+  const uint8_t* rows[5];
+
+  SharpenNeon(const uint8_t* const* r, const KQSharpenParams* p) {
+    wo = vdupq_n_u16(uint16_t(p->wOuter));
+    wi = vdupq_n_u16(uint16_t(p->wInner));
+    wc = vdup_n_u8(uint8_t(p->wCentre));
+    k128 = vdup_n_u8(128);
+    const int16_t g = int16_t(uint16_t(p->gain));
+    gain4 = vdup_n_s16(g);
+    gainK = vdupq_n_s16(int16_t(uint16_t(-2 * g)));  // read only when |g| <= 8191
+    t = vdupq_n_s16(int16_t(uint16_t(p->threshold)));
+    nt = vnegq_s16(t);
+    for (int k = 0; k < 5; ++k) rows[k] = r[k];
+  }
+
+  // V of columns x .. x + 15: (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7,
+  // saturated (it never exceeds 255 when the weights sum to 128).
+  void vStep(uint8_t* v, int32_t x) const {
+    const uint8x16_t r0 = vld1q_u8(rows[0] + x), r1 = vld1q_u8(rows[1] + x);
+    const uint8x16_t r2 = vld1q_u8(rows[2] + x), r3 = vld1q_u8(rows[3] + x);
+    const uint8x16_t r4 = vld1q_u8(rows[4] + x);
+    uint16x8_t lo = vmulq_u16(vaddl_u8(vget_low_u8(r0), vget_low_u8(r4)), wo);
+    uint16x8_t hi = vmulq_u16(vaddl_u8(vget_high_u8(r0), vget_high_u8(r4)), wo);
+    lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(r1), vget_low_u8(r3)), wi);
+    hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(r1), vget_high_u8(r3)), wi);
+    lo = vmlal_u8(lo, vget_low_u8(r2), wc);
+    hi = vmlal_u8(hi, vget_high_u8(r2), wc);
+    vst1q_u8(v, vcombine_u8(vqrshrn_n_u16(lo, 7), vqrshrn_n_u16(hi, 7)));
+  }
+
+  // 8 outputs from H and the original bytes o. Small gains (|g| <= 8191):
+  // with h' = H - 128 o (exact in 16 bits), E >> 1 = floor(D * g / 512) =
+  // vqdmulh(h' & -32, -2g) (no saturation: h' & -32 > -32768), C >> 1 =
+  // clamp(E >> 1, -60, 60), and with x = (C >> 1) + (E >> 1) - M (no 16-bit
+  // wrap) the output is o + ((x + 2) >> 2), a rounding shift-accumulate;
+  // M = (L * 102) >> 8 = vqdmulh(L, 51 * 256). Other gains take the
+  // general form.
+  template <bool kSmallGain, bool kThreshold>
+  uint8x8_t respond(uint16x8_t h, uint8x8_t o) const {
+    if (!kSmallGain) return sharpenOut(o, h, gain4, t, nt);
+    const int16x8_t hp = vreinterpretq_s16_u16(vmlsl_u8(h, o, k128));
+    const int16x8_t f = vqdmulhq_s16(vandq_s16(hp, vdupq_n_s16(-32)), gainK);
+    const int16x8_t c = vmaxq_s16(vminq_s16(f, vdupq_n_s16(60)), vdupq_n_s16(-60));
+    int16x8_t x = vaddq_s16(f, c);
+    if (kThreshold) {
+      const int16x8_t d = vnegq_s16(vshrq_n_s16(hp, 5));
+      const int16x8_t l = vminq_s16(t, vmaxq_s16(nt, d));
+      x = vsubq_s16(x, vqdmulhq_s16(l, vdupq_n_s16(51 * 256)));
+    }
+    return vqmovun_s16(vrsraq_n_s16(vreinterpretq_s16_u16(vmovl_u8(o)), x, 2));
+  }
+
+  // 16 outputs at x; q points at V(x) in the line buffer.
+  template <bool kSmallGain, bool kThreshold>
+  void outStep(uint8_t* dst, const uint8_t* q, int32_t x) const {
+    const uint8x16_t m2 = vld1q_u8(q - 2), m1 = vld1q_u8(q - 1), v0 = vld1q_u8(q);
+    const uint8x16_t p1 = vld1q_u8(q + 1), p2 = vld1q_u8(q + 2), o = vld1q_u8(rows[2] + x);
+    uint16x8_t lo = vmulq_u16(vaddl_u8(vget_low_u8(m2), vget_low_u8(p2)), wo);
+    uint16x8_t hi = vmulq_u16(vaddl_u8(vget_high_u8(m2), vget_high_u8(p2)), wo);
+    lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(m1), vget_low_u8(p1)), wi);
+    hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(m1), vget_high_u8(p1)), wi);
+    lo = vmlal_u8(lo, vget_low_u8(v0), wc);
+    hi = vmlal_u8(hi, vget_high_u8(v0), wc);
+    vst1q_u8(dst + x, vcombine_u8(respond<kSmallGain, kThreshold>(lo, vget_low_u8(o)),
+                                  respond<kSmallGain, kThreshold>(hi, vget_high_u8(o))));
+  }
+
+  // Columns [0, nv), nv >= 8. The rows must be readable and dst writable
+  // for max(nv, 16) columns (the caller pads a row of 8).
+  template <bool kSmallGain, bool kThreshold>
+  void row(uint8_t* dst, int32_t nv) const {
+    const SharpenNeon k = *this;  // weights in registers, not behind `this`
+    uint8_t buf[kLeft + kChunk + 16 + 2];
+    uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)
+    if (nv < 16) {
+      // One step; the repeat of V(nv - 1) runs on to its end, whose extra
+      // outputs are dropped but should not come from the padding.
+      k.vStep(v, 0);
+      v[-1] = v[-2] = v[0];
+      for (int32_t i = nv; i < 18; ++i) v[i] = v[nv - 1];
+      k.outStep<kSmallGain, kThreshold>(dst, v, 0);
+      return;
+    }
+    for (int32_t x0 = 0; x0 < nv; x0 += kChunk) {
+      const int32_t x1 = x0 + kChunk < nv ? x0 + kChunk : nv;
+      // V(x1), V(x1 + 1) belong to the next chunk: one more step of V.
+      const int32_t vEnd = x1 + 16 < nv ? x1 + 16 : nv;
+      if (x0 > 0) std::memcpy(buf, buf + kChunk, kLeft);  // V(x0 - kLeft .. x0 - 1)
+      int32_t x = x0;
+      for (; x + 16 <= vEnd; x += 16) k.vStep(v + (x - x0), x);
+      if (x < vEnd) k.vStep(v + (vEnd - 16 - x0), vEnd - 16);
+      if (x0 == 0) v[-1] = v[-2] = v[0];
+      if (vEnd == nv) v[nv - x0] = v[nv - x0 + 1] = v[nv - x0 - 1];
+      for (x = x0; x + 16 <= x1; x += 16) k.outStep<kSmallGain, kThreshold>(dst, v + (x - x0), x);
+      if (x < x1) k.outStep<kSmallGain, kThreshold>(dst, v + (x1 - 16 - x0), x1 - 16);
     }
   }
-  for (int32_t x = blocks * 8; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
+
+  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
+    const int16_t g = int16_t(uint16_t(p->gain));
+    const bool small = g >= -8191 && g <= 8191;
+    if (uint16_t(p->threshold) == 0)
+      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
+    else
+      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
+  }
+};
+
+}  // namespace
+
+// The vector part (nv = 8 * (width / 8) columns; a row of 8 goes through
+// zero-padded 16-byte copies), then the width % 8 tail of the scalar form.
+void kqSharpenRow_neon(uint8_t* dst, const uint8_t* const* rows, int32_t width,
+                       const KQSharpenParams* p) {
+  const int32_t nv = width & ~7;
+  if (nv >= 16) {
+    SharpenNeon(rows, p).run(dst, nv, p);
+  } else if (nv > 0) {
+    uint8_t pad[6][16] = {};
+    const uint8_t* r[5];
+    for (int k = 0; k < 5; ++k) {
+      std::memcpy(pad[k], rows[k], size_t(nv));
+      r[k] = pad[k];
+    }
+    SharpenNeon(r, p).run(pad[5], nv, p);
+    std::memcpy(dst, pad[5], size_t(nv));
+  }
+  for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
 }
