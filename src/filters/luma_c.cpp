@@ -28,10 +28,9 @@ void kqLumaNrRow_c(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t w
   const int32_t xEnd = 6 + 16 * blocks;
   for (int32_t x = 6; x < xEnd; ++x) {
     const uint32_t c = src[x];
-    const uint32_t taps[15] = {src[x - 6], src[x - 1], src[x + 1], src[x + 6],
-                               up1[x - 4], up1[x],     up1[x + 4],
-                               dn1[x - 4], dn1[x - 2], dn1[x],     dn1[x + 4],
-                               up4[x - 2], up4[x + 2], dn4[x - 2], dn4[x + 2]};
+    const uint32_t taps[15] = {src[x - 6], src[x - 1], src[x + 1], src[x + 6], up1[x - 4],
+                               up1[x],     up1[x + 4], dn1[x - 4], dn1[x - 2], dn1[x],
+                               dn1[x + 4], up4[x - 2], up4[x + 2], dn4[x - 2], dn4[x + 2]};
     // Exact integer sums: N <= 16 * 30 * 255, D in 30..480.
     uint32_t n = 30u * c, d = 30u;
     for (uint32_t p : taps) {
@@ -63,10 +62,9 @@ void borderRow(const uint8_t* r0, const uint8_t* rm2, const uint8_t* rm4, const 
     const int32_t c = r0[x];
     const int32_t b = x + s;
     auto col = [&](int32_t dx) { return kClamp ? clampCol(b + dx, width) : b + dx; };
-    const int32_t taps[14] = {r0[col(-6)],  r0[col(-1)],  r0[col(1)],   r0[col(6)],
-                              rm2[col(-4)], rm2[col(0)],  rm2[col(4)],
-                              rp2[col(-4)], rp2[col(0)],  rp2[col(4)],
-                              rm4[col(-2)], rm4[col(2)],  rp4[col(-2)], rp4[col(2)]};
+    const int32_t taps[14] = {r0[col(-6)],  r0[col(-1)], r0[col(1)],   r0[col(6)],  rm2[col(-4)],
+                              rm2[col(0)],  rm2[col(4)], rp2[col(-4)], rp2[col(0)], rp2[col(4)],
+                              rm4[col(-2)], rm4[col(2)], rp4[col(-2)], rp4[col(2)]};
     int32_t n = 30 * c, d = 30;
     for (int32_t p : taps) {
       const int32_t wt = table[p - c + 255];
@@ -80,8 +78,27 @@ void borderRow(const uint8_t* r0, const uint8_t* rm2, const uint8_t* rm4, const 
 
 }  // namespace
 
-void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height,
-                      int32_t x0, int32_t x1, int32_t y0, int32_t y1) {
+void kqLumaNrBorderRun_c(uint8_t* dst, const uint8_t* const* rows, int32_t x, int32_t count,
+                         int32_t s) {
+  const uint8_t *r0 = rows[0], *rm2 = rows[1], *rp2 = rows[2], *rm4 = rows[3], *rp4 = rows[4];
+  for (int32_t i = x; i < x + count; ++i) {
+    const uint32_t c = r0[i];
+    const int32_t b = i + s;
+    const uint32_t taps[14] = {r0[b - 6],  r0[b - 1],  r0[b + 1],  r0[b + 6], rm2[b - 4],
+                               rm2[b],     rm2[b + 4], rp2[b - 4], rp2[b],    rp2[b + 4],
+                               rm4[b - 2], rm4[b + 2], rp4[b - 2], rp4[b + 2]};
+    uint32_t n = 30u * c, d = 30u;
+    for (uint32_t p : taps) {
+      const uint32_t w = rangeWeight(p, c);
+      n += w * p;
+      d += w;
+    }
+    dst[i] = uint8_t(uint32_t(float(n) / float(d)));
+  }
+}
+
+void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height, int32_t x0,
+                      int32_t x1, int32_t y0, int32_t y1) {
   if (x0 < 0) x0 = 0;
   if (y0 < 0) y0 = 0;
   if (x1 > width) x1 = width;
@@ -148,8 +165,8 @@ void kqSharpenRow_c(uint8_t* dst, const uint8_t* const* rows, int32_t width,
     auto vAt = [&](int32_t x) -> int32_t {
       if (x < 0) x = 0;
       if (x > nv - 1) x = nv - 1;
-      const int32_t s = p->wOuter * (rows[0][x] + rows[4][x]) + p->wInner * (rows[1][x] + rows[3][x]) +
-                        p->wCentre * rows[2][x];
+      const int32_t s = p->wOuter * (rows[0][x] + rows[4][x]) +
+                        p->wInner * (rows[1][x] + rows[3][x]) + p->wCentre * rows[2][x];
       const int32_t r = (s + 64) >> 7;  // weights sum to 128: rounding Q7 narrow
       return r > 255 ? 255 : r;         // (vqrshrn saturates; never reached here)
     };
@@ -159,7 +176,8 @@ void kqSharpenRow_c(uint8_t* dst, const uint8_t* const* rows, int32_t width,
       for (int32_t x = x0; x < x1; ++x) {
         const uint8_t* q = &v[x - x0 + 2];
         // 16-bit horizontal sum, at most 128 * 255.
-        const int32_t h = p->wOuter * (q[-2] + q[2]) + p->wInner * (q[-1] + q[1]) + p->wCentre * q[0];
+        const int32_t h =
+            p->wOuter * (q[-2] + q[2]) + p->wInner * (q[-1] + q[1]) + p->wCentre * q[0];
         dst[x] = kqSharpenRound(kqSharpenResponse(c[x], h, p->gain, p->threshold));
       }
     }

@@ -5,6 +5,7 @@
 
 void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
   dsp->nrRow = kqLumaNrRow_c;
+  dsp->nrBorderRun = kqLumaNrBorderRun_c;  // no NEON version: armv7 has no vector division
   dsp->blendRow = kqLumaBlendRow_c;
   dsp->blendRefRow = kqLumaBlendRefRow_c;
   dsp->recipEstimate = kqRecipEstimate_c;
@@ -31,12 +32,16 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
 #if KQ_HAVE_AVX2
   if (cpuFlags & KQ_CPU_AVX2) {
     dsp->nrRow = kqLumaNrRow_avx2;
-    dsp->sharpenRow = kqSharpenRow_avx2;  // the blends stay SSE4.1 (memory bound)
+    dsp->nrBorderRun = kqLumaNrBorderRun_avx2;
+    dsp->blendRow = kqLumaBlendRow_avx2;  // the reference blends stay SSE4.1
+    dsp->sharpenRow = kqSharpenRow_avx2;
   }
 #endif
 #if KQ_HAVE_AVX512
   if (cpuFlags & KQ_CPU_AVX512) {
     dsp->nrRow = kqLumaNrRow_avx512;
+    dsp->nrBorderRun = kqLumaNrBorderRun_avx512;
+    dsp->blendRow = kqLumaBlendRow_avx512;
     dsp->sharpenRow = kqSharpenRow_avx512;
   }
 #endif

@@ -27,6 +27,21 @@
 using KQLumaNrRowFn = void(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width);
 
 // ---------------------------------------------------------------------------
+// Noise reduction, one run of the border frame.
+//
+// `count` centres at columns x .. x + count - 1 of one row, with every tap
+// column displaced by the same shift s (the border kernel's shift over the
+// run, see kqLumaNrBorder_c): rows[0] is the centre row, rows[1..4] the
+// rows y - 2, y + 2, y - 4, y + 4 after clamping. Taps: centre row at
+// b - 6, b - 1, b + 1, b + 6; rows y -/+ 2 at b - 4, b, b + 4; rows y -/+ 4
+// at b - 2, b + 2 (b = x + s), and
+//   dst[x] = trunc(float(30 c + sum w p) / float(30 + sum w)),  w = 30 (-) |p - c|.
+// The caller keeps every tap inside the row: x + s - 6 >= 0 and
+// x + count - 1 + s + 6 <= width - 1. Writes dst[x .. x + count - 1] only.
+using KQLumaNrBorderRunFn = void(uint8_t* dst, const uint8_t* const* rows, int32_t x, int32_t count,
+                                 int32_t s);
+
+// ---------------------------------------------------------------------------
 // Noise reduction, blend with the unfiltered plane.
 //
 // For x in [0, 8 * (width / 8)): with f = dst[x] (filtered) and o = orig[x],
@@ -91,7 +106,9 @@ using KQSharpenRow7Fn = void(uint8_t* dst, const uint8_t* const* rows, int32_t w
 
 KQLumaNrRowFn kqLumaNrRow_c, kqLumaNrRow_neon, kqLumaNrRow_sse41, kqLumaNrRow_avx2,
     kqLumaNrRow_avx512;
-KQLumaBlendRowFn kqLumaBlendRow_c, kqLumaBlendRow_neon, kqLumaBlendRow_sse41;
+KQLumaNrBorderRunFn kqLumaNrBorderRun_c, kqLumaNrBorderRun_avx2, kqLumaNrBorderRun_avx512;
+KQLumaBlendRowFn kqLumaBlendRow_c, kqLumaBlendRow_neon, kqLumaBlendRow_sse41, kqLumaBlendRow_avx2,
+    kqLumaBlendRow_avx512;
 KQLumaBlendRefRowFn kqLumaBlendRefRow_c, kqLumaBlendRefRow_neon, kqLumaBlendRefRow_sse41;
 KQRecipEstimateFn kqRecipEstimate_c, kqRecipEstimate_neon, kqRecipEstimate_sse41;
 KQSharpenRowFn kqSharpenRow_c, kqSharpenRow_neon, kqSharpenRow_sse41, kqSharpenRow_avx2,
@@ -110,11 +127,12 @@ KQSharpenRow7Fn kqSharpenRow7_c;
 // Tap columns are clamped into [0, width - 1]; that never changes a result
 // for widths of 18 or more and keeps narrower planes inside their rows.
 // x0/x1 and y0/y1 are clamped to the plane; an empty range does nothing.
-void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height,
-                      int32_t x0, int32_t x1, int32_t y0, int32_t y1);
+void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height, int32_t x0,
+                      int32_t x1, int32_t y0, int32_t y1);
 
 struct KQLumaDsp {
   KQLumaNrRowFn* nrRow;
+  KQLumaNrBorderRunFn* nrBorderRun;
   KQLumaBlendRowFn* blendRow;
   KQLumaBlendRefRowFn* blendRefRow;
   KQRecipEstimateFn* recipEstimate;

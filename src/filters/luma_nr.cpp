@@ -3,6 +3,7 @@
 #include "filters/luma_nr.h"
 
 #include <cstddef>
+#include <initializer_list>
 
 #include "filters/luma_dsp.h"
 #include "runtime/log.h"
@@ -14,13 +15,75 @@ namespace {
 
 uint8_t* rowOf(const KQImage8* p, int32_t y) { return p->data + size_t(y) * size_t(p->width); }
 
-// Pass 1: output rows start + 4 .. end - 4 (end itself is read).
+// The border kernel over columns [x0, x1) of rows [y0, y1), as
+// kqLumaNrBorder_c computes it, cut into runs of one tap shift: the shift
+// starts at +6 (x0 < 7) or -6 and drops by 6 where the columns reach 6 and
+// width - 6. From a width of 18 on, every tap of the frame's runs lies
+// inside its row (the scalar kernel's clamp never acts there), so the runs
+// go to the vector kernel; narrower planes, and any range whose runs would
+// not stay inside the row, take the scalar kernel.
+void borderRuns(const KQImage8* in, KQImage8* out, int32_t x0, int32_t x1, int32_t y0, int32_t y1,
+                const KQLumaDsp* dsp) {
+  const int32_t width = in->width, height = in->height;
+  // The frame's ranges overlap or leave the plane on small planes: clamped
+  // as the scalar kernel clamps them.
+  if (x0 < 0) x0 = 0;
+  if (y0 < 0) y0 = 0;
+  if (x1 > width) x1 = width;
+  if (y1 > height) y1 = height;
+  if (x0 >= x1 || y0 >= y1) return;
+  struct Run {
+    int32_t x, end, s;
+  };
+  Run runs[3];
+  int32_t n = 0;
+  int32_t x = x0, s = x0 < 7 ? 6 : -6;
+  for (int32_t drop : {6, width - 6}) {
+    if (drop < x0) continue;
+    if (drop >= x1) break;
+    runs[n++] = {x, drop, s};
+    x = drop;
+    s -= 6;
+  }
+  runs[n++] = {x, x1, s};
+  bool inside = width >= 18;
+  for (int32_t i = 0; i < n; ++i)
+    if (runs[i].x < runs[i].end &&
+        (runs[i].x + runs[i].s - 6 < 0 || runs[i].end - 1 + runs[i].s + 6 > width - 1))
+      inside = false;
+  if (!inside) {
+    kqLumaNrBorder_c(in->data, out->data, width, height, x0, x1, y0, y1);
+    return;
+  }
+  auto clampRow = [height](int32_t y) { return y < 0 ? 0 : y > height - 1 ? height - 1 : y; };
+  for (int32_t y = y0; y < y1; ++y) {
+    const uint8_t* rows[5] = {rowOf(in, y), rowOf(in, clampRow(y - 2)), rowOf(in, clampRow(y + 2)),
+                              rowOf(in, clampRow(y - 4)), rowOf(in, clampRow(y + 4))};
+    for (int32_t i = 0; i < n; ++i)
+      if (runs[i].x < runs[i].end)
+        dsp->nrBorderRun(rowOf(out, y), rows, runs[i].x, runs[i].end - runs[i].x, runs[i].s);
+  }
+}
+
+// Pass 1: output rows start + 4 .. end - 4 (end itself is read), each with
+// the frame's left and right strips of that row right after it, while its
+// rows are still in cache (walked down the plane on their own, the strips
+// miss the cache on every row); the right strip overwrites the interior
+// columns it recomputes. The plain blend (no reference plane) only reads
+// the row's own output and input, so it follows at once as well.
 void interiorTask(void* context) {
   const KQLumaNrContext* c = static_cast<const KQLumaNrContext*>(context);
   if (c->end - c->start < 8) return;  // also covers end = -1
   const int32_t width = c->input->width;
-  for (int32_t y = c->start + 4; y <= c->end - 4; ++y)
-    c->dsp->nrRow(rowOf(c->output, y), rowOf(c->input, y), ptrdiff_t(width), width);
+  const int32_t right = kqLumaNrRightStripStart(width);
+  const int32_t weight = kqLumaBlendWeight(c->strength);
+  for (int32_t y = c->start + 4; y <= c->end - 4; ++y) {
+    uint8_t* out = rowOf(c->output, y);
+    c->dsp->nrRow(out, rowOf(c->input, y), ptrdiff_t(width), width);
+    borderRuns(c->input, c->output, 0, 6, y, y + 1, c->dsp);
+    borderRuns(c->input, c->output, right, width, y, y + 1, c->dsp);
+    if (c->reference == nullptr) c->dsp->blendRow(out, rowOf(c->input, y), width, weight);
+  }
 }
 
 // Generic reference-guided blend for scales other than 1, 2 and 4: the
@@ -65,17 +128,12 @@ int32_t referenceScale(const KQImage8* in, const KQImage8* ref) {
   return last < int64_t(ref->width) * ref->height ? scale : 0;
 }
 
-// Pass 3: the plain blend, or a reference-guided one.
+// Pass 3: a reference-guided blend (the plain one went with pass 1).
 void blendTask(void* context) {
   const KQLumaNrContext* c = static_cast<const KQLumaNrContext*>(context);
   if (c->end <= c->start) return;  // also covers end = -1
   const int32_t width = c->input->width;
   const int32_t weight = kqLumaBlendWeight(c->strength);
-  if (c->reference == nullptr) {
-    for (int32_t y = c->start; y < c->end; ++y)
-      c->dsp->blendRow(rowOf(c->output, y), rowOf(c->input, y), width, weight);
-    return;
-  }
   const int32_t k = referenceScale(c->input, c->reference);
   if (k == 0) {
     blendGenericRows(c);
@@ -150,22 +208,25 @@ void kqLumaNoiseReductionDsp(const KQImage8* input, KQImage8* output, const KQIm
   kqParallelRun(interiorTask, kqLumaNrInteriorSplit, &ctx, sizeof ctx, threads);
   kqTimerStop("paapilu", 92);
 
-  // The frame the interior kernel leaves out, on the calling thread. The
-  // right strip may recompute up to 16 interior columns; the scalar result
-  // stands.
+  // The frame's top and bottom four rows, on the calling thread (its left
+  // and right strips were done with the interior rows).
   kqTimerStart(101);
-  const uint8_t* src = input->data;
-  uint8_t* dst = output->data;
-  kqLumaNrBorder_c(src, dst, width, height, 0, width, 0, 4);
-  kqLumaNrBorder_c(src, dst, width, height, 0, width, height - 4, height);
-  kqLumaNrBorder_c(src, dst, width, height, 0, 6, 4, height - 4);
-  kqLumaNrBorder_c(src, dst, width, height, kqLumaNrRightStripStart(width), width, 4, height - 4);
+  borderRuns(input, output, 0, width, 0, 4, dsp);
+  borderRuns(input, output, 0, width, height - 4, height, dsp);
   kqTimerStop("pilu reunat c", 101);
 
   kqTimerStart(99);
-  ctx.start = 0;
-  ctx.end = height;
-  kqParallelRun(blendTask, kqLumaNrBlendSplit, &ctx, sizeof ctx, threads);
+  if (reference == nullptr) {
+    // The rows pass 1 did not blend: the top and bottom four (all of them
+    // on planes of fewer than 9 rows).
+    const int32_t weight = kqLumaBlendWeight(strength);
+    for (int32_t y = 0; y < height; ++y)
+      if (y < 4 || y > height - 5) dsp->blendRow(rowOf(output, y), rowOf(input, y), width, weight);
+  } else {
+    ctx.start = 0;
+    ctx.end = height;
+    kqParallelRun(blendTask, kqLumaNrBlendSplit, &ctx, sizeof ctx, threads);
+  }
   kqTimerStop("pilun painotus", 99);
 }
 

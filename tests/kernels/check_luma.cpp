@@ -155,6 +155,35 @@ TEST(LumaKernels, NoiseReductionRow) {
   });
 }
 
+// Runs of the border frame: every tap shift the frame uses, runs of every
+// length up to 80 and around the 32- and 64-centre steps, starting at the
+// first column the shift allows and ending at the last (the row ends right
+// before a guard page), over all fills; rows handed over in a shuffled
+// order.
+TEST(LumaKernels, NoiseReductionBorderRun) {
+  forEachNewImpl(&KQLumaDsp::nrBorderRun, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+    std::vector<int> counts;
+    for (int n = 1; n <= 80; ++n) counts.push_back(n);
+    for (int n : {95, 96, 97, 127, 128, 129, 200, 1001}) counts.push_back(n);
+    for (int s : {6, 0, -6, -12})
+      for (int count : counts) {
+        // The first column the shift allows; the taps (or, for -12, the
+        // centres) reach the row's last column.
+        const int x = 6 - s;
+        const int width = count + (s >= -6 ? 12 : 6 - s);
+        KqRng rng(kqTestSeed() + uint64_t(count) * 7 + uint64_t(s + 12));
+        KqGuardedBuffer in(size_t(width) * 5);
+        fillInput(in.data(), width, 5, count % kVariants, rng);
+        const uint8_t* rows[5];
+        for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+        KqFramedPlane a(width, 1), b(width, 1);
+        ref.nrBorderRun(a.data(), rows, x, count, s);
+        dsp.nrBorderRun(b.data(), rows, x, count, s);
+        ASSERT_TRUE(kqFramedEqual(a, b)) << "shift " << s << " count " << count;
+      }
+  });
+}
+
 // Blend weights include 16-bit wrap-around values and negatives. Scale 0
 // is the plain blend; the reference blends (scales 1, 2, 4) get exactly the
 // reference bytes the contract allows, then the guard page.

@@ -90,6 +90,36 @@ TEST(LumaNr, RightStripRecomputesInteriorColumns) {
   EXPECT_GT(differ, 0) << "the plane does not tell the two kernels apart";
 }
 
+// The frame goes through runs of one tap shift: at every level, on widths
+// around the 18 from which the runs take the vector kernel and around the
+// right strip's start moving by 16, it equals the scalar border kernel
+// applied to the four parts of the frame (strength 10 keeps the filtered
+// bytes).
+TEST(LumaNr, FrameEqualsTheScalarBorderKernel) {
+  for (int w : {16, 17, 18, 19, 24, 45, 46, 47, 61, 62, 100, 257})
+    for (int h : {9, 12, 23}) {
+      SCOPED_TRACE(testing::Message() << w << "x" << h);
+      Plane in = kqRandomLumaPlane(w, h, kqTestSeed() + uint64_t(w * 31 + h), KqFill::kSmooth);
+      Plane frame(w, h);
+      const uint8_t* src = in.img.data;
+      uint8_t* dst = frame.img.data;
+      kqLumaNrBorder_c(src, dst, w, h, 0, w, 0, 4);
+      kqLumaNrBorder_c(src, dst, w, h, 0, w, h - 4, h);
+      kqLumaNrBorder_c(src, dst, w, h, 0, 6, 4, h - 4);
+      kqLumaNrBorder_c(src, dst, w, h, kqLumaNrRightStripStart(w), w, 4, h - 4);
+      const int right = kqLumaNrRightStripStart(w);
+      for (uint32_t level : kqCpuLevels()) {
+        SCOPED_TRACE(kqCpuLevelName(level));
+        const KQLumaDsp dsp = kqLumaDspFor(level);
+        Plane out = runNr(in, 10, 1, &dsp);
+        for (int y = 0; y < h; ++y)
+          for (int x = 0; x < w; ++x)
+            if (y < 4 || y >= h - 4 || x < 6 || x >= right)
+              ASSERT_EQ(out.at(x, y), frame.at(x, y)) << x << "," << y;
+      }
+    }
+}
+
 // On a flat plane every weight is 30: the frame (exact division) keeps the
 // value, the interior may lose one grey level to the reciprocal estimate.
 // Across a step of 30 or more the weights are 0, so neither side is pulled

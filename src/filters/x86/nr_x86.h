@@ -51,16 +51,24 @@ struct KqNrX86 {
     return V::truncToInt(V::mulF(V::toFloat(n), estimate(d)));
   }
 
+  // trunc(float(n) / float(d)): the exact division of the border frame
+  // (n < 2^24, so both conversions are exact; the quotient is below 256).
+  __attribute__((always_inline)) static R divideExact(R n, R d) {
+    return V::truncToInt(V::divF(V::toFloat(n), V::toFloat(d)));
+  }
+
   // Quotients of one accumulator half: the 16-bit lanes of a (first four
   // pairs), b (last four) and the weight sums d, taken as even and odd
-  // 32-bit halves (masks and shifts, no shuffles), divided, and put back
-  // into their 16-bit lanes.
+  // 32-bit halves (masks and shifts, no shuffles), divided (by the estimate,
+  // or exactly with kExact), and put back into their 16-bit lanes.
+  template <bool kExact = false>
   __attribute__((always_inline)) static R quotients(R a, R b, R d) {
     const R lo16 = V::set32(0xFFFF);
     const R nEven = V::add32(V::and_(a, lo16), V::and_(b, lo16));
     const R nOdd = V::add32(V::template srli32<16>(a), V::template srli32<16>(b));
-    const R qEven = divide(nEven, V::and_(d, lo16));
-    const R qOdd = divide(nOdd, V::template srli32<16>(d));
+    const R dEven = V::and_(d, lo16), dOdd = V::template srli32<16>(d);
+    const R qEven = kExact ? divideExact(nEven, dEven) : divide(nEven, dEven);
+    const R qOdd = kExact ? divideExact(nOdd, dOdd) : divide(nOdd, dOdd);
     return V::or_(qEven, V::template slli32<16>(qOdd));
   }
 
@@ -99,5 +107,40 @@ struct KqNrX86 {
     const R ones = V::set8(1);
     const R dLo = V::maddubs(wLo, ones), dHi = V::maddubs(wHi, ones);
     return V::packus16(quotients(aLo, bLo, dLo), quotients(aHi, bHi, dHi));
+  }
+
+  // The border frame's filtered bytes for the centres at x of rows[0] (one
+  // 16-pixel block per 128-bit lane), every tap column displaced by s; rows
+  // as kqLumaNrBorderRun_c takes them. Fourteen taps and the centre make
+  // fifteen values: the sixteenth, c + 128 (mod 256), lies 128 from its
+  // centre and so weighs nothing.
+  template <class Tap>
+  __attribute__((always_inline)) static R borderBlocks(const uint8_t* const* rows, int32_t x,
+                                                       int32_t s, Tap tap) {
+    const R k30 = V::set8(30);
+    const R zero = V::zero();
+    const uint8_t* r0 = rows[0] + x + s;
+    const uint8_t* um2 = rows[1] + x + s;
+    const uint8_t* dp2 = rows[2] + x + s;
+    const uint8_t* um4 = rows[3] + x + s;
+    const uint8_t* dp4 = rows[4] + x + s;
+    const R c = tap(rows[0] + x);
+    const R ccLo = V::unlo8(c, c), ccHi = V::unhi8(c, c);
+    R aLo = zero, aHi = zero, bLo = zero, bHi = zero, wLo = zero, wHi = zero;
+    auto taps = [&](R p1, R p2, R& accLo, R& accHi) {
+      pair(V::unlo8(p1, p2), ccLo, k30, accLo, wLo);
+      pair(V::unhi8(p1, p2), ccHi, k30, accHi, wHi);
+    };
+    taps(c, tap(r0 - 6), aLo, aHi);
+    taps(tap(r0 - 1), tap(r0 + 1), aLo, aHi);
+    taps(tap(r0 + 6), tap(um2 - 4), aLo, aHi);
+    taps(tap(um2), tap(um2 + 4), aLo, aHi);
+    taps(tap(dp2 - 4), tap(dp2), bLo, bHi);
+    taps(tap(dp2 + 4), tap(um4 - 2), bLo, bHi);
+    taps(tap(um4 + 2), tap(dp4 - 2), bLo, bHi);
+    taps(tap(dp4 + 2), V::add8(c, V::set8(-128)), bLo, bHi);
+    const R ones = V::set8(1);
+    const R dLo = V::maddubs(wLo, ones), dHi = V::maddubs(wHi, ones);
+    return V::packus16(quotients<true>(aLo, bLo, dLo), quotients<true>(aHi, bHi, dHi));
   }
 };
