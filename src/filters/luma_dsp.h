@@ -115,8 +115,10 @@ KQSharpenRowFn kqSharpenRow_c, kqSharpenRow_neon, kqSharpenRow_sse41, kqSharpenR
     kqSharpenRow_avx512;
 KQSharpenRow7Fn kqSharpenRow7_c;
 
-// Scalar border kernel of the noise filter (no vector version: it only runs
-// over the thin frame). For y in [y0, y1), x in [x0, x1):
+// Scalar border kernel of the noise filter, the definition of the frame
+// (the stage cuts its rows into runs of one shift for KQLumaNrBorderRunFn
+// and keeps this kernel for planes narrower than 18). For y in [y0, y1),
+// x in [x0, x1):
 //  - neighbour rows y -/+ 2 and y -/+ 4 clamped into the plane;
 //  - taps row y: dx = -6, -1, +1, +6; rows y -/+ 2: dx = -4, 0, +4;
 //    rows y -/+ 4: dx = -2, +2, every column displaced by the shift s;

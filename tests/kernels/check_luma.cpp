@@ -156,10 +156,9 @@ TEST(LumaKernels, NoiseReductionRow) {
 }
 
 // Runs of the border frame: every tap shift the frame uses, runs of every
-// length up to 80 and around the 32- and 64-centre steps, starting at the
-// first column the shift allows and ending at the last (the row ends right
-// before a guard page), over all fills; rows handed over in a shuffled
-// order.
+// length up to 80 and around the 32- and 64-centre steps, on rows just wide
+// enough for the run's reads (the five rows end right before a guard page),
+// over all fills; rows handed over in a shuffled order.
 TEST(LumaKernels, NoiseReductionBorderRun) {
   forEachNewImpl(&KQLumaDsp::nrBorderRun, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
     std::vector<int> counts;
