@@ -179,6 +179,19 @@ static inline uint8_t kqSharpenTailPixel(const uint8_t* row, int32_t x, const KQ
   return uint8_t(r < 0 ? 0 : r > 255 ? 255 : r);
 }
 
+// Runs the vector sharpening row k.row<kSmallGain, kThreshold>(dst, nv)
+// chosen by the parameters: gains up to 8191 in magnitude need no 32-bit
+// products, a zero threshold no clamp-and-subtract step.
+template <class K>
+inline void kqSharpenRunRow(const K& k, uint8_t* dst, int32_t nv, const KQSharpenParams* p) {
+  const int16_t g = int16_t(uint16_t(p->gain));
+  const bool small = g >= -8191 && g <= 8191;
+  if (uint16_t(p->threshold) == 0)
+    small ? k.template row<true, false>(dst, nv) : k.template row<false, false>(dst, nv);
+  else
+    small ? k.template row<true, true>(dst, nv) : k.template row<false, true>(dst, nv);
+}
+
 // Rounding shift by 2 with unsigned saturation (vqrshrun #2), vector part.
 static inline uint8_t kqSharpenRound(int32_t r) {
   const int32_t v = (r + 2) >> 2;

@@ -195,18 +195,26 @@ struct SharpenNeon {
     for (int k = 0; k < 5; ++k) rows[k] = r[k];
   }
 
+  // The symmetric 5-tap sum outer*(a + e) + inner*(b + d) + centre*c of 16
+  // columns, as two halves of 8 in 16-bit lanes (at most 128 * 255).
+  void taps(uint8x16_t a, uint8x16_t b, uint8x16_t c, uint8x16_t d, uint8x16_t e, uint16x8_t& lo,
+            uint16x8_t& hi) const {
+    lo = vmulq_u16(vaddl_u8(vget_low_u8(a), vget_low_u8(e)), wo);
+    hi = vmulq_u16(vaddl_u8(vget_high_u8(a), vget_high_u8(e)), wo);
+    lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(b), vget_low_u8(d)), wi);
+    hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(b), vget_high_u8(d)), wi);
+    lo = vmlal_u8(lo, vget_low_u8(c), wc);
+    hi = vmlal_u8(hi, vget_high_u8(c), wc);
+  }
+
   // V of columns x .. x + 15: (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7,
   // saturated (it never exceeds 255 when the weights sum to 128).
   void vStep(uint8_t* v, int32_t x) const {
     const uint8x16_t r0 = vld1q_u8(rows[0] + x), r1 = vld1q_u8(rows[1] + x);
     const uint8x16_t r2 = vld1q_u8(rows[2] + x), r3 = vld1q_u8(rows[3] + x);
     const uint8x16_t r4 = vld1q_u8(rows[4] + x);
-    uint16x8_t lo = vmulq_u16(vaddl_u8(vget_low_u8(r0), vget_low_u8(r4)), wo);
-    uint16x8_t hi = vmulq_u16(vaddl_u8(vget_high_u8(r0), vget_high_u8(r4)), wo);
-    lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(r1), vget_low_u8(r3)), wi);
-    hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(r1), vget_high_u8(r3)), wi);
-    lo = vmlal_u8(lo, vget_low_u8(r2), wc);
-    hi = vmlal_u8(hi, vget_high_u8(r2), wc);
+    uint16x8_t lo, hi;
+    taps(r0, r1, r2, r3, r4, lo, hi);
     vst1q_u8(v, vcombine_u8(vqrshrn_n_u16(lo, 7), vqrshrn_n_u16(hi, 7)));
   }
 
@@ -237,12 +245,8 @@ struct SharpenNeon {
   void outStep(uint8_t* dst, const uint8_t* q, int32_t x) const {
     const uint8x16_t m2 = vld1q_u8(q - 2), m1 = vld1q_u8(q - 1), v0 = vld1q_u8(q);
     const uint8x16_t p1 = vld1q_u8(q + 1), p2 = vld1q_u8(q + 2), o = vld1q_u8(rows[2] + x);
-    uint16x8_t lo = vmulq_u16(vaddl_u8(vget_low_u8(m2), vget_low_u8(p2)), wo);
-    uint16x8_t hi = vmulq_u16(vaddl_u8(vget_high_u8(m2), vget_high_u8(p2)), wo);
-    lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(m1), vget_low_u8(p1)), wi);
-    hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(m1), vget_high_u8(p1)), wi);
-    lo = vmlal_u8(lo, vget_low_u8(v0), wc);
-    hi = vmlal_u8(hi, vget_high_u8(v0), wc);
+    uint16x8_t lo, hi;
+    taps(m2, m1, v0, p1, p2, lo, hi);
     vst1q_u8(dst + x, vcombine_u8(respond<kSmallGain, kThreshold>(lo, vget_low_u8(o)),
                                   respond<kSmallGain, kThreshold>(hi, vget_high_u8(o))));
   }
@@ -277,15 +281,6 @@ struct SharpenNeon {
       if (x < x1) k.outStep<kSmallGain, kThreshold>(dst, v + (x1 - 16 - x0), x1 - 16);
     }
   }
-
-  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
-    const int16_t g = int16_t(uint16_t(p->gain));
-    const bool small = g >= -8191 && g <= 8191;
-    if (uint16_t(p->threshold) == 0)
-      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
-    else
-      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
-  }
 };
 
 }  // namespace
@@ -296,7 +291,7 @@ void kqSharpenRow_neon(uint8_t* dst, const uint8_t* const* rows, int32_t width,
                        const KQSharpenParams* p) {
   const int32_t nv = width & ~7;
   if (nv >= 16) {
-    SharpenNeon(rows, p).run(dst, nv, p);
+    kqSharpenRunRow(SharpenNeon(rows, p), dst, nv, p);
   } else if (nv > 0) {
     uint8_t pad[6][16] = {};
     const uint8_t* r[5];
@@ -304,7 +299,7 @@ void kqSharpenRow_neon(uint8_t* dst, const uint8_t* const* rows, int32_t width,
       std::memcpy(pad[k], rows[k], size_t(nv));
       r[k] = pad[k];
     }
-    SharpenNeon(r, p).run(pad[5], nv, p);
+    kqSharpenRunRow(SharpenNeon(r, p), pad[5], nv, p);
     std::memcpy(dst, pad[5], size_t(nv));
   }
   for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);

@@ -202,15 +202,6 @@ struct KqSharpenX86 {
       });
     }
   }
-
-  void run(uint8_t* dst, int32_t nv, const KQSharpenParams* p) const {
-    const int16_t g = int16_t(uint16_t(p->gain));
-    const bool small = g >= -8191 && g <= 8191;
-    if (uint16_t(p->threshold) == 0)
-      small ? row<true, false>(dst, nv) : row<false, false>(dst, nv);
-    else
-      small ? row<true, true>(dst, nv) : row<false, true>(dst, nv);
-  }
 };
 
 // Weights the maddubs form handles exactly: each in [0, 127] and summing
@@ -233,7 +224,7 @@ void kqSharpenRowX86(uint8_t* dst, const uint8_t* const* rows, int32_t width,
   }
   const int32_t nv = width & ~7;
   if (nv >= kStep) {
-    KqSharpenX86<V>(rows, p).run(dst, nv, p);
+    kqSharpenRunRow(KqSharpenX86<V>(rows, p), dst, nv, p);
   } else if (nv > 0) {
     alignas(32) uint8_t pad[6][kStep] = {};
     const uint8_t* r[5];
@@ -241,7 +232,7 @@ void kqSharpenRowX86(uint8_t* dst, const uint8_t* const* rows, int32_t width,
       std::memcpy(pad[k], rows[k], size_t(nv));
       r[k] = pad[k];
     }
-    KqSharpenX86<V>(r, p).run(pad[5], nv, p);
+    kqSharpenRunRow(KqSharpenX86<V>(r, p), pad[5], nv, p);
     std::memcpy(dst, pad[5], size_t(nv));
   }
   for (int32_t x = nv; x < width; ++x) dst[x] = kqSharpenTailPixel(rows[2], x, p);
