@@ -1,7 +1,5 @@
 // luma_c.cpp - scalar reference kernels of the luma filters: the oracle that
 // every vector version must match byte for byte.
-#include <cstring>
-
 #include "filters/luma_dsp.h"
 #include "filters/recip_estimate.h"
 
@@ -28,9 +26,10 @@ void kqLumaNrRow_c(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t w
   const int32_t xEnd = 6 + 16 * blocks;
   for (int32_t x = 6; x < xEnd; ++x) {
     const uint32_t c = src[x];
-    const uint32_t taps[15] = {src[x - 6], src[x - 1], src[x + 1], src[x + 6], up1[x - 4],
-                               up1[x],     up1[x + 4], dn1[x - 4], dn1[x - 2], dn1[x],
-                               dn1[x + 4], up4[x - 2], up4[x + 2], dn4[x - 2], dn4[x + 2]};
+    const uint32_t taps[15] = {src[x - 6], src[x - 1], src[x + 1], src[x + 6],
+                               up1[x - 4], up1[x],     up1[x + 4],
+                               dn1[x - 4], dn1[x - 2], dn1[x],     dn1[x + 4],
+                               up4[x - 2], up4[x + 2], dn4[x - 2], dn4[x + 2]};
     // Exact integer sums: N <= 16 * 30 * 255, D in 30..480.
     uint32_t n = 30u * c, d = 30u;
     for (uint32_t p : taps) {
@@ -47,32 +46,42 @@ void kqLumaNrRow_c(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t w
 
 namespace {
 
+// The border kernel's value for the centre c: rows are the centre row and
+// the rows y - 2, y + 2, y - 4, y + 4, col(dx) the column of the tap dx
+// away from the displaced centre column. Exact float division; the
+// quotient lies in 0..255.
+template <class Col>
+inline uint8_t borderValue(const uint8_t* const* rows, uint32_t c, Col col) {
+  const uint8_t *r0 = rows[0], *rm2 = rows[1], *rp2 = rows[2], *rm4 = rows[3], *rp4 = rows[4];
+  // clang-format off
+  const uint32_t taps[14] = {r0[col(-6)],  r0[col(-1)],  r0[col(1)],   r0[col(6)],
+                             rm2[col(-4)], rm2[col(0)],  rm2[col(4)],
+                             rp2[col(-4)], rp2[col(0)],  rp2[col(4)],
+                             rm4[col(-2)], rm4[col(2)],  rp4[col(-2)], rp4[col(2)]};
+  // clang-format on
+  uint32_t n = 30u * c, d = 30u;
+  for (uint32_t p : taps) {
+    const uint32_t w = rangeWeight(p, c);
+    n += w * p;
+    d += w;
+  }
+  return uint8_t(uint32_t(float(n) / float(d)));
+}
+
 // One row of the border kernel. Without kClamp the tap columns are used as
 // they are, which is exact for widths of 18 or more: the shift keeps every
 // tap inside [0, width - 1] there (+6 only for x < 6, -6 / -12 only from
 // x = width - 6 or for strips starting at 7 or beyond, i.e. x >= 22).
 template <bool kClamp>
-void borderRow(const uint8_t* r0, const uint8_t* rm2, const uint8_t* rm4, const uint8_t* rp2,
-               const uint8_t* rp4, uint8_t* out, int32_t width, int32_t x0, int32_t x1,
-               const uint8_t* table) {
+void borderRow(const uint8_t* const* rows, uint8_t* out, int32_t width, int32_t x0, int32_t x1) {
   int32_t s = x0 < 7 ? 6 : -6;
   for (int32_t x = x0; x < x1; ++x) {
     if (x == 6) s -= 6;
     if (x == width - 6) s -= 6;
-    const int32_t c = r0[x];
     const int32_t b = x + s;
-    auto col = [&](int32_t dx) { return kClamp ? clampCol(b + dx, width) : b + dx; };
-    const int32_t taps[14] = {r0[col(-6)],  r0[col(-1)], r0[col(1)],   r0[col(6)],  rm2[col(-4)],
-                              rm2[col(0)],  rm2[col(4)], rp2[col(-4)], rp2[col(0)], rp2[col(4)],
-                              rm4[col(-2)], rm4[col(2)], rp4[col(-2)], rp4[col(2)]};
-    int32_t n = 30 * c, d = 30;
-    for (int32_t p : taps) {
-      const int32_t wt = table[p - c + 255];
-      n += wt * p;
-      d += wt;
-    }
-    // Exact float division; the quotient lies in 0..255.
-    out[x] = uint8_t(uint32_t(float(n) / float(d)));
+    out[x] = borderValue(rows, rows[0][x], [&](int32_t dx) {
+      return kClamp ? clampCol(b + dx, width) : b + dx;
+    });
   }
 }
 
@@ -80,53 +89,28 @@ void borderRow(const uint8_t* r0, const uint8_t* rm2, const uint8_t* rm4, const 
 
 void kqLumaNrBorderRun_c(uint8_t* dst, const uint8_t* const* rows, int32_t x, int32_t count,
                          int32_t s) {
-  const uint8_t *r0 = rows[0], *rm2 = rows[1], *rp2 = rows[2], *rm4 = rows[3], *rp4 = rows[4];
-  for (int32_t i = x; i < x + count; ++i) {
-    const uint32_t c = r0[i];
-    const int32_t b = i + s;
-    const uint32_t taps[14] = {r0[b - 6],  r0[b - 1],  r0[b + 1],  r0[b + 6], rm2[b - 4],
-                               rm2[b],     rm2[b + 4], rp2[b - 4], rp2[b],    rp2[b + 4],
-                               rm4[b - 2], rm4[b + 2], rp4[b - 2], rp4[b + 2]};
-    uint32_t n = 30u * c, d = 30u;
-    for (uint32_t p : taps) {
-      const uint32_t w = rangeWeight(p, c);
-      n += w * p;
-      d += w;
-    }
-    dst[i] = uint8_t(uint32_t(float(n) / float(d)));
-  }
+  for (int32_t i = x; i < x + count; ++i)
+    dst[i] = borderValue(rows, rows[0][i], [&](int32_t dx) { return i + s + dx; });
 }
 
-void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height, int32_t x0,
-                      int32_t x1, int32_t y0, int32_t y1) {
+void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height,
+                      int32_t x0, int32_t x1, int32_t y0, int32_t y1) {
   if (x0 < 0) x0 = 0;
   if (y0 < 0) y0 = 0;
   if (x1 > width) x1 = width;
   if (y1 > height) y1 = height;
   if (x0 >= x1 || y0 >= y1) return;
-  // Range-weight table indexed by p - c + 255, built per call.
-  uint8_t table[512];
-  std::memset(table, 0, sizeof table);
-  for (int32_t d = 0; d < 30; ++d) {
-    table[255 + d] = uint8_t(30 - d);
-    table[255 - d] = uint8_t(30 - d);
-  }
   const size_t w = size_t(width);
+  auto row = [&](int32_t y) {
+    return src + size_t(y < 0 ? 0 : y > height - 1 ? height - 1 : y) * w;
+  };
   for (int32_t y = y0; y < y1; ++y) {
-    const int32_t ym2 = y - 2 < 0 ? 0 : y - 2;
-    const int32_t ym4 = y - 4 < 0 ? 0 : y - 4;
-    const int32_t yp2 = y + 2 > height - 1 ? height - 1 : y + 2;
-    const int32_t yp4 = y + 4 > height - 1 ? height - 1 : y + 4;
-    const uint8_t* r0 = src + size_t(y) * w;
-    const uint8_t* rm2 = src + size_t(ym2) * w;
-    const uint8_t* rm4 = src + size_t(ym4) * w;
-    const uint8_t* rp2 = src + size_t(yp2) * w;
-    const uint8_t* rp4 = src + size_t(yp4) * w;
+    const uint8_t* rows[5] = {row(y), row(y - 2), row(y + 2), row(y - 4), row(y + 4)};
     uint8_t* out = dst + size_t(y) * w;
     if (width >= 18)
-      borderRow<false>(r0, rm2, rm4, rp2, rp4, out, width, x0, x1, table);
+      borderRow<false>(rows, out, width, x0, x1);
     else
-      borderRow<true>(r0, rm2, rm4, rp2, rp4, out, width, x0, x1, table);
+      borderRow<true>(rows, out, width, x0, x1);
   }
 }
 
@@ -165,8 +149,8 @@ void kqSharpenRow_c(uint8_t* dst, const uint8_t* const* rows, int32_t width,
     auto vAt = [&](int32_t x) -> int32_t {
       if (x < 0) x = 0;
       if (x > nv - 1) x = nv - 1;
-      const int32_t s = p->wOuter * (rows[0][x] + rows[4][x]) +
-                        p->wInner * (rows[1][x] + rows[3][x]) + p->wCentre * rows[2][x];
+      const int32_t s = p->wOuter * (rows[0][x] + rows[4][x]) + p->wInner * (rows[1][x] + rows[3][x]) +
+                        p->wCentre * rows[2][x];
       const int32_t r = (s + 64) >> 7;  // weights sum to 128: rounding Q7 narrow
       return r > 255 ? 255 : r;         // (vqrshrn saturates; never reached here)
     };
@@ -176,8 +160,7 @@ void kqSharpenRow_c(uint8_t* dst, const uint8_t* const* rows, int32_t width,
       for (int32_t x = x0; x < x1; ++x) {
         const uint8_t* q = &v[x - x0 + 2];
         // 16-bit horizontal sum, at most 128 * 255.
-        const int32_t h =
-            p->wOuter * (q[-2] + q[2]) + p->wInner * (q[-1] + q[1]) + p->wCentre * q[0];
+        const int32_t h = p->wOuter * (q[-2] + q[2]) + p->wInner * (q[-1] + q[1]) + p->wCentre * q[0];
         dst[x] = kqSharpenRound(kqSharpenResponse(c[x], h, p->gain, p->threshold));
       }
     }

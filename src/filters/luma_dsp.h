@@ -129,8 +129,8 @@ KQSharpenRow7Fn kqSharpenRow7_c;
 // Tap columns are clamped into [0, width - 1]; that never changes a result
 // for widths of 18 or more and keeps narrower planes inside their rows.
 // x0/x1 and y0/y1 are clamped to the plane; an empty range does nothing.
-void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height, int32_t x0,
-                      int32_t x1, int32_t y0, int32_t y1);
+void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height,
+                      int32_t x0, int32_t x1, int32_t y0, int32_t y1);
 
 struct KQLumaDsp {
   KQLumaNrRowFn* nrRow;

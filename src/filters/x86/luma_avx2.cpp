@@ -76,30 +76,31 @@ inline __m256i loadTap(const uint8_t* p) {
   return _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
 
+// Stores 32 filtered bytes, or the first 16 for a single block.
+template <bool kWide>
+inline void storeBlocks(uint8_t* p, __m256i v) {
+  if (kWide)
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
+  else
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(v));
+}
+
 // 32 centres (two interior blocks) or, for the last odd block, 16 of them.
 // The taps of a pair of blocks j, j + 1 stay inside [16 j, 16 j + 47], the
 // union of the two blocks' 32-byte windows.
 template <bool kWide>
 __attribute__((always_inline)) inline void nrBlocks(uint8_t* dst, const uint8_t* src,
                                                     ptrdiff_t stride, int32_t x) {
-  const __m256i out =
-      KqNrX86<VecAvx2>::blocks(src, stride, x, [](const uint8_t* p) { return loadTap<kWide>(p); });
-  if (kWide)
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), out);
-  else
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm256_castsi256_si128(out));
+  auto tap = [](const uint8_t* p) { return loadTap<kWide>(p); };
+  storeBlocks<kWide>(dst + x, KqNrX86<VecAvx2>::blocks(src, stride, x, tap));
 }
 
 // The border frame's run kernel for 32 centres at x, or 16 of them.
 template <bool kWide>
 __attribute__((always_inline)) inline void borderBlocks(uint8_t* dst, const uint8_t* const* rows,
                                                         int32_t x, int32_t s) {
-  const __m256i out = KqNrX86<VecAvx2>::borderBlocks(
-      rows, x, s, [](const uint8_t* p) { return loadTap<kWide>(p); });
-  if (kWide)
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), out);
-  else
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm256_castsi256_si128(out));
+  auto tap = [](const uint8_t* p) { return loadTap<kWide>(p); };
+  storeBlocks<kWide>(dst + x, KqNrX86<VecAvx2>::borderBlocks(rows, x, s, tap));
 }
 
 }  // namespace
