@@ -23,6 +23,7 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
 #if KQ_HAVE_SSE41
   if (cpuFlags & KQ_CPU_SSE41) {
     dsp->nrRow = kqLumaNrRow_sse41;
+    dsp->nrBorderRun = kqLumaNrBorderRun_sse41;
     dsp->blendRow = kqLumaBlendRow_sse41;
     dsp->blendRefRow = kqLumaBlendRefRow_sse41;
     dsp->recipEstimate = kqRecipEstimate_sse41;
