@@ -103,11 +103,11 @@ TEST(LumaNr, FrameEqualsTheScalarBorderKernel) {
       Plane frame(w, h);
       const uint8_t* src = in.img.data;
       uint8_t* dst = frame.img.data;
+      const int right = kqLumaNrRightStripStart(w);
       kqLumaNrBorder_c(src, dst, w, h, 0, w, 0, 4);
       kqLumaNrBorder_c(src, dst, w, h, 0, w, h - 4, h);
       kqLumaNrBorder_c(src, dst, w, h, 0, 6, 4, h - 4);
-      kqLumaNrBorder_c(src, dst, w, h, kqLumaNrRightStripStart(w), w, 4, h - 4);
-      const int right = kqLumaNrRightStripStart(w);
+      kqLumaNrBorder_c(src, dst, w, h, right, w, 4, h - 4);
       for (uint32_t level : kqCpuLevels()) {
         SCOPED_TRACE(kqCpuLevelName(level));
         const KQLumaDsp dsp = kqLumaDspFor(level);

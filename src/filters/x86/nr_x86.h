@@ -74,75 +74,86 @@ struct KqNrX86 {
     return V::or_(qEven, V::template slli32<16>(qOdd));
   }
 
-  // The filtered bytes of the 16-pixel blocks at x (one per 128-bit lane of
-  // R) of row src, their taps read through tap(pointer). unpack works
+  // The weighted sums of one set of 16-pixel blocks (one per 128-bit lane
+  // of R): eight pairs of taps, the first four into accumulators a, the last
+  // four into b (<= 4 * 15300 = 61200 each, unsigned 16 bits). unpack works
   // within 128-bit lanes, so each lane holds one block throughout and the
-  // in-lane pack restores pixel order; the centre itself is the first tap
-  // of the first pair (its weight comes out as 30).
+  // in-lane pack of result() restores pixel order.
+  struct Sums {
+    R ccLo, ccHi, aLo, aHi, bLo, bHi, wLo, wHi;
+
+    __attribute__((always_inline)) explicit Sums(R c)
+        : ccLo(V::unlo8(c, c)),
+          ccHi(V::unhi8(c, c)),
+          aLo(V::zero()),
+          aHi(aLo),
+          bLo(aLo),
+          bHi(aLo),
+          wLo(aLo),
+          wHi(aLo) {}
+
+    // Pair k (0..7) of taps p1, p2.
+    __attribute__((always_inline)) void add(int k, R p1, R p2) {
+      const R k30 = V::set8(30);
+      pair(V::unlo8(p1, p2), ccLo, k30, k < 4 ? aLo : bLo, wLo);
+      pair(V::unhi8(p1, p2), ccHi, k30, k < 4 ? aHi : bHi, wHi);
+    }
+
+    // Each weight byte holds 8 weights (<= 240); adding its two bytes gives
+    // the weight sum of the pixel in the 16-bit lane of the accumulators.
+    template <bool kExact>
+    __attribute__((always_inline)) R result() const {
+      const R ones = V::set8(1);
+      const R dLo = V::maddubs(wLo, ones), dHi = V::maddubs(wHi, ones);
+      return V::packus16(quotients<kExact>(aLo, bLo, dLo), quotients<kExact>(aHi, bHi, dHi));
+    }
+  };
+
+  // The filtered bytes of the 16-pixel blocks at x of row src, their taps
+  // read through tap(pointer); the centre itself is the first tap of the
+  // first pair (its weight comes out as 30).
   template <class Tap>
   __attribute__((always_inline)) static R blocks(const uint8_t* src, ptrdiff_t stride, int32_t x,
                                                  Tap tap) {
-    const R k30 = V::set8(30);
-    const R zero = V::zero();
     const uint8_t* up4 = src - 4 * stride;
     const uint8_t* up1 = src - stride;
     const uint8_t* dn1 = src + stride;
     const uint8_t* dn4 = src + 4 * stride;
     const R c = tap(src + x);
-    const R ccLo = V::unlo8(c, c), ccHi = V::unhi8(c, c);
-    R aLo = zero, aHi = zero, bLo = zero, bHi = zero, wLo = zero, wHi = zero;
-    auto taps = [&](R p1, R p2, R& accLo, R& accHi) {
-      pair(V::unlo8(p1, p2), ccLo, k30, accLo, wLo);
-      pair(V::unhi8(p1, p2), ccHi, k30, accHi, wHi);
-    };
-    // Four pairs per accumulator: <= 4 * 15300 = 61200 (unsigned 16 bits).
-    taps(c, tap(src + x - 6), aLo, aHi);
-    taps(tap(src + x - 1), tap(src + x + 1), aLo, aHi);
-    taps(tap(src + x + 6), tap(up1 + x - 4), aLo, aHi);
-    taps(tap(up1 + x), tap(up1 + x + 4), aLo, aHi);
-    taps(tap(dn1 + x - 4), tap(dn1 + x - 2), bLo, bHi);
-    taps(tap(dn1 + x), tap(dn1 + x + 4), bLo, bHi);
-    taps(tap(up4 + x - 2), tap(up4 + x + 2), bLo, bHi);
-    taps(tap(dn4 + x - 2), tap(dn4 + x + 2), bLo, bHi);
-    // Each weight byte holds 8 weights (<= 240); adding its two bytes gives
-    // the weight sum of the pixel in the 16-bit lane of the accumulators.
-    const R ones = V::set8(1);
-    const R dLo = V::maddubs(wLo, ones), dHi = V::maddubs(wHi, ones);
-    return V::packus16(quotients(aLo, bLo, dLo), quotients(aHi, bHi, dHi));
+    Sums sums(c);
+    sums.add(0, c, tap(src + x - 6));
+    sums.add(1, tap(src + x - 1), tap(src + x + 1));
+    sums.add(2, tap(src + x + 6), tap(up1 + x - 4));
+    sums.add(3, tap(up1 + x), tap(up1 + x + 4));
+    sums.add(4, tap(dn1 + x - 4), tap(dn1 + x - 2));
+    sums.add(5, tap(dn1 + x), tap(dn1 + x + 4));
+    sums.add(6, tap(up4 + x - 2), tap(up4 + x + 2));
+    sums.add(7, tap(dn4 + x - 2), tap(dn4 + x + 2));
+    return sums.template result<false>();
   }
 
-  // The border frame's filtered bytes for the centres at x of rows[0] (one
-  // 16-pixel block per 128-bit lane), every tap column displaced by s; rows
-  // as kqLumaNrBorderRun_c takes them. Fourteen taps and the centre make
-  // fifteen values: the sixteenth, c + 128 (mod 256), lies 128 from its
-  // centre and so weighs nothing.
+  // The border frame's filtered bytes for the centres at x of rows[0], every
+  // tap column displaced by s; rows as kqLumaNrBorderRun_c takes them.
+  // Fourteen taps and the centre make fifteen values: the sixteenth,
+  // c + 128 (mod 256), lies 128 from its centre and so weighs nothing.
   template <class Tap>
   __attribute__((always_inline)) static R borderBlocks(const uint8_t* const* rows, int32_t x,
                                                        int32_t s, Tap tap) {
-    const R k30 = V::set8(30);
-    const R zero = V::zero();
     const uint8_t* r0 = rows[0] + x + s;
     const uint8_t* um2 = rows[1] + x + s;
     const uint8_t* dp2 = rows[2] + x + s;
     const uint8_t* um4 = rows[3] + x + s;
     const uint8_t* dp4 = rows[4] + x + s;
     const R c = tap(rows[0] + x);
-    const R ccLo = V::unlo8(c, c), ccHi = V::unhi8(c, c);
-    R aLo = zero, aHi = zero, bLo = zero, bHi = zero, wLo = zero, wHi = zero;
-    auto taps = [&](R p1, R p2, R& accLo, R& accHi) {
-      pair(V::unlo8(p1, p2), ccLo, k30, accLo, wLo);
-      pair(V::unhi8(p1, p2), ccHi, k30, accHi, wHi);
-    };
-    taps(c, tap(r0 - 6), aLo, aHi);
-    taps(tap(r0 - 1), tap(r0 + 1), aLo, aHi);
-    taps(tap(r0 + 6), tap(um2 - 4), aLo, aHi);
-    taps(tap(um2), tap(um2 + 4), aLo, aHi);
-    taps(tap(dp2 - 4), tap(dp2), bLo, bHi);
-    taps(tap(dp2 + 4), tap(um4 - 2), bLo, bHi);
-    taps(tap(um4 + 2), tap(dp4 - 2), bLo, bHi);
-    taps(tap(dp4 + 2), V::add8(c, V::set8(-128)), bLo, bHi);
-    const R ones = V::set8(1);
-    const R dLo = V::maddubs(wLo, ones), dHi = V::maddubs(wHi, ones);
-    return V::packus16(quotients<true>(aLo, bLo, dLo), quotients<true>(aHi, bHi, dHi));
+    Sums sums(c);
+    sums.add(0, c, tap(r0 - 6));
+    sums.add(1, tap(r0 - 1), tap(r0 + 1));
+    sums.add(2, tap(r0 + 6), tap(um2 - 4));
+    sums.add(3, tap(um2), tap(um2 + 4));
+    sums.add(4, tap(dp2 - 4), tap(dp2));
+    sums.add(5, tap(dp2 + 4), tap(um4 - 2));
+    sums.add(6, tap(um4 + 2), tap(dp4 - 2));
+    sums.add(7, tap(dp4 + 2), V::add8(c, V::set8(-128)));
+    return sums.template result<true>();
   }
 };
