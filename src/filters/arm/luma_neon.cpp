@@ -65,11 +65,16 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
     nrTap(vld1q_u8(dn4 + x + 2), c, k30, bLo, bHi, wb);
     const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
     const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-    const uint16x4_t r0 = nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo));
-    const uint16x4_t r1 = nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo));
-    const uint16x4_t r2 = nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi));
-    const uint16x4_t r3 = nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi));
-    vst1q_u8(dst + x, vcombine_u8(vmovn_u16(vcombine_u16(r0, r1)), vmovn_u16(vcombine_u16(r2, r3))));
+    const uint16x4_t r0 =
+        nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo));
+    const uint16x4_t r1 =
+        nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo));
+    const uint16x4_t r2 =
+        nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi));
+    const uint16x4_t r3 =
+        nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi));
+    vst1q_u8(dst + x,
+             vcombine_u8(vmovn_u16(vcombine_u16(r0, r1)), vmovn_u16(vcombine_u16(r2, r3))));
   }
 }
 
@@ -83,13 +88,15 @@ void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32
   for (; x + 16 <= n; x += 16) {
     const uint8x16_t f = vld1q_u8(dst + x), o = vld1q_u8(orig + x);
     uint16x8_t lo = vmlaq_u16(vmulq_u16(vmovl_u8(vget_low_u8(f)), w), vmovl_u8(vget_low_u8(o)), iw);
-    uint16x8_t hi = vmlaq_u16(vmulq_u16(vmovl_u8(vget_high_u8(f)), w), vmovl_u8(vget_high_u8(o)), iw);
+    uint16x8_t hi =
+        vmlaq_u16(vmulq_u16(vmovl_u8(vget_high_u8(f)), w), vmovl_u8(vget_high_u8(o)), iw);
     lo = vminq_u16(vshrq_n_u16(lo, 7), k255);
     hi = vminq_u16(vshrq_n_u16(hi, 7), k255);
     vst1q_u8(dst + x, vcombine_u8(vmovn_u16(lo), vmovn_u16(hi)));
   }
   for (; x < n; x += 8) {
-    uint16x8_t v = vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
+    uint16x8_t v =
+        vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
     vst1_u8(dst + x, vmovn_u16(vminq_u16(vshrq_n_u16(v, 7), k255)));
   }
 }
@@ -120,7 +127,8 @@ void kqLumaBlendRefRow_neon(uint8_t* dst, const uint8_t* orig, const uint8_t* re
     }
     const uint16x8_t w = vminq_u16(vmlal_u8(base, r, vdup_n_u8(13)), k128);
     const uint16x8_t iw = vsubq_u16(k128, w);
-    const uint16x8_t v = vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
+    const uint16x8_t v =
+        vmlaq_u16(vmulq_u16(vmovl_u8(vld1_u8(dst + x)), w), vmovl_u8(vld1_u8(orig + x)), iw);
     vst1_u8(dst + x, vmovn_u16(vminq_u16(vshrq_n_u16(v, 7), k255)));
   }
 }
