@@ -250,9 +250,12 @@ TEST(LumaKernels, SharpenRow) {
 
 // The x86 rows shift their step grid to where the centre row is aligned:
 // every start offset within 64 bytes, on rows of one chunk, of two chunks
-// with a short second one, and of three.
+// with a short second one, and of three (chunks of 2048 or 4096 columns).
+// The stack is scribbled on before each call: the rows move by one byte per
+// call, and so does the row's line buffer, so what an earlier call left
+// there would otherwise pass for V read before it was computed.
 TEST(LumaKernels, SharpenRowAnyRowAlignment) {
-  const int widths[] = {200, 2056, 4136};
+  const int widths[] = {200, 2056, 4136, 8232};
   forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
     for (int width : widths) {
       KqRng rng(kqTestSeed() + uint64_t(width) * 29);
@@ -265,6 +268,7 @@ TEST(LumaKernels, SharpenRowAnyRowAlignment) {
         const KQSharpenParams p = {256 + offset, offset % 3 == 0 ? 0 : offset, 7, 31, 52};
         KqFramedPlane a(width, 1), b(width, 1);
         ref.sharpenRow(a.data(), rows, width, &p);
+        kqScribbleStack(uint8_t(offset * 37 + 11));
         dsp.sharpenRow(b.data(), rows, width, &p);
         ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " offset " << offset;
       }

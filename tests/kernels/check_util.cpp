@@ -85,6 +85,13 @@ void kqFillPlane(uint8_t* data, int width, int height, int stride, KqFill fill, 
   }
 }
 
+__attribute__((noinline)) void kqScribbleStack(uint8_t value) {
+  uint8_t pad[64 * 1024];
+  std::memset(pad, value, sizeof pad);
+  // Keeps the stores: the array is otherwise dead.
+  asm volatile("" : : "r"(pad) : "memory");
+}
+
 KqGuardedBuffer::KqGuardedBuffer(size_t size) : size_(size) {
   const size_t page = size_t(sysconf(_SC_PAGESIZE));
   const size_t dataPages = (size + page - 1) / page;

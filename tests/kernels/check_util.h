@@ -46,6 +46,13 @@ const char* kqFillName(KqFill fill);
 // Fills a width x height plane with the given row stride.
 void kqFillPlane(uint8_t* data, int width, int height, int stride, KqFill fill, KqRng& rng);
 
+// Overwrites the stack below the caller with `value`. Kernels keep scratch
+// lines on the stack, where an earlier call's bytes stay behind; when the
+// checks move the rows by a byte from one call to the next, those leftovers
+// can be exactly the values a kernel would read too early. Scribbling
+// before each call turns such a read into a visible difference.
+void kqScribbleStack(uint8_t value);
+
 // A read-only input of `size` bytes whose last byte sits right before an
 // inaccessible page, so that any read past the end faults.
 class KqGuardedBuffer {
