@@ -60,12 +60,6 @@ struct KqSharpenX86 {
   // caller's pointer array, which would force a reload per use.
   const uint8_t* rows[5];
   uintptr_t nextRow;  // rows[4] - rows[3], for the prefetch
-  // Output lines to fetch ahead of the stores, from the output row: the
-  // two-pass row fetches the chunk's own lines during its V pass; the
-  // interleaved row, whose stores follow V by only kLag steps, the next
-  // output row's (the planes share their stride; near the plane's edges
-  // this just points at some other row, and a prefetch never faults).
-  uintptr_t outAhead;
 
   KqSharpenX86(const uint8_t* const* r, const KQSharpenParams* p) {
     const int16_t wo = int16_t(p->wOuter), wi = int16_t(p->wInner), wc = int16_t(p->wCentre);
@@ -82,7 +76,6 @@ struct KqSharpenX86 {
     nt = V::sub16(V::zero(), t);
     for (int k = 0; k < 5; ++k) rows[k] = r[k];
     nextRow = reinterpret_cast<uintptr_t>(r[4]) - reinterpret_cast<uintptr_t>(r[3]);  // wraps
-    outAhead = kInterleave ? nextRow : 0;
   }
 
   // (a * b) >> 8 of signed 16-bit lanes from the full 32-bit product,
@@ -104,7 +97,12 @@ struct KqSharpenX86 {
     // an integer and may lie outside the plane.
     const uintptr_t ahead = reinterpret_cast<uintptr_t>(rows[4]) + nextRow + uintptr_t(x);
     _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
-    // Output lines, taking their misses off the stores (see outAhead).
+    // Output lines, taking their misses off the stores: the two-pass row
+    // fetches the chunk's own lines during its V pass; the interleaved row,
+    // whose stores follow V by only kLag steps, the next output row's (the
+    // planes share their stride; near the plane's edges this points at some
+    // other row, and a prefetch never faults).
+    const uintptr_t outAhead = kInterleave ? nextRow : 0;
     _mm_prefetch(reinterpret_cast<const char*>(dst + outAhead + uintptr_t(x)), _MM_HINT_T0);
     const R r0 = V::load(rows[0] + x), r1 = V::load(rows[1] + x), r2 = V::load(rows[2] + x);
     const R r3 = V::load(rows[3] + x), r4 = V::load(rows[4] + x);
