@@ -180,17 +180,26 @@ inline void rowGeometry(const Homography& upLeft, const Homography& left, const 
 }
 
 void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* rect,
-              const Homography* inverseTile, int32_t cols, int32_t tx, int32_t ty) {
+              const int32_t* last, const Homography* inverseTile, int32_t cols, int32_t tx,
+              int32_t ty) {
   if (dsp == nullptr || list == nullptr || rect == nullptr || inverseTile == nullptr) return;
   const KQImage8& src = list[0];
   const KQImage8& dst = list[1];
   if (src.data == nullptr || src.width < 1 || src.height < 1) return;
   if (dst.data == nullptr || dst.width < 1 || dst.height < 1) return;
+  // Rows are laid out over x0..x1 and blended over y0..y1; only columns up
+  // to lastX and rows up to lastY are written.
   const int32_t x0 = rect[0] > 0 ? rect[0] : 0;
   const int32_t y0 = rect[1] > 0 ? rect[1] : 0;
   const int32_t x1 = rect[2] < dst.width - 1 ? rect[2] : dst.width - 1;
   const int32_t y1 = rect[3] < dst.height - 1 ? rect[3] : dst.height - 1;
   if (x1 < x0 || y1 < y0) return;
+  int32_t lastX = x1, lastY = y1;
+  if (last != nullptr) {
+    lastX = last[0] < lastX ? last[0] : lastX;
+    lastY = last[1] < lastY ? last[1] : lastY;
+  }
+  if (lastX < x0 || lastY < y0) return;
 
   // The tile's own matrix anchors the bottom-right of the rectangle, its
   // left, upper and upper-left neighbours the left and top edges.
@@ -203,7 +212,7 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
   const float fx0 = static_cast<float>(x0), fx1 = static_cast<float>(x1);
   const int32_t srcW = src.width, srcH = src.height;
 
-  const int32_t count = x1 - x0 + 1;
+  const int32_t count = lastX - x0 + 1;
   const ptrdiff_t stride = dst.width;
   // Luma rows that repeat the sampling of the held row (below) join its
   // group and are handed to the row kernel together; a chroma row that
@@ -224,10 +233,10 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
   // branches on every row.
   constexpr int32_t kBatch = 32;
   float batchX[kBatch], batchY[kBatch], batchD[kBatch];
-  for (int32_t y = y0; y <= y1; ++y) {
+  for (int32_t y = y0; y <= lastY; ++y) {
     const int32_t k = (y - y0) % kBatch;
     if (k == 0) {
-      const int32_t n = y1 - y + 1 < kBatch ? y1 - y + 1 : kBatch;
+      const int32_t n = lastY - y + 1 < kBatch ? lastY - y + 1 : kBatch;
       for (int32_t j = 0; j < n; ++j)
         rowGeometry(upLeft, left, up, own, y + j, y0, tDen, fx0, fx1, x1 - x0, &batchX[j],
                     &batchY[j], &batchD[j]);
@@ -300,19 +309,20 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
 }  // namespace
 
 void kqWarpLumaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
-                      const Homography* inverseTile, const Homography*, int32_t cols, int32_t,
-                      int32_t tx, int32_t ty, int32_t) {
-  warpTile(dsp, true, planeList, rect, inverseTile, cols, tx, ty);
+                      const int32_t* last, const Homography* inverseTile, const Homography*,
+                      int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
+  warpTile(dsp, true, planeList, rect, last, inverseTile, cols, tx, ty);
 }
 
 void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
-                        const Homography* inverseTile, const Homography*, int32_t cols, int32_t,
-                        int32_t tx, int32_t ty, int32_t) {
-  warpTile(dsp, false, planeList, rect, inverseTile, cols, tx, ty);
+                        const int32_t* last, const Homography* inverseTile, const Homography*,
+                        int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
+  warpTile(dsp, false, planeList, rect, last, inverseTile, cols, tx, ty);
 }
 
-void kqWarpKernelNoop(const KQWarpDsp*, KQImage8*, void*, const int32_t*, const Homography*,
-                      const Homography*, int32_t, int32_t, int32_t, int32_t, int32_t) {}
+void kqWarpKernelNoop(const KQWarpDsp*, KQImage8*, void*, const int32_t*, const int32_t*,
+                      const Homography*, const Homography*, int32_t, int32_t, int32_t, int32_t,
+                      int32_t) {}
 
 KQWarpKernelFn* kqWarpFamilyKernel(int32_t n, int32_t layoutCode, int32_t lumaSelect,
                                    int32_t planeValueAIsZero) {
@@ -325,14 +335,16 @@ KQWarpKernelFn* kqWarpFamilyKernel(int32_t n, int32_t layoutCode, int32_t lumaSe
 
 void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
                      int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
-                     void* extra, const int32_t* rect, const Homography* inverseTile,
-                     const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
-                     int32_t ty, int32_t planeValueA, int32_t planeValueB) {
+                     void* extra, const int32_t* rect, const int32_t* last,
+                     const Homography* inverseTile, const Homography* forwardTile, int32_t cols,
+                     int32_t rows, int32_t tx, int32_t ty, int32_t planeValueA,
+                     int32_t planeValueB) {
   KQWarpKernelFn* kernel = kqWarpFamilyKernel(n, layoutCode, lumaSelect, planeValueAIsZero);
   if (kernel == nullptr) return;
-  kernel(dsp, planes, extra, rect, inverseTile, forwardTile, cols, rows, tx, ty, planeValueA);
+  kernel(dsp, planes, extra, rect, last, inverseTile, forwardTile, cols, rows, tx, ty,
+         planeValueA);
   if (secondPlanes != nullptr)
-    kernel(dsp, secondPlanes, extra, rect, inverseTile, forwardTile, cols, rows, tx, ty,
+    kernel(dsp, secondPlanes, extra, rect, last, inverseTile, forwardTile, cols, rows, tx, ty,
            planeValueB);
 }
 
@@ -341,6 +353,6 @@ void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t pla
                   const Homography* inverseTile, const Homography* forwardTile, int32_t cols,
                   int32_t rows, int32_t tx, int32_t ty, int32_t planeValueA, int32_t planeValueB) {
   warpDispatchDsp(kqWarpDspGet(), n, lumaSelect, layoutCode, planeValueAIsZero, planes,
-                  secondPlanes, extra, rect, inverseTile, forwardTile, cols, rows, tx, ty,
+                  secondPlanes, extra, rect, nullptr, inverseTile, forwardTile, cols, rows, tx, ty,
                   planeValueA, planeValueB);
 }

@@ -18,14 +18,19 @@ constexpr int32_t kKqWarpMaxImages = 50;
 // (tx, ty) of a cols-wide grid. inverseTile points into that grid: the
 // kernel also reads the left neighbour (tx > 0), the tile above (ty > 0) and
 // the one above-left, which anchor the left and top edges of the rectangle.
-// Planes are packed (row stride = width). The rectangle is first clipped to
-// the destination plane; an empty result writes nothing. Nothing outside the
-// clipped rectangle is written and nothing outside the source planes is read
-// (sample positions are clamped to the plane). Missing planes (null data,
-// sizes below 1) write nothing. extra, forwardTile, rows and planeValue are
-// carried for the family's other members and do not affect these kernels.
+// Planes are packed (row stride = width). Every row's geometry (its left and
+// right ends at x0 and x1, its step, the vertical blend over y0..y1) comes
+// from the rectangle; writing stops at the destination's last column and row
+// and, when last is not null, at column last[0] and row last[1], which
+// leaves a shared column or row to the tile that owns it without changing a
+// byte of the others. A negative x0 or y0 starts at 0. An empty result
+// writes nothing; nothing outside it is written and nothing outside the
+// source planes is read (sample positions are clamped to the plane). Missing
+// planes (null data, sizes below 1) write nothing. extra, forwardTile, rows
+// and planeValue are carried for the family's other members and do not
+// affect these kernels.
 using KQWarpKernelFn = void(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
-                            const int32_t* rect, const Homography* inverseTile,
+                            const int32_t* rect, const int32_t* last, const Homography* inverseTile,
                             const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
                             int32_t ty, int32_t planeValue);
 
@@ -42,15 +47,17 @@ KQWarpKernelFn kqWarpLumaKernel, kqWarpChromaKernel, kqWarpKernelNoop;
 
 // Runs the selected kernel on `planes` with planeValueA, then, when
 // secondPlanes is not null, on it with planeValueB (same rectangle and
-// tiles). Uses kqWarpDspGet().
+// tiles). Writes the whole rectangle. Uses kqWarpDspGet().
 void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t planeValueAIsZero,
                   KQImage8* planes, KQImage8* secondPlanes, void* extra, const int32_t* rect,
                   const Homography* inverseTile, const Homography* forwardTile, int32_t cols,
                   int32_t rows, int32_t tx, int32_t ty, int32_t planeValueA, int32_t planeValueB);
 
-// The same with an explicit kernel table (tests run every ISA level).
+// The same with an explicit kernel table (tests run every ISA level) and the
+// kernels' write limit (last, may be null).
 void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
                      int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
-                     void* extra, const int32_t* rect, const Homography* inverseTile,
+                     void* extra, const int32_t* rect, const int32_t* last,
+                     const Homography* inverseTile,
                      const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
                      int32_t ty, int32_t planeValueA, int32_t planeValueB);

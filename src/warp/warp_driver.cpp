@@ -126,8 +126,8 @@ void kqWarpTileSplit(int32_t slice, int32_t sliceCount, int32_t, void* context) 
   job->lastTile = int32_t((total * (slice + 1)) / sliceCount - 1);
 }
 
-void kqWarpTileRect(const WarpJob* job, int32_t tileTotal, int32_t tx, int32_t ty,
-                    int32_t rect[4]) {
+void kqWarpTileRect(const WarpJob* job, int32_t tileTotal, int32_t tx, int32_t ty, int32_t rect[4],
+                    int32_t last[2]) {
   const int32_t cols = job->tileColumns, rows = job->tileRows;
   if (job->useHomography < 1) {
     // Identity mapping: rectangles cut straight from the destination and held
@@ -136,34 +136,41 @@ void kqWarpTileRect(const WarpJob* job, int32_t tileTotal, int32_t tx, int32_t t
     rect[1] = imax(int32_t(int64_t(ty) * job->dstHeight / rows), job->srcMinY);
     rect[2] = imin(int32_t(int64_t(tx + 1) * job->dstWidth / cols - 1), job->srcMaxX);
     rect[3] = imin(int32_t(int64_t(ty + 1) * job->dstHeight / rows - 1), job->srcMaxY);
+    last[0] = rect[2];
+    last[1] = rect[3];
     return;
   }
   const Homography& h = job->forwardGrid[int64_t(cols) * rows * (job->imageCount - 1)];
   const int32_t srcW = job->planes[0].width, srcH = job->planes[0].height;
-  Cuts xs = columnExtent(job, h, srcW, tx);
-  Cuts ys = rowExtent(job, h, srcH, ty);
-
-  // Rectangles of tiles that run must not share pixels, or the bytes left
-  // there would depend on which slice ran last. The result is the one the
-  // tiles give when they run in index order:
-  //  - the widened last column takes the column it shares with the tiles to
-  //    its left (their arithmetic can differ there by a grey level), so they
-  //    stop one column short of it;
-  //  - a tile row ends above the next tile row's first row (this only bites
-  //    for non-square grids, whose lower cut uses the column count).
-  const int32_t rowStart = ty * cols;
-  if (tx < cols - 1 && rowStart + cols - 1 < tileTotal) {
-    const Cuts last = columnExtent(job, h, srcW, cols - 1);
-    xs.x1 = imin(xs.x1, last.x0 - 1);
-  }
-  if (ty < rows - 1 && rowStart + cols < tileTotal) {
-    const Cuts next = rowExtent(job, h, srcH, ty + 1);
-    ys.x1 = imin(ys.x1, next.x0 - 1);
-  }
+  const Cuts xs = columnExtent(job, h, srcW, tx);
+  const Cuts ys = rowExtent(job, h, srcH, ty);
   rect[0] = xs.x0;
   rect[1] = ys.x0;
   rect[2] = xs.x1;
   rect[3] = ys.x1;
+
+  // Rectangles of tiles that run must not share written pixels, or the bytes
+  // left there would depend on which slice ran last. The result is the one
+  // the tiles give when they run in index order:
+  //  - the widened last column takes the column it shares with the tile to
+  //    its left (their arithmetic can differ there by a grey level), so that
+  //    tile stops writing one column short of it;
+  //  - a tile row stops writing above the next tile row's first row (this
+  //    only bites for non-square grids, whose lower cut uses the column
+  //    count).
+  // Only the writing stops short: the row geometry (left and right ends,
+  // step, vertical blend) still comes from the whole rectangle.
+  last[0] = xs.x1;
+  last[1] = ys.x1;
+  const int32_t rowStart = ty * cols;
+  if (tx < cols - 1 && rowStart + cols - 1 < tileTotal) {
+    const Cuts lastColumn = columnExtent(job, h, srcW, cols - 1);
+    last[0] = imin(last[0], lastColumn.x0 - 1);
+  }
+  if (ty < rows - 1 && rowStart + cols < tileTotal) {
+    const Cuts next = rowExtent(job, h, srcH, ty + 1);
+    last[1] = imin(last[1], next.x0 - 1);
+  }
 }
 
 void kqWarpTileTask(void* context) {
@@ -179,11 +186,11 @@ void kqWarpTileTask(void* context) {
     for (int32_t tx = 0; tx < cols; ++tx) {
       const int32_t t = ty * cols + tx;
       if (t < job->firstTile || t > job->lastTile) continue;
-      int32_t rect[4];
-      kqWarpTileRect(job, job->tileTotal, tx, ty, rect);
+      int32_t rect[4], last[2];
+      kqWarpTileRect(job, job->tileTotal, tx, ty, rect, last);
       warpDispatchDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
                       job->planeValueAIsZero, job->planes, job->secondPlanes, job->extra, rect,
-                      &job->inverseGrid[t], &job->forwardGrid[t], cols, rows, tx, ty,
+                      last, &job->inverseGrid[t], &job->forwardGrid[t], cols, rows, tx, ty,
                       job->planeValueA, job->planeValueB);
     }
 }

@@ -73,7 +73,10 @@ int32_t kqWarpLatchedTileTotal();
 // job's range, row-major.
 void kqWarpTileTask(void* context);
 
-// Output rectangle {x0, y0, x1, y1} of tile (tx, ty) as the task computes
-// it, including the clips that keep rectangles of processed tiles disjoint
-// (tiles below tileTotal are processed).
-void kqWarpTileRect(const WarpJob* job, int32_t tileTotal, int32_t tx, int32_t ty, int32_t rect[4]);
+// Output rectangle {x0, y0, x1, y1} of tile (tx, ty), from which the tile's
+// row geometry is taken, and in last = {column, row} the last column and row
+// that the tile writes: short of the rectangle's end where a processed tile
+// (index below tileTotal) later writes the same pixels, so that the bytes
+// there are those of a run that takes the tiles in order.
+void kqWarpTileRect(const WarpJob* job, int32_t tileTotal, int32_t tx, int32_t ty, int32_t rect[4],
+                    int32_t last[2]);

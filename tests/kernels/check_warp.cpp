@@ -192,8 +192,8 @@ TEST(CheckWarp, TileKernels) {
         std::vector<uint8_t> pw(size_t(dw) * dh + 64, 0x5A), pg(pw);
         KQImage8 lw[2] = {{sw, sh, src.data()}, {dw, dh, pw.data()}};
         KQImage8 lg[2] = {{sw, sh, src.data()}, {dw, dh, pg.data()}};
-        kernel(&ref, lw, nullptr, rect, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
-        kernel(&level.dsp, lg, nullptr, rect, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
+        kernel(&ref, lw, nullptr, rect, nullptr, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
+        kernel(&level.dsp, lg, nullptr, rect, nullptr, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
         ASSERT_TRUE(kqPlanesEqual(pw.data(), dw, pg.data(), dw, dw, dh))
             << (luma ? "luma" : "chroma") << " tile " << level.name << " fill " << kqFillName(fill)
             << " src " << sw << "x" << sh << " dst " << dw << "x" << dh << " rect " << rect[0]
@@ -285,8 +285,8 @@ TEST(CheckWarp, TinyPlanesStayInBounds) {
             std::vector<uint8_t> out(size_t(dw) * dh + 32, 0x5A);
             KQImage8 list[2] = {{sw, sh, src.data()}, {dw, dh, out.data()}};
             const int32_t rect[4] = {-3, -3, dw + 3, dh + 3};
-            kqWarpLumaKernel(&dsp, list, nullptr, rect, &grid[5], nullptr, 4, 4, 1, 1, 0);
-            kqWarpChromaKernel(&dsp, list, nullptr, rect, &grid[5], nullptr, 4, 4, 1, 1, 0);
+            kqWarpLumaKernel(&dsp, list, nullptr, rect, nullptr, &grid[5], nullptr, 4, 4, 1, 1, 0);
+            kqWarpChromaKernel(&dsp, list, nullptr, rect, nullptr, &grid[5], nullptr, 4, 4, 1, 1, 0);
             for (size_t i = size_t(dw) * dh; i < out.size(); ++i)
               ASSERT_EQ(out[i], 0x5A) << kqCpuLevelName(flags) << " wrote past the plane";
           }
