@@ -75,9 +75,34 @@ void logInvalid(const char* what) {
   kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "KQUpScale: %s; nothing written", what);
 }
 
-bool validImage(const KQYUVMultiPlaneImage* image) {
-  return image != nullptr && image->yData != nullptr && image->chromaData != nullptr &&
-         image->width >= 1 && image->height >= 1 && image->yRowStride >= image->width;
+// Plane extents are capped at 2 GiB - 1 on every target, so that a record
+// means the same on 32-bit ARM (where larger planes cannot exist) as on
+// 64-bit machines, and no offset inside a plane overflows.
+constexpr int64_t kLargestPlane = 0x7FFFFFFF;
+
+// Why a record cannot be worked with safely, or null when it can. The
+// luma plane is yRowStride * yScanlines bytes and the chroma plane
+// height / 2 rows of yRowStride bytes; the stages touch `height` rows, so a
+// record whose scanlines fall short of its height describes a plane that
+// is too small for them.
+const char* recordProblem(const KQYUVMultiPlaneImage* image, int32_t minSide) {
+  if (image == nullptr || image->yData == nullptr || image->chromaData == nullptr)
+    return "is missing a record or a plane";
+  if (image->width < minSide || image->height < minSide)
+    return minSide > 1 ? "is smaller than 2x2" : "is empty";
+  if (image->yRowStride < image->width) return "has a row stride below its width";
+  if (image->yScanlines < image->height) return "has fewer scanlines than rows";
+  if (int64_t(image->yRowStride) * image->yScanlines > kLargestPlane)
+    return "has a luma plane of 2 GiB or more";
+  return nullptr;
+}
+
+bool acceptRecord(const KQYUVMultiPlaneImage* image, const char* which, int32_t minSide) {
+  const char* problem = recordProblem(image, minSide);
+  if (problem == nullptr) return true;
+  kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "KQUpScale: %s image %s; nothing written", which,
+        problem);
+  return false;
 }
 
 KQImage8* planeList(KQImage8* source, KQImage8* destination) {
@@ -118,14 +143,7 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqUpScaleVersion());
   kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqBaseGetVersion());
 
-  if (!validImage(in)) {
-    logInvalid("input image is missing, empty or has a row stride below its width");
-    return 0;
-  }
-  if (!validImage(out) || out->width < 2 || out->height < 2) {
-    logInvalid("output image is missing, smaller than 2x2 or has a row stride below its width");
-    return 0;
-  }
+  if (!acceptRecord(in, "input", 1) || !acceptRecord(out, "output", 2)) return 0;
 
   // Private copy with the internal format code: 11 = U,V order, 10 = V,U.
   KQYUVMultiPlaneImage source = *in;

@@ -3,6 +3,7 @@
 // and concurrent callers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <thread>
@@ -173,6 +174,45 @@ TEST_F(Pipeline, DegenerateCallsWriteNothingAndReturnZero) {
   empty.width = 0;
   EXPECT_EQ(KQUpScale_ScaleImage(&empty, &out, 3, 3, 1.0f, 2, 0), 0);
   EXPECT_EQ(dst.bytes(), untouched);
+  EXPECT_EQ(kqPoolUserCount(), 0);
+}
+
+// Records that promise less than the stages touch: fewer scanlines than
+// rows, or a plane extent beyond 2 GiB. Each is refused before any byte is
+// read or written; the buffers behind them are large enough that a call
+// which went ahead anyway would show up as changed bytes, not as a crash.
+TEST_F(Pipeline, RecordsThatUnderstateTheirPlanesAreRefused) {
+  const KqYuv src = KqYuv::camera(125, 430, 4);
+  struct Case {
+    int outW, outH, outStride;
+    int inScanlinesShort, outScanlinesShort;
+    int64_t inStride, outStride2;  // 0: as the image
+    Settings s;
+  };
+  const Case cases[] = {
+      {26, 45, 44, 0, 3, 0, 0, {0, 0, 0.0f}},        // luma row spread
+      {64, 48, 64, 1, 0, 0, 0, {0, 0, 0.0f}},        // intake
+      {120, 90, 120, 0, 1, 0, 0, {3, 4, 0.0f}},      // noise filter's last row
+      {198, 110, 198, 0, 3, 0, 0, {0, 0, 1.0f}},     // sharpening
+      {64, 48, 64, 0, 0, 0x7FFFFFF0, 0, {3, 4, 0.6f}},  // input extent
+      {64, 48, 64, 0, 0, 0, 0x20000000, {3, 4, 0.6f}},  // output extent
+  };
+  for (const Case& c : cases) {
+    KqYuv dst(c.outW, c.outH, c.outStride, 0x5A);
+    const std::vector<uint8_t> untouched = dst.bytes();
+    KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+    in.yScanlines -= c.inScanlinesShort;
+    out.yScanlines -= c.outScanlinesShort;
+    if (c.inStride) in.yRowStride = int32_t(c.inStride);
+    if (c.outStride2) out.yRowStride = int32_t(c.outStride2);
+    log_.clear();
+    EXPECT_EQ(KQUpScale_ScaleImage(&in, &out, c.s.nr, c.s.cnr, c.s.sharp, 2, 0), 0);
+    EXPECT_EQ(dst.bytes(), untouched) << c.outW << "x" << c.outH;
+    const std::vector<std::string> lines = log_.messages();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& m) {
+      return m.find("nothing written") != std::string::npos;
+    })) << c.outW << "x" << c.outH;
+  }
   EXPECT_EQ(kqPoolUserCount(), 0);
 }
 
