@@ -15,11 +15,11 @@
 #include "image/image8.h"
 #include "image/output_assembly.h"
 #include "image/plane_intake.h"
-#include "runtime/alloc.h"
 #include "runtime/log.h"
 #include "runtime/pool.h"
 #include "runtime/timer.h"
 #include "runtime/version.h"
+#include "runtime/workspace.h"
 #include "warp/homography.h"
 #include "warp/warp_driver.h"
 
@@ -29,45 +29,78 @@ namespace {
 // must not be negative.
 constexpr int32_t kMinWorkSize = 4;
 
-// Everything one call allocates. All of it is obtained before the caller's
-// planes are touched, so a failed allocation leaves them as they were.
-struct Buffers {
-  KQImage8* inY = nullptr;
-  KQImage8* outYTmp = nullptr;
-  KQImage8* inU = nullptr;
-  KQImage8* inV = nullptr;
-  KQImage8* outU = nullptr;
-  KQImage8* outV = nullptr;
-  KQImage8* scratch2 = nullptr;
-  KQImage8* chromaScratch[4] = {nullptr, nullptr, nullptr, nullptr};
-  KQImage8* lumaList = nullptr;  // {source, destination}
-  KQImage8* uList = nullptr;
-  KQImage8* vList = nullptr;
-  Homography* forwardGrid = nullptr;
-  Homography* inverseGrid = nullptr;
-  Homography* forwardScale = nullptr;
-  Homography* inverseScale = nullptr;
-  uint8_t* paddingRow = nullptr;    // row buffer of the in-place luma spread
-  uint8_t* paddingSaved = nullptr;  // caller's padding bytes under the packed luma
+// Format codes: the public one for NV12 and the internal layout codes the
+// intake and output stages take (11 = U,V order, 10 = V,U).
+constexpr int32_t kPublicNv12 = 9;
+constexpr int32_t kLayoutUV = 11;
+constexpr int32_t kLayoutVU = 10;
 
-  ~Buffers() {
-    kqFree(paddingRow);
-    kqFree(paddingSaved);
-    kqFree(forwardGrid);
-    kqFree(inverseGrid);
-    kqFree(forwardScale);
-    kqFree(inverseScale);
-    kqReleaseImage8(&inY);
-    kqReleaseImage8(&outYTmp);
-    kqReleaseImage8(&inU);
-    kqReleaseImage8(&inV);
-    kqReleaseImage8(&outU);
-    kqReleaseImage8(&outV);
-    kqReleaseImage8(&scratch2);
-    for (KQImage8*& plane : chromaScratch) kqReleaseImage8(&plane);
-    kqFree(lumaList);
-    kqFree(uList);
-    kqFree(vList);
+// Stage ids of the timer hooks (the labels beside them are what the hooks
+// report).
+enum StageId : int32_t {
+  kStageIntake = 0,
+  kStageHomographies = 1,
+  kStageLumaWarp = 2,
+  kStageChromaWarp = 3,
+  kStagePostFilter = 4,  // encloses the three filters
+  kStageOutput = 5,      // encloses the luma spread and the chroma interleave
+  kStageLumaNoise = 12,
+  kStageSharpening = 13,
+  kStageChromaNoise = 14,
+  kStageLumaSpread = 21,
+  kStageChromaInterleave = 22,
+};
+
+// The warp grid: 4 x 4 tiles, one homography pair each.
+constexpr int32_t kGridSide = 4;
+constexpr int32_t kGridTiles = kGridSide * kGridSide;
+
+// The working planes a call may need. Which of them it does need, and how
+// large, follows from its sizes and strengths (see makePlan).
+enum PlaneId : int32_t {
+  kInY,          // the work region's luma, packed
+  kInU,          // its chroma, split and packed
+  kInV,
+  kWarpY,        // warped luma, when a luma filter follows
+  kDenoisedY,    // noise-filtered luma, when sharpening follows
+  kOutU,         // warped (then filtered) chroma at output size
+  kOutV,
+  kHalf1U,       // the chroma filter's quarter-size planes
+  kHalf1V,
+  kHalf2U,
+  kHalf2V,
+  kPaddingRow,   // row buffer of the in-place luma spread
+  kPaddingSaved, // caller's padding bytes under the packed luma
+  kPlaneCount
+};
+
+// Planes start this many bytes apart within a page from one another, so
+// that a stage reading one plane and writing another at the same row
+// offsets does not have its loads and stores alias in the low 12 address
+// bits (which stalls store forwarding checks on x86 and ARM cores alike).
+constexpr size_t kPlaneStagger = 576;
+constexpr size_t kPage = 4096;
+
+// What one call needs: every plane's size (0 x 0 when it is not needed) and
+// its place in the call's block of working memory.
+struct Plan {
+  int32_t width[kPlaneCount] = {};
+  int32_t height[kPlaneCount] = {};
+  size_t offset[kPlaneCount] = {};
+  size_t bytes = 0;  // the whole block
+
+  // Stage routing.
+  bool warpIntoCaller = false;  // no luma filter: the warp writes the caller's plane
+  bool denoise = false;
+  bool sharpen = false;
+  bool chromaFilter = false;
+  bool spread = false;  // luma rows are moved to the caller's row stride at the end
+  size_t savedBytes = 0;
+
+  bool needs(PlaneId id) const { return width[id] > 0 && height[id] > 0; }
+  void set(PlaneId id, int32_t w, int32_t h) {
+    width[id] = w;
+    height[id] = h;
   }
 };
 
@@ -105,15 +138,6 @@ bool acceptRecord(const KQYUVMultiPlaneImage* image, const char* which, int32_t 
   return false;
 }
 
-KQImage8* planeList(KQImage8* source, KQImage8* destination) {
-  KQImage8* list = static_cast<KQImage8*>(kqMalloc(2 * sizeof(KQImage8)));
-  if (list != nullptr) {
-    list[0] = *source;
-    list[1] = *destination;
-  }
-  return list;
-}
-
 // The luma stages write packed rows of `width` bytes from the start of the
 // caller's plane, and the final spread moves them to the row stride. The
 // packed rows cover padding bytes of the upper rows on the way; these
@@ -134,6 +158,78 @@ size_t coveredPaddingBytes(int32_t width, int32_t height, int32_t stride) {
   return total;
 }
 
+// The plan for one call: which planes its strengths need and where each
+// sits in the call's block. Sizes are at most the caller's record sizes
+// (each plane below 2 GiB), so the sum fits a size_t on every target.
+Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t outHeight,
+              int32_t outStride, int32_t noiseReduction, int32_t chromaNoiseReduction,
+              float sharpening) {
+  Plan plan;
+  plan.sharpen = sharpening > 0.0f;
+  plan.denoise = noiseReduction > 0;
+  // The warp writes the caller's plane directly only when no luma filter
+  // follows. Negative or NaN sharpening without noise reduction writes no
+  // luma at all; noise reduction always reads the warp from a plane of its
+  // own, so that its output never overwrites pixels it still reads.
+  plan.warpIntoCaller = sharpening == 0.0f && !plan.denoise;
+  const bool lumaWritten = plan.warpIntoCaller || plan.denoise || plan.sharpen;
+  // The chroma filter works on quarter-size planes; an output whose chroma
+  // is below 2x2 has none, and its chroma stays as warped.
+  const int32_t halfW = (outWidth / 2) / 2, halfH = (outHeight / 2) / 2;
+  plan.chromaFilter = chromaNoiseReduction > 0 && halfW > 0 && halfH > 0;
+  plan.spread = outStride > outWidth && lumaWritten;
+  plan.savedBytes = plan.spread ? coveredPaddingBytes(outWidth, outHeight, outStride) : 0;
+
+  plan.set(kInY, workWidth, workHeight);
+  plan.set(kInU, workWidth / 2, workHeight / 2);
+  plan.set(kInV, workWidth / 2, workHeight / 2);
+  if (!plan.warpIntoCaller) plan.set(kWarpY, outWidth, outHeight);
+  if (plan.denoise && plan.sharpen) plan.set(kDenoisedY, outWidth, outHeight);
+  plan.set(kOutU, outWidth / 2, outHeight / 2);
+  plan.set(kOutV, outWidth / 2, outHeight / 2);
+  if (plan.chromaFilter) {
+    for (PlaneId id : {kHalf1U, kHalf1V, kHalf2U, kHalf2V}) plan.set(id, halfW, halfH);
+  }
+  if (plan.spread) {
+    plan.set(kPaddingRow, outWidth, 1);
+    if (plan.savedBytes > 0) plan.set(kPaddingSaved, int32_t(plan.savedBytes), 1);
+  }
+
+  size_t end = 0;
+  for (int32_t id = 0, placed = 0; id < kPlaneCount; ++id) {
+    if (!plan.needs(PlaneId(id))) continue;
+    const size_t pageStart = (end + kPage - 1) / kPage * kPage;
+    plan.offset[id] = pageStart + (size_t(placed) * kPlaneStagger) % kPage;
+    end = plan.offset[id] + size_t(plan.width[id]) * size_t(plan.height[id]);
+    ++placed;
+  }
+  plan.bytes = end;
+  return plan;
+}
+
+// The planes of one call, carved from its block.
+struct Planes {
+  KQImage8 plane[kPlaneCount] = {};
+  KQImage8* get(PlaneId id) { return plane[id].data != nullptr ? &plane[id] : nullptr; }
+};
+
+Planes carve(const Plan& plan, uint8_t* block) {
+  Planes planes;
+  for (int32_t id = 0; id < kPlaneCount; ++id) {
+    if (!plan.needs(PlaneId(id))) continue;
+    planes.plane[id] = {plan.width[id], plan.height[id], block + plan.offset[id]};
+  }
+  return planes;
+}
+
+// Brackets one stage with its timer hooks.
+template <typename Fn>
+void stage(StageId id, const char* label, Fn run) {
+  kqTimerStart(id);
+  run();
+  kqTimerStop(label, id);
+}
+
 }  // namespace
 
 int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage* out, int32_t left,
@@ -144,10 +240,6 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqBaseGetVersion());
 
   if (!acceptRecord(in, "input", 1) || !acceptRecord(out, "output", 2)) return 0;
-
-  // Private copy with the internal format code: 11 = U,V order, 10 = V,U.
-  KQYUVMultiPlaneImage source = *in;
-  source.type = in->type == 9 ? 11 : 10;
 
   // Region: clamped (never rejected) and cut to multiples of 4; a whole-image
   // call keeps the input's size as it is.
@@ -179,147 +271,114 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
     logInvalid("region and output aspect ratios leave less than 4x4 source pixels");
     return 0;
   }
-  KQImage8 outYView{outWidth, outHeight, out->yData};
 
-  // Where the luma goes. The warp writes the caller's plane directly only when
-  // no luma filter follows; noise reduction always reads the warp from a plane
-  // of its own, so that its output never overwrites pixels it still reads.
-  const bool sharpen = sharpening > 0.0f;
-  const bool denoise = noiseReduction > 0;
-  const bool warpIntoCaller = sharpening == 0.0f && !denoise;
-  const bool lumaWritten = warpIntoCaller || denoise || sharpen;
-
-  Buffers b;
-  b.inY = kqCreateImage8(workWidth, workHeight);
-  if (!warpIntoCaller) b.outYTmp = kqCreateImage8(outWidth, outHeight);
-  b.inU = kqCreateImage8(workWidth / 2, workHeight / 2);
-  b.inV = kqCreateImage8(workWidth / 2, workHeight / 2);
-  b.outU = kqCreateImage8(outWidth / 2, outHeight / 2);
-  b.outV = kqCreateImage8(outWidth / 2, outHeight / 2);
-  if (denoise && sharpen) b.scratch2 = kqCreateImage8(outWidth, outHeight);
-  // The chroma filter works on quarter-size scratch planes; an output whose
-  // chroma is below 2x2 has none, and its chroma stays as warped.
-  const int32_t halfChromaW = (outWidth / 2) / 2;
-  const int32_t halfChromaH = (outHeight / 2) / 2;
-  const bool chromaFilter = chromaNoiseReduction > 0 && halfChromaW > 0 && halfChromaH > 0;
-  if (chromaFilter) {
-    for (KQImage8*& plane : b.chromaScratch) plane = kqCreateImage8(halfChromaW, halfChromaH);
-  }
-  // Output luma rows are spread to the row stride at the end (in place).
-  const int32_t padX = out->yRowStride - out->width;
-  const bool spread = padX > 0 && lumaWritten;
-  const size_t savedBytes = spread ? coveredPaddingBytes(outWidth, outHeight, out->yRowStride) : 0;
-  if (spread) {
-    b.paddingRow = static_cast<uint8_t*>(kqMalloc(uint32_t(outWidth)));
-    if (savedBytes > 0) b.paddingSaved = static_cast<uint8_t*>(kqMalloc(uint32_t(savedBytes)));
-  }
-  bool complete = (!spread || (b.paddingRow && (savedBytes == 0 || b.paddingSaved))) && b.inY &&
-                  (warpIntoCaller || b.outYTmp) && b.inU && b.inV && b.outU && b.outV &&
-                  (!(denoise && sharpen) || b.scratch2);
-  for (KQImage8* plane : b.chromaScratch) complete = complete && (!chromaFilter || plane);
-  if (complete) {
-    KQImage8* lumaTarget = warpIntoCaller ? &outYView : b.outYTmp;
-    b.lumaList = planeList(b.inY, lumaTarget);
-    b.uList = planeList(b.inU, b.outU);
-    b.vList = planeList(b.inV, b.outV);
-    b.forwardGrid = static_cast<Homography*>(kqMalloc(16 * sizeof(Homography)));
-    b.inverseGrid = static_cast<Homography*>(kqMalloc(16 * sizeof(Homography)));
-    b.forwardScale = static_cast<Homography*>(kqMalloc(sizeof(Homography)));
-    b.inverseScale = static_cast<Homography*>(kqMalloc(sizeof(Homography)));
-    complete = b.lumaList && b.uList && b.vList && b.forwardGrid && b.inverseGrid &&
-               b.forwardScale && b.inverseScale;
-  }
-  if (!complete) {
+  // All working memory is one block, obtained before the caller's planes are
+  // touched, so that a failure leaves them as they were. A repeated call of
+  // the same sizes gets the block the previous one used.
+  const Plan plan = makePlan(workWidth, workHeight, outWidth, outHeight, out->yRowStride,
+                             noiseReduction, chromaNoiseReduction, sharpening);
+  KQBlock block = kqWorkspaceAcquire(plan.bytes);
+  if (block.data == nullptr) {
     logInvalid("working memory could not be allocated");
     return 0;
   }
+  Planes p = carve(plan, block.data);
+  KQImage8 callerY{outWidth, outHeight, out->yData};
+  KQImage8* warpedY = plan.warpIntoCaller ? &callerY : p.get(kWarpY);
+  Homography forwardGrid[kGridTiles], inverseGrid[kGridTiles], forwardScale, inverseScale;
 
   if (affinityMask >= 1) kqSetThreadAffinity(affinityMask);
-  kqPoolStart(numThreads, 0, "KQUpScale");
+  // Counts of 0 and 1 run on the calling thread and negative ones start
+  // their own threads per step: only counts above 1 use the pool.
+  const bool pooled = numThreads > 1;
+  if (pooled) kqPoolStart(numThreads, 0, "KQUpScale");
 
-  if (b.paddingSaved != nullptr) {
-    uint8_t* saved = b.paddingSaved;
+  if (plan.savedBytes > 0) {
+    uint8_t* saved = p.get(kPaddingSaved)->data;
     forEachCoveredPadding(outWidth, outHeight, out->yRowStride, [&](size_t start, size_t n) {
       std::memcpy(saved, out->yData + start, n);
       saved += n;
     });
   }
 
-  kqTimerStart(0);
-  if (whole) {
-    kqTakeYUVPlanes(&source, b.inY, b.inU, b.inV, numThreads);
-  } else {
-    kqTakeYUVPlanesFromROI(&source, b.inY, b.inU, b.inV, left, top, right, bottom, numThreads);
-  }
-  kqTimerStop("kqTakeYUVPlanes", 0);
+  // The stages, in order.
+  stage(kStageIntake, "kqTakeYUVPlanes", [&] {
+    KQYUVMultiPlaneImage source = *in;
+    source.type = in->type == kPublicNv12 ? kLayoutUV : kLayoutVU;
+    if (whole) {
+      kqTakeYUVPlanes(&source, p.get(kInY), p.get(kInU), p.get(kInV), numThreads);
+    } else {
+      kqTakeYUVPlanesFromROI(&source, p.get(kInY), p.get(kInU), p.get(kInV), left, top, right,
+                             bottom, numThreads);
+    }
+  });
 
-  kqTimerStart(1);
   int32_t srcLimitX = workWidth - 4;
   int32_t srcLimitY = workHeight - 4;
-  kqCreateScalingHomographies(b.forwardGrid, b.inverseGrid, b.forwardScale, b.inverseScale,
-                              workWidth, workHeight, outWidth, outHeight, &srcLimitX, &srcLimitY);
-  kqTimerStop("kqCreateScalingHomographies", 1);
+  stage(kStageHomographies, "kqCreateScalingHomographies", [&] {
+    kqCreateScalingHomographies(forwardGrid, inverseGrid, &forwardScale, &inverseScale,
+                                workWidth, workHeight, outWidth, outHeight, &srcLimitX,
+                                &srcLimitY);
+  });
 
-  kqTimerStart(2);
-  warpAll(b.lumaList, nullptr, nullptr, b.forwardGrid, b.inverseGrid, 0, srcLimitX, 0, srcLimitY, 1,
-          0, 0, numThreads, 0, 1, 4, 4);
-  kqTimerStop("warpAll", 2);
+  stage(kStageLumaWarp, "warpAll", [&] {
+    KQImage8 list[2] = {*p.get(kInY), *warpedY};
+    warpAll(list, nullptr, nullptr, forwardGrid, inverseGrid, 0, srcLimitX, 0, srcLimitY, 1, 0, 0,
+            numThreads, 0, 1, kGridSide, kGridSide);
+  });
 
-  kqTimerStart(3);
-  kqHalveHomographyTranslations(b.forwardGrid, b.inverseGrid);
-  warpAll(b.uList, b.vList, nullptr, b.forwardGrid, b.inverseGrid, 0, srcLimitX / 2, 0,
-          srcLimitY / 2, 1, 0, 0, numThreads, 1, 0, 4, 4);
-  kqTimerStop("warpAll - chroma", 3);
+  stage(kStageChromaWarp, "warpAll - chroma", [&] {
+    kqHalveHomographyTranslations(forwardGrid, inverseGrid);
+    KQImage8 uList[2] = {*p.get(kInU), *p.get(kOutU)};
+    KQImage8 vList[2] = {*p.get(kInV), *p.get(kOutV)};
+    warpAll(uList, vList, nullptr, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0, srcLimitY / 2, 1,
+            0, 0, numThreads, 1, 0, kGridSide, kGridSide);
+  });
 
-  kqTimerStart(4);
-  const KQImage8* current = &b.lumaList[1];
-  kqTimerStart(12);
-  if (denoise) {
-    KQImage8* destination = sharpen ? b.scratch2 : &outYView;
-    kqLumaNoiseReduction(current, destination, nullptr, noiseReduction, numThreads);
-    current = destination;
-  }
-  kqTimerStop("Noise reduction", 12);
+  kqTimerStart(kStagePostFilter);
+  const KQImage8* lumaSoFar = warpedY;
+  stage(kStageLumaNoise, "Noise reduction", [&] {
+    if (!plan.denoise) return;
+    KQImage8* destination = plan.sharpen ? p.get(kDenoisedY) : &callerY;
+    kqLumaNoiseReduction(lumaSoFar, destination, nullptr, noiseReduction, numThreads);
+    lumaSoFar = destination;
+  });
+  stage(kStageSharpening, "Sharpening", [&] {
+    if (plan.sharpen) kqImageSharpening(lumaSoFar, &callerY, nullptr, sharpening, 0.0f, 4, numThreads);
+  });
+  stage(kStageChromaNoise, "Chroma noise reduction", [&] {
+    if (!plan.chromaFilter) return;
+    kqChromaNoiseReduction(&callerY, p.get(kOutU), p.get(kOutV), p.get(kOutU), p.get(kOutV),
+                           p.get(kHalf1U), p.get(kHalf1V), p.get(kHalf2U), p.get(kHalf2V),
+                           nullptr, 0, static_cast<float>(chromaNoiseReduction), numThreads);
+  });
+  kqTimerStop("kqUpScalePostFilter", kStagePostFilter);
 
-  kqTimerStart(13);
-  if (sharpen) {
-    kqImageSharpening(current, &outYView, nullptr, sharpening, 0.0f, 4, numThreads);
-  }
-  kqTimerStop("Sharpening", 13);
-
-  kqTimerStart(14);
-  if (chromaFilter) {
-    kqChromaNoiseReduction(&outYView, b.outU, b.outV, b.outU, b.outV, b.chromaScratch[0],
-                           b.chromaScratch[1], b.chromaScratch[2], b.chromaScratch[3], nullptr, 0,
-                           static_cast<float>(chromaNoiseReduction), numThreads);
-  }
-  kqTimerStop("Chroma noise reduction", 14);
-  kqTimerStop("kqUpScalePostFilter", 4);
-
-  kqTimerStart(5);
-  kqTimerStart(21);
+  kqTimerStart(kStageOutput);
   // An output whose row stride equals its width gets neither luma nor
   // chroma padding, whatever its scanline count.
+  const int32_t padX = out->yRowStride - out->width;
   const int32_t chromaPadX = out->yRowStride != out->width ? padX : 0;
   const int32_t padY = out->yRowStride != out->width ? out->yScanlines - out->height : 0;
-  // Spreading rows that no stage wrote would move the caller's own bytes.
-  if (spread) {
-    kqAddPaddingToYChannelWithBuffer(&outYView, padX, b.paddingRow);
-    const uint8_t* saved = b.paddingSaved;
+  stage(kStageLumaSpread, "kqAddPaddingToYChannel", [&] {
+    // Spreading rows that no stage wrote would move the caller's own bytes.
+    if (!plan.spread) return;
+    kqAddPaddingToYChannelWithBuffer(&callerY, padX, p.get(kPaddingRow)->data);
+    if (plan.savedBytes == 0) return;
+    const uint8_t* saved = p.get(kPaddingSaved)->data;
     forEachCoveredPadding(outWidth, outHeight, out->yRowStride, [&](size_t start, size_t n) {
       std::memcpy(out->yData + start, saved, n);
       saved += n;
     });
-  }
-  kqTimerStop("kqAddPaddingToYChannel", 21);
+  });
+  stage(kStageChromaInterleave, "kqSetUVData", [&] {
+    KQYUVMultiPlaneImage target = *out;
+    target.type = out->type == kPublicNv12 ? kLayoutUV : kLayoutVU;
+    kqSetUVData(p.get(kOutU), p.get(kOutV), &target, padY, chromaPadX, numThreads);
+  });
+  kqTimerStop("kqCreateFinalUpScaleOutput", kStageOutput);
 
-  kqTimerStart(22);
-  KQYUVMultiPlaneImage target = *out;
-  target.type = out->type == 9 ? 11 : 10;
-  kqSetUVData(b.outU, b.outV, &target, padY, chromaPadX, numThreads);
-  kqTimerStop("kqSetUVData", 22);
-  kqTimerStop("kqCreateFinalUpScaleOutput", 5);
-
-  kqPoolStop();
+  if (pooled) kqPoolStop();
+  kqWorkspaceRelease(&block);
   return 0;
 }

@@ -81,6 +81,21 @@ void kqFree(void* p) {
   }
 }
 
+void* kqMapBlock(size_t bytes) {
+  void* block = bytes > 0 ? gSystem.mapAnon(bytes) : nullptr;
+  if (block == nullptr) {
+    kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "mmap(%zu) failed (%s)", bytes, std::strerror(errno));
+  }
+  return block;
+}
+
+void kqUnmapBlock(void* block, size_t bytes) {
+  if (block == nullptr) return;
+  if (gSystem.unmap(block, bytes) != 0) {
+    kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "munmap(%zu) failed (%s)", bytes, std::strerror(errno));
+  }
+}
+
 void* kqCalloc(uint32_t count, uint32_t size) {
   const uint32_t total = count * size;  // 32-bit product, as documented
   void* q = kqMalloc(total);

@@ -24,6 +24,12 @@ void* kqCalloc(uint32_t count, uint32_t size);
 // with kqFree.
 void* kqMallocChecked(size_t size);
 
+// Maps `bytes` (at least 1) of page-aligned, uninitialised memory with the
+// allocator's mapping call, or returns null (logged). Release with
+// kqUnmapBlock and the same size.
+void* kqMapBlock(size_t bytes);
+void kqUnmapBlock(void* block, size_t bytes);
+
 // The system calls behind the allocator. Tests replace them to observe the
 // path a request takes or to simulate exhaustion; null entries keep the real
 // call.

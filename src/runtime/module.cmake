@@ -5,7 +5,8 @@ list(APPEND KQ_CORE_SOURCES
   src/runtime/log.cpp
   src/runtime/pool.cpp
   src/runtime/timer.cpp
-  src/runtime/version.cpp)
+  src/runtime/version.cpp
+  src/runtime/workspace.cpp)
 list(APPEND KQ_TEST_SOURCES
   tests/unit/alloc_test.cpp
   tests/unit/log_timer_test.cpp

@@ -315,11 +315,15 @@ void kqPoolStart(int32_t threadCount, int32_t spinningCount, const char* name) {
     pthread_mutex_unlock(&gPoolLock);
     return;
   }
+  // A count below 1 is a documented mode (the calling thread, or threads
+  // of its own per step), not a failure: no pool, and nothing to log.
+  if (n < 1) {
+    pthread_mutex_unlock(&gPoolLock);
+    return;
+  }
   // The record is requested n times over (room for 32 slots is already in
-  // it). A count below 1 asks for nothing, which the allocator refuses, so
-  // no pool exists for such counts on any target.
-  const uint32_t bytes = n >= 1 ? uint32_t(n) * uint32_t(sizeof(WorkerPool)) : 0u;
-  void* memory = kqMalloc(bytes);
+  // it).
+  void* memory = kqMalloc(uint32_t(n) * uint32_t(sizeof(WorkerPool)));
   if (memory == nullptr) {
     pthread_mutex_unlock(&gPoolLock);
     return;

@@ -1,0 +1,46 @@
+// workspace.h - one block of working memory per call, lent from a small
+// process-wide cache so that repeated calls of one size do not map, fault in
+// and unmap their planes every time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Blocks kept between calls: one per concurrent caller up to this count.
+// Callers beyond it get a block of their own that is unmapped when they
+// return it.
+constexpr int32_t kKqCachedBlocks = 2;
+
+// A cached block serves a request it holds with at most 1 / kKqReuseSlack
+// of its size to spare; otherwise it is unmapped and one of the new size
+// takes its place. Calls of the same sizes always fit; a smaller call does
+// not keep an outgrown block alive.
+constexpr size_t kKqReuseSlack = 4;
+
+// Blocks are mapped in whole units of this many bytes.
+constexpr size_t kKqBlockGranule = size_t{64} << 10;
+
+// A lent block. `slot` is the cache entry it came from (-1: a private one).
+struct KQBlock {
+  uint8_t* data;
+  size_t bytes;
+  int32_t slot;
+};
+
+// Lends a block of at least `bytes` bytes (uninitialised, page-aligned), or
+// a block with null data when it cannot be mapped (logged). Thread-safe.
+//
+// Kept blocks are given back to the system when a request of another size
+// replaces them, when kqWorkspaceTrim runs, and when the library is
+// unloaded. Setting the environment variable KQUPSCALE_KEEP_MEMORY to 0
+// before the first call keeps nothing: every block is unmapped on return.
+KQBlock kqWorkspaceAcquire(size_t bytes);
+
+// Returns a block from kqWorkspaceAcquire (a null block is ignored).
+void kqWorkspaceRelease(KQBlock* block);
+
+// Unmaps every kept block that no call is using; returns the bytes freed.
+size_t kqWorkspaceTrim();
+
+// Bytes currently kept between calls (in use or not).
+size_t kqWorkspaceKeptBytes();
