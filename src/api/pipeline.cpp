@@ -61,8 +61,7 @@ enum PlaneId : int32_t {
   kInY,          // the work region's luma, packed
   kInU,          // its chroma, split and packed
   kInV,
-  kWarpY,        // warped luma, when a luma filter follows
-  kDenoisedY,    // noise-filtered luma, when sharpening follows
+  kLumaY,        // the luma between two steps that cannot share a plane
   kOutU,         // warped (then filtered) chroma at output size
   kOutV,
   kHalf1U,       // the chroma filter's quarter-size planes
@@ -89,8 +88,12 @@ struct Plan {
   size_t offset[kPlaneCount] = {};
   size_t bytes = 0;  // the whole block
 
-  // Stage routing.
-  bool warpIntoCaller = false;  // no luma filter: the warp writes the caller's plane
+  // Stage routing. Each luma step writes either the caller's plane (packed
+  // rows, spread to the row stride at the end) or kLumaY; a filter never
+  // writes the plane it reads.
+  bool lumaWarp = false;     // off when no luma reaches the caller
+  bool warpToCaller = false;
+  bool denoiseToCaller = false;
   bool denoise = false;
   bool sharpen = false;
   bool chromaFilter = false;
@@ -167,12 +170,15 @@ Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t o
   Plan plan;
   plan.sharpen = sharpening > 0.0f;
   plan.denoise = noiseReduction > 0;
-  // The warp writes the caller's plane directly only when no luma filter
-  // follows. Negative or NaN sharpening without noise reduction writes no
-  // luma at all; noise reduction always reads the warp from a plane of its
-  // own, so that its output never overwrites pixels it still reads.
-  plan.warpIntoCaller = sharpening == 0.0f && !plan.denoise;
-  const bool lumaWritten = plan.warpIntoCaller || plan.denoise || plan.sharpen;
+  // Negative or NaN sharpening without noise reduction writes no luma at
+  // all, so its warp is not run. Otherwise the last step writes the caller's
+  // plane, and so does the warp when it is not the input of that last step:
+  // warp -> caller, noise -> kLumaY, sharpening -> caller needs one plane of
+  // output size, not two.
+  const bool lumaWritten = sharpening == 0.0f || plan.denoise || plan.sharpen;
+  plan.lumaWarp = lumaWritten;
+  plan.warpToCaller = lumaWritten && plan.denoise == plan.sharpen;
+  plan.denoiseToCaller = plan.denoise && !plan.sharpen;
   // The chroma filter works on quarter-size planes; an output whose chroma
   // is below 2x2 has none, and its chroma stays as warped.
   const int32_t halfW = (outWidth / 2) / 2, halfH = (outHeight / 2) / 2;
@@ -183,8 +189,7 @@ Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t o
   plan.set(kInY, workWidth, workHeight);
   plan.set(kInU, workWidth / 2, workHeight / 2);
   plan.set(kInV, workWidth / 2, workHeight / 2);
-  if (!plan.warpIntoCaller) plan.set(kWarpY, outWidth, outHeight);
-  if (plan.denoise && plan.sharpen) plan.set(kDenoisedY, outWidth, outHeight);
+  if (plan.denoise || plan.sharpen) plan.set(kLumaY, outWidth, outHeight);
   plan.set(kOutU, outWidth / 2, outHeight / 2);
   plan.set(kOutV, outWidth / 2, outHeight / 2);
   if (plan.chromaFilter) {
@@ -284,7 +289,7 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   }
   Planes p = carve(plan, block.data);
   KQImage8 callerY{outWidth, outHeight, out->yData};
-  KQImage8* warpedY = plan.warpIntoCaller ? &callerY : p.get(kWarpY);
+  KQImage8* warpedY = plan.warpToCaller ? &callerY : p.get(kLumaY);
   Homography forwardGrid[kGridTiles], inverseGrid[kGridTiles], forwardScale, inverseScale;
 
   if (affinityMask >= 1) kqSetThreadAffinity(affinityMask);
@@ -322,6 +327,7 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   });
 
   stage(kStageLumaWarp, "warpAll", [&] {
+    if (!plan.lumaWarp) return;
     KQImage8 list[2] = {*p.get(kInY), *warpedY};
     warpAll(list, nullptr, nullptr, forwardGrid, inverseGrid, 0, srcLimitX, 0, srcLimitY, 1, 0, 0,
             numThreads, 0, 1, kGridSide, kGridSide);
@@ -339,7 +345,7 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   const KQImage8* lumaSoFar = warpedY;
   stage(kStageLumaNoise, "Noise reduction", [&] {
     if (!plan.denoise) return;
-    KQImage8* destination = plan.sharpen ? p.get(kDenoisedY) : &callerY;
+    KQImage8* destination = plan.denoiseToCaller ? &callerY : p.get(kLumaY);
     kqLumaNoiseReduction(lumaSoFar, destination, nullptr, noiseReduction, numThreads);
     lumaSoFar = destination;
   });
