@@ -15,12 +15,14 @@
 #include "image/image8.h"
 #include "image/output_assembly.h"
 #include "image/plane_intake.h"
+#include "image/planes_dsp.h"
 #include "runtime/log.h"
 #include "runtime/pool.h"
 #include "runtime/timer.h"
 #include "runtime/version.h"
 #include "runtime/workspace.h"
 #include "warp/homography.h"
+#include "warp/warp_dispatch.h"
 #include "warp/warp_driver.h"
 
 namespace {
@@ -34,6 +36,9 @@ constexpr int32_t kMinWorkSize = 4;
 constexpr int32_t kPublicNv12 = 9;
 constexpr int32_t kLayoutUV = 11;
 constexpr int32_t kLayoutVU = 10;
+
+// Chroma padding bytes hold this neutral value.
+constexpr uint8_t kNeutralChroma = 128;
 
 // Stage ids of the timer hooks (the labels beside them are what the hooks
 // report).
@@ -62,8 +67,10 @@ enum PlaneId : int32_t {
   kInU,          // its chroma, split and packed
   kInV,
   kLumaY,        // the luma between two steps that cannot share a plane
-  kOutU,         // warped (then filtered) chroma at output size
+  kOutU,         // warped chroma at output size, for the chroma filter
   kOutV,
+  kPairRows,     // without the chroma filter: the warp's row buffers for
+                 // writing U,V pairs straight into the caller's plane
   kHalf1U,       // the chroma filter's quarter-size planes
   kHalf1V,
   kHalf2U,
@@ -190,10 +197,12 @@ Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t o
   plan.set(kInU, workWidth / 2, workHeight / 2);
   plan.set(kInV, workWidth / 2, workHeight / 2);
   if (plan.denoise || plan.sharpen) plan.set(kLumaY, outWidth, outHeight);
-  plan.set(kOutU, outWidth / 2, outHeight / 2);
-  plan.set(kOutV, outWidth / 2, outHeight / 2);
   if (plan.chromaFilter) {
+    plan.set(kOutU, outWidth / 2, outHeight / 2);
+    plan.set(kOutV, outWidth / 2, outHeight / 2);
     for (PlaneId id : {kHalf1U, kHalf1V, kHalf2U, kHalf2V}) plan.set(id, halfW, halfH);
+  } else {
+    plan.set(kPairRows, 2 * (outWidth / 2), kGridTiles);
   }
   if (plan.spread) {
     plan.set(kPaddingRow, outWidth, 1);
@@ -333,12 +342,27 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
             numThreads, 0, 1, kGridSide, kGridSide);
   });
 
+  // Chroma rows lie back to back at this pitch in the caller's plane: one
+  // byte less than the row stride for an odd width.
+  const int32_t padX = out->yRowStride - out->width;
+  const int32_t chromaPadX = out->yRowStride != out->width ? padX : 0;
+  const size_t chromaPitch = size_t(outWidth & ~1) + size_t(chromaPadX);
+  const bool vFirst = out->type != kPublicNv12;
   stage(kStageChromaWarp, "warpAll - chroma", [&] {
     kqHalveHomographyTranslations(forwardGrid, inverseGrid);
-    KQImage8 uList[2] = {*p.get(kInU), *p.get(kOutU)};
-    KQImage8 vList[2] = {*p.get(kInV), *p.get(kOutV)};
-    warpAll(uList, vList, nullptr, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0, srcLimitY / 2, 1,
-            0, 0, numThreads, 1, 0, kGridSide, kGridSide);
+    if (plan.chromaFilter) {
+      KQImage8 uList[2] = {*p.get(kInU), *p.get(kOutU)};
+      KQImage8 vList[2] = {*p.get(kInV), *p.get(kOutV)};
+      warpAll(uList, vList, nullptr, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0,
+              srcLimitY / 2, 1, 0, 0, numThreads, 1, 0, kGridSide, kGridSide);
+      return;
+    }
+    // Nothing filters the chroma: the warp writes the caller's pairs.
+    KQWarpChromaPairs pairs{p.get(kInV)->data, out->chromaData, chromaPitch, vFirst,
+                            kqPlanesDspGet()->mergeUVRow, p.get(kPairRows)->data};
+    KQImage8 list[2] = {*p.get(kInU), {outWidth / 2, outHeight / 2, out->chromaData}};
+    warpAll(list, nullptr, &pairs, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0, srcLimitY / 2,
+            1, 0, 0, numThreads, 1, 0, kGridSide, kGridSide);
   });
 
   kqTimerStart(kStagePostFilter);
@@ -363,8 +387,6 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   kqTimerStart(kStageOutput);
   // An output whose row stride equals its width gets neither luma nor
   // chroma padding, whatever its scanline count.
-  const int32_t padX = out->yRowStride - out->width;
-  const int32_t chromaPadX = out->yRowStride != out->width ? padX : 0;
   const int32_t padY = out->yRowStride != out->width ? out->yScanlines - out->height : 0;
   stage(kStageLumaSpread, "kqAddPaddingToYChannel", [&] {
     // Spreading rows that no stage wrote would move the caller's own bytes.
@@ -378,6 +400,14 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
     });
   });
   stage(kStageChromaInterleave, "kqSetUVData", [&] {
+    if (!plan.chromaFilter) {
+      // The warp wrote the pairs; the padding after them is neutral chroma.
+      if (chromaPadX <= 0) return;
+      for (int32_t r = 0; r < outHeight / 2; ++r)
+        std::memset(out->chromaData + size_t(r) * chromaPitch + 2 * size_t(outWidth / 2),
+                    kNeutralChroma, size_t(chromaPadX));
+      return;
+    }
     KQYUVMultiPlaneImage target = *out;
     target.type = out->type == kPublicNv12 ? kLayoutUV : kLayoutVU;
     kqSetUVData(p.get(kOutU), p.get(kOutV), &target, padY, chromaPadX, numThreads);

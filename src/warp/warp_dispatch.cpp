@@ -181,7 +181,7 @@ inline void rowGeometry(const Homography& upLeft, const Homography& left, const 
 
 void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* rect,
               const int32_t* last, const Homography* inverseTile, int32_t cols, int32_t tx,
-              int32_t ty) {
+              int32_t ty, const KQWarpChromaPairs* pairs) {
   if (dsp == nullptr || list == nullptr || rect == nullptr || inverseTile == nullptr) return;
   const KQImage8& src = list[0];
   const KQImage8& dst = list[1];
@@ -214,6 +214,15 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
 
   const int32_t count = lastX - x0 + 1;
   const ptrdiff_t stride = dst.width;
+  // Interleaved chroma: U and V rows are sampled into this tile's two row
+  // buffers and merged into the destination row.
+  const ptrdiff_t pitch = pairs != nullptr ? ptrdiff_t(pairs->pitch) : stride;
+  uint8_t* rowU = nullptr;
+  uint8_t* rowV = nullptr;
+  if (pairs != nullptr) {
+    rowU = pairs->rowBuffers + (size_t(ty) * size_t(cols) + size_t(tx)) * 2 * size_t(dst.width);
+    rowV = rowU + dst.width;
+  }
   // Luma rows that repeat the sampling of the held row (below) join its
   // group and are handed to the row kernel together; a chroma row that
   // repeats the last one computed is a copy of it. The kernels get the
@@ -252,7 +261,8 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
     row.codes = nullptr;
     row.plan = nullptr;
     row.planReady = nullptr;
-    uint8_t* out = dst.data + ptrdiff_t(y) * stride + x0;
+    uint8_t* out = pairs != nullptr ? pairs->dst + ptrdiff_t(y) * pitch + 2 * ptrdiff_t(x0)
+                                    : dst.data + ptrdiff_t(y) * stride + x0;
     if (luma) {
       // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
       const float cy = clampRowCoord(ly, srcH);
@@ -294,11 +304,24 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       heldDst = out;
     } else {
       if (repeats) {
-        std::memcpy(out, out - stride, size_t(count));
+        std::memcpy(out, out - pitch, size_t(count) * (pairs != nullptr ? 2 : 1));
         continue;
       }
       chains.attach(rowChain, &row);
-      dsp->nearestRow(out, &row);
+      if (pairs != nullptr) {
+        const uint8_t* uRow = row.src0;
+        dsp->nearestRow(rowU, &row);
+        row.src0 = row.src1 = pairs->srcV + (uRow - src.data);
+        dsp->nearestRow(rowV, &row);
+        row.src0 = row.src1 = uRow;  // later rows compare their source with this one
+        if (pairs->vFirst) {
+          pairs->mergeRow(out, rowV, rowU, count);
+        } else {
+          pairs->mergeRow(out, rowU, rowV, count);
+        }
+      } else {
+        dsp->nearestRow(out, &row);
+      }
     }
     heldChain = rowChain;
     std::swap(held, next);
@@ -311,13 +334,14 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
 void kqWarpLumaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
                       const int32_t* last, const Homography* inverseTile, const Homography*,
                       int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
-  warpTile(dsp, true, planeList, rect, last, inverseTile, cols, tx, ty);
+  warpTile(dsp, true, planeList, rect, last, inverseTile, cols, tx, ty, nullptr);
 }
 
-void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
-                        const int32_t* last, const Homography* inverseTile, const Homography*,
-                        int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
-  warpTile(dsp, false, planeList, rect, last, inverseTile, cols, tx, ty);
+void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
+                        const int32_t* rect, const int32_t* last, const Homography* inverseTile,
+                        const Homography*, int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
+  warpTile(dsp, false, planeList, rect, last, inverseTile, cols, tx, ty,
+           static_cast<const KQWarpChromaPairs*>(extra));
 }
 
 void kqWarpKernelNoop(const KQWarpDsp*, KQImage8*, void*, const int32_t*, const int32_t*,

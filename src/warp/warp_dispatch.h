@@ -3,6 +3,7 @@
 // each filling one tile rectangle of the destination.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "image/image8.h"
@@ -26,13 +27,31 @@ constexpr int32_t kKqWarpMaxImages = 50;
 // byte of the others. A negative x0 or y0 starts at 0. An empty result
 // writes nothing; nothing outside it is written and nothing outside the
 // source planes is read (sample positions are clamped to the plane). Missing
-// planes (null data, sizes below 1) write nothing. extra, forwardTile, rows
-// and planeValue are carried for the family's other members and do not
-// affect these kernels.
+// planes (null data, sizes below 1) write nothing. forwardTile, rows and
+// planeValue are carried for the family's other members and do not affect
+// these kernels; extra is null, or for the chroma kernel a
+// KQWarpChromaPairs (below).
 using KQWarpKernelFn = void(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
                             const int32_t* rect, const int32_t* last, const Homography* inverseTile,
                             const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
                             int32_t ty, int32_t planeValue);
+
+// Interleaved output of the nearest-sample chroma kernel. When the chroma
+// kernel gets one of these as `extra`, planeList[0] is the U source, `srcV`
+// the V source (same size), and planeList[1] gives only the destination's
+// size in pairs: each destination pixel (x, y) becomes the two bytes at
+// dst + y * pitch + 2 * x, V then U when vFirst, U then V otherwise. The
+// bytes are those of warping U and V into planes of their own and merging
+// their rows. rowBuffers holds 2 * planeList[1].width bytes for every tile
+// of the grid, in tile index order (one tile runs on one thread at a time).
+struct KQWarpChromaPairs {
+  const uint8_t* srcV;
+  uint8_t* dst;
+  size_t pitch;
+  bool vFirst;
+  void (*mergeRow)(uint8_t* dst, const uint8_t* even, const uint8_t* odd, int32_t pairs);
+  uint8_t* rowBuffers;
+};
 
 // The kernel that (n, layoutCode, lumaSelect, planeValueAIsZero) selects, or
 // null where the dispatcher runs nothing (n outside 1..50, flag pairs other
