@@ -63,8 +63,9 @@ KQBlock kqWorkspaceAcquire(size_t bytes) {
         pthread_mutex_unlock(&gLock);
         return block;
       }
-      // Prefer an empty slot over one whose block would have to go.
-      if (free < 0 || (gSlots[free].data != nullptr && slot.data == nullptr)) free = i;
+      // A kept block of another size goes before an empty slot is taken:
+      // one caller whose sizes change keeps one block, not one per size.
+      if (free < 0 || (gSlots[free].data == nullptr && slot.data != nullptr)) free = i;
     }
     if (free >= 0) {
       CacheSlot& slot = gSlots[free];

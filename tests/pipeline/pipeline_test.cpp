@@ -292,6 +292,48 @@ TEST_F(Pipeline, AnyFailedAllocationLeavesTheOutputUntouchedOrComplete) {
   EXPECT_EQ(kqPoolSlotCount(), 0);
 }
 
+// Counts the mappings a call makes.
+struct MapCounter {
+  static int maps;
+  static void* map(size_t n) {
+    ++maps;
+    return std::calloc(1, n);
+  }
+  static int unmap(void* p, size_t) {
+    std::free(p);
+    return 0;
+  }
+};
+int MapCounter::maps = 0;
+
+// A repeated call of the same sizes works in the memory the previous one
+// used; a call of another size replaces it, and the same bytes come out
+// either way.
+TEST_F(Pipeline, RepeatedCallsReuseTheirWorkingMemory) {
+  const KqYuv src = KqYuv::camera(160, 120, 6);
+  kqWorkspaceTrim();
+  const KQAllocSystem counting{nullptr, nullptr, MapCounter::map, MapCounter::unmap};
+  kqAllocSetSystem(&counting);
+  const Settings all{3, 4, 0.6f}, bare{0, 0, 0.0f};
+  std::vector<int> mapsPerCall;
+  std::vector<std::vector<uint8_t>> results;
+  for (const auto& call : {std::make_pair(all, 640), std::make_pair(all, 640),
+                           std::make_pair(bare, 640), std::make_pair(all, 320),
+                           std::make_pair(all, 320)}) {
+    MapCounter::maps = 0;
+    results.push_back(run(src, call.second, call.second * 3 / 4, call.first, 2));
+    mapsPerCall.push_back(MapCounter::maps);
+  }
+  kqWorkspaceTrim();
+  kqAllocSetSystem(nullptr);
+  // Calls 1 and 4 are the first of their size; call 3 needs far less and
+  // gets a block of its own size (the one call 4 then replaces).
+  EXPECT_EQ(mapsPerCall, (std::vector<int>{1, 0, 1, 1, 0}));
+  EXPECT_EQ(results[1], results[0]);
+  EXPECT_EQ(results[4], results[3]);
+  EXPECT_EQ(results[0], run(src, 640, 480, all, 2));
+}
+
 TEST_F(Pipeline, ConcurrentCallersGetTheirSerialResults) {
   std::vector<KqYuv> sources;
   for (int i = 0; i < 4; ++i) sources.push_back(KqYuv::camera(40 + 8 * i, 32, 20 + i));

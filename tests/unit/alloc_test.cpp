@@ -1,5 +1,7 @@
-// alloc_test.cpp - allocator paths, size header and failure reports.
+// alloc_test.cpp - allocator paths, size header and failure reports, and the
+// cache that lends call working memory.
 #include "runtime/alloc.h"
+#include "runtime/workspace.h"
 
 #include <gtest/gtest.h>
 
@@ -154,3 +156,75 @@ TEST(AllocChecked, WrapperDoesNotUseTheHeader) {
 }
 
 }  // namespace
+
+// The working-memory cache, on the spy system: which requests map, which
+// reuse a kept block and which give one back.
+class WorkspaceTest : public AllocTest {
+ protected:
+  void SetUp() override {
+    kqWorkspaceTrim();  // blocks kept by earlier tests came from the real system
+    AllocTest::SetUp();
+  }
+  void TearDown() override {
+    kqWorkspaceTrim();
+    AllocTest::TearDown();
+  }
+};
+
+TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
+  const size_t mb = size_t{1} << 20;
+  KQBlock a = kqWorkspaceAcquire(3 * mb + 5);
+  ASSERT_NE(a.data, nullptr);
+  EXPECT_EQ(a.bytes % kKqBlockGranule, 0u);
+  EXPECT_GE(a.bytes, 3 * mb + 5);
+  uint8_t* first = a.data;
+  kqWorkspaceRelease(&a);
+  EXPECT_EQ(a.data, nullptr);
+  EXPECT_TRUE(SystemSpy::unmapLengths.empty());  // kept
+
+  // The same size, and a slightly smaller one, get the kept block back.
+  for (size_t bytes : {3 * mb + 5, 3 * mb - 1000}) {
+    KQBlock b = kqWorkspaceAcquire(bytes);
+    EXPECT_EQ(b.data, first);
+    kqWorkspaceRelease(&b);
+  }
+  EXPECT_EQ(SystemSpy::mapLengths.size(), 1u);
+
+  // Much smaller or larger: the kept block goes and the new one stays.
+  for (size_t bytes : {mb, 5 * mb}) {
+    KQBlock c = kqWorkspaceAcquire(bytes);
+    ASSERT_NE(c.data, nullptr);
+    kqWorkspaceRelease(&c);
+    EXPECT_EQ(kqWorkspaceKeptBytes(), SystemSpy::mapLengths.back()) << bytes;
+  }
+  EXPECT_EQ(SystemSpy::mapLengths.size(), 3u);
+  EXPECT_EQ(SystemSpy::unmapLengths.size(), 2u);
+  EXPECT_EQ(kqWorkspaceTrim(), SystemSpy::mapLengths.back());
+  EXPECT_EQ(kqWorkspaceKeptBytes(), 0u);
+}
+
+TEST_F(WorkspaceTest, ConcurrentHoldersGetTheirOwnBlocks) {
+  const size_t bytes = size_t{2} << 20;
+  KQBlock held[kKqCachedBlocks + 1];
+  for (KQBlock& b : held) b = kqWorkspaceAcquire(bytes);
+  for (int i = 0; i <= kKqCachedBlocks; ++i)
+    for (int j = 0; j < i; ++j) EXPECT_NE(held[i].data, held[j].data);
+  EXPECT_EQ(held[kKqCachedBlocks].slot, -1);  // beyond the cache: private
+  // Blocks in use survive a trim; the private one is unmapped on return.
+  EXPECT_EQ(kqWorkspaceTrim(), 0u);
+  kqWorkspaceRelease(&held[kKqCachedBlocks]);
+  EXPECT_EQ(SystemSpy::unmapLengths.size(), 1u);
+  const size_t kept = size_t(kKqCachedBlocks) * held[0].bytes;
+  for (int i = 0; i < kKqCachedBlocks; ++i) kqWorkspaceRelease(&held[i]);
+  EXPECT_EQ(kqWorkspaceKeptBytes(), kept);
+  EXPECT_EQ(kqWorkspaceTrim(), kept);
+}
+
+TEST_F(WorkspaceTest, FailedMappingIsReportedAndKeepsNothing) {
+  SystemSpy::failMap = true;
+  KQBlock b = kqWorkspaceAcquire(size_t{1} << 20);
+  EXPECT_EQ(b.data, nullptr);
+  kqWorkspaceRelease(&b);  // a null block is ignored
+  EXPECT_EQ(kqWorkspaceKeptBytes(), 0u);
+  EXPECT_EQ(log_.messages().size(), 1u);
+}
