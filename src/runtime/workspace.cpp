@@ -22,7 +22,7 @@ int gKeep = -1;  // -1: not read yet; guarded by gLock
 
 bool keepBlocks() {
   if (gKeep < 0) {
-    const char* value = std::getenv("KQUPSCALE_KEEP_MEMORY");
+    const char* value = std::getenv("KQ_KEEP_MEMORY");
     gKeep = (value != nullptr && std::strcmp(value, "0") == 0) ? 0 : 1;
   }
   return gKeep == 1;

@@ -32,7 +32,7 @@ struct KQBlock {
 //
 // Kept blocks are given back to the system when a request of another size
 // replaces them, when kqWorkspaceTrim runs, and when the library is
-// unloaded. Setting the environment variable KQUPSCALE_KEEP_MEMORY to 0
+// unloaded. Setting the environment variable KQ_KEEP_MEMORY to 0
 // before the first call keeps nothing: every block is unmapped on return.
 KQBlock kqWorkspaceAcquire(size_t bytes);
 
