@@ -521,21 +521,47 @@ TEST_F(WarpDriver, CasesThatDoNothing) {
   EXPECT_TRUE(dst.px == before);
 }
 
-TEST_F(WarpDriver, FamilyShape) {
-  // Only n = 1, layout 1 has working kernels; every other in-range member
-  // exists and does nothing; out-of-range counts and flag pairs have none.
-  for (int32_t n = -1; n <= 52; ++n)
-    for (int32_t layout : {1, 3, 0, 2, 9})
-      for (int32_t luma : {0, 1, 2})
-        for (int32_t zero : {0, 1, -1}) {
-          KQWarpKernelFn* k = kqWarpFamilyKernel(n, layout, luma, zero);
-          const bool inRange = n >= 1 && n <= 50 && luma <= 1 && zero >= 0;
-          KQWarpKernelFn* want = !inRange ? nullptr
-                                 : n == 1 && layout == 1 && zero == 1
-                                     ? (luma == 1 ? kqWarpLumaKernel : kqWarpChromaKernel)
-                                     : kqWarpKernelNoop;
-          ASSERT_EQ(k, want) << n << " " << layout << " " << luma << " " << zero;
-        }
+// The family's members, told apart by what they do to one tile: a 4x
+// enlargement of a picture of three grey levels. The luma member blends
+// (levels between the three appear), the chroma member picks samples (only
+// the three appear), the others leave the plane as it was, and selections
+// outside the family have no member.
+TEST_F(WarpDriver, FamilyMembersBlendPickOrDoNothing) {
+  Plane src(16, 12);
+  for (size_t i = 0; i < src.px.size(); ++i) src.px[i] = uint8_t(60 + 60 * ((i / 3) % 3));
+  Grids g = scaling(16, 12, 64, 48);
+  const int32_t rect[4] = {0, 0, 63, 47};
+  enum Kind { kNone, kBlends, kPicks, kNothing };
+  struct Member {
+    int32_t n, layout, luma, zero;
+    Kind kind;
+  };
+  const Member members[] = {
+      {1, 1, 1, 1, kBlends},   {1, 1, 0, 1, kPicks},    {1, 3, 1, 1, kNothing},
+      {1, 0, 0, 1, kNothing},  {2, 1, 1, 1, kNothing},  {50, 9, 0, 0, kNothing},
+      {1, 1, 1, 0, kNothing},  {0, 1, 1, 1, kNone},     {51, 1, 1, 1, kNone},
+      {1, 1, 2, 1, kNone},     {1, 1, 1, -1, kNone},    {-1, 1, 0, 1, kNone},
+  };
+  for (const Member& m : members) {
+    SCOPED_TRACE(testing::Message() << m.n << " " << m.layout << " " << m.luma << " " << m.zero);
+    KQWarpKernelFn* kernel = kqWarpFamilyKernel(m.n, m.layout, m.luma, m.zero);
+    if (m.kind == kNone) {
+      EXPECT_EQ(kernel, nullptr);
+      continue;
+    }
+    ASSERT_NE(kernel, nullptr);
+    Plane dst(64, 48);
+    KQImage8 list[2] = {src.view(), dst.view()};
+    kernel(kqWarpDspGet(), list, nullptr, rect, nullptr, &g.inverse[0], &g.forward[0], 1, 1, 0, 0,
+           0);
+    bool written = false, between = false;
+    for (uint8_t v : dst.px) {
+      written |= v != kSentinel;
+      between |= v != kSentinel && v != 60 && v != 120 && v != 180;
+    }
+    EXPECT_EQ(written, m.kind != kNothing);
+    EXPECT_EQ(between, m.kind == kBlends);
+  }
 }
 
 TEST_F(WarpDriver, SecondPlaneListIsWarpedWithItsOwnSource) {
