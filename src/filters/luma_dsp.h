@@ -151,8 +151,10 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags);
 const KQLumaDsp* kqLumaDspGet();
 
 // ---------------------------------------------------------------------------
-// Per-pixel helpers shared by the scalar reference and the vector tails
-// (internal linkage: see the note on ISA files in the style guide).
+// Per-pixel helpers shared by the scalar reference and the vector tails.
+// They are static inline so that each ISA object library gets its own copy,
+// compiled with that library's flags: a shared out-of-line copy could be
+// built with AVX-512 instructions and then run on a CPU without them.
 
 // Steps D -> output of the sharpening, in the 16-bit lane arithmetic of the
 // vector kernels. `h` is the horizontal blur (0..32640), `o` the original.

@@ -19,22 +19,22 @@ struct HomographyGrid {
   Homography tile[kKqGridTiles];
 };
 
-// Builds the forward (source to output) and inverse (output to source) grids
-// for enlarging a srcWidth x srcHeight region to dstWidth x dstHeight.
-// The region is first cropped at its right or bottom edge to the output's
-// aspect ratio (the kept size is even), and the scale is shrunk slightly so
-// that the last output pixel lands 3 pixels inside the source in the tighter
-// dimension. Every tile gets the same matrices. forwardScale / inverseScale
-// receive diag(sx, sy, 1) and diag(1/sx, 1/sy, 1). *srcLimitX / *srcLimitY
-// receive the fitted source width and height less 4. Grids hold
-// kKqGridTiles entries each. Sizes below 4 give meaningless (but finite or
-// NaN) values and are not checked; callers never pass them.
 // The part of a srcWidth x srcHeight region that the grids map: the region
 // cut at the bottom or at the right to the output's aspect ratio (the kept
 // size rounded down to even).
 void kqFitSourceToAspect(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
                          int32_t dstHeight, int32_t* fittedWidth, int32_t* fittedHeight);
 
+// Builds the forward (source to output) and inverse (output to source) grids
+// for enlarging a srcWidth x srcHeight region to dstWidth x dstHeight.
+// The region is first cropped at its right or bottom edge to the output's
+// aspect ratio (kqFitSourceToAspect), and the scale is shrunk slightly so
+// that the last output pixel lands 3 pixels inside the source in the tighter
+// dimension. Every tile gets the same matrices. forwardScale / inverseScale
+// receive diag(sx, sy, 1) and diag(1/sx, 1/sy, 1). *srcLimitX / *srcLimitY
+// receive the fitted source width and height less 4. Grids hold
+// kKqGridTiles entries each. Sizes below 4 give meaningless (but finite or
+// NaN) values and are not checked; callers never pass them.
 void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGrid,
                                  Homography* forwardScale, Homography* inverseScale,
                                  int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
