@@ -1,5 +1,5 @@
-// log_timer_test.cpp - log formatting, priority/tag transport and the stage
-// timer hooks.
+// log_timer_test.cpp - log formatting, priority/tag transport, the level
+// filter and the stage timer hooks.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -35,16 +35,39 @@ TEST(Log, OverlongMessagesAreCutNotOverflowed) {
   EXPECT_EQ(log.lines()[0].message.size(), 4095u);
 }
 
-TEST(Log, DefaultWriterCarriesPriorityLetterAndTag) {
+// Reads back what the default writer put into a scratch file.
+std::string writtenAtLevel(KQLogLevel level) {
+  const KQLogLevel saved = kqLogLevel();
+  kqLogSetLevel(level);
   std::FILE* f = std::tmpfile();
-  ASSERT_NE(f, nullptr);
-  kqLog(f, 6, "Orvane", "mmap(%u) failed (%s)", 5u, "No memory");
-  kqLog(f, 4, "Orvane", "hello");
+  if (f == nullptr) return "no tmpfile";
+  kqLog(f, KQ_LOG_ERROR, "Orvane", "mmap(%u) failed (%s)", 5u, "No memory");
+  kqLog(f, KQ_LOG_INFO, "Orvane", "hello");
+  kqLogSetLevel(saved);
   std::rewind(f);
   char buffer[256] = {0};
   const size_t n = std::fread(buffer, 1, sizeof buffer - 1, f);
   std::fclose(f);
-  EXPECT_EQ(std::string(buffer, n), "E/Orvane: mmap(5) failed (No memory)\nI/Orvane: hello\n");
+  return std::string(buffer, n);
+}
+
+TEST(Log, DefaultWriterKeepsLinesUpToTheLevel) {
+  EXPECT_EQ(writtenAtLevel(KQ_LOG_LEVEL_INFO),
+            "E/Orvane: mmap(5) failed (No memory)\nI/Orvane: hello\n");
+  EXPECT_EQ(writtenAtLevel(KQ_LOG_LEVEL_ERROR), "E/Orvane: mmap(5) failed (No memory)\n");
+  EXPECT_EQ(writtenAtLevel(KQ_LOG_LEVEL_OFF), "");
+
+  KQLogLevel level = KQ_LOG_LEVEL_OFF;
+  EXPECT_TRUE(kqLogLevelFromText("Info", &level));
+  EXPECT_EQ(level, KQ_LOG_LEVEL_INFO);
+  EXPECT_TRUE(kqLogLevelFromText("error", &level));
+  EXPECT_EQ(level, KQ_LOG_LEVEL_ERROR);
+  EXPECT_TRUE(kqLogLevelFromText("OFF", &level));
+  EXPECT_EQ(level, KQ_LOG_LEVEL_OFF);
+  for (const char* text : {"", "debug", "1", "info ", "of"})
+    EXPECT_FALSE(kqLogLevelFromText(text, &level)) << text;
+  EXPECT_FALSE(kqLogLevelFromText(nullptr, &level));
+  EXPECT_EQ(level, KQ_LOG_LEVEL_OFF);  // untouched by the rejected texts
 }
 
 TEST(Timer, SilentByDefaultAndReportsStagesWhenEnabled) {
