@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Runs the built kqupscale tool on good and bad input and checks exit codes,
 # error lines, output sizes, and that no partial output is left behind.
-# Usage: cli_test.sh <path to kqupscale> <scratch folder>
+# Usage: cli_test.sh <path to kqupscale> <scratch folder> <path to make_test_jpeg>
 set -u
 tool=$1
 work=$2
+make_jpeg=$3
+unset KQ_LOG KQ_STAGE_TIMING
 rm -rf "$work" && mkdir -p "$work" && cd "$work" || exit 1
 passed=0
 failed=0
@@ -15,8 +17,12 @@ bad() { failed=$((failed + 1)); echo "FAIL: $*"; }
 # PNG width and height from the IHDR chunk.
 png_size() { od -An -tu1 -j16 -N8 "$1" | awk '{printf "%dx%d", $1*16777216+$2*65536+$3*256+$4, $5*16777216+$6*65536+$7*256+$8}'; }
 
+# Unsigned byte at an offset of a file.
+byte_at() { od -An -tu1 -j"$2" -N1 "$1" | tr -d ' '; }
+
 # expect_error NAME OUTPUT-GLOB ARGS...: non-zero exit, exactly one stderr
-# line starting with "kqupscale: error:", and nothing matching the glob.
+# line starting with "kqupscale: error:" (and matching $says if set), and
+# nothing matching the glob.
 expect_error() {
   local name=$1 glob=$2; shift 2
   "$tool" "$@" >stdout.txt 2>stderr.txt
@@ -26,6 +32,9 @@ expect_error() {
   if [[ $rc -eq 0 ]]; then bad "$name: exit status 0"; return; fi
   if [[ $lines -ne 1 ]] || ! grep -q '^kqupscale: error: ' stderr.txt; then
     bad "$name: expected one error line, got: $(cat stderr.txt)"; return
+  fi
+  if [[ -n ${says:-} ]] && ! grep -q -- "$says" stderr.txt; then
+    bad "$name: error does not say '$says': $(cat stderr.txt)"; return
   fi
   if compgen -G "$glob" >/dev/null || compgen -G "*.tmp-*" >/dev/null; then
     bad "$name: left output behind: $(ls)"; return
@@ -66,14 +75,35 @@ mkdir -p outdir
 "$tool" in.png -o timed.png --timing --threads 2 >timing.txt 2>&1 &&
   grep -q "warpAll - chroma" timing.txt && grep -q "kqSetUVData" timing.txt && ok || bad "--timing: $(cat timing.txt)"
 
+# JPEG inputs the tool cannot write: CMYK comes out in its colours (left
+# half red: V high; right half blue: U high).
+"$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
+if "$tool" cmyk.jpg -o cmyk.nv21 --scale 1 -q; then
+  uv=$((64 * 48 + 12 * 64))  # chroma row 12 of 24, V,U pairs
+  [[ $(byte_at cmyk.nv21 $((uv + 16))) -gt 200 && $(byte_at cmyk.nv21 $((uv + 49))) -gt 200 &&
+     $(byte_at cmyk.nv21 $((uv + 17))) -lt 128 && $(byte_at cmyk.nv21 $((uv + 48))) -lt 128 ]] &&
+    ok || bad "CMYK colours: $(od -An -tu1 -j$uv -N64 cmyk.nv21)"
+else bad "CMYK JPEG refused"; fi
+
 # --- bad input ------------------------------------------------------------
 expect_error "missing file" "o1*" nofile.png -o o1.png
 printf 'this is not an image' >garbage.png
 expect_error "not a PNG" "o2*" garbage.png -o o2.png
 head -c 200 in.png >trunc.png
 expect_error "truncated PNG" "o3*" trunc.png -o o3.png
-head -c 300 out.jpg >trunc.jpg
-expect_error "truncated JPEG" "o4*" trunc.jpg -o o4.png
+# Cut and damaged files: a decoder that fills in grey must not get through.
+"$tool" demo/demo_output.png -o photo.jpg --scale 1 -q || bad "photo.jpg"
+size=$(stat -c %s photo.jpg)
+head -c 3000 photo.jpg >trunc.jpg
+says=truncated expect_error "truncated JPEG" "o4*" trunc.jpg -o o4.png
+head -c $((size - 2)) photo.jpg >trunc2.jpg
+says=truncated expect_error "JPEG without its end" "o4*" trunc2.jpg -o o4.png
+cp photo.jpg rst.jpg && printf '\xff\xd3' | dd of=rst.jpg bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
+says=corrupt expect_error "stray marker in JPEG data" "o4*" rst.jpg -o o4.png
+head -c $(($(stat -c %s in.png) / 2)) in.png >half.png
+expect_error "PNG cut in its image data" "o3*" half.png -o o3.png
+cp in.png crc.png && printf '\x00' | dd of=crc.png bs=1 seek=5000 conv=notrunc 2>/dev/null
+says=corrupt expect_error "PNG with a damaged chunk" "o3*" crc.png -o o3.png
 expect_error "raw length" "o5*" frame.nv21 --size 640x478 -o o5.nv21
 expect_error "odd raw size" "o6*" frame.nv21 --size 641x480 -o o6.nv21
 expect_error "raw without size" "o7*" frame.nv21 -o o7.nv21

@@ -2,6 +2,8 @@
 #include "image_io.h"
 
 #include <jpeglib.h>
+// jerror.h after jpeglib.h: the JWRN_ codes of the warnings.
+#include <jerror.h>
 #include <libyuv.h>
 #include <png.h>
 #include <unistd.h>
@@ -70,7 +72,30 @@ void jpegErrorExit(j_common_ptr cinfo) {
   std::longjmp(err->jump, 1);
 }
 
-void jpegSilence(j_common_ptr, int) {}
+// libjpeg-turbo goes on after damage it can step over (data cut short,
+// a bad Huffman code, bytes between markers), filling what is missing with
+// grey. Such a file is refused: only the two header remarks that leave the
+// pixels alone pass; trace messages (level 0 and up) are ignored.
+void jpegStrictWarnings(j_common_ptr cinfo, int level) {
+  if (level >= 0) return;
+  const int code = cinfo->err->msg_code;
+  if (code == JWRN_JFIF_MAJOR || code == JWRN_ADOBE_XFORM) return;
+  cinfo->err->error_exit(cinfo);
+}
+
+// CMYK samples as libjpeg-turbo delivers them to RGBA, in place, without a
+// colour profile. Adobe's CMYK JPEGs (those with its APP14 marker) store
+// every ink inverted (255 = no ink); others store ink amounts directly.
+void cmykToRgba(std::vector<uint8_t>& pixels, bool inverted) {
+  for (size_t i = 0; i + 3 < pixels.size(); i += 4) {
+    const int k = inverted ? pixels[i + 3] : 255 - pixels[i + 3];
+    for (size_t c = 0; c < 3; ++c) {
+      const int ink = inverted ? pixels[i + c] : 255 - pixels[i + c];
+      pixels[i + c] = uint8_t((ink * k + 127) / 255);
+    }
+    pixels[i + 3] = 255;
+  }
+}
 
 }  // namespace
 
@@ -130,16 +155,26 @@ RgbaImage readJpeg(const std::string& path) {
   JpegError err;
   cinfo.err = jpeg_std_error(&err.mgr);
   err.mgr.error_exit = jpegErrorExit;
-  err.mgr.emit_message = jpegSilence;
+  err.mgr.emit_message = jpegStrictWarnings;
   RgbaImage image;
   if (setjmp(err.jump)) {
+    const bool cut = err.mgr.msg_code == JWRN_JPEG_EOF;
     jpeg_destroy_decompress(&cinfo);
+    if (cut) throw ToolError("'" + path + "' is a truncated JPEG file (its data ends early)");
     throw ToolError("'" + path + "' is a corrupt JPEG file (" + err.message + ")");
   }
   jpeg_create_decompress(&cinfo);
   jpeg_mem_src(&cinfo, bytes.data(), static_cast<unsigned long>(bytes.size()));
   jpeg_read_header(&cinfo, TRUE);
-  cinfo.out_color_space = JCS_EXT_RGBA;
+  const bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
+  if (!cmyk && cinfo.jpeg_color_space != JCS_GRAYSCALE && cinfo.jpeg_color_space != JCS_YCbCr &&
+      cinfo.jpeg_color_space != JCS_RGB) {
+    jpeg_destroy_decompress(&cinfo);
+    throw ToolError("'" + path + "' uses a colour model other than grey, RGB, YCbCr or CMYK (" +
+                    std::to_string(cinfo.num_components) + " components)");
+  }
+  // Four samples per pixel either way; CMYK becomes RGBA after the decode.
+  cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_EXT_RGBA;
   jpeg_start_decompress(&cinfo);
   checkDecodedSize(path, cinfo.output_width, cinfo.output_height);
   image.width = int(cinfo.output_width);
@@ -150,7 +185,9 @@ RgbaImage readJpeg(const std::string& path) {
     jpeg_read_scanlines(&cinfo, &row, 1);
   }
   jpeg_finish_decompress(&cinfo);
+  const bool inverted = cinfo.saw_Adobe_marker != 0;
   jpeg_destroy_decompress(&cinfo);
+  if (cmyk) cmykToRgba(image.pixels, inverted);
   return image;
 }
 
@@ -262,17 +299,35 @@ void writeFileAtomically(const std::string& path, const std::vector<uint8_t>& by
 }
 
 Nv21Image rgbaToNv(const RgbaImage& rgba, bool nv12) {
+  if (rgba.width < 2 || rgba.height < 2)
+    throw ToolError("image is too small for 4:2:0 (below 2x2)");
   Nv21Image nv;
-  nv.width = rgba.width & ~1;
-  nv.height = rgba.height & ~1;
-  if (nv.width < 2 || nv.height < 2) throw ToolError("image is too small for 4:2:0 (below 2x2)");
+  nv.width = (rgba.width + 1) & ~1;
+  nv.height = (rgba.height + 1) & ~1;
   nv.stride = nv.width;
   nv.nv12 = nv12;
   nv.data.resize(size_t(nv.width) * (nv.height + nv.height / 2));
+  // 4:2:0 needs even sizes: an odd last column or row is repeated, so that
+  // every chroma sample stands for pixels of the picture.
+  const RgbaImage* source = &rgba;
+  RgbaImage padded;
+  if (nv.width != rgba.width || nv.height != rgba.height) {
+    padded.width = nv.width;
+    padded.height = nv.height;
+    padded.pixels.resize(size_t(nv.width) * nv.height * 4);
+    const size_t inRow = size_t(rgba.width) * 4, outRow = size_t(nv.width) * 4;
+    for (int y = 0; y < nv.height; ++y) {
+      const uint8_t* from = rgba.pixels.data() + std::min(y, rgba.height - 1) * inRow;
+      uint8_t* to = padded.pixels.data() + y * outRow;
+      std::memcpy(to, from, inRow);
+      if (outRow != inRow) std::memcpy(to + inRow, to + inRow - 4, 4);
+    }
+    source = &padded;
+  }
   // RGBA bytes in memory are what libyuv calls ABGR.
   auto convert = nv12 ? libyuv::ABGRToNV12 : libyuv::ABGRToNV21;
-  convert(rgba.pixels.data(), rgba.width * 4, nv.y(), nv.stride, nv.uv(), nv.stride, nv.width,
-          nv.height);
+  convert(source->pixels.data(), source->width * 4, nv.y(), nv.stride, nv.uv(), nv.stride,
+          nv.width, nv.height);
   return nv;
 }
 

@@ -38,6 +38,9 @@ enum class FileKind { kPng, kJpeg, kRaw, kUnknown };
 // By extension: .png, .jpg/.jpeg, .yuv/.nv12/.nv21/.raw.
 FileKind kindFromExtension(const std::string& path);
 
+// Decoders. A truncated or damaged file is a ToolError, never a partly grey
+// picture. JPEG: grey, RGB, YCbCr and CMYK/YCCK (converted to RGB without a
+// colour profile; Adobe's inverted CMYK is recognised by its marker).
 RgbaImage readPng(const std::string& path);
 RgbaImage readJpeg(const std::string& path);
 // Raw NV12/NV21 of the given size and row stride; the file length must match.
@@ -51,8 +54,10 @@ std::vector<uint8_t> encodeJpeg(const RgbaImage& image, int quality);
 // that a failed write never leaves a partial file behind.
 void writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes);
 
-// Colour conversion (BT.601, as cameras deliver it). Odd sizes lose their
-// last column / row, since 4:2:0 needs even sizes.
+// Colour conversion through libyuv: BT.601 matrix, limited range (luma
+// 16-235, chroma 16-240), as camera NV21 is. 4:2:0 needs even sizes, so an
+// odd-sized picture gets its last column / row repeated (rgbaToNv's result
+// is then one pixel wider or taller than `rgba`).
 Nv21Image rgbaToNv(const RgbaImage& rgba, bool nv12);
 RgbaImage nvToRgba(const Nv21Image& nv);
 
