@@ -37,7 +37,7 @@ expect_error() {
     bad "$name: error does not say '$says': $(cat stderr.txt)"; return
   fi
   if compgen -G "$glob" >/dev/null || compgen -G "*.tmp-*" >/dev/null; then
-    bad "$name: left output behind: $(ls)"; return
+    bad "$name: left output behind: $(ls | tr '\n' ' ')"; return
   fi
   ok
 }
@@ -70,14 +70,19 @@ if [[ -f padded.nv21 ]]; then
   "$tool" frame.nv21 --size 640x480 -o q.nv21 --scale 1.5 -q && cmp -s p.nv21 q.nv21 && ok || bad "raw stride"
 fi
 mkdir -p outdir
-"$tool" in.png out2.png -o outdir --scale 0.5 >multi.txt 2>&1 &&
-  [[ -f outdir/in_kq.png && -f outdir/out2_kq.png ]] && grep -q '\[2/2\]' multi.txt && ok || bad "several inputs"
+"$tool" in.png out2.png -o outdir/ --scale 0.5 >multi.txt 2>&1 &&
+  [[ -f outdir/in_kq.png && -f outdir/out2_kq.png ]] && grep -q '\[2/2\]' multi.txt &&
+  grep -q ' -> outdir/in_kq.png: 320x240 ' multi.txt && ok || bad "several inputs: $(cat multi.txt)"
 "$tool" in.png -o timed.png --timing --threads 2 >timing.txt 2>&1 &&
   grep -q "warpAll - chroma" timing.txt && grep -q "kqSetUVData" timing.txt && ok || bad "--timing: $(cat timing.txt)"
 
-# JPEG inputs the tool cannot write: CMYK comes out in its colours (left
-# half red: V high; right half blue: U high).
-"$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
+# JPEG inputs the tool cannot write: odd sizes are enlarged whole (641x481
+# at 2x is 1282x962, not 1280x960), CMYK comes out in its colours (left half
+# red: V high; right half blue: U high).
+"$make_jpeg" odd.jpg 641 481 rgb && "$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
+"$tool" odd.jpg -o odd.png -q && [[ $(png_size odd.png) == 1282x962 ]] &&
+  "$tool" odd.jpg -o odd_fixed.png --out-size 800x600 -q && [[ $(png_size odd_fixed.png) == 800x600 ]] &&
+  ok || bad "odd-sized input: $(png_size odd.png)"
 if "$tool" cmyk.jpg -o cmyk.nv21 --scale 1 -q; then
   uv=$((64 * 48 + 12 * 64))  # chroma row 12 of 24, V,U pairs
   [[ $(byte_at cmyk.nv21 $((uv + 16))) -gt 200 && $(byte_at cmyk.nv21 $((uv + 49))) -gt 200 &&
@@ -113,10 +118,22 @@ expect_error "beyond memory bound" "o10*" in.png --scale 60 -o o10.png
 expect_error "odd output size" "o11*" in.png --out-size 801x600 -o o11.png
 expect_error "non-numeric" "o12*" in.png --threads many -o o12.png
 expect_error "non-numeric scale" "o13*" in.png --scale big -o o13.png
-expect_error "unknown output type" "o14*" in.png -o o14.bmp
-expect_error "missing folder" "nodir*" in.png out2.png -o nodir
 expect_error "bad affinity" "o15*" in.png --affinity zz -o o15.png
 expect_error "no input" "o16*" -o o16.png
+# Values that are not usable numbers or sizes, and switches that contradict.
+for args in "--scale nan" "--scale -nan" "--scale inf" "--scale 1e999" "--scale 0x10" \
+            "--sharpen nan" "--sharpen -inf" "--out-size -640x-480" "--out-size 0x480" \
+            "--out-size 99999999999x480" "--size -64x48" "--roi 0,0,8,8,8" "-q -v"; do
+  n=$((${n:-0} + 1))
+  # shellcheck disable=SC2086
+  expect_error "bad value: $args" "o17_$n.*" in.png $args -o o17_$n.png
+done
+# Output paths are checked before any input is read or enlarged.
+says="output format" expect_error "unknown output type" "o14*" nofile.png -o o14.bmp
+says="is not a folder" expect_error "output below a file" "in.png.*" nofile.png -o in.png/x.png
+says="does not exist" expect_error "missing folder" "nodir*" in.png out2.png -o nodir
+mkdir -p a b dup && cp in.png a/x.png && cp in.png b/x.png
+says="would both be written" expect_error "two inputs, one output name" "dup/*" a/x.png b/x.png -o dup/
 
 echo "cli: $passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -1,10 +1,13 @@
 // main.cpp - kqupscale: enlarge PNG, JPEG or raw NV12/NV21 images with
 // libKQUpScale from the command line, or run the built-in demo.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -75,19 +78,40 @@ void logSink(void*, FILE*, int32_t priority, const char*, const char* message) {
     std::fprintf(stderr, "%c/Orvane: %s\n", kqLogPriorityLetter(priority), message);
 }
 
+// Accepts a plain decimal number within [lo, hi]; rejects nan, inf and
+// anything with trailing characters.
+CLI::Validator finiteRange(double lo, double hi) {
+  return CLI::Validator(
+      [lo, hi](std::string& text) -> std::string {
+        char* end = nullptr;
+        errno = 0;
+        const double v = std::strtod(text.c_str(), &end);
+        if (text.empty() || text.find_first_not_of("0123456789.+-eE") != std::string::npos ||
+            *end != '\0' || errno == ERANGE || !std::isfinite(v) || v < lo || v > hi) {
+          std::ostringstream why;
+          why << "expects a number from " << lo << " to " << hi << ", got '" << text << "'";
+          return why.str();
+        }
+        return std::string();
+      },
+      "NUMBER");
+}
+
+// "WxH" with both sides from 1 to 65535.
 bool parseSize(const std::string& text, int* w, int* h) {
   char x = 0;
   std::istringstream in(text);
   if (!(in >> *w >> x >> *h) || (x != 'x' && x != 'X')) return false;
   in >> std::ws;
-  return in.eof();
+  return in.eof() && *w >= 1 && *h >= 1 && *w <= 65535 && *h <= 65535;
 }
 
 Region parseRegion(const std::string& text, int width, int height) {
   int x, y, w, h;
   char c1 = 0, c2 = 0, c3 = 0;
   std::istringstream in(text);
-  if (!(in >> x >> c1 >> y >> c2 >> w >> c3 >> h) || c1 != ',' || c2 != ',' || c3 != ',')
+  if (!(in >> x >> c1 >> y >> c2 >> w >> c3 >> h) || c1 != ',' || c2 != ',' || c3 != ',' ||
+      !(in >> std::ws).eof())
     throw ToolError("--roi expects x,y,w,h, got '" + text + "'");
   if (x < 0 || y < 0 || w < 4 || h < 4 || int64_t(x) + w > width || int64_t(y) + h > height)
     throw ToolError("region " + text + " lies outside the " + std::to_string(width) + "x" +
@@ -107,6 +131,19 @@ std::string baseName(const std::string& path) {
   return dot == std::string::npos ? name : name.substr(0, dot);
 }
 
+// `folder` + "/" + `name`, with no doubled slash when the folder ends in one.
+std::string joinPath(std::string folder, const std::string& name) {
+  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+  return folder == "/" ? folder + name : folder + "/" + name;
+}
+
+// The folder a file path lies in ("." for a bare name).
+std::string folderOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 std::string extensionOf(const std::string& path) {
   const size_t dot = path.find_last_of('.');
   const size_t slash = path.find_last_of('/');
@@ -124,15 +161,27 @@ bool rawIsNv12(const std::string& path, const std::string& format, bool fallback
   return fallback;
 }
 
-Nv21Image readInput(const std::string& path, const Options& o) {
+// An input as the library gets it, and the size of the picture in it:
+// PNG and JPEG pictures of odd size are one column / row smaller than
+// `image` (see rgbaToNv).
+struct Picture {
+  Nv21Image image;
+  int width = 0, height = 0;
+};
+
+Picture readInput(const std::string& path, const Options& o) {
   FileKind kind = kindFromExtension(path);
   if (!o.rawSize.empty()) kind = FileKind::kRaw;
+  Picture picture;
   if (kind == FileKind::kRaw) {
     int w = 0, h = 0;
     if (o.rawSize.empty()) throw ToolError("raw input '" + path + "' needs --size WxH");
     if (!parseSize(o.rawSize, &w, &h))
       throw ToolError("--size expects WxH, got '" + o.rawSize + "'");
-    return readRaw(path, w, h, o.stride, rawIsNv12(path, o.format, false));
+    picture.image = readRaw(path, w, h, o.stride, rawIsNv12(path, o.format, false));
+    picture.width = w;
+    picture.height = h;
+    return picture;
   }
   RgbaImage rgba;
   if (kind == FileKind::kPng) {
@@ -154,7 +203,28 @@ Nv21Image readInput(const std::string& path, const Options& o) {
       throw ToolError("'" + path + "' is not a PNG or JPEG file (give --size for raw NV12/NV21)");
     }
   }
-  return rgbaToNv(rgba, o.format == "nv12");
+  picture.image = rgbaToNv(rgba, o.format == "nv12");
+  picture.width = rgba.width;
+  picture.height = rgba.height;
+  return picture;
+}
+
+// Everything about an output path that can be known before the work: its
+// format, and that its folder exists and can be written to.
+void checkOutputPath(const std::string& path) {
+  if (kindFromExtension(path) == FileKind::kUnknown)
+    throw ToolError("cannot tell the output format of '" + path +
+                    "' (use .png, .jpg, .yuv, .nv12 or .nv21)");
+  if (isDirectory(path)) throw ToolError("output '" + path + "' is a folder");
+  const std::string folder = folderOf(path);
+  struct stat st;
+  if (::stat(folder.c_str(), &st) != 0)
+    throw ToolError("cannot write '" + path + "': folder '" + folder + "' does not exist");
+  if (!S_ISDIR(st.st_mode))
+    throw ToolError("cannot write '" + path + "': '" + folder + "' is not a folder");
+  if (::access(folder.c_str(), W_OK | X_OK) != 0)
+    throw ToolError("cannot write '" + path + "': folder '" + folder + "': " +
+                    std::strerror(errno));
 }
 
 void writeOutput(const std::string& path, const Nv21Image& image, const Options& o) {
@@ -234,9 +304,39 @@ void checkOutputSize(int64_t w, int64_t h) {
                     " is beyond the memory bound (at most 256 megapixels and 32768 per side)");
 }
 
+// The output size: exact with --out-size, else the work size times the
+// scale rounded to even numbers.
+void outputSize(const Options& o, int workW, int workH, int64_t* outW, int64_t* outH) {
+  if (!o.outSize.empty()) {
+    int w = 0, h = 0;
+    parseSize(o.outSize, &w, &h);  // checked before the work
+    *outW = w;
+    *outH = h;
+    return;
+  }
+  const double f = o.scale > 0 ? o.scale : 2.0;
+  *outW = int64_t(std::lround(f * workW / 2.0)) * 2;
+  *outH = int64_t(std::lround(f * workH / 2.0)) * 2;
+}
+
+// Keeps the top-left width x height of an image (both even).
+void cropTopLeft(Nv21Image* image, int width, int height) {
+  Nv21Image out;
+  out.width = width;
+  out.height = height;
+  out.stride = width;
+  out.nv12 = image->nv12;
+  out.data.resize(size_t(width) * (height + height / 2));
+  for (int y = 0; y < height; ++y)
+    std::memcpy(out.y() + size_t(y) * width, image->y() + size_t(y) * image->stride, width);
+  for (int y = 0; y < height / 2; ++y)
+    std::memcpy(out.uv() + size_t(y) * width, image->uv() + size_t(y) * image->stride, width);
+  *image = std::move(out);
+}
+
 void processFile(const std::string& inPath, const std::string& outPath, const Options& o,
                  const Settings& s) {
-  const Nv21Image in = readInput(inPath, o);
+  const Picture in = readInput(inPath, o);
   Region region;
   int workW = in.width, workH = in.height;
   if (!o.roi.empty()) {
@@ -246,24 +346,24 @@ void processFile(const std::string& inPath, const std::string& outPath, const Op
   }
   if (workW < 4 || workH < 4) throw ToolError("'" + inPath + "' is smaller than 4x4 pixels");
   int64_t outW, outH;
-  if (!o.outSize.empty()) {
-    int w, h;
-    if (!parseSize(o.outSize, &w, &h))
-      throw ToolError("--out-size expects WxH, got '" + o.outSize + "'");
-    outW = w;
-    outH = h;
-    if (outW % 2 != 0 || outH % 2 != 0)
-      throw ToolError("4:2:0 output needs an even width and height, got " + o.outSize);
-  } else {
-    const double f = o.scale > 0 ? o.scale : 2.0;
-    if (!(f * workW < 1e9 && f * workH < 1e9))
-      throw ToolError("--scale is beyond the memory bound");
-    outW = int64_t(std::lround(f * workW / 2.0)) * 2;
-    outH = int64_t(std::lround(f * workH / 2.0)) * 2;
-  }
+  outputSize(o, workW, workH, &outW, &outH);
   checkOutputSize(outW, outH);
+  // An odd-sized picture went in with its last column / row repeated. The
+  // padded image is enlarged at the same scale and the output cut back to
+  // the size asked for, so that the scale is the same across and down. (The
+  // repeated pixels fall among the last three source pixels, which the warp
+  // does not show.)
+  int64_t fullW = outW, fullH = outH;
+  if (o.roi.empty()) {
+    fullW = (outW * in.image.width + in.width - 1) / in.width;
+    fullH = (outH * in.image.height + in.height - 1) / in.height;
+    fullW += fullW & 1;
+    fullH += fullH & 1;
+    checkOutputSize(fullW, fullH);
+  }
   Nv21Image out;
-  const double ms = upscale(in, region, int(outW), int(outH), s, &out);
+  const double ms = upscale(in.image, region, int(fullW), int(fullH), s, &out);
+  if (fullW != outW || fullH != outH) cropTopLeft(&out, int(outW), int(outH));
   writeOutput(outPath, out, o);
   if (!o.quiet) {
     std::printf("%s: %dx%d -> %s: %lldx%lld in %.1f ms (%.1f output MP/s)\n", inPath.c_str(), workW,
@@ -327,7 +427,7 @@ int main(int argc, char** argv) {
   app.add_option("-o,--output", o.output,
                  "output file (.png .jpg .yuv .nv12 .nv21), or a folder for several inputs");
   auto* scaleOpt = app.add_option("--scale", o.scale, "enlargement factor per side (default 2)")
-                       ->check(CLI::Range(0.01, 64.0));
+                       ->check(finiteRange(0.01, 64.0));
   app.add_option("--out-size", o.outSize, "output size WxH (even)")->excludes(scaleOpt);
   app.add_option("--roi", o.roi, "region x,y,w,h of the input to enlarge");
   app.add_option("--size", o.rawSize, "size WxH of raw NV12/NV21 input");
@@ -340,7 +440,7 @@ int main(int argc, char** argv) {
   app.add_option("--chroma-nr", o.chromaNr, "chroma noise reduction 0-10 (default 4)")
       ->check(CLI::Range(0, 10));
   app.add_option("--sharpen", o.sharpen, "sharpening strength, 0 = off (default 0.6)")
-      ->check(CLI::Range(0.0, 4.0));
+      ->check(finiteRange(0.0, 4.0));
   app.add_option("--threads", o.threads, "worker threads (default: CPU count, at most 8)")
       ->check(CLI::Range(1, 32));
   app.add_option("--affinity", o.affinity,
@@ -348,8 +448,9 @@ int main(int argc, char** argv) {
   app.add_option("--jpeg-quality", o.jpegQuality, "JPEG output quality (default 92)")
       ->check(CLI::Range(1, 100));
   app.add_flag("--timing", o.timing, "print per-stage durations from the library's stage hooks");
-  app.add_flag("-q,--quiet", o.quiet, "print nothing but errors");
-  app.add_flag("-v,--verbose", o.verbose, "also print the library's information lines");
+  auto* quietOpt = app.add_flag("-q,--quiet", o.quiet, "print nothing but errors");
+  app.add_flag("-v,--verbose", o.verbose, "also print the library's information lines")
+      ->excludes(quietOpt);
   auto* demoOpt = app.add_flag("--demo", o.demo, "run the built-in demo (no input needed)");
   app.add_option("--demo-dir", o.demoDir, "folder for the demo's pictures (default kqupscale-demo)")
       ->needs(demoOpt);
@@ -385,19 +486,42 @@ int main(int argc, char** argv) {
     if (o.inputs.empty()) throw ToolError("no input file (try --demo, or --help)");
     if (o.output.empty())
       throw ToolError("no output given (-o FILE, or -o FOLDER for several inputs)");
+
+    // Everything that can be wrong with the options and the output paths is
+    // found before the first file is read.
+    int w = 0, h = 0;
+    if (!o.rawSize.empty() && !parseSize(o.rawSize, &w, &h))
+      throw ToolError("--size expects WxH (1 to 65535 each), got '" + o.rawSize + "'");
+    if (!o.outSize.empty()) {
+      if (!parseSize(o.outSize, &w, &h))
+        throw ToolError("--out-size expects WxH (1 to 65535 each), got '" + o.outSize + "'");
+      if (w % 2 != 0 || h % 2 != 0)
+        throw ToolError("4:2:0 output needs an even width and height, got " + o.outSize);
+      checkOutputSize(w, h);
+    }
     const bool toFolder = o.inputs.size() > 1 || isDirectory(o.output) || o.output.back() == '/';
     if (toFolder && !isDirectory(o.output))
       throw ToolError("output folder '" + o.output + "' does not exist");
+    std::vector<std::string> outputs;
+    for (const std::string& in : o.inputs) {
+      std::string ext = extensionOf(in);
+      if (kindFromExtension(in) == FileKind::kUnknown) ext = ".png";
+      outputs.push_back(toFolder ? joinPath(o.output, baseName(in) + "_kq" + ext) : o.output);
+      checkOutputPath(outputs.back());
+      // Two inputs of one name (a/x.jpg, b/x.jpg) would overwrite each other.
+      for (size_t j = 0; j + 1 < outputs.size(); ++j)
+        if (outputs[j] == outputs.back())
+          throw ToolError("'" + o.inputs[j] + "' and '" + in + "' would both be written to '" +
+                          outputs.back() + "' (rename one, or run them separately)");
+    }
+
     int failures = 0;
     for (size_t i = 0; i < o.inputs.size(); ++i) {
       const std::string& in = o.inputs[i];
-      std::string ext = extensionOf(in);
-      if (kindFromExtension(in) == FileKind::kUnknown) ext = ".png";
-      const std::string out = toFolder ? o.output + "/" + baseName(in) + "_kq" + ext : o.output;
       if (o.inputs.size() > 1 && !o.quiet)
         std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, o.inputs.size(), in.c_str());
       try {
-        processFile(in, out, o, s);
+        processFile(in, outputs[i], o, s);
       } catch (const ToolError& e) {
         if (o.inputs.size() == 1) throw;
         std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
