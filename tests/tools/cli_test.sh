@@ -48,7 +48,7 @@ if "$tool" --help | grep -q "Examples:"; then ok; else bad "--help shows no exam
 if "$tool" --demo --demo-dir demo --threads 2 >demo.txt 2>&1 &&
    [[ $(png_size demo/demo_input.png) == 640x480 ]] &&
    [[ $(png_size demo/demo_output.png) == 2560x1920 ]] && [[ -s demo/demo_compare.png ]] &&
-   grep -q "output MP/s" demo.txt && grep -q "kqTakeYUVPlanes" demo.txt; then ok
+   grep -q "output MP/s" demo.txt && grep -q "^ *0  input planes split" demo.txt; then ok
 else bad "demo: $(cat demo.txt)"; fi
 
 cp demo/demo_input.png in.png
@@ -73,8 +73,22 @@ mkdir -p outdir
 "$tool" in.png out2.png -o outdir/ --scale 0.5 >multi.txt 2>&1 &&
   [[ -f outdir/in_kq.png && -f outdir/out2_kq.png ]] && grep -q '\[2/2\]' multi.txt &&
   grep -q ' -> outdir/in_kq.png: 320x240 ' multi.txt && ok || bad "several inputs: $(cat multi.txt)"
+# Stages are listed by id with what they do; the library's own labels stay
+# inside it.
 "$tool" in.png -o timed.png --timing --threads 2 >timing.txt 2>&1 &&
-  grep -q "warpAll - chroma" timing.txt && grep -q "kqSetUVData" timing.txt && ok || bad "--timing: $(cat timing.txt)"
+  grep -q "^ *3  chroma warp (nearest sample) " timing.txt &&
+  grep -q "^ *22    U and V interleaved" timing.txt && [[ $(grep -c " ms$" timing.txt) -ge 19 ]] &&
+  ! grep -qE "warpAll|kqSetUVData|uusi|pilu|kromafiltteri" timing.txt && ok ||
+  bad "--timing: $(cat timing.txt)"
+
+# Library lines: none on standard output; the two version lines on standard
+# error only with --verbose or KQ_LOG=info, and --quiet silences them.
+"$tool" in.png -o log.png >log.out 2>log.err && [[ ! -s log.err ]] && ! grep -q Orvane log.out &&
+  "$tool" in.png -o log.png -v >log.out 2>log.err && ! grep -q Orvane log.out &&
+  [[ $(grep -c "^I/Orvane: KQ" log.err) -eq 2 ]] &&
+  KQ_LOG=info "$tool" in.png -o log.png >/dev/null 2>log.err && [[ $(grep -c "^I/Orvane: KQ" log.err) -eq 2 ]] &&
+  KQ_LOG=info "$tool" in.png -o log.png -q >log.out 2>log.err && [[ ! -s log.err && ! -s log.out ]] &&
+  ok || bad "library log lines: $(cat log.out log.err)"
 
 # JPEG inputs the tool cannot write: odd sizes are enlarged whole (641x481
 # at 2x is 1282x962, not 1280x960), CMYK comes out in its colours (left half

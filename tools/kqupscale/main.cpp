@@ -55,27 +55,60 @@ struct Region {
   int left = -1, top = -1, right = -1, bottom = -1;
 };
 
-// Library log lines: stage timings are collected, information lines shown
-// only with --verbose, errors unless --quiet.
-struct LogState {
-  bool quiet = false;
-  bool verbose = false;
-  std::vector<std::pair<std::string, double>> stages;
+// What each stage timer of the library measures, in the order the stages
+// run; `depth` nests a stage inside the one above it. The library's own
+// labels are internal names (some not in English) and are not shown.
+struct StageInfo {
+  int id;
+  int depth;
+  const char* what;
 };
-LogState gLog;
+constexpr StageInfo kStages[] = {
+    {0, 0, "input planes split into luma, U and V"},
+    {1, 0, "scaling matrices"},
+    {2, 0, "luma warp (bilinear)"},
+    {3, 0, "chroma warp (nearest sample)"},
+    {4, 0, "filters, all three"},
+    {12, 1, "luma noise filter"},
+    {92, 2, "inner rows, side strips and their blend"},
+    {101, 2, "top and bottom border rows"},
+    {99, 2, "blend of the border rows"},
+    {13, 1, "sharpening"},
+    {91, 2, "sharpening rows"},
+    {95, 2, "sharpening rows (second timer, same span)"},
+    {14, 1, "chroma noise filter"},
+    {80, 2, "pass 1: full to half size"},
+    {81, 2, "pass 2: at half size"},
+    {83, 2, "pass 3: half to full size along luma edges"},
+    {5, 0, "output assembly"},
+    {21, 1, "luma rows spread to the output row stride"},
+    {22, 1, "U and V interleaved into the output"},
+};
 
-void logSink(void*, FILE*, int32_t priority, const char*, const char* message) {
+struct StageTime {
+  int id;
+  std::string label;
+  double ms;
+};
+
+// Library log lines: stage timings are collected; other lines are shown as
+// the log level asks (--verbose, --quiet, or the KQ_LOG variable).
+std::vector<StageTime> gStages;
+
+void logSink(void*, FILE*, int32_t priority, const char* tag, const char* message) {
   const std::string text(message);
   if (text.rfind("stage ", 0) == 0) {
+    // "stage <label> (<id>): <ms> ms"
     const size_t open = text.rfind(" (");
     const size_t colon = text.rfind("): ");
-    if (open != std::string::npos && colon != std::string::npos) {
-      gLog.stages.emplace_back(text.substr(6, open - 6), std::atof(text.c_str() + colon + 3));
+    if (open != std::string::npos && colon != std::string::npos && open > 6) {
+      gStages.push_back({std::atoi(text.c_str() + open + 2), text.substr(6, open - 6),
+                         std::atof(text.c_str() + colon + 3)});
       return;
     }
   }
-  if (priority >= KQ_LOG_ERROR ? !gLog.quiet : gLog.verbose)
-    std::fprintf(stderr, "%c/Orvane: %s\n", kqLogPriorityLetter(priority), message);
+  if (kqLogWanted(priority))
+    std::fprintf(stderr, "%c/%s: %s\n", kqLogPriorityLetter(priority), tag, message);
 }
 
 // Accepts a plain decimal number within [lo, hi]; rejects nan, inf and
@@ -291,9 +324,22 @@ double upscale(const Nv21Image& in, const Region& region, int outW, int outH, co
 }
 
 void printStages() {
-  for (const auto& stage : gLog.stages)
-    std::printf("  %-28s %9.2f ms\n", stage.first.c_str(), stage.second);
-  gLog.stages.clear();
+  std::vector<bool> shown(gStages.size(), false);
+  auto print = [](int id, int depth, const std::string& what, double ms) {
+    const int indent = 2 * depth;
+    std::printf("  %3d  %*s%-*s %9.2f ms\n", id, indent, "", 46 - indent, what.c_str(), ms);
+  };
+  for (const StageInfo& info : kStages) {
+    for (size_t i = 0; i < gStages.size(); ++i) {
+      if (gStages[i].id != info.id) continue;
+      print(info.id, info.depth, info.what, gStages[i].ms);
+      shown[i] = true;
+    }
+  }
+  // Stages this table does not know yet keep the library's label.
+  for (size_t i = 0; i < gStages.size(); ++i)
+    if (!shown[i]) print(gStages[i].id, 0, gStages[i].label, gStages[i].ms);
+  gStages.clear();
 }
 
 void checkOutputSize(int64_t w, int64_t h) {
@@ -384,7 +430,7 @@ int runDemo(const Options& o, const Settings& s) {
   Nv21Image bare, filtered;
   const Settings warpOnly{0, 0, 0.0f, s.threads, s.affinity};
   const double bareMs = upscale(input, Region{}, w * factor, h * factor, warpOnly, &bare);
-  gLog.stages.clear();
+  gStages.clear();
   const double ms = upscale(input, Region{}, w * factor, h * factor, s, &filtered);
   const RgbaImage bareRgba = nvToRgba(bare), filteredRgba = nvToRgba(filtered);
   writeFileAtomically(o.demoDir + "/demo_output.png", encodePng(filteredRgba));
@@ -469,8 +515,10 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  gLog.quiet = o.quiet;
-  gLog.verbose = o.verbose;
+  // The level decides which library lines the sink shows; without either
+  // switch it comes from KQ_LOG (errors only when unset).
+  if (o.verbose) kqLogSetLevel(KQ_LOG_LEVEL_INFO);
+  if (o.quiet) kqLogSetLevel(KQ_LOG_LEVEL_OFF);
   kqLogSetSink(logSink, nullptr);
   kqTimerSetEnabled(o.timing || o.demo);
   if (o.threads == 0)
