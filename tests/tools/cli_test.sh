@@ -86,8 +86,10 @@ mkdir -p outdir
 "$tool" in.png -o log.png >log.out 2>log.err && [[ ! -s log.err ]] && ! grep -q Orvane log.out &&
   "$tool" in.png -o log.png -v >log.out 2>log.err && ! grep -q Orvane log.out &&
   [[ $(grep -c "^I/Orvane: KQ" log.err) -eq 2 ]] &&
-  KQ_LOG=info "$tool" in.png -o log.png >/dev/null 2>log.err && [[ $(grep -c "^I/Orvane: KQ" log.err) -eq 2 ]] &&
-  KQ_LOG=info "$tool" in.png -o log.png -q >log.out 2>log.err && [[ ! -s log.err && ! -s log.out ]] &&
+  KQ_LOG=info "$tool" in.png -o log.png >/dev/null 2>log.err &&
+  [[ $(grep -c "^I/Orvane: KQ" log.err) -eq 2 ]] &&
+  KQ_LOG=info "$tool" in.png -o log.png -q >log.out 2>log.err &&
+  [[ ! -s log.err && ! -s log.out ]] &&
   ok || bad "library log lines: $(cat log.out log.err)"
 
 # JPEG inputs the tool cannot write: odd sizes are enlarged whole (641x481
@@ -95,7 +97,8 @@ mkdir -p outdir
 # red: V high; right half blue: U high).
 "$make_jpeg" odd.jpg 641 481 rgb && "$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
 "$tool" odd.jpg -o odd.png -q && [[ $(png_size odd.png) == 1282x962 ]] &&
-  "$tool" odd.jpg -o odd_fixed.png --out-size 800x600 -q && [[ $(png_size odd_fixed.png) == 800x600 ]] &&
+  "$tool" odd.jpg -o odd_fixed.png --out-size 800x600 -q &&
+  [[ $(png_size odd_fixed.png) == 800x600 ]] &&
   ok || bad "odd-sized input: $(png_size odd.png)"
 if "$tool" cmyk.jpg -o cmyk.nv21 --scale 1 -q; then
   uv=$((64 * 48 + 12 * 64))  # chroma row 12 of 24, V,U pairs
@@ -117,7 +120,8 @@ head -c 3000 photo.jpg >trunc.jpg
 says=truncated expect_error "truncated JPEG" "o4*" trunc.jpg -o o4.png
 head -c $((size - 2)) photo.jpg >trunc2.jpg
 says=truncated expect_error "JPEG without its end" "o4*" trunc2.jpg -o o4.png
-cp photo.jpg rst.jpg && printf '\xff\xd3' | dd of=rst.jpg bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
+cp photo.jpg rst.jpg &&
+  printf '\xff\xd3' | dd of=rst.jpg bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
 says=corrupt expect_error "stray marker in JPEG data" "o4*" rst.jpg -o o4.png
 head -c $(($(stat -c %s in.png) / 2)) in.png >half.png
 expect_error "PNG cut in its image data" "o3*" half.png -o o3.png
@@ -147,7 +151,8 @@ says="output format" expect_error "unknown output type" "o14*" nofile.png -o o14
 says="is not a folder" expect_error "output below a file" "in.png.*" nofile.png -o in.png/x.png
 says="does not exist" expect_error "missing folder" "nodir*" in.png out2.png -o nodir
 mkdir -p a b dup && cp in.png a/x.png && cp in.png b/x.png
-says="would both be written" expect_error "two inputs, one output name" "dup/*" a/x.png b/x.png -o dup/
+says="would both be written" expect_error "two inputs, one output name" "dup/*" \
+  a/x.png b/x.png -o dup/
 
 echo "cli: $passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -326,8 +326,8 @@ Nv21Image rgbaToNv(const RgbaImage& rgba, bool nv12) {
   }
   // RGBA bytes in memory are what libyuv calls ABGR.
   auto convert = nv12 ? libyuv::ABGRToNV12 : libyuv::ABGRToNV21;
-  convert(source->pixels.data(), source->width * 4, nv.y(), nv.stride, nv.uv(), nv.stride,
-          nv.width, nv.height);
+  convert(source->pixels.data(), source->width * 4, nv.y(), nv.stride, nv.uv(), nv.stride, nv.width,
+          nv.height);
   return nv;
 }
 

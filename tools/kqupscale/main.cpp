@@ -256,8 +256,8 @@ void checkOutputPath(const std::string& path) {
   if (!S_ISDIR(st.st_mode))
     throw ToolError("cannot write '" + path + "': '" + folder + "' is not a folder");
   if (::access(folder.c_str(), W_OK | X_OK) != 0)
-    throw ToolError("cannot write '" + path + "': folder '" + folder + "': " +
-                    std::strerror(errno));
+    throw ToolError("cannot write '" + path + "': folder '" + folder +
+                    "': " + std::strerror(errno));
 }
 
 void writeOutput(const std::string& path, const Nv21Image& image, const Options& o) {
