@@ -250,8 +250,8 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
                      int32_t top, int32_t right, int32_t bottom, int32_t noiseReduction,
                      int32_t chromaNoiseReduction, float sharpening, int32_t numThreads,
                      int32_t affinityMask) {
-  kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqUpScaleVersion());
-  kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqBaseGetVersion());
+  kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqUpScaleVersion());
+  kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqBaseGetVersion());
 
   if (!acceptRecord(in, "input", 1) || !acceptRecord(out, "output", 2)) return 0;
 

@@ -44,7 +44,7 @@ double kqTimerStop(const char* label, int32_t stage) {
   if (!enabledNow() || stage < 0 || stage >= kMaxStage) return 0.0;
   const std::chrono::duration<double, std::milli> elapsed =
       std::chrono::steady_clock::now() - tStart[stage];
-  kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG, "stage %s (%d): %.3f ms", label != nullptr ? label : "?",
+  kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "stage %s (%d): %.3f ms", label != nullptr ? label : "?",
         static_cast<int>(stage), elapsed.count());
   return elapsed.count();
 }
