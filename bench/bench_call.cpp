@@ -1,0 +1,441 @@
+// bench_call.cpp - kq_bench_call: the exported call end to end (KQUpScale_ScaleImage and
+// KQUpScale_ScaleImageFromROI through the public header and libKQUpScale.so) on camera-like NV21
+// frames, beside what a caller would use instead on the same inputs and output sizes.
+//
+//   kq_bench_call [--benchmark_...]   warm: Google Benchmark cases, repeated calls in one process
+//   kq_bench_call --cold=CASE         cold: one call of one case in this fresh process
+//   kq_bench_call --list              the case names, one a line
+//   kq_bench_call --verify            PSNR of every output against OpenCV's resize of the input
+//
+// Every case reports milliseconds per call, minor page faults per call (getrusage, summed over
+// all threads) and the peak resident memory above the level just before the call (VmHWM after
+// a reset through /proc/self/clear_refs). Inputs and outputs are allocated and written before
+// anything is measured, so the faults and the memory are the implementation's own.
+//
+// The library writes two information lines to stdout per call; the C stdout stream is sent to
+// /dev/null so that thousands of them do not bury the results. This program's own lines (cold
+// results, lists, checks) go to the original standard output, Google Benchmark's table to stderr.
+#include <benchmark/benchmark.h>
+#include <libyuv/scale.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
+
+#include "KQUpScale.h"
+
+namespace {
+
+FILE* gReport = stderr;  // the original standard output once main has set it up
+
+// ---------------------------------------------------------------------------------------------
+// Workloads and cases
+
+struct Workload {
+  const char* name;
+  int32_t inW, inH;         // input frame
+  int32_t left, top, w, h;  // region the output is made from (the whole frame: left = -1)
+  int32_t outW, outH;       // output frame
+};
+
+// The region of the third workload starts on even coordinates, so that the anchors can crop
+// the interleaved chroma plane at the same place (the library rounds the region to 1000x748).
+constexpr Workload kWorkloads[] = {
+    {"1024x768-4096x3072", 1024, 768, -1, -1, 1024, 768, 4096, 3072},
+    {"1920x1080-3840x2160", 1920, 1080, -1, -1, 1920, 1080, 3840, 2160},
+    {"roi1000x750of4000x3000-4000x3000", 4000, 3000, 1500, 1124, 1000, 750, 4000, 3000},
+};
+constexpr int kWorkloadCount = int(sizeof kWorkloads / sizeof kWorkloads[0]);
+
+enum class Impl { kKqWarp, kKqDefaults, kCvResize, kLibyuv, kCvPipeline, kMemcpy };
+
+struct ImplInfo {
+  Impl impl;
+  const char* name;
+  bool threaded;  // measured at 1 and 2 threads; the others have no threads of their own
+};
+constexpr ImplInfo kImpls[] = {
+    {Impl::kKqWarp, "kq.warp", true},
+    {Impl::kKqDefaults, "kq.defaults", true},
+    {Impl::kCvResize, "opencv.resize", true},
+    {Impl::kLibyuv, "libyuv.NV12Scale", false},
+    {Impl::kCvPipeline, "opencv.pipeline", true},
+    {Impl::kMemcpy, "memcpy", false},
+};
+
+// The command-line tool's defaults.
+constexpr int32_t kNoiseReduction = 3;
+constexpr int32_t kChromaNoiseReduction = 4;
+constexpr float kSharpening = 0.6f;
+
+// The OpenCV pipeline's settings: a 5-tap bilateral filter (radius 2, as our luma noise filter's
+// reach) whose range weight halves near 35 levels, on luma and on each chroma plane, then an
+// unsharp mask with the blur OpenCV itself picks for a 5x5 kernel and our default strength.
+constexpr int kBilateralDiameter = 5;
+constexpr double kBilateralSigmaColor = 30.0;
+constexpr double kBilateralSigmaSpace = 2.0;
+constexpr double kUnsharpSigma = 1.1;
+constexpr double kUnsharpAmount = 0.6;
+
+struct Case {
+  int workload;
+  ImplInfo impl;
+  int threads;
+  std::string name;  // "<workload>/<impl>/threads:<n>"
+};
+
+std::vector<Case> allCases() {
+  std::vector<Case> cases;
+  for (int w = 0; w < kWorkloadCount; ++w)
+    for (int threads : {1, 2})
+      for (const ImplInfo& impl : kImpls) {
+        if (!impl.threaded && threads != 1) continue;
+        cases.push_back({w, impl, threads,
+                         std::string(kWorkloads[w].name) + "/" + impl.name +
+                             "/threads:" + std::to_string(threads)});
+      }
+  return cases;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Frames
+
+// One NV21 frame in caller-owned memory: rows packed (stride = width), chroma as V,U pairs.
+struct Frame {
+  int32_t w = 0, h = 0;
+  std::unique_ptr<uint8_t[]> y, vu;
+  KQYUVMultiPlaneImage image{};
+
+  Frame(int32_t width, int32_t height, uint8_t fill) : w(width), h(height) {
+    y.reset(new uint8_t[lumaBytes()]);
+    vu.reset(new uint8_t[chromaBytes()]);
+    // Written, not just allocated: every page is resident before anything is measured.
+    std::memset(y.get(), fill, lumaBytes());
+    std::memset(vu.get(), fill, chromaBytes());
+    image = {8, w, h, 1, w, h, 2, w, 2, w, y.get(), vu.get(), vu.get() + 1};
+  }
+  size_t lumaBytes() const { return size_t(w) * h; }
+  size_t chromaBytes() const { return size_t(w) * (h / 2); }
+  size_t bytes() const { return lumaBytes() + chromaBytes(); }
+};
+
+uint32_t xorshift(uint32_t* s) {
+  *s ^= *s << 13;
+  *s ^= *s >> 17;
+  *s ^= *s << 5;
+  return *s;
+}
+
+// Roughly Gaussian noise: the sum of four uniform bytes has a standard deviation of about 148;
+// scaled so that the result's is about sigma.
+int noise(uint32_t* s, int sigma) {
+  const uint32_t r = xorshift(s);
+  const int sum = int(r & 255) + int((r >> 8) & 255) + int((r >> 16) & 255) + int(r >> 24);
+  return (sum - 510) * sigma / 148;
+}
+
+uint8_t clampByte(int v) { return uint8_t(v < 0 ? 0 : v > 255 ? 255 : v); }
+
+// A camera-like picture: lit surfaces (slow gradients), object outlines (bands and discs),
+// fine texture (rings whose frequency rises outwards, up to a period of about 16 pixels),
+// colour patches, and sensor noise of about 3 levels in luma and 5 in chroma. The filters'
+// cost can depend on the content, so a flat plane would not do.
+void paintCameraFrame(Frame* f, uint32_t seed) {
+  int8_t sine[256];
+  for (int i = 0; i < 256; ++i) sine[i] = int8_t(std::lround(127.0 * std::sin(i * M_PI / 128.0)));
+  uint32_t s = seed * 2654435761u + 1;
+  for (int32_t y = 0; y < f->h; ++y) {
+    uint8_t* row = f->y.get() + size_t(y) * f->w;
+    for (int32_t x = 0; x < f->w; ++x) {
+      int v = 50 + 130 * x / f->w + 40 * y / f->h;
+      if ((x / 180 + y / 130) % 3 == 0) v -= 35;
+      const int dx = x % 256 - 128, dy = y % 256 - 128;
+      if (dx * dx + dy * dy < 70 * 70) v += 30;
+      const int64_t phase = (int64_t(x) * x + int64_t(y) * y) * 8 / f->w;
+      v += sine[phase & 255] * 12 / 127;
+      row[x] = clampByte(v + noise(&s, 3));
+    }
+  }
+  for (int32_t y = 0; y < f->h / 2; ++y) {
+    uint8_t* row = f->vu.get() + size_t(y) * f->w;
+    for (int32_t x = 0; x < f->w / 2; ++x) {
+      const int patch = ((x / 100) * 7 + (y / 75) * 13) % 9 - 4;
+      const int slow = sine[(x * 256 / f->w + y * 128 / f->h) & 255];
+      row[2 * x] = clampByte(128 + slow * 25 / 127 + patch * 6 + noise(&s, 5));      // V
+      row[2 * x + 1] = clampByte(128 - slow * 20 / 127 - patch * 4 + noise(&s, 5));  // U
+    }
+  }
+}
+
+// Inputs and outputs of one workload, built on first use and kept for the process.
+struct Bench {
+  const Workload& wl;
+  Frame in, out, floorSource;  // floorSource: bytes the memcpy floor copies into `out`
+  explicit Bench(const Workload& w)
+      : wl(w), in(w.inW, w.inH, 0), out(w.outW, w.outH, 0x5a), floorSource(w.outW, w.outH, 0x33) {
+    paintCameraFrame(&in, 1);
+  }
+  // The region as OpenCV matrices over the input planes (no copy).
+  cv::Mat srcY() const {
+    const int32_t x0 = wl.left < 0 ? 0 : wl.left, y0 = wl.left < 0 ? 0 : wl.top;
+    return cv::Mat(wl.h, wl.w, CV_8UC1, in.y.get() + size_t(y0) * in.w + x0, size_t(in.w));
+  }
+  cv::Mat srcVU() const {
+    const int32_t x0 = wl.left < 0 ? 0 : wl.left, y0 = wl.left < 0 ? 0 : wl.top;
+    return cv::Mat(wl.h / 2, wl.w / 2, CV_8UC2, in.vu.get() + size_t(y0 / 2) * in.w + x0,
+                   size_t(in.w));
+  }
+  cv::Mat dstY() { return cv::Mat(out.h, out.w, CV_8UC1, out.y.get(), size_t(out.w)); }
+  cv::Mat dstVU() { return cv::Mat(out.h / 2, out.w / 2, CV_8UC2, out.vu.get(), size_t(out.w)); }
+};
+
+Bench& benchFor(int workload) {
+  static std::unique_ptr<Bench> benches[kWorkloadCount];
+  if (!benches[workload]) benches[workload] = std::make_unique<Bench>(kWorkloads[workload]);
+  return *benches[workload];
+}
+
+// ---------------------------------------------------------------------------------------------
+// The calls
+
+void callKq(Bench& b, int threads, int32_t nr, int32_t chromaNr, float sharpening) {
+  const Workload& w = b.wl;
+  if (w.left < 0) {
+    KQUpScale_ScaleImage(&b.in.image, &b.out.image, nr, chromaNr, sharpening, threads, 0);
+  } else {
+    KQUpScale_ScaleImageFromROI(&b.in.image, &b.out.image, w.left, w.top, w.left + w.w - 1,
+                                w.top + w.h - 1, nr, chromaNr, sharpening, threads, 0);
+  }
+}
+
+// cv::resize writes into the caller's planes: the destination matrices already have the size
+// and type it asks for, so it allocates none.
+void callCvResize(Bench& b) {
+  cv::Mat dy = b.dstY(), dvu = b.dstVU();
+  cv::resize(b.srcY(), dy, dy.size(), 0.0, 0.0, cv::INTER_LINEAR);
+  cv::resize(b.srcVU(), dvu, dvu.size(), 0.0, 0.0, cv::INTER_LINEAR);
+}
+
+void callLibyuv(Bench& b) {
+  const cv::Mat sy = b.srcY(), svu = b.srcVU();
+  libyuv::NV12Scale(sy.data, int(sy.step), svu.data, int(svu.step), b.wl.w, b.wl.h, b.out.y.get(),
+                    b.out.w, b.out.vu.get(), b.out.w, b.out.w, b.out.h, libyuv::kFilterBilinear);
+}
+
+// The stages of our default call written with OpenCV as a caller would: enlarge, bilateral
+// filter on luma, unsharp mask on luma, bilateral filter on each chroma plane at output size.
+// Working planes are local, allocated per call as the library allocates its own.
+void callCvPipeline(Bench& b) {
+  cv::Mat dy = b.dstY(), dvu = b.dstVU();
+  cv::Mat upY, nrY, blurY;
+  cv::resize(b.srcY(), upY, dy.size(), 0.0, 0.0, cv::INTER_LINEAR);
+  cv::bilateralFilter(upY, nrY, kBilateralDiameter, kBilateralSigmaColor, kBilateralSigmaSpace);
+  cv::GaussianBlur(nrY, blurY, cv::Size(5, 5), kUnsharpSigma, kUnsharpSigma);
+  cv::addWeighted(nrY, 1.0 + kUnsharpAmount, blurY, -kUnsharpAmount, 0.0, dy);
+  cv::Mat upVU, planes[2], filtered[2];
+  cv::resize(b.srcVU(), upVU, dvu.size(), 0.0, 0.0, cv::INTER_LINEAR);
+  cv::split(upVU, planes);
+  for (int i = 0; i < 2; ++i)
+    cv::bilateralFilter(planes[i], filtered[i], kBilateralDiameter, kBilateralSigmaColor,
+                        kBilateralSigmaSpace);
+  cv::merge(filtered, 2, dvu);
+}
+
+void callMemcpy(Bench& b) {
+  std::memcpy(b.out.y.get(), b.floorSource.y.get(), b.out.lumaBytes());
+  std::memcpy(b.out.vu.get(), b.floorSource.vu.get(), b.out.chromaBytes());
+}
+
+void prepare(const Case& c) {
+  // OpenCV's own pool gets the thread count under test (1 = no worker threads).
+  if (c.impl.impl == Impl::kCvResize || c.impl.impl == Impl::kCvPipeline)
+    cv::setNumThreads(c.threads);
+}
+
+void runOnce(const Case& c, Bench& b) {
+  switch (c.impl.impl) {
+    case Impl::kKqWarp:
+      callKq(b, c.threads, 0, 0, 0.0f);
+      break;
+    case Impl::kKqDefaults:
+      callKq(b, c.threads, kNoiseReduction, kChromaNoiseReduction, kSharpening);
+      break;
+    case Impl::kCvResize:
+      callCvResize(b);
+      break;
+    case Impl::kLibyuv:
+      callLibyuv(b);
+      break;
+    case Impl::kCvPipeline:
+      callCvPipeline(b);
+      break;
+    case Impl::kMemcpy:
+      callMemcpy(b);
+      break;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Process counters
+
+int64_t minorFaults() {
+  rusage u;
+  getrusage(RUSAGE_SELF, &u);  // the whole process: the pool's threads included
+  return int64_t(u.ru_minflt);
+}
+
+// A "Vm...:" line of /proc/self/status in bytes (-1 if absent).
+int64_t statusBytes(const char* key) {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  const size_t n = std::strlen(key);
+  while (std::getline(status, line))
+    if (line.compare(0, n, key) == 0) return std::stoll(line.substr(n)) * 1024;
+  return -1;
+}
+
+// Sets the peak resident size back to the current one (Linux 4.0 and later); false if the
+// kernel refuses, and then the peak is the process's since it started.
+bool resetPeakResident() {
+  std::ofstream clearRefs("/proc/self/clear_refs");
+  clearRefs << "5" << std::flush;
+  return bool(clearRefs);
+}
+
+struct Sample {
+  double ms;
+  int64_t faults;
+  int64_t peakExtraBytes;
+};
+
+// One timed call with its counters.
+Sample measureOnce(const Case& c, Bench& b) {
+  resetPeakResident();
+  const int64_t rss = statusBytes("VmRSS:");
+  const int64_t faults = minorFaults();
+  const auto t0 = std::chrono::steady_clock::now();
+  runOnce(c, b);
+  const auto t1 = std::chrono::steady_clock::now();
+  Sample s;
+  s.ms = std::chrono::duration<double, std::milli>(t1 - t0).count();
+  s.faults = minorFaults() - faults;
+  s.peakExtraBytes = std::max<int64_t>(0, statusBytes("VmHWM:") - rss);
+  return s;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Warm: Google Benchmark
+
+void runWarm(benchmark::State& st, const Case& c) {
+  Bench& b = benchFor(c.workload);
+  prepare(c);
+  runOnce(c, b);  // untimed: the process has made this call before every timed one
+  resetPeakResident();
+  const int64_t rss = statusBytes("VmRSS:");
+  const int64_t faults = minorFaults();
+  for (auto _ : st) {
+    runOnce(c, b);
+    benchmark::DoNotOptimize(b.out.y.get());
+    benchmark::DoNotOptimize(b.out.vu.get());
+    benchmark::ClobberMemory();
+  }
+  st.counters["minflt"] =
+      benchmark::Counter(double(minorFaults() - faults), benchmark::Counter::kAvgIterations);
+  st.counters["peakExtraBytes"] = double(std::max<int64_t>(0, statusBytes("VmHWM:") - rss));
+  st.counters["outBytes"] = double(b.out.bytes());
+  st.SetItemsProcessed(int64_t(st.iterations()) * b.out.w * b.out.h);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Cold and verification modes
+
+int runCold(const std::string& name) {
+  for (const Case& c : allCases()) {
+    if (c.name != name) continue;
+    Bench& b = benchFor(c.workload);
+    prepare(c);
+    const Sample s = measureOnce(c, b);
+    std::fprintf(gReport, "cold %s ms=%.3f minflt=%lld peakExtraBytes=%lld outBytes=%zu\n",
+                 c.name.c_str(), s.ms, (long long)s.faults, (long long)s.peakExtraBytes,
+                 b.out.bytes());
+    return 0;
+  }
+  std::fprintf(stderr, "kq_bench_call: no case named '%s' (see --list)\n", name.c_str());
+  return 2;
+}
+
+double psnr(const uint8_t* a, const uint8_t* b, size_t n) {
+  double sum = 0.0;
+  for (size_t i = 0; i < n; ++i) {
+    const double d = double(a[i]) - double(b[i]);
+    sum += d * d;
+  }
+  return sum == 0.0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 * double(n) / sum);
+}
+
+// Every output of every workload against OpenCV's bilinear resize of the same region, so that a
+// case working on the wrong region, plane or byte order stands out before it is timed.
+int runVerify() {
+  std::fprintf(gReport, "%-34s %-18s %8s %8s\n", "workload", "output", "Y dB", "VU dB");
+  for (int w = 0; w < kWorkloadCount; ++w) {
+    Bench& b = benchFor(w);
+    Case ref{w, kImpls[2], 1, ""};
+    prepare(ref);
+    runOnce(ref, b);
+    const std::vector<uint8_t> refY(b.out.y.get(), b.out.y.get() + b.out.lumaBytes());
+    const std::vector<uint8_t> refVU(b.out.vu.get(), b.out.vu.get() + b.out.chromaBytes());
+    for (const ImplInfo& impl : kImpls) {
+      if (impl.impl == Impl::kCvResize || impl.impl == Impl::kMemcpy) continue;
+      const Case c{w, impl, 1, ""};
+      prepare(c);
+      runOnce(c, b);
+      std::fprintf(gReport, "%-34s %-18s %8.2f %8.2f\n", kWorkloads[w].name, impl.name,
+                   psnr(refY.data(), b.out.y.get(), refY.size()),
+                   psnr(refVU.data(), b.out.vu.get(), refVU.size()));
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // The library's information lines (stdout) are not wanted here; its errors go to stderr.
+  const int reportFd = dup(STDOUT_FILENO);
+  if (reportFd >= 0) gReport = fdopen(reportFd, "w");
+  if (gReport == nullptr) gReport = stderr;
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg.rfind("--cold=", 0) == 0) return runCold(arg.substr(7));
+    if (arg == "--verify") return runVerify();
+    if (arg == "--list") {
+      for (const Case& c : allCases()) std::fprintf(gReport, "%s\n", c.name.c_str());
+      return 0;
+    }
+  }
+  for (const Case& c : allCases())
+    benchmark::RegisterBenchmark(c.name.c_str(), [c](benchmark::State& st) { runWarm(st, c); })
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::ConsoleReporter console;
+  console.SetOutputStream(&std::cerr);
+  console.SetErrorStream(&std::cerr);
+  benchmark::RunSpecifiedBenchmarks(&console);
+  benchmark::Shutdown();
+  return 0;
+}
