@@ -2,14 +2,15 @@
 # Installs the Debian packages that building, testing and benchmarking need,
 # and only those that are missing. Run as root (or with sudo available).
 #   scripts/install-deps.sh            build + test toolchain (native and cross)
-#   scripts/install-deps.sh --bench    also the benchmark anchors (libyuv, OpenCV)
+#   scripts/install-deps.sh --bench    also Google Benchmark, the benchmark anchors (libyuv,
+#                                      OpenCV) and matplotlib for scripts/bench-call.sh's chart
 set -euo pipefail
 
 packages=(cmake ninja-build g++ gcc pkg-config git libgtest-dev googletest
           g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user valgrind
           libpng-dev libjpeg-dev libyuv-dev libcli11-dev)
 if [[ "${1:-}" == "--bench" ]]; then
-  packages+=(libbenchmark-dev libopencv-dev)
+  packages+=(libbenchmark-dev libopencv-dev python3-matplotlib)
 fi
 
 missing=()
