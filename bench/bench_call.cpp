@@ -7,10 +7,11 @@
 //   kq_bench_call --list              the case names, one a line
 //   kq_bench_call --verify            PSNR of every output against OpenCV's resize of the input
 //
-// Every case reports milliseconds per call, minor page faults per call (getrusage, summed over
-// all threads) and the peak resident memory above the level just before the call (VmHWM after
-// a reset through /proc/self/clear_refs). Inputs and outputs are allocated and written before
-// anything is measured, so the faults and the memory are the implementation's own.
+// Every case reports milliseconds per call (wall clock, and CPU time summed over all threads),
+// minor page faults per call (getrusage, summed over all threads) and the peak resident memory
+// above the level just before the call (VmHWM after a reset through /proc/self/clear_refs). Inputs
+// and outputs are allocated and written before anything is measured, so the faults and the memory
+// are the implementation's own.
 //
 // The library writes two information lines to stdout per call; the C stdout stream is sent to
 // /dev/null so that thousands of them do not bury the results. This program's own lines (cold
@@ -293,10 +294,19 @@ void runOnce(const Case& c, Bench& b) {
 // ---------------------------------------------------------------------------------------------
 // Process counters
 
-int64_t minorFaults() {
+// Minor page faults and CPU time (user + system, in ms) of the whole process so far: the
+// threads of the pools included, also those that have ended.
+struct Usage {
+  int64_t faults;
+  double cpuMs;
+};
+
+Usage processUsage() {
   rusage u;
-  getrusage(RUSAGE_SELF, &u);  // the whole process: the pool's threads included
-  return int64_t(u.ru_minflt);
+  getrusage(RUSAGE_SELF, &u);
+  const double cpuUs = double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) * 1e6 +
+                       double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
+  return {int64_t(u.ru_minflt), cpuUs / 1000.0};
 }
 
 // A "Vm...:" line of /proc/self/status in bytes (-1 if absent).
@@ -319,6 +329,7 @@ bool resetPeakResident() {
 
 struct Sample {
   double ms;
+  double cpuMs;
   int64_t faults;
   int64_t peakExtraBytes;
 };
@@ -327,13 +338,15 @@ struct Sample {
 Sample measureOnce(const Case& c, Bench& b) {
   resetPeakResident();
   const int64_t rss = statusBytes("VmRSS:");
-  const int64_t faults = minorFaults();
+  const Usage before = processUsage();
   const auto t0 = std::chrono::steady_clock::now();
   runOnce(c, b);
   const auto t1 = std::chrono::steady_clock::now();
+  const Usage after = processUsage();
   Sample s;
   s.ms = std::chrono::duration<double, std::milli>(t1 - t0).count();
-  s.faults = minorFaults() - faults;
+  s.cpuMs = after.cpuMs - before.cpuMs;
+  s.faults = after.faults - before.faults;
   s.peakExtraBytes = std::max<int64_t>(0, statusBytes("VmHWM:") - rss);
   return s;
 }
@@ -347,15 +360,15 @@ void runWarm(benchmark::State& st, const Case& c) {
   runOnce(c, b);  // untimed: the process has made this call before every timed one
   resetPeakResident();
   const int64_t rss = statusBytes("VmRSS:");
-  const int64_t faults = minorFaults();
+  const int64_t faults = processUsage().faults;
   for (auto _ : st) {
     runOnce(c, b);
     benchmark::DoNotOptimize(b.out.y.get());
     benchmark::DoNotOptimize(b.out.vu.get());
     benchmark::ClobberMemory();
   }
-  st.counters["minflt"] =
-      benchmark::Counter(double(minorFaults() - faults), benchmark::Counter::kAvgIterations);
+  st.counters["minflt"] = benchmark::Counter(double(processUsage().faults - faults),
+                                             benchmark::Counter::kAvgIterations);
   st.counters["peakExtraBytes"] = double(std::max<int64_t>(0, statusBytes("VmHWM:") - rss));
   st.counters["outBytes"] = double(b.out.bytes());
   st.SetItemsProcessed(int64_t(st.iterations()) * b.out.w * b.out.h);
@@ -370,8 +383,9 @@ int runCold(const std::string& name) {
     Bench& b = benchFor(c.workload);
     prepare(c);
     const Sample s = measureOnce(c, b);
-    std::fprintf(gReport, "cold %s ms=%.3f minflt=%lld peakExtraBytes=%lld outBytes=%zu\n",
-                 c.name.c_str(), s.ms, (long long)s.faults, (long long)s.peakExtraBytes,
+    std::fprintf(gReport,
+                 "cold %s ms=%.3f cpuMs=%.3f minflt=%lld peakExtraBytes=%lld outBytes=%zu\n",
+                 c.name.c_str(), s.ms, s.cpuMs, (long long)s.faults, (long long)s.peakExtraBytes,
                  b.out.bytes());
     return 0;
   }
@@ -432,6 +446,7 @@ int main(int argc, char** argv) {
   for (const Case& c : allCases())
     benchmark::RegisterBenchmark(c.name.c_str(), [c](benchmark::State& st) { runWarm(st, c); })
         ->UseRealTime()
+        ->MeasureProcessCPUTime()  // CPU time of all threads, less disturbed by other load
         ->Unit(benchmark::kMillisecond);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

@@ -11,7 +11,6 @@ per fresh process), takes medians, prints Markdown tables and draws a bar chart.
 """
 import argparse
 import json
-import re
 import statistics
 import sys
 
@@ -30,6 +29,10 @@ def parse_name(name):
     return workload, impl, int(threads.split(":")[1])
 
 
+def new_run():
+    return {"ms": [], "cpu": [], "faults": [], "peak": [], "out": 0}
+
+
 def load_warm(paths):
     runs = {}
     benchmarks = []
@@ -40,8 +43,9 @@ def load_warm(paths):
         if b.get("run_type") != "iteration":
             continue
         scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[b["time_unit"]]
-        r = runs.setdefault(parse_name(b["name"]), {"ms": [], "faults": [], "peak": [], "out": 0})
+        r = runs.setdefault(parse_name(b["name"]), new_run())
         r["ms"].append(b["real_time"] * scale)
+        r["cpu"].append(b["cpu_time"] * scale)  # the process's: all threads
         r["faults"].append(b["minflt"])
         r["peak"].append(b["peakExtraBytes"])
         r["out"] = int(b["outBytes"])
@@ -50,18 +54,18 @@ def load_warm(paths):
 
 def load_cold(path):
     runs = {}
-    pattern = re.compile(r"^cold (\S+) ms=(\S+) minflt=(\d+) peakExtraBytes=(\d+) outBytes=(\d+)")
     with open(path) as f:
         for line in f:
-            m = pattern.match(line)
-            if not m:
+            words = line.split()
+            if len(words) < 3 or words[0] != "cold":
                 continue
-            r = runs.setdefault(parse_name(m.group(1)), {"ms": [], "faults": [], "peak": [],
-                                                         "out": 0})
-            r["ms"].append(float(m.group(2)))
-            r["faults"].append(int(m.group(3)))
-            r["peak"].append(int(m.group(4)))
-            r["out"] = int(m.group(5))
+            v = dict(w.split("=", 1) for w in words[2:] if "=" in w)
+            r = runs.setdefault(parse_name(words[1]), new_run())
+            r["ms"].append(float(v["ms"]))
+            r["cpu"].append(float(v["cpuMs"]))
+            r["faults"].append(int(v["minflt"]))
+            r["peak"].append(int(v["peakExtraBytes"]))
+            r["out"] = int(v["outBytes"])
     return runs
 
 
@@ -111,20 +115,23 @@ def row(cells):
 def tables(res):
     out = []
     n = res.samples()
-    out.append(f"Milliseconds per call, median of {n} rounds: warm (the same call repeated in "
-               "one process), in brackets cold (the first call in a fresh process). libyuv and "
-               "memcpy run on one thread.")
-    out.append("")
-    out.append(row(["workload", "threads"] + [LABEL[i] for i in IMPLS]))
-    out.append(row(["---"] * (2 + len(IMPLS))))
-    for w in res.workloads:
-        for t in THREADS:
-            cells = [w, str(t)]
-            for impl in IMPLS:
-                cells.append(f"{ms(res.get(res.warm, w, impl, t))} "
-                             f"({ms(res.get(res.cold, w, impl, t))})")
-            out.append(row(cells))
-    out.append("")
+    for field, what in (("ms", "Milliseconds per call (wall clock)"),
+                        ("cpu", "CPU milliseconds per call (all threads; less disturbed by "
+                                "other load than the wall clock)")):
+        out.append(f"{what}, median of {n} rounds: warm (the same call repeated in one process), "
+                   "in brackets cold (the first call in a fresh process). libyuv and memcpy run "
+                   "on one thread.")
+        out.append("")
+        out.append(row(["workload", "threads"] + [LABEL[i] for i in IMPLS]))
+        out.append(row(["---"] * (2 + len(IMPLS))))
+        for w in res.workloads:
+            for t in THREADS:
+                cells = [w, str(t)]
+                for impl in IMPLS:
+                    cells.append(f"{ms(res.get(res.warm, w, impl, t, field))} "
+                                 f"({ms(res.get(res.cold, w, impl, t, field))})")
+                out.append(row(cells))
+        out.append("")
     out.append("Ratios of the warm medians: warp ÷ fastest anchor (OpenCV resize or libyuv; "
                "below 1: our call is faster), warp ÷ memcpy of the output, OpenCV pipeline ÷ "
                "kq defaults (above 1: our call is faster), and the 2-thread speed-up (1-thread "
