@@ -13,6 +13,7 @@ import argparse
 import json
 import statistics
 import sys
+import textwrap
 
 PAGE = 4096
 IMPLS = ["kq.warp", "opencv.resize", "libyuv.NV12Scale", "memcpy", "kq.defaults",
@@ -108,6 +109,10 @@ def mb(v):
     return "-" if v is None else f"{v / 1e6:.1f} MB"
 
 
+def para(text):
+    return textwrap.fill(text, 78)
+
+
 def row(cells):
     return "| " + " | ".join(cells) + " |"
 
@@ -118,9 +123,9 @@ def tables(res):
     for field, what in (("ms", "Milliseconds per call (wall clock)"),
                         ("cpu", "CPU milliseconds per call (all threads; less disturbed by "
                                 "other load than the wall clock)")):
-        out.append(f"{what}, median of {n} rounds: warm (the same call repeated in one process), "
-                   "in brackets cold (the first call in a fresh process). libyuv and memcpy run "
-                   "on one thread.")
+        out.append(para(f"{what}, median of {n} rounds: warm (the same call repeated in one "
+                        "process), in brackets cold (the first call in a fresh process). libyuv "
+                        "and memcpy run on one thread."))
         out.append("")
         out.append(row(["workload", "threads"] + [LABEL[i] for i in IMPLS]))
         out.append(row(["---"] * (2 + len(IMPLS))))
@@ -132,10 +137,10 @@ def tables(res):
                                  f"({ms(res.get(res.cold, w, impl, t, field))})")
                 out.append(row(cells))
         out.append("")
-    out.append("Ratios of the warm medians: warp ÷ fastest anchor (OpenCV resize or libyuv; "
-               "below 1: our call is faster), warp ÷ memcpy of the output, OpenCV pipeline ÷ "
-               "kq defaults (above 1: our call is faster), and the 2-thread speed-up (1-thread "
-               "time ÷ 2-thread time).")
+    out.append(para("Ratios of the warm medians: warp ÷ fastest anchor (OpenCV resize or "
+                    "libyuv; below 1: our call is faster), warp ÷ memcpy of the output, OpenCV "
+                    "pipeline ÷ kq defaults (above 1: our call is faster), and the 2-thread "
+                    "speed-up (1-thread time ÷ 2-thread time)."))
     out.append("")
     out.append(row(["workload", "threads", "warp ÷ fastest anchor", "warp ÷ memcpy",
                     "pipeline ÷ kq defaults", "speed-up kq warp", "speed-up kq defaults",
@@ -152,9 +157,10 @@ def tables(res):
                 cells.append(ratio(g(impl, 1), g(impl, 2)) if t == 2 else "")
             out.append(row(cells))
     out.append("")
-    out.append("Memory per warm call: minor page faults (all threads; in brackets as % of the "
-               "output's pages) and peak resident memory above the level before the call. "
-               "Inputs and outputs are resident before every call; memcpy has none of either.")
+    out.append(para("Memory per warm call: minor page faults (all threads; in brackets as % "
+                    "of the output's pages) and peak resident memory above the level before the "
+                    "call. Inputs and outputs are resident before every call; memcpy has none of "
+                    "either."))
     out.append("")
     mem_impls = ["kq.warp", "kq.defaults", "opencv.resize", "libyuv.NV12Scale",
                  "opencv.pipeline"]
@@ -192,7 +198,7 @@ def cold_detail(res):
     return "\n".join(out)
 
 
-def chart(res, path, machine, date, revision):
+def chart(res, path, machine, date, revision, load):
     import matplotlib
     matplotlib.use("Agg")
     import matplotlib.pyplot as plt
@@ -236,8 +242,8 @@ def chart(res, path, machine, date, revision):
     fig.suptitle(f"libKQUpScale, the whole call on NV21 frames, beside the alternatives\n"
                  f"bars: warm median of {res.samples()} rounds, diamonds: cold median; "
                  f"hatched: no threads of its own\n"
-                 f"{machine}, {date}" + (f", library at {revision}" if revision else ""),
-                 fontsize=10)
+                 f"{machine}, {date}" + (f", library at {revision}" if revision else "") +
+                 (f", load average {load}" if load else ""), fontsize=10)
     fig.tight_layout()
     fig.savefig(path, dpi=110)
 
@@ -267,7 +273,7 @@ def main():
         head += f" Library at {args.revision}."
     if args.load:
         head += f" Load average (1 min), lowest-highest over the rounds: {args.load}."
-    text = head + "\n\n" + tables(res)
+    text = para(head) + "\n\n" + tables(res)
     print(text)
     print("\nPer case, medians:\n")
     print(cold_detail(res))
@@ -275,7 +281,7 @@ def main():
         with open(args.md, "w") as f:
             f.write(text + "\n\n" + cold_detail(res) + "\n")
     if args.png:
-        chart(res, args.png, args.machine, args.date, args.revision)
+        chart(res, args.png, args.machine, args.date, args.revision, args.load)
         print(f"\nchart: {args.png}")
 
 

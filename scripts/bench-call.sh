@@ -39,8 +39,12 @@ if grep -qw avx512vbmi /proc/cpuinfo && grep -qw avx512bw /proc/cpuinfo; then
 elif grep -qw avx2 /proc/cpuinfo; then
   machine+=", AVX2"
 fi
-revision=$(git rev-parse --short HEAD 2>/dev/null || echo unknown)
-if ! git diff --quiet HEAD -- src include 2>/dev/null; then revision+=" with local changes"; fi
+# The library's revision: the last commit that changed its sources or build.
+revision=$(git log -1 --format=%h -- src include cmake CMakeLists.txt 2>/dev/null || true)
+[[ -n "$revision" ]] || revision=unknown
+if ! git diff --quiet HEAD -- src include cmake CMakeLists.txt 2>/dev/null; then
+  revision+=" with local changes"
+fi
 cut -d' ' -f1 /proc/loadavg >"$results/load.txt"
 
 echo "== outputs checked against OpenCV's resize of the same region (PSNR)"
