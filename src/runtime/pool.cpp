@@ -25,7 +25,7 @@ struct WorkerPool;
 
 struct WorkerSlot {
   std::atomic<int32_t> quit;     // > 0: leave the worker loop
-  std::atomic<int32_t> pending;  // jobs handed over; 100 = thread has exited
+  std::atomic<int32_t> pending;  // 1: a job is handed over and not yet claimed; 100 = exited
   std::atomic<int32_t> done;     // jobs finished since the dispatcher cleared it
   const char* name;
   KQTaskFn* jobFn;
@@ -101,7 +101,11 @@ void* workerMain(void* arg) {
       pthread_mutex_unlock(&slot->mutex);
     }
     if (slot->quit.load() > 0) break;
-    slot->pending.fetch_sub(1);
+    // Claim the job. The dispatcher withdraws it from a worker that has not
+    // claimed it by the time every slice is taken, so a late wake-up finds
+    // nothing to do and never touches a job that has already returned.
+    int32_t handed = 1;
+    if (!slot->pending.compare_exchange_strong(handed, 0)) continue;
     slot->jobFn(slot->jobArg);
     slot->done.fetch_add(1);
   }
@@ -152,9 +156,15 @@ bool dispatchOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split, void* co
       pthread_mutex_unlock(&slot->mutex);
     }
     runJob(&job);
+    // Every slice is taken. Workers that have not woken up yet lose their
+    // claim (they would find no slice anyway); only those that claimed the
+    // job can still be running a slice, and they are waited for.
     for (int32_t i = 1; i < pool->count; ++i) {
+      WorkerSlot* slot = &pool->slots[i];
+      int32_t handed = 1;
+      if (slot->pending.compare_exchange_strong(handed, 0)) continue;
       uint32_t rounds = 0;
-      while (pool->slots[i].done.load() == 0) spinPause(&rounds);
+      while (slot->done.load() == 0) spinPause(&rounds);
     }
     kqFree(copies);
     ran = true;
