@@ -9,65 +9,9 @@
 #include "filters/luma_dsp.h"
 #include "filters/x86/nr_x86.h"
 #include "filters/x86/sharpen_x86.h"
+#include "runtime/x86/vec_x86.h"
 
 namespace {
-
-// 256-bit operations for the shared rows of nr_x86.h and sharpen_x86.h.
-struct VecAvx2 {
-  using R = __m256i;
-  using F = __m256;
-  static constexpr int32_t kStep = 32;
-  static R load(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const R*>(p)); }
-  static void store(uint8_t* p, R v) { _mm256_storeu_si256(reinterpret_cast<R*>(p), v); }
-  static R set8(int8_t v) { return _mm256_set1_epi8(v); }
-  static R set16(int16_t v) { return _mm256_set1_epi16(v); }
-  static R zero() { return _mm256_setzero_si256(); }
-  static R add16(R a, R b) { return _mm256_add_epi16(a, b); }
-  static R sub16(R a, R b) { return _mm256_sub_epi16(a, b); }
-  static R min16(R a, R b) { return _mm256_min_epi16(a, b); }
-  static R max16(R a, R b) { return _mm256_max_epi16(a, b); }
-  static R and_(R a, R b) { return _mm256_and_si256(a, b); }
-  static R or_(R a, R b) { return _mm256_or_si256(a, b); }
-  static R maddubs(R a, R b) { return _mm256_maddubs_epi16(a, b); }
-  static R unlo8(R a, R b) { return _mm256_unpacklo_epi8(a, b); }
-  static R unhi8(R a, R b) { return _mm256_unpackhi_epi8(a, b); }
-  static R packus16(R a, R b) { return _mm256_packus_epi16(a, b); }
-  static R mullo16(R a, R b) { return _mm256_mullo_epi16(a, b); }
-  static R mulhi16(R a, R b) { return _mm256_mulhi_epi16(a, b); }
-  static R mulhrs16(R a, R b) { return _mm256_mulhrs_epi16(a, b); }
-  template <int n>
-  static R srli16(R a) {
-    return _mm256_srli_epi16(a, n);
-  }
-  template <int n>
-  static R srai16(R a) {
-    return _mm256_srai_epi16(a, n);
-  }
-  template <int n>
-  static R slli16(R a) {
-    return _mm256_slli_epi16(a, n);
-  }
-  static R set32(int32_t v) { return _mm256_set1_epi32(v); }
-  static R subsU8(R a, R b) { return _mm256_subs_epu8(a, b); }
-  static R add8(R a, R b) { return _mm256_add_epi8(a, b); }
-  static R add32(R a, R b) { return _mm256_add_epi32(a, b); }
-  static R sub32(R a, R b) { return _mm256_sub_epi32(a, b); }
-  template <int n>
-  static R srli32(R a) {
-    return _mm256_srli_epi32(a, n);
-  }
-  template <int n>
-  static R slli32(R a) {
-    return _mm256_slli_epi32(a, n);
-  }
-  static F toFloat(R a) { return _mm256_cvtepi32_ps(a); }
-  static R truncToInt(F a) { return _mm256_cvttps_epi32(a); }
-  static R bitsOf(F a) { return _mm256_castps_si256(a); }
-  static F floatOf(R a) { return _mm256_castsi256_ps(a); }
-  static F setF(float v) { return _mm256_set1_ps(v); }
-  static F divF(F a, F b) { return _mm256_div_ps(a, b); }
-  static F mulF(F a, F b) { return _mm256_mul_ps(a, b); }
-};
 
 // Loads 32 bytes, or 16 zero-extended ones for a single 16-pixel block.
 template <bool kWide>

@@ -12,64 +12,9 @@
 #include "filters/luma_dsp.h"
 #include "filters/x86/nr_x86.h"
 #include "filters/x86/sharpen_x86.h"
+#include "runtime/x86/vec_x86.h"
 
 namespace {
-
-struct VecAvx512 {
-  using R = __m512i;
-  using F = __m512;
-  static constexpr int32_t kStep = 64;
-  static R load(const uint8_t* p) { return _mm512_loadu_si512(p); }
-  static void store(uint8_t* p, R v) { _mm512_storeu_si512(p, v); }
-  static R set8(int8_t v) { return _mm512_set1_epi8(v); }
-  static R set16(int16_t v) { return _mm512_set1_epi16(v); }
-  static R zero() { return _mm512_setzero_si512(); }
-  static R add16(R a, R b) { return _mm512_add_epi16(a, b); }
-  static R sub16(R a, R b) { return _mm512_sub_epi16(a, b); }
-  static R min16(R a, R b) { return _mm512_min_epi16(a, b); }
-  static R max16(R a, R b) { return _mm512_max_epi16(a, b); }
-  static R and_(R a, R b) { return _mm512_and_si512(a, b); }
-  static R or_(R a, R b) { return _mm512_or_si512(a, b); }
-  static R maddubs(R a, R b) { return _mm512_maddubs_epi16(a, b); }
-  static R unlo8(R a, R b) { return _mm512_unpacklo_epi8(a, b); }
-  static R unhi8(R a, R b) { return _mm512_unpackhi_epi8(a, b); }
-  static R packus16(R a, R b) { return _mm512_packus_epi16(a, b); }
-  static R mullo16(R a, R b) { return _mm512_mullo_epi16(a, b); }
-  static R mulhi16(R a, R b) { return _mm512_mulhi_epi16(a, b); }
-  static R mulhrs16(R a, R b) { return _mm512_mulhrs_epi16(a, b); }
-  template <int n>
-  static R srli16(R a) {
-    return _mm512_srli_epi16(a, n);
-  }
-  template <int n>
-  static R srai16(R a) {
-    return _mm512_srai_epi16(a, n);
-  }
-  template <int n>
-  static R slli16(R a) {
-    return _mm512_slli_epi16(a, n);
-  }
-  static R set32(int32_t v) { return _mm512_set1_epi32(v); }
-  static R subsU8(R a, R b) { return _mm512_subs_epu8(a, b); }
-  static R add8(R a, R b) { return _mm512_add_epi8(a, b); }
-  static R add32(R a, R b) { return _mm512_add_epi32(a, b); }
-  static R sub32(R a, R b) { return _mm512_sub_epi32(a, b); }
-  template <int n>
-  static R srli32(R a) {
-    return _mm512_srli_epi32(a, n);
-  }
-  template <int n>
-  static R slli32(R a) {
-    return _mm512_slli_epi32(a, n);
-  }
-  static F toFloat(R a) { return _mm512_cvtepi32_ps(a); }
-  static R truncToInt(F a) { return _mm512_cvttps_epi32(a); }
-  static R bitsOf(F a) { return _mm512_castps_si512(a); }
-  static F floatOf(R a) { return _mm512_castsi512_ps(a); }
-  static F setF(float v) { return _mm512_set1_ps(v); }
-  static F divF(F a, F b) { return _mm512_div_ps(a, b); }
-  static F mulF(F a, F b) { return _mm512_mul_ps(a, b); }
-};
 
 // Four 16-pixel blocks j .. j + 3 at x = 6 + 16 j, or the first 16 * n
 // pixels of them (mask: the loaded and stored bytes; a masked load reads

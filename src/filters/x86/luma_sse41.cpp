@@ -10,65 +10,9 @@
 #include "filters/recip_estimate.h"
 #include "filters/x86/nr_x86.h"
 #include "filters/x86/sharpen_x86.h"
+#include "runtime/x86/vec_x86.h"
 
 namespace {
-
-// 128-bit operations for the shared rows of nr_x86.h and sharpen_x86.h.
-struct VecSse41 {
-  using R = __m128i;
-  using F = __m128;
-  static constexpr int32_t kStep = 16;
-  static R load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const R*>(p)); }
-  static void store(uint8_t* p, R v) { _mm_storeu_si128(reinterpret_cast<R*>(p), v); }
-  static R set8(int8_t v) { return _mm_set1_epi8(v); }
-  static R set16(int16_t v) { return _mm_set1_epi16(v); }
-  static R zero() { return _mm_setzero_si128(); }
-  static R add16(R a, R b) { return _mm_add_epi16(a, b); }
-  static R sub16(R a, R b) { return _mm_sub_epi16(a, b); }
-  static R min16(R a, R b) { return _mm_min_epi16(a, b); }
-  static R max16(R a, R b) { return _mm_max_epi16(a, b); }
-  static R and_(R a, R b) { return _mm_and_si128(a, b); }
-  static R or_(R a, R b) { return _mm_or_si128(a, b); }
-  static R maddubs(R a, R b) { return _mm_maddubs_epi16(a, b); }
-  static R unlo8(R a, R b) { return _mm_unpacklo_epi8(a, b); }
-  static R unhi8(R a, R b) { return _mm_unpackhi_epi8(a, b); }
-  static R packus16(R a, R b) { return _mm_packus_epi16(a, b); }
-  static R mullo16(R a, R b) { return _mm_mullo_epi16(a, b); }
-  static R mulhi16(R a, R b) { return _mm_mulhi_epi16(a, b); }
-  static R mulhrs16(R a, R b) { return _mm_mulhrs_epi16(a, b); }
-  template <int n>
-  static R srli16(R a) {
-    return _mm_srli_epi16(a, n);
-  }
-  template <int n>
-  static R srai16(R a) {
-    return _mm_srai_epi16(a, n);
-  }
-  template <int n>
-  static R slli16(R a) {
-    return _mm_slli_epi16(a, n);
-  }
-  static R set32(int32_t v) { return _mm_set1_epi32(v); }
-  static R subsU8(R a, R b) { return _mm_subs_epu8(a, b); }
-  static R add8(R a, R b) { return _mm_add_epi8(a, b); }
-  static R add32(R a, R b) { return _mm_add_epi32(a, b); }
-  static R sub32(R a, R b) { return _mm_sub_epi32(a, b); }
-  template <int n>
-  static R srli32(R a) {
-    return _mm_srli_epi32(a, n);
-  }
-  template <int n>
-  static R slli32(R a) {
-    return _mm_slli_epi32(a, n);
-  }
-  static F toFloat(R a) { return _mm_cvtepi32_ps(a); }
-  static R truncToInt(F a) { return _mm_cvttps_epi32(a); }
-  static R bitsOf(F a) { return _mm_castps_si128(a); }
-  static F floatOf(R a) { return _mm_castsi128_ps(a); }
-  static F setF(float v) { return _mm_set1_ps(v); }
-  static F divF(F a, F b) { return _mm_div_ps(a, b); }
-  static F mulF(F a, F b) { return _mm_mul_ps(a, b); }
-};
 
 // Estimate of 1/x for lanes whose exponent is 1..252 (the normal results):
 //   a = 256 + top 8 mantissa bits, b = floor(2^19 / (2a + 1)),

@@ -1,14 +1,11 @@
 // nr_x86.h - the x86 noise-reduction blocks, written once over a vector type.
 //
-// luma_sse41.cpp, luma_avx2.cpp and luma_avx512.cpp include this with their
-// own traits type V (128, 256 or 512 bits) declared in an anonymous
-// namespace, so that every instantiation stays inside the translation unit
-// built with the matching target flags. Besides what sharpen_x86.h asks of
-// V, this needs: F (the float register type), set32, subsU8, add8, add32,
-// sub32, srli32<n>, slli32<n>, toFloat (int32 -> float), truncToInt (float
-// -> int32, toward zero), bitsOf / floatOf (reinterpretation), setF, divF
-// and mulF. The SSE4.1 level uses only the border blocks: its interior row
-// keeps a table of estimates, cheaper there than 128-bit divisions.
+// luma_sse41.cpp, luma_avx2.cpp and luma_avx512.cpp instantiate this over
+// the traits type V of their level (runtime/x86/vec_x86.h: 128, 256 or 512
+// bits, in an anonymous namespace), so that every instantiation stays
+// inside the translation unit built with the matching target flags. The
+// SSE4.1 level uses only the border blocks: its interior row keeps a table
+// of estimates, cheaper there than 128-bit divisions.
 #pragma once
 
 #include <cstddef>

@@ -1,13 +1,10 @@
 // sharpen_x86.h - the x86 sharpening row, written once over a vector type.
 //
-// luma_sse41.cpp and luma_avx2.cpp each include this with their own traits
-// type V (128 or 256 bits) declared in an anonymous namespace, so every
-// instantiation stays inside the translation unit built with the matching
-// target flags; the header's non-template helpers are static for the same
-// reason. V provides: R (the register type), kStep (columns per step),
-// load/store (unaligned bytes), set8/set16/zero, add16/sub16, min16/max16,
-// and/or, maddubs, unlo8/unhi8 (byte interleave), packus16, mullo16,
-// mulhi16, mulhrs16 and srli16<n>/srai16<n>/slli16<n>.
+// luma_sse41.cpp, luma_avx2.cpp and luma_avx512.cpp instantiate this over
+// the traits type V of their level (runtime/x86/vec_x86.h: 128, 256 or 512
+// bits, in an anonymous namespace), so every instantiation stays inside the
+// translation unit built with the matching target flags; the header's
+// non-template helpers are static for the same reason.
 #pragma once
 
 #include <xmmintrin.h>
