@@ -98,9 +98,12 @@ struct KqSharpenX86 {
     // fetches the chunk's own lines during its V pass; the interleaved row,
     // whose stores follow V by only kLag steps, the next output row's (the
     // planes share their stride; near the plane's edges this points at some
-    // other row, and a prefetch never faults).
-    const uintptr_t outAhead = kInterleave ? nextRow : 0;
-    _mm_prefetch(reinterpret_cast<const char*>(dst + outAhead + uintptr_t(x)), _MM_HINT_T0);
+    // other row, and a prefetch never faults). As above, the address is an
+    // integer: dst + nextRow would be pointer arithmetic outside the plane,
+    // undefined even where it is never dereferenced.
+    const uintptr_t outAhead =
+        reinterpret_cast<uintptr_t>(dst) + (kInterleave ? nextRow : 0) + uintptr_t(x);
+    _mm_prefetch(reinterpret_cast<const char*>(outAhead), _MM_HINT_T0);
     const R r0 = V::load(rows[0] + x), r1 = V::load(rows[1] + x), r2 = V::load(rows[2] + x);
     const R r3 = V::load(rows[3] + x), r4 = V::load(rows[4] + x);
     R lo = V::maddubs(V::unlo8(r0, r1), wOI);
