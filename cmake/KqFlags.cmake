@@ -11,10 +11,21 @@ if(KQ_WERROR)
   list(APPEND KQ_WARNING_FLAGS -Werror)
 endif()
 
+# Every sanitizer report ends the process (-fno-sanitize-recover), so a
+# report fails the test that made it instead of scrolling past in its log.
 if(KQ_SANITIZER)
   string(REPLACE ";" "," _kq_san "${KQ_SANITIZER}")
   add_compile_options(-fsanitize=${_kq_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${_kq_san})
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # Clang links its sanitizer runtimes statically into executables only,
+    # which leaves the shared library (linked with --no-undefined) without
+    # them; the shared runtimes serve both, found through the build rpath.
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir
+                    OUTPUT_VARIABLE _kq_san_dir OUTPUT_STRIP_TRAILING_WHITESPACE)
+    add_link_options(-shared-libsan)
+    list(APPEND CMAKE_BUILD_RPATH ${_kq_san_dir})
+  endif()
 endif()
 
 function(kq_target_flags target)

@@ -8,7 +8,8 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ gcc pkg-config git libgtest-dev googletest
           g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user valgrind
-          libpng-dev libjpeg-dev libyuv-dev libcli11-dev)
+          libpng-dev libjpeg-dev libyuv-dev libcli11-dev
+          clang libclang-rt-dev llvm)
 if [[ "${1:-}" == "--bench" ]]; then
   packages+=(libbenchmark-dev libopencv-dev python3-matplotlib)
 fi

@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite in every configuration we ship for:
-#   native x86_64 (scalar, SSE4.1 and AVX2 kernels compared byte for byte),
-#   32-bit ARM NEON with the softfp float ABI under qemu-arm,
-#   aarch64 under qemu-aarch64,
-#   AddressSanitizer + UndefinedBehaviorSanitizer, and ThreadSanitizer.
-# Usage: scripts/test.sh [config ...]   (configs: native armv7 aarch64 asan tsan)
+#   native      x86_64 (scalar, SSE4.1, AVX2 and AVX-512 kernels compared
+#               byte for byte),
+#   armv7       32-bit ARM NEON with the softfp float ABI under qemu-arm,
+#   aarch64     aarch64 under qemu-aarch64,
+#   asan        GCC's AddressSanitizer + UndefinedBehaviorSanitizer,
+#   ubsan-clang clang's UndefinedBehaviorSanitizer, whose checks (pointer
+#               overflow among them) catch what GCC's let pass,
+#   tsan        ThreadSanitizer.
+# Every sanitizer report ends its process and so fails its test.
+# Usage: scripts/test.sh [config ...]
+#   (configs: native armv7 aarch64 asan ubsan-clang tsan)
 set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -12,7 +18,8 @@ scripts/install-deps.sh || { echo "dependency installation failed"; exit 1; }
 
 jobs=${KQ_JOBS:-$(nproc)}
 configs=("$@")
-if ((${#configs[@]} == 0)); then configs=(native armv7 aarch64 asan tsan); fi
+if ((${#configs[@]} == 0)); then configs=(native armv7 aarch64 asan ubsan-clang tsan); fi
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
 
 passed=0
 failed=0
@@ -56,6 +63,9 @@ for c in "${configs[@]}"; do
     aarch64) run_config aarch64 -DCMAKE_BUILD_TYPE=Release \
                -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/aarch64-linux.cmake" ;;
     asan)    run_config asan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DKQ_SANITIZER=address;undefined" ;;
+    ubsan-clang)
+             run_config ubsan-clang -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKQ_SANITIZER=undefined \
+               -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ ;;
     tsan)    run_config tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKQ_SANITIZER=thread ;;
     *) echo "unknown configuration: $c"; broken+=("$c (unknown)") ;;
   esac
