@@ -28,6 +28,12 @@ if(KQ_SANITIZER)
   endif()
 endif()
 
+# The fuzz targets steer by coverage of the library's code: every object is
+# built with libFuzzer's instrumentation (the targets link its runtime).
+if(KQ_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-coverage=trace-cmp)
+endif()
+
 function(kq_target_flags target)
   target_compile_options(${target} PRIVATE ${KQ_COMMON_FLAGS} ${KQ_WARNING_FLAGS})
 endfunction()

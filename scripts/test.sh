@@ -7,10 +7,12 @@
 #   asan        GCC's AddressSanitizer + UndefinedBehaviorSanitizer,
 #   ubsan-clang clang's UndefinedBehaviorSanitizer, whose checks (pointer
 #               overflow among them) catch what GCC's let pass,
-#   tsan        ThreadSanitizer.
+#   tsan        ThreadSanitizer,
+#   fuzz        the libFuzzer targets (clang, ASan + UBSan), each for
+#               KQ_FUZZ_SECONDS (default 60) from its checked-in seeds.
 # Every sanitizer report ends its process and so fails its test.
 # Usage: scripts/test.sh [config ...]
-#   (configs: native armv7 aarch64 asan ubsan-clang tsan)
+#   (configs: native armv7 aarch64 asan ubsan-clang tsan fuzz)
 set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -18,7 +20,7 @@ scripts/install-deps.sh || { echo "dependency installation failed"; exit 1; }
 
 jobs=${KQ_JOBS:-$(nproc)}
 configs=("$@")
-if ((${#configs[@]} == 0)); then configs=(native armv7 aarch64 asan ubsan-clang tsan); fi
+if ((${#configs[@]} == 0)); then configs=(native armv7 aarch64 asan ubsan-clang tsan fuzz); fi
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
 
 passed=0
@@ -67,6 +69,9 @@ for c in "${configs[@]}"; do
              run_config ubsan-clang -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKQ_SANITIZER=undefined \
                -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ ;;
     tsan)    run_config tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKQ_SANITIZER=thread ;;
+    fuzz)    run_config fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DKQ_SANITIZER=address;undefined" \
+               -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DKQ_BUILD_FUZZ=ON \
+               -DKQ_BUILD_TESTS=OFF -DKQ_BUILD_TOOLS=OFF -DKQ_FUZZ_SECONDS="${KQ_FUZZ_SECONDS:-60}" ;;
     *) echo "unknown configuration: $c"; broken+=("$c (unknown)") ;;
   esac
 done
