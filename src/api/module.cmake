@@ -6,4 +6,5 @@ list(APPEND KQ_CORE_SOURCES
   src/api/upscale_api.cpp)
 list(APPEND KQ_TEST_SOURCES
   tests/pipeline/pipeline_test.cpp
-  tests/pipeline/golden_test.cpp)
+  tests/pipeline/golden_test.cpp
+  tests/pipeline/stress_test.cpp)

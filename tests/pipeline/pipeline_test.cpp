@@ -1,12 +1,11 @@
 // pipeline_test.cpp - end-to-end behaviour of the exported functions: stage
-// routing, format codes, regions, padding, thread counts, degenerate input
-// and concurrent callers.
+// routing, format codes, regions, padding, thread counts and degenerate
+// input (concurrent callers: stress_test.cpp).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include "KQUpScale.h"
@@ -332,29 +331,6 @@ TEST_F(Pipeline, RepeatedCallsReuseTheirWorkingMemory) {
   EXPECT_EQ(results[1], results[0]);
   EXPECT_EQ(results[4], results[3]);
   EXPECT_EQ(results[0], run(src, 640, 480, all, 2));
-}
-
-TEST_F(Pipeline, ConcurrentCallersGetTheirSerialResults) {
-  std::vector<KqYuv> sources;
-  for (int i = 0; i < 4; ++i) sources.push_back(KqYuv::camera(40 + 8 * i, 32, 20 + i));
-  const Settings s{3, 3, 1.0f};
-  std::vector<std::vector<uint8_t>> serial;
-  for (int i = 0; i < 4; ++i) serial.push_back(run(sources[i], 90, 70, s, 1 + i));
-  std::vector<std::vector<uint8_t>> parallel(4);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&, i] {
-      for (int round = 0; round < 3; ++round) {
-        // Thread counts 1, 2, 3, 4: the pool of whoever starts it first is
-        // shared; counts of 0 and below never rely on it.
-        parallel[i] = run(sources[i], 90, 70, s, i == 0 ? 0 : 1 + i);
-      }
-    });
-  }
-  for (auto& t : threads) t.join();
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(parallel[i], serial[i]) << i;
-  EXPECT_EQ(kqPoolSlotCount(), 0);
-  EXPECT_EQ(kqPoolUserCount(), 0);
 }
 
 }  // namespace
