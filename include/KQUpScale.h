@@ -21,6 +21,19 @@ extern "C" {
 /**
  * Describes one two-plane YUV 4:2:0 image owned by the caller (input or
  * output). The library never writes to the record itself.
+ *
+ * A record is valid when it is not null, yData and chromaData are not null,
+ * width and height are at least 1 (at least 2 for the output), yRowStride
+ * >= width, yScanlines >= height, and the luma plane's extent yRowStride *
+ * yScanlines is at most 0x7FFFFFFF bytes (2 GiB - 1, on every target). Its
+ * planes must then hold:
+ *  - luma: yRowStride * yScanlines bytes from yData: `height` rows of
+ *    `width` pixels, yRowStride bytes apart;
+ *  - chroma: height / 2 rows (rounded down) of yRowStride bytes from
+ *    chromaData, each row width / 2 interleaved byte pairs.
+ * A call given an invalid record reads and writes none of its planes: it
+ * logs the one line "KQUpScale: <input|output> image <problem>; nothing
+ * written" and returns 0.
  */
 typedef struct KQYUVMultiPlaneImage {
   /** Format code: 9 = NV12 (chroma bytes U,V); 8 and every other value =
@@ -76,24 +89,72 @@ KQ_API int32_t KQUpScale_ScaleImage(const KQYUVMultiPlaneImage* in,
  * Enlarges a rectangle of the input image to the size of the output image.
  *
  * @param in      input image; its planes are only read.
- * @param out     output image; width and height set the output size, and the
- *                result is written into its luma and chroma planes with its
- *                yRowStride (row padding bytes are left as they are, chroma
- *                row padding is filled with 128).
+ * @param out     output image; width and height set the output size. Luma
+ *                rows go yRowStride apart; the bytes after `width` in each
+ *                row and the rows after `height` are left as they are.
+ *                Chroma: height / 2 rows, each width / 2 pairs followed by
+ *                yRowStride - width bytes of 128, laid back to back from
+ *                chromaData. For an even width that puts row r at r *
+ *                yRowStride; an odd width makes every row one byte shorter,
+ *                (width - 1) plus the padding, so row r starts at r *
+ *                (yRowStride - 1) and the plane's last height / 2 bytes are
+ *                not written.
  * @param left,top,right,bottom  inclusive region corners in input pixels;
- *                left = -1 selects the whole image. Corners outside the image
- *                are clamped, and the region's width and height are rounded
- *                down to multiples of 4.
- * @param noiseReduction        luma noise reduction 1..10 (0 = off).
- * @param chromaNoiseReduction  chroma noise reduction 1..10 (0 = off).
- * @param sharpening            sharpening strength (> 0.0 enables it; 1.0 is
- *                              a typical value).
- * @param numThreads  > 1: the process-wide worker pool with this many
- *                    threads; 0 or 1: the calling thread only; < 0: |n|
- *                    threads created for each parallel step.
- * @param affinityMask  >= 1: bind the calling thread to these CPUs first.
- * @return 0. Both records and all planes stay owned by the caller. Calls on
- *         different threads may run at once on different images.
+ *                left = -1 selects the whole image as it is (the other three
+ *                are not read). Otherwise corners outside the image are
+ *                clamped to it, and the region's width and height are
+ *                rounded down to multiples of 4. An odd left corner starts
+ *                the chroma on the second byte of a pair, so U and V trade
+ *                places in the result.
+ *                The picture is not stretched: the region is cut at its right
+ *                or bottom edge to the output's aspect ratio. A region (or
+ *                whole image) below 4x4 pixels, inverted corners included,
+ *                and a cut that leaves less than 4x4 pixels are refused as an
+ *                invalid record is (one log line, nothing written).
+ * @param noiseReduction  luma noise reduction, useful range 1..10 (0 and
+ *                below: off): the result keeps about noiseReduction * 10 %
+ *                of the range-filtered plane (10: the filtered plane alone).
+ *                Above 10 the blend extrapolates past the filtered plane in
+ *                16-bit arithmetic that wraps: pixels overshoot, and where the
+ *                sum wraps they come out meaningless, the more so the larger
+ *                the value (on a camera-like picture: 3 % of the pixels at
+ *                100, most at 1000). Not clamped, by design.
+ * @param chromaNoiseReduction  chroma noise reduction 1..10 (0 and below:
+ *                off); values above 10 act as 10. An output below 4x4 keeps
+ *                its chroma as warped.
+ * @param sharpening  unsharp-mask strength, > 0.0 enables it; useful up to
+ *                about 4 (1.0 is typical). It becomes the 16-bit gain
+ *                trunc(sharpening * 256) taken modulo 2^16 as a signed
+ *                number: s and s + 256 give the same bytes, 128 up to 256
+ *                act as negative gains, and 256, very large values and
+ *                infinity (gain 0 or -1) leave the warp as it is or nearly
+ *                so. From about 8 on, strong edges clip to black and white;
+ *                beyond 32 the products wrap into meaningless pixels.
+ *                0.0 (and -0.0): off. Below 0 or NaN: off as well, and then
+ *                with noiseReduction off too no luma stage runs at all: the
+ *                caller's luma plane keeps the bytes it had (the chroma is
+ *                still written).
+ * @param numThreads  how the work is spread; the bytes are the same for
+ *                every value:
+ *                > 1: over the process-wide worker pool. The first of the
+ *                  calls running at one time that asks for a pool creates
+ *                  it with min(numThreads, 32) threads (the calling thread
+ *                  counted); calls that start while it exists use it as it
+ *                  is, also a pool created by a call that passed 1, which has
+ *                  no worker thread. The last of them to return joins its
+ *                  threads: no thread outlives the calls.
+ *                0 or 1: the calling thread only (1 creates the pool above).
+ *                < 0: min(|numThreads|, 32) threads started for each
+ *                  parallel step while the calling thread waits, joined
+ *                  before the step ends; no pool.
+ * @param affinityMask  >= 1: the calling thread is first bound to the CPUs
+ *                whose bits are set (bit i = CPU i); the binding stays after
+ *                the call returns. A mask the system refuses is logged and
+ *                ignored. 0 and negative values change nothing.
+ * @return 0, also for a refused call. Both records and all planes stay owned
+ *         by the caller, and nothing outside the planes a valid record
+ *         describes is read or written. Calls on different threads may run at
+ *         once on different images.
  */
 KQ_API int32_t KQUpScale_ScaleImageFromROI(
     const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage* out,
