@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -144,6 +145,21 @@ TEST_F(Pipeline, NegativeSharpeningWithoutNoiseReductionLeavesLumaUntouched) {
     for (size_t i = 0; i < size_t(88) * 32; ++i) written += dst.uv()[i] != 0x5A;
     EXPECT_GT(written, 0u);
   }
+}
+
+// The header's promises for strengths past their useful range.
+TEST_F(Pipeline, StrengthsPastTheirRangeActAsDocumented) {
+  const KqYuv src = KqYuv::camera(40, 32, 12);
+  const std::vector<uint8_t> cnr10 = run(src, 80, 64, {0, 10, 0.0f}, 1);
+  EXPECT_EQ(run(src, 80, 64, {0, 11, 0.0f}, 1), cnr10);
+  EXPECT_EQ(run(src, 80, 64, {0, INT32_MAX, 0.0f}, 1), cnr10);
+  // The sharpening gain is trunc(s * 256) modulo 2^16: s and s + 256 agree,
+  // and 256 sharpens nothing.
+  const std::vector<uint8_t> one = run(src, 80, 64, {0, 0, 1.0f}, 1);
+  const std::vector<uint8_t> none = run(src, 80, 64, {0, 0, 0.0f}, 1);
+  EXPECT_NE(one, none);
+  EXPECT_EQ(run(src, 80, 64, {0, 0, 257.0f}, 1), one);
+  EXPECT_EQ(run(src, 80, 64, {0, 0, 256.0f}, 1), none);
 }
 
 TEST_F(Pipeline, NoiseReductionStrengthTenWithoutSharpeningDiffersFromTheBareWarp) {
