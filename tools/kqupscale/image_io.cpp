@@ -40,6 +40,23 @@ void checkDecodedSize(const std::string& path, uint64_t width, uint64_t height) 
                     std::to_string(height));
 }
 
+// Pixels a compressed file of `bytes` bytes can hold at most: deflate
+// expands at most 1032 times and a PNG pixel takes at least one bit (8256
+// pixels per byte); a baseline JPEG block takes at least two bits (256
+// pixels per byte), and arithmetic coding of a flat picture can do far
+// better, so JPEG gets a wide margin. Checked before the pixel buffer is
+// allocated, so that a small file claiming a huge size is refused instead
+// of making the reader zero gigabytes.
+constexpr uint64_t kPngPixelsPerByte = 8256;
+constexpr uint64_t kJpegPixelsPerByte = 65536;
+void checkSizeAgainstFile(const std::string& path, uint64_t width, uint64_t height,
+                          size_t bytes, uint64_t pixelsPerByte) {
+  if (width * height > uint64_t(bytes) * pixelsPerByte + (uint64_t{1} << 16))
+    throw ToolError("'" + path + "' claims " + std::to_string(width) + "x" +
+                    std::to_string(height) + " pixels, more than its " +
+                    std::to_string(bytes) + " bytes can hold (truncated or corrupt)");
+}
+
 struct PngReadState {
   const std::vector<uint8_t>* bytes;
   size_t offset;
@@ -129,7 +146,13 @@ RgbaImage readPng(const std::string& path) {
   png_set_read_fn(png, &state, pngReadFromMemory);
   png_read_info(png, info);
   const png_uint_32 w = png_get_image_width(png, info), h = png_get_image_height(png, info);
-  checkDecodedSize(path, w, h);
+  try {
+    checkDecodedSize(path, w, h);
+    checkSizeAgainstFile(path, w, h, bytes.size(), kPngPixelsPerByte);
+  } catch (...) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    throw;
+  }
   png_set_expand(png);
   png_set_strip_16(png);
   png_set_gray_to_rgb(png);
@@ -175,8 +198,15 @@ RgbaImage readJpeg(const std::string& path) {
   }
   // Four samples per pixel either way; CMYK becomes RGBA after the decode.
   cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_EXT_RGBA;
+  try {
+    checkDecodedSize(path, cinfo.image_width, cinfo.image_height);
+    checkSizeAgainstFile(path, cinfo.image_width, cinfo.image_height, bytes.size(),
+                         kJpegPixelsPerByte);
+  } catch (...) {
+    jpeg_destroy_decompress(&cinfo);
+    throw;
+  }
   jpeg_start_decompress(&cinfo);
-  checkDecodedSize(path, cinfo.output_width, cinfo.output_height);
   image.width = int(cinfo.output_width);
   image.height = int(cinfo.output_height);
   image.pixels.resize(size_t(image.width) * image.height * 4);
