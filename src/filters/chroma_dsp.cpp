@@ -11,6 +11,12 @@ void kqChromaDspInit(KQChromaDsp* dsp, uint32_t cpuFlags) {
 #if KQ_HAVE_SSE41
   if (cpuFlags & KQ_CPU_SSE41) kqChromaDspInit_sse41(dsp);
 #endif
+#if KQ_HAVE_AVX2
+  if (cpuFlags & KQ_CPU_AVX2) kqChromaDspInit_avx2(dsp);
+#endif
+#if KQ_HAVE_AVX512
+  if (cpuFlags & KQ_CPU_AVX512) kqChromaDspInit_avx512(dsp);
+#endif
   (void)cpuFlags;
 }
 

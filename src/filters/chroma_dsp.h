@@ -48,7 +48,10 @@ struct KQChromaPassContext {
 //    yields for the work area lies inside it.
 //  - no byte outside these planes is read or written: vector loops stop
 //    early enough and the per-pixel code does the rest (tailCount columns
-//    plus the right margin); margin must be even and at least 2.
+//    plus the right margin), or, at the levels that take whole rows (AVX2,
+//    AVX-512 on wide enough planes; see chroma_rows.h), the vector code
+//    does the margins itself without loading outside its rows; margin must
+//    be even and at least 2.
 using KQChromaPassFn = void(void* context);
 
 // The filter's kernels: pass[p][kind - 1].
@@ -57,7 +60,7 @@ struct KQChromaDsp {
 };
 
 // Fills `dsp` with the best kernels that `cpuFlags` allows (scalar first,
-// then NEON / SSE4.1 / AVX2 in rising order).
+// then NEON / SSE4.1 / AVX2 / AVX-512 in rising order).
 void kqChromaDspInit(KQChromaDsp* dsp, uint32_t cpuFlags);
 
 // The table for this CPU, built once.
@@ -67,6 +70,8 @@ const KQChromaDsp* kqChromaDspGet();
 void kqChromaDspInit_c(KQChromaDsp* dsp);
 void kqChromaDspInit_neon(KQChromaDsp* dsp);
 void kqChromaDspInit_sse41(KQChromaDsp* dsp);
+void kqChromaDspInit_avx2(KQChromaDsp* dsp);
+void kqChromaDspInit_avx512(KQChromaDsp* dsp);
 
 // ---------------------------------------------------------------------------
 // Per-pixel arithmetic shared by the scalar reference and the edge columns of

@@ -139,11 +139,20 @@ class ChromaKernels : public testing::TestWithParam<uint32_t> {
   }
 };
 
+// Widest vector step of any level, in outputs (AVX2 and AVX-512: 32).
+constexpr int kWidestStep = 32;
+
 // Every width from 2 up to past the point where each pass's vector loop
-// takes several blocks, for each margin, kind and a spread of fills and
-// table strengths, whole planes and single slices; then tall and wide planes
-// with camera-like data at both modes' margins; then luma ratios other than
-// 2 and guided tables, which take the per-pixel path in the vector kernels.
+// takes several of the widest steps plus every remainder of blocks of 8
+// (pass 1 at margin 26 needs 2 * 26 + 16 + 16 * blocks columns; the last
+// width, 292, gives it 14 blocks), for each margin, kind and a spread of
+// fills and table strengths, whole planes and single slices. The widths
+// cross the point from which the wider levels take whole rows (w / 2 of
+// two steps in passes 1 and 2, one in pass 3) and then give every
+// remainder of the row after whole steps, so the clamped end steps and the
+// steps before them meet at every offset. Then tall and wide planes with
+// camera-like data at both modes' margins; then luma ratios other than 2
+// and guided tables, which take the per-pixel path in the vector kernels.
 TEST_P(ChromaKernels, MatchReference) {
   const uint64_t seed = kqTestSeed();
   const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f};
@@ -153,7 +162,7 @@ TEST_P(ChromaKernels, MatchReference) {
   KqRng pick(seed ^ 0x55);
   forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
     for (int mi = 0; mi < (pass == 3 ? 1 : 3); ++mi)
-      for (int w = 2; w <= 130; ++w) {
+      for (int w = 2; w <= 2 * 26 + 16 + 16 * (3 * kWidestStep / 8 + 2); ++w) {
         const int h = 2 + 2 * ((w + kind) % 3) + (w & 1);  // 2..7 rows, odd ones too
         const int he = h & ~1;
         const int first = w % 4 == 1 && he >= 4 ? 2 : 0, end = w % 4 == 3 && he >= 4 ? 2 : he;
@@ -178,6 +187,21 @@ TEST_P(ChromaKernels, MatchReference) {
           << "ratios and guides";
     }
   });
+}
+
+// Each level above the scalar one brings its own kernel for every pass and
+// kind: none is left to the level below (or to the reference).
+TEST(ChromaKernelTable, EveryLevelInstallsItsOwnKernels) {
+  const std::vector<uint32_t> levels = kqCpuLevels();
+  for (size_t i = 1; i < levels.size(); ++i) {
+    KQChromaDsp below, dsp;
+    kqChromaDspInit(&below, levels[i - 1]);
+    kqChromaDspInit(&dsp, levels[i]);
+    for (int pass = 0; pass < 3; ++pass)
+      for (int kind = 0; kind < 5; ++kind)
+        EXPECT_NE(dsp.pass[pass][kind], below.pass[pass][kind])
+            << kqCpuLevelName(levels[i]) << " pass " << pass + 1 << " kind " << kind + 1;
+  }
 }
 
 // Kernels without a vector division (armv7) compute the mean as the exact

@@ -228,24 +228,30 @@ inline void pass3Block(const KQChromaPassContext* c, const Tables& t, int hx0, i
   vst1_u8(c->outV + at, mean8(a.v, a.w));
 }
 
+// The runs, one block of 8 outputs per step; never whole rows (the edge
+// pixels are the per-pixel code's).
 struct NeonBlocks {
   static constexpr bool kVector = true;
   using Tables = ::Tables;
-  static Tables load(const KQChromaPassContext* c) { return loadTables(c); }
   template <int kShift>
-  static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
+  static Tables load(const KQChromaPassContext* c) {
+    return loadTables(c);
+  }
+  static bool wholeRows(const KQChromaPassContext*, int) { return false; }
+  template <int kShift>
+  static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
                     int yDown) {
-    pass1Block<kShift>(c, t, x0, y, yUp, yDown);
+    for (int x = x0; x < x0 + n; x += 8) pass1Block<kShift>(c, t, x, y, yUp, yDown);
   }
   template <int kShift>
-  static void pass2(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
+  static void pass2(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
                     int yDown) {
-    pass2Block<kShift>(c, t, x0, y, yUp, yDown);
+    for (int x = x0; x < x0 + n; x += 8) pass2Block<kShift>(c, t, x, y, yUp, yDown);
   }
   template <int kShift>
-  static void pass3(const KQChromaPassContext* c, const Tables& t, int hx0, int Y, int yUp, int y,
-                    int yDown) {
-    pass3Block<kShift>(c, t, hx0, Y, yUp, y, yDown);
+  static void pass3(const KQChromaPassContext* c, const Tables& t, int X0, int n, int Y, int yUp,
+                    int y, int yDown) {
+    for (int X = X0; X < X0 + n; X += 8) pass3Block<kShift>(c, t, X / 2, Y, yUp, y, yDown);
   }
 };
 

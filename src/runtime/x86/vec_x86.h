@@ -17,7 +17,9 @@
 // lanes), packus16, mullo16, mulhi16, mulhrs16, srli16<n>/srai16<n>/
 // slli16<n>, srli32<n>/slli32<n>, toFloat (int32 -> float), truncToInt
 // (float -> int32, toward zero), bitsOf/floatOf (reinterpretation), setF,
-// divF and mulF.
+// divF and mulF; and for the chroma rows addsU8/minU8 (unsigned bytes),
+// unlo16/unhi16 (16-bit interleave within 128-bit lanes), packus32, addF and
+// minF.
 #pragma once
 
 #if !defined(__SSE4_1__)
@@ -87,6 +89,13 @@ struct VecSse41 {
   static F setF(float v) { return _mm_set1_ps(v); }
   static F divF(F a, F b) { return _mm_div_ps(a, b); }
   static F mulF(F a, F b) { return _mm_mul_ps(a, b); }
+  static R addsU8(R a, R b) { return _mm_adds_epu8(a, b); }
+  static R minU8(R a, R b) { return _mm_min_epu8(a, b); }
+  static R unlo16(R a, R b) { return _mm_unpacklo_epi16(a, b); }
+  static R unhi16(R a, R b) { return _mm_unpackhi_epi16(a, b); }
+  static R packus32(R a, R b) { return _mm_packus_epi32(a, b); }
+  static F addF(F a, F b) { return _mm_add_ps(a, b); }
+  static F minF(F a, F b) { return _mm_min_ps(a, b); }
 };
 
 #if defined(__AVX2__)
@@ -147,6 +156,13 @@ struct VecAvx2 {
   static F setF(float v) { return _mm256_set1_ps(v); }
   static F divF(F a, F b) { return _mm256_div_ps(a, b); }
   static F mulF(F a, F b) { return _mm256_mul_ps(a, b); }
+  static R addsU8(R a, R b) { return _mm256_adds_epu8(a, b); }
+  static R minU8(R a, R b) { return _mm256_min_epu8(a, b); }
+  static R unlo16(R a, R b) { return _mm256_unpacklo_epi16(a, b); }
+  static R unhi16(R a, R b) { return _mm256_unpackhi_epi16(a, b); }
+  static R packus32(R a, R b) { return _mm256_packus_epi32(a, b); }
+  static F addF(F a, F b) { return _mm256_add_ps(a, b); }
+  static F minF(F a, F b) { return _mm256_min_ps(a, b); }
 };
 #endif  // __AVX2__
 
@@ -208,6 +224,13 @@ struct VecAvx512 {
   static F setF(float v) { return _mm512_set1_ps(v); }
   static F divF(F a, F b) { return _mm512_div_ps(a, b); }
   static F mulF(F a, F b) { return _mm512_mul_ps(a, b); }
+  static R addsU8(R a, R b) { return _mm512_adds_epu8(a, b); }
+  static R minU8(R a, R b) { return _mm512_min_epu8(a, b); }
+  static R unlo16(R a, R b) { return _mm512_unpacklo_epi16(a, b); }
+  static R unhi16(R a, R b) { return _mm512_unpackhi_epi16(a, b); }
+  static R packus32(R a, R b) { return _mm512_packus_epi32(a, b); }
+  static F addF(F a, F b) { return _mm512_add_ps(a, b); }
+  static F minF(F a, F b) { return _mm512_min_ps(a, b); }
 };
 #endif  // __AVX512BW__
 
