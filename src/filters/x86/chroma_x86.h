@@ -3,8 +3,8 @@
 //
 // chroma_sse41.cpp, chroma_avx2.cpp and chroma_avx512.cpp instantiate
 // KqChromaX86<C> with their own C, declared in an anonymous namespace (as
-// the traits of runtime/x86/vec_x86.h are), so that every instantiation stays inside the
-// translation unit built with the matching target flags.
+// the traits of runtime/x86/vec_x86.h are), so that every instantiation
+// stays inside the translation unit built with the matching target flags.
 //
 // A step makes C::kOut outputs of U and of V. Per tap and output:
 //   d   = |centre - tap|                        (8-bit lanes)
@@ -409,13 +409,18 @@ struct KqChromaX86 {
 
   // Runs shorter than one step take the narrow steps (8 outputs); runs
   // from output 0 or to the row's end are whole rows, their end steps
-  // clamping their taps.
-  template <int kShift>
-  static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
-                    int yDown) {
+  // clamping their taps. Passes 1 and 2 both write half-size rows of U and
+  // V and differ only in their step.
+  template <int kPass, int kShift>
+  static void halfSizeRun(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y,
+                          int yUp, int yDown) {
     if constexpr (kOut > 8) {
       if (n < kOut) {
-        Narrow::template pass1<kShift>(c, C::narrowTables(t), x0, n, y, yUp, yDown);
+        if constexpr (kPass == 1) {
+          Narrow::template pass1<kShift>(c, C::narrowTables(t), x0, n, y, yUp, yDown);
+        } else {
+          Narrow::template pass2<kShift>(c, C::narrowTables(t), x0, n, y, yUp, yDown);
+        }
         return;
       }
     }
@@ -425,7 +430,11 @@ struct KqChromaX86 {
     steps(
         x0, n, x0 == 0, x0 + n == wh, c->margin / 2,
         [&](int x, auto kind) __attribute__((always_inline)) {
-          return pass1Step<kShift, decltype(kind)::value>(c, t, x, y, yUp, yDown);
+          if constexpr (kPass == 1) {
+            return pass1Step<kShift, decltype(kind)::value>(c, t, x, y, yUp, yDown);
+          } else {
+            return pass2Step<kShift, decltype(kind)::value>(c, t, x, y, yUp, yDown);
+          }
         },
         [&](int x, const Out& o) __attribute__((always_inline)) {
           C::storeOut(outU + x, o.u);
@@ -434,26 +443,15 @@ struct KqChromaX86 {
   }
 
   template <int kShift>
+  static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
+                    int yDown) {
+    halfSizeRun<1, kShift>(c, t, x0, n, y, yUp, yDown);
+  }
+
+  template <int kShift>
   static void pass2(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
                     int yDown) {
-    if constexpr (kOut > 8) {
-      if (n < kOut) {
-        Narrow::template pass2<kShift>(c, C::narrowTables(t), x0, n, y, yUp, yDown);
-        return;
-      }
-    }
-    const int wh = c->chromaWidth / 2;
-    uint8_t* const outU = c->outU + size_t(y) * size_t(wh);
-    uint8_t* const outV = c->outV + size_t(y) * size_t(wh);
-    steps(
-        x0, n, x0 == 0, x0 + n == wh, c->margin / 2,
-        [&](int x, auto kind) __attribute__((always_inline)) {
-          return pass2Step<kShift, decltype(kind)::value>(c, t, x, y, yUp, yDown);
-        },
-        [&](int x, const Out& o) __attribute__((always_inline)) {
-          C::storeOut(outU + x, o.u);
-          C::storeOut(outV + x, o.v);
-        });
+    halfSizeRun<2, kShift>(c, t, x0, n, y, yUp, yDown);
   }
 
   // Outputs are full-size columns X = 2 * hx.
