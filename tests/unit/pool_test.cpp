@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <string>
@@ -157,8 +158,11 @@ TEST_F(PoolTest, SlicesAreSharedByThePoolsThreadsAndRunExactlyOnce) {
 TEST_F(PoolTest, WorkersCarryThePoolName) {
   kqPoolStart(3, 0, "KQUpScale-with-a-long-name");
   Job j;
-  // Many slices, each yielding, so that the workers take some of them.
-  for (int round = 0; round < 50 && j.threads().size() < 2; ++round) parallelFor(j, 16);
+  // Many slices, each yielding, so that the workers take some of them. A
+  // worker that wakes after the caller has taken every slice loses its
+  // claim to that job, so on a busy machine this can take many rounds.
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (j.threads().size() < 2 && std::chrono::steady_clock::now() < until) parallelFor(j, 16);
   kqPoolStop();
   size_t byWorkers = 0;
   for (const TaskRun& r : j.runs) {
