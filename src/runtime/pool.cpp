@@ -24,8 +24,9 @@ namespace {
 struct WorkerPool;
 
 struct WorkerSlot {
-  std::atomic<int32_t> quit;     // > 0: leave the worker loop
-  std::atomic<int32_t> pending;  // 1: a job is handed over and not yet claimed; 100 = exited
+  // kIdle, kHanded (a job is handed over and not yet claimed), kLeave (the
+  // pool stops) or kExitAck (the worker has left its loop).
+  std::atomic<int32_t> pending;
   std::atomic<int32_t> done;     // jobs finished since the dispatcher cleared it
   const char* name;
   KQTaskFn* jobFn;
@@ -61,7 +62,7 @@ pthread_mutex_t gPoolLock = PTHREAD_MUTEX_INITIALIZER;
 WorkerPool* gPool = nullptr;  // guarded by gPoolLock
 int32_t gUsers = 0;           // guarded by gPoolLock
 
-constexpr int32_t kExitAck = 100;
+constexpr int32_t kIdle = 0, kHanded = 1, kLeave = 2, kExitAck = 100;
 
 // Busy-wait step between two sequentially consistent loads of the counter
 // being watched (those loads are the barrier). A yield now and then keeps a
@@ -90,24 +91,29 @@ void nameThisThread(const char* name) {
 void* workerMain(void* arg) {
   WorkerSlot* slot = static_cast<WorkerSlot*>(arg);
   nameThisThread(slot->name);
-  while (slot->quit.load() == 0) {
+  for (;;) {
     if (slot->spinning) {
       uint32_t rounds = 0;
-      while (slot->pending.load() == 0) spinPause(&rounds);
+      while (slot->pending.load() == kIdle) spinPause(&rounds);
     } else {
       pthread_mutex_lock(&slot->mutex);
       while (slot->wake != 1) pthread_cond_wait(&slot->cond, &slot->mutex);
       slot->wake = 0;
       pthread_mutex_unlock(&slot->mutex);
     }
-    if (slot->quit.load() > 0) break;
     // Claim the job. The dispatcher withdraws it from a worker that has not
     // claimed it by the time every slice is taken, so a late wake-up finds
-    // nothing to do and never touches a job that has already returned.
-    int32_t handed = 1;
-    if (!slot->pending.compare_exchange_strong(handed, 0)) continue;
-    slot->jobFn(slot->jobArg);
-    slot->done.fetch_add(1);
+    // nothing to do and never touches a job that has already returned. The
+    // request to leave is a state of its own, read in the same step: a
+    // worker woken late for a withdrawn job while the pool stops leaves and
+    // never mistakes the stop for that job.
+    int32_t seen = kHanded;
+    if (slot->pending.compare_exchange_strong(seen, kIdle)) {
+      slot->jobFn(slot->jobArg);
+      slot->done.fetch_add(1);
+    } else if (seen == kLeave) {
+      break;
+    }
   }
   slot->pending.store(kExitAck);
   return nullptr;
@@ -149,7 +155,7 @@ bool dispatchOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split, void* co
       slot->jobFn = runJob;
       slot->jobArg = &job;
       slot->done.store(0);
-      slot->pending.fetch_add(1);
+      slot->pending.store(kHanded);
       pthread_mutex_lock(&slot->mutex);
       slot->wake = 1;
       pthread_cond_signal(&slot->cond);
@@ -161,8 +167,8 @@ bool dispatchOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split, void* co
     // job can still be running a slice, and they are waited for.
     for (int32_t i = 1; i < pool->count; ++i) {
       WorkerSlot* slot = &pool->slots[i];
-      int32_t handed = 1;
-      if (slot->pending.compare_exchange_strong(handed, 0)) continue;
+      int32_t handed = kHanded;
+      if (slot->pending.compare_exchange_strong(handed, kIdle)) continue;
       uint32_t rounds = 0;
       while (slot->done.load() == 0) spinPause(&rounds);
     }
@@ -343,8 +349,7 @@ void kqPoolStart(int32_t threadCount, int32_t spinningCount, const char* name) {
   pthread_mutex_init(&pool->dispatch, nullptr);
   for (int32_t i = 0; i < n; ++i) {
     WorkerSlot* slot = &pool->slots[i];
-    slot->quit.store(0);
-    slot->pending.store(0);
+    slot->pending.store(kIdle);
     slot->done.store(0);
     slot->jobFn = nullptr;
     slot->jobArg = nullptr;
@@ -380,8 +385,7 @@ void kqPoolStop() {
   WorkerPool* pool = gPool;
   for (int32_t i = 1; i < pool->count; ++i) {
     WorkerSlot* slot = &pool->slots[i];
-    slot->quit.store(1);
-    slot->pending.store(1);
+    slot->pending.store(kLeave);
     pthread_mutex_lock(&slot->mutex);
     slot->wake = 1;
     pthread_cond_signal(&slot->cond);

@@ -269,6 +269,26 @@ TEST_F(PoolTest, ConcurrentParallelForsRunOneAfterAnother) {
   for (size_t i = 1; i < marks.size(); ++i) EXPECT_LT(marks[i - 1].second, marks[i].first);
 }
 
+// Stopping the pool wakes its workers to leave, never to take a job: a
+// worker that wakes late for a job the caller has already finished alone
+// (and withdrawn from it) must not run that job while the pool stops. Many
+// short start-run-stop cycles on sleeping workers make such late wake-ups
+// common.
+std::atomic<int32_t> gSliceRuns{0};
+void countSlice(void*) { gSliceRuns.fetch_add(1); }
+void noSplit(int32_t, int32_t, int32_t, void*) {}
+
+TEST_F(PoolTest, StopNeverHandsAWithdrawnJobToALateWorker) {
+  for (int cycle = 0; cycle < 2000; ++cycle) {
+    kqPoolStart(8, cycle % 2 == 0 ? 0 : 8, "KQUpScale");
+    gSliceRuns = 0;
+    int32_t context = 0;
+    ASSERT_TRUE(kqParallelFor(countSlice, noSplit, &context, sizeof context, 2));
+    kqPoolStop();
+    ASSERT_EQ(gSliceRuns.load(), 8) << "cycle " << cycle;
+  }
+}
+
 #if defined(__linux__)
 TEST(Affinity, BindsTheCallingThreadAndLogsFailures) {
   cpu_set_t original;
