@@ -79,34 +79,50 @@ KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* o
   return c;
 }
 
-// Runs pass `pass` kind `kind` of `ref` and `dsp` on the same inputs and a
-// slice [first, end) and compares the packed outputs, sentinel frames
-// included. Pass 3 runs in place on a copy of the source, as the stage does.
+// One pass and kind on the same inputs for the reference and the kernel
+// under test, each writing into its own framed planes; a slice
+// [first, end). Pass 3 runs in place on a copy of the source, as the stage
+// does.
+struct PassRun {
+  Inputs in;
+  int bytes;
+  KqFramedPlane refU, refV, gotU, gotV;
+  KQChromaPassContext a, b;
+  PassRun(int pass, const Shape& s, KqFill fill, float strength, int mode, int first, int end,
+          KqRng&& rng)
+      : in(s, fill, strength, mode, rng),
+        bytes(pass == 3 ? s.w * s.h : in.wh * in.hh),
+        refU(bytes, 1),
+        refV(bytes, 1),
+        gotU(bytes, 1),
+        gotV(bytes, 1),
+        a(makeContext(pass, s, in, refU.data(), refV.data())),
+        b(makeContext(pass, s, in, gotU.data(), gotV.data())) {
+    if (pass == 3) {
+      for (KqFramedPlane* p : {&refU, &gotU})
+        std::memcpy(p->data(), in.srcU->data(), size_t(bytes));
+      for (KqFramedPlane* p : {&refV, &gotV})
+        std::memcpy(p->data(), in.srcV->data(), size_t(bytes));
+      a.srcU = refU.data();
+      a.srcV = refV.data();
+      b.srcU = gotU.data();
+      b.srcV = gotV.data();
+    }
+    a.firstRow = b.firstRow = first;
+    a.endRow = b.endRow = end;
+  }
+};
+
+// Runs the case through `ref` and `dsp` and compares the outputs, sentinel
+// frames included.
 testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
                                  const Shape& s, KqFill fill, float strength, int mode, int first,
                                  int end, uint64_t seed) {
-  KqRng rng(seed);
-  Inputs in(s, fill, strength, mode, rng);
-  const int bytes = pass == 3 ? s.w * s.h : in.wh * in.hh;
-  KqFramedPlane refU(bytes, 1), refV(bytes, 1), gotU(bytes, 1), gotV(bytes, 1);
-  if (pass == 3) {
-    for (KqFramedPlane* p : {&refU, &gotU}) std::memcpy(p->data(), in.srcU->data(), size_t(bytes));
-    for (KqFramedPlane* p : {&refV, &gotV}) std::memcpy(p->data(), in.srcV->data(), size_t(bytes));
-  }
-  KQChromaPassContext a = makeContext(pass, s, in, refU.data(), refV.data());
-  KQChromaPassContext b = makeContext(pass, s, in, gotU.data(), gotV.data());
-  if (pass == 3) {
-    a.srcU = refU.data();
-    a.srcV = refV.data();
-    b.srcU = gotU.data();
-    b.srcV = gotV.data();
-  }
-  a.firstRow = b.firstRow = first;
-  a.endRow = b.endRow = end;
-  ref.pass[pass - 1][kind - 1](&a);
-  dsp.pass[pass - 1][kind - 1](&b);
-  testing::AssertionResult r = kqFramedEqual(refU, gotU);
-  if (r) r = kqFramedEqual(refV, gotV);
+  PassRun run(pass, s, fill, strength, mode, first, end, KqRng(seed));
+  ref.pass[pass - 1][kind - 1](&run.a);
+  dsp.pass[pass - 1][kind - 1](&run.b);
+  testing::AssertionResult r = kqFramedEqual(run.refU, run.gotU);
+  if (r) r = kqFramedEqual(run.refV, run.gotV);
   if (!r)
     r << "\npass " << pass << " kind " << kind << " w " << s.w << " h " << s.h << " ratio "
       << s.ratio << " margin " << s.margin << " guide " << s.guide << " fill " << kqFillName(fill)
@@ -117,27 +133,23 @@ testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp,
 
 const int kMargins[3][3] = {{26, 14, 8}, {8, 6, 4}, {2, 2, 2}};
 
-// Calls `body(ref, dsp, pass, kind)` for every kernel of this level that is
-// not the reference itself; skips when there is none.
-class ChromaKernels : public testing::TestWithParam<uint32_t> {
- protected:
-  template <typename Body>
-  void forEachKernel(Body body) {
-    KQChromaDsp ref, dsp;
-    kqChromaDspInit(&ref, 0);
-    kqChromaDspInit(&dsp, GetParam());
-    SCOPED_TRACE(kqCpuLevelName(GetParam()));
-    int kernels = 0;
-    for (int pass = 1; pass <= 3; ++pass)
-      for (int kind = 1; kind <= 5; ++kind)
-        if (dsp.pass[pass - 1][kind - 1] != ref.pass[pass - 1][kind - 1]) {
-          ++kernels;
-          body(ref, dsp, pass, kind);
-          if (HasFatalFailure()) return;
-        }
-    if (kernels == 0) GTEST_SKIP() << "no kernel at this level differs from the reference";
-  }
-};
+// Calls body(ref, dsp, pass, kind, level) for every distinct implementation
+// of every pass and kind; skips when no level has one.
+template <typename Body>
+void forEachKernel(Body body) {
+  int kernels = 0;
+  for (int pass = 1; pass <= 3; ++pass)
+    for (int kind = 1; kind <= 5; ++kind) {
+      SCOPED_TRACE(testing::Message() << "pass " << pass << " kind " << kind);
+      kernels += kqForEachImpl(
+          kqChromaDspInit, [=](const KQChromaDsp& d) { return d.pass[pass - 1][kind - 1]; },
+          [&](const KQChromaDsp& dsp, const KQChromaDsp& ref, uint32_t level) {
+            body(ref, dsp, pass, kind, level);
+          });
+      if (testing::Test::HasFatalFailure()) return;
+    }
+  if (kernels == 0) GTEST_SKIP() << "no level has a kernel of its own";
+}
 
 // Widest vector step of any level, in outputs (AVX2 and AVX-512: 32).
 constexpr int kWidestStep = 32;
@@ -153,14 +165,15 @@ constexpr int kWidestStep = 32;
 // steps before them meet at every offset. Then tall and wide planes with
 // camera-like data at both modes' margins; then luma ratios other than 2
 // and guided tables, which take the per-pixel path in the vector kernels.
-TEST_P(ChromaKernels, MatchReference) {
+TEST(ChromaKernels, MatchReference) {
   const uint64_t seed = kqTestSeed();
   const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f};
   const Shape shapes[] = {{97, 21, 4, 8, 0},  {64, 12, 3, 26, 0}, {101, 9, 2, 14, 1},
                           {40, 10, 2, 26, 2}, {7, 5, 4, 8, 1},    {120, 16, 2, 8, 1},
                           {50, 10, 1, 26, 0}};
   KqRng pick(seed ^ 0x55);
-  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
+                    uint32_t level) {
     for (int mi = 0; mi < (pass == 3 ? 1 : 3); ++mi)
       for (int w = 2; w <= 2 * 26 + 16 + 16 * (3 * kWidestStep / 8 + 2); ++w) {
         const int h = 2 + 2 * ((w + kind) % 3) + (w & 1);  // 2..7 rows, odd ones too
@@ -185,6 +198,16 @@ TEST_P(ChromaKernels, MatchReference) {
       ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, 3.0f, 0, 0, s.h & ~1,
                           seed + uint64_t(s.w) * 3 + kind))
           << "ratios and guides";
+    }
+    // A 640x96 full-size chroma plane of camera-like content.
+    if (kqBenchWanted("chroma.pass")) {
+      const std::string name =
+          "chroma.pass" + std::to_string(pass) + ".kind" + std::to_string(kind);
+      PassRun run(pass, Shape{640, 96, 2, kMargins[pass - 1][0], 0}, KqFill::kSmooth, 3.0f, 0, 0,
+                  96, KqRng(seed));
+      kqBench(
+          name.c_str(), level, [&] { ref.pass[pass - 1][kind - 1](&run.a); },
+          [&] { dsp.pass[pass - 1][kind - 1](&run.b); });
     }
   });
 }
@@ -217,18 +240,5 @@ TEST(ChromaMean, FloatMeanIsTheRoundedQuotientOverTheReachableSums) {
                << int(kqChromaMean(sum, weight)) << ", quotient " << exact;
     }
 }
-
-std::vector<uint32_t> vectorLevels() {
-  std::vector<uint32_t> levels;
-  for (uint32_t level : kqCpuLevels())
-    if (level != 0) levels.push_back(level);
-  if (levels.empty()) levels.push_back(0);  // still run: the cases then skip
-  return levels;
-}
-
-INSTANTIATE_TEST_SUITE_P(Levels, ChromaKernels, testing::ValuesIn(vectorLevels()),
-                         [](const testing::TestParamInfo<uint32_t>& info) {
-                           return kqCpuLevelName(info.param);
-                         });
 
 }  // namespace

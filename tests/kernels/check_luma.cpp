@@ -43,20 +43,9 @@ void fillInput(uint8_t* data, int width, int height, int variant, KqRng& rng) {
     fillBand(data, width, height, rng);
 }
 
-// Runs `body(dsp, ref, levelName)` once per ISA level whose `slot` differs
-// from every lower level's, so each implementation is compared with _c once.
 template <typename Slot, typename Body>
-void forEachNewImpl(Slot KQLumaDsp::*slot, Body body) {
-  KQLumaDsp ref;
-  kqLumaDspInit(&ref, 0);
-  std::set<const void*> seen = {reinterpret_cast<const void*>(ref.*slot)};
-  for (uint32_t level : kqCpuLevels()) {
-    KQLumaDsp dsp;
-    kqLumaDspInit(&dsp, level);
-    if (!seen.insert(reinterpret_cast<const void*>(dsp.*slot)).second) continue;
-    SCOPED_TRACE(std::string("isa ") + kqCpuLevelName(level));
-    body(dsp, ref);
-  }
+int forEachImpl(Slot KQLumaDsp::*slot, Body body) {
+  return kqForEachImpl(kqLumaDspInit, slot, body);
 }
 
 template <typename To, typename From>
@@ -99,22 +88,24 @@ TEST(LumaKernels, RecipEstimateMatchesInstructionOverInputSpace) {
   const int n = int(in.size());
   std::vector<float> want(n);
   kqRecipEstimate_c(in.data(), want.data(), n);
-  int levels = 0;
-  forEachNewImpl(&KQLumaDsp::recipEstimate, [&](const KQLumaDsp& dsp, const KQLumaDsp&) {
-    ++levels;
-    // An odd count exercises the kernels' tail path.
-    std::vector<float> got(n + 1, -1.0f);
-    dsp.recipEstimate(in.data(), got.data(), n - 1);
-    dsp.recipEstimate(in.data() + n - 1, got.data() + n - 1, 1);
-    int bad = 0;
-    for (int i = 0; i < n && bad < 10; ++i)
-      if (bitsOf(want[i]) != bitsOf(got[i])) {
-        ++bad;
-        ADD_FAILURE() << std::hex << "input 0x" << bitsOf(in[i]) << ": emulation 0x"
-                      << bitsOf(want[i]) << ", kernel 0x" << bitsOf(got[i]);
-      }
-    EXPECT_EQ(got[n], -1.0f) << "wrote past the end";
-  });
+  const int levels = forEachImpl(
+      &KQLumaDsp::recipEstimate, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
+        // An odd count exercises the kernels' tail path.
+        std::vector<float> got(n + 1, -1.0f);
+        dsp.recipEstimate(in.data(), got.data(), n - 1);
+        dsp.recipEstimate(in.data() + n - 1, got.data() + n - 1, 1);
+        int bad = 0;
+        for (int i = 0; i < n && bad < 10; ++i)
+          if (bitsOf(want[i]) != bitsOf(got[i])) {
+            ++bad;
+            ADD_FAILURE() << std::hex << "input 0x" << bitsOf(in[i]) << ": emulation 0x"
+                          << bitsOf(want[i]) << ", kernel 0x" << bitsOf(got[i]);
+          }
+        EXPECT_EQ(got[n], -1.0f) << "wrote past the end";
+        kqBench(
+            "luma.recipEstimate", level, [&] { ref.recipEstimate(in.data(), got.data(), 4096); },
+            [&] { dsp.recipEstimate(in.data(), got.data(), 4096); });
+      });
   // The table the scalar interior kernel reads is the emulation at integer sums.
   const float* table = kqRecipEstimateTable();
   for (int d = 0; d < kKqRecipTableSize; ++d)
@@ -139,7 +130,7 @@ TEST(LumaKernels, RecipEstimateKnownValues) {
 }
 
 TEST(LumaKernels, NoiseReductionRow) {
-  forEachNewImpl(&KQLumaDsp::nrRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+  forEachImpl(&KQLumaDsp::nrRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
     for (int width : testWidths())
       for (int variant = 0; variant < kVariants; ++variant) {
         KqRng rng(kqTestSeed() + uint64_t(width) * 131 + variant);
@@ -152,6 +143,13 @@ TEST(LumaKernels, NoiseReductionRow) {
         dsp.nrRow(b.data(), centre, width, width);
         ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant;
       }
+    // A 1920-pixel row of camera-like content.
+    KqRng rng(kqTestSeed());
+    std::vector<uint8_t> in(1920 * 9), out(1920);
+    kqFillPlane(in.data(), 1920, 9, 1920, KqFill::kSmooth, rng);
+    kqBench(
+        "luma.nrRow", level, [&] { ref.nrRow(out.data(), &in[4 * 1920], 1920, 1920); },
+        [&] { dsp.nrRow(out.data(), &in[4 * 1920], 1920, 1920); });
   });
 }
 
@@ -160,27 +158,54 @@ TEST(LumaKernels, NoiseReductionRow) {
 // enough for the run's reads (the five rows end right before a guard page),
 // over all fills; rows handed over in a shuffled order.
 TEST(LumaKernels, NoiseReductionBorderRun) {
-  forEachNewImpl(&KQLumaDsp::nrBorderRun, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
-    std::vector<int> counts;
-    for (int n = 1; n <= 80; ++n) counts.push_back(n);
-    for (int n : {95, 96, 97, 127, 128, 129, 200, 1001}) counts.push_back(n);
-    for (int s : {6, 0, -6, -12})
-      for (int count : counts) {
-        // The first column the shift allows; the taps (or, for -12, the
-        // centres) reach the row's last column.
-        const int x = 6 - s;
-        const int width = count + (s >= -6 ? 12 : 6 - s);
-        KqRng rng(kqTestSeed() + uint64_t(count) * 7 + uint64_t(s + 12));
-        KqGuardedBuffer in(size_t(width) * 5);
-        fillInput(in.data(), width, 5, count % kVariants, rng);
-        const uint8_t* rows[5];
-        for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-        KqFramedPlane a(width, 1), b(width, 1);
-        ref.nrBorderRun(a.data(), rows, x, count, s);
-        dsp.nrBorderRun(b.data(), rows, x, count, s);
-        ASSERT_TRUE(kqFramedEqual(a, b)) << "shift " << s << " count " << count;
-      }
-  });
+  forEachImpl(
+      &KQLumaDsp::nrBorderRun, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
+        std::vector<int> counts;
+        for (int n = 1; n <= 80; ++n) counts.push_back(n);
+        for (int n : {95, 96, 97, 127, 128, 129, 200, 1001}) counts.push_back(n);
+        for (int s : {6, 0, -6, -12})
+          for (int count : counts) {
+            // The first column the shift allows; the taps (or, for -12, the
+            // centres) reach the row's last column.
+            const int x = 6 - s;
+            const int width = count + (s >= -6 ? 12 : 6 - s);
+            KqRng rng(kqTestSeed() + uint64_t(count) * 7 + uint64_t(s + 12));
+            KqGuardedBuffer in(size_t(width) * 5);
+            fillInput(in.data(), width, 5, count % kVariants, rng);
+            const uint8_t* rows[5];
+            for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+            KqFramedPlane a(width, 1), b(width, 1);
+            ref.nrBorderRun(a.data(), rows, x, count, s);
+            dsp.nrBorderRun(b.data(), rows, x, count, s);
+            ASSERT_TRUE(kqFramedEqual(a, b)) << "shift " << s << " count " << count;
+          }
+        // A top or bottom border row of a 1920-pixel plane.
+        KqRng rng(kqTestSeed());
+        std::vector<uint8_t> in(1932 * 5), out(1932);
+        kqFillPlane(in.data(), 1932, 5, 1932, KqFill::kSmooth, rng);
+        const uint8_t* rows[5] = {&in[0], &in[0], &in[0], &in[1932], &in[2 * 1932]};
+        kqBench(
+            "luma.nrBorderRun", level, [&] { ref.nrBorderRun(out.data(), rows, 6, 1920, 0); },
+            [&] { dsp.nrBorderRun(out.data(), rows, 6, 1920, 0); });
+      });
+}
+
+// Times a 1920-pixel blend (scale 0) or reference blend at `scale`.
+void benchBlend(const char* kernel, const KQLumaDsp& impl, const KQLumaDsp& ref, uint32_t level,
+                int scale) {
+  KqRng rng(kqTestSeed());
+  std::vector<uint8_t> dst(1920), orig(1920), r(1920);
+  for (std::vector<uint8_t>* v : {&dst, &orig, &r})
+    kqFillPlane(v->data(), 1920, 1, 1920, KqFill::kSmooth, rng);
+  auto run = [&](const KQLumaDsp& d) {
+    return [&, scale] {
+      if (scale == 0)
+        d.blendRow(dst.data(), orig.data(), 1920, 115);
+      else
+        d.blendRefRow(dst.data(), orig.data(), r.data(), 1920, 115, scale);
+    };
+  };
+  kqBench(kernel, level, run(ref), run(impl));
 }
 
 // Blend weights include 16-bit wrap-around values and negatives. Scale 0
@@ -213,10 +238,13 @@ TEST(LumaKernels, BlendRows) {
               << "scale " << scale << " width " << width << " weight " << weight;
         }
   };
-  forEachNewImpl(&KQLumaDsp::blendRow,
-                 [&](const KQLumaDsp& d, const KQLumaDsp& r) { check(d, r, {0}); });
-  forEachNewImpl(&KQLumaDsp::blendRefRow, [&](const KQLumaDsp& d, const KQLumaDsp& r) {
+  forEachImpl(&KQLumaDsp::blendRow, [&](const KQLumaDsp& d, const KQLumaDsp& r, uint32_t level) {
+    check(d, r, {0});
+    benchBlend("luma.blendRow", d, r, level, 0);
+  });
+  forEachImpl(&KQLumaDsp::blendRefRow, [&](const KQLumaDsp& d, const KQLumaDsp& r, uint32_t level) {
     check(d, r, {1, 2, 4});
+    benchBlend("luma.blendRefRow", d, r, level, 2);
   });
 }
 
@@ -225,27 +253,37 @@ TEST(LumaKernels, SharpenRow) {
   const int32_t gains[] = {0, 1, 256, 600, 4000, 32767, 32768, -77, 70000, INT32_MIN};
   const int32_t thresholds[] = {0, 6, 150, 2000, -9, 40000};
   const int32_t taps[2][3] = {{7, 31, 52}, {19, 19, 52}};
-  forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
-    for (int width : testWidths())
-      for (int variant = 0; variant < kVariants; ++variant) {
-        KqRng rng(kqTestSeed() + uint64_t(width) * 13 + variant);
-        KqGuardedBuffer in(size_t(width) * 5);
-        fillInput(in.data(), width, 5, variant, rng);
-        // Rows in a shuffled order, as the edge mirroring hands them over.
-        const uint8_t* rows[5];
-        for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-        KQSharpenParams p;
-        p.gain = gains[rng.range(0, 9)];
-        p.threshold = thresholds[rng.range(0, 5)];
-        const int32_t* t = taps[rng.range(0, 1)];
-        p.wOuter = t[0], p.wInner = t[1], p.wCentre = t[2];
-        KqFramedPlane a(width, 1), b(width, 1);
-        ref.sharpenRow(a.data(), rows, width, &p);
-        dsp.sharpenRow(b.data(), rows, width, &p);
-        ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant << " gain "
-                                         << p.gain << " threshold " << p.threshold;
-      }
-  });
+  forEachImpl(
+      &KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
+        for (int width : testWidths())
+          for (int variant = 0; variant < kVariants; ++variant) {
+            KqRng rng(kqTestSeed() + uint64_t(width) * 13 + variant);
+            KqGuardedBuffer in(size_t(width) * 5);
+            fillInput(in.data(), width, 5, variant, rng);
+            // Rows in a shuffled order, as the edge mirroring hands them over.
+            const uint8_t* rows[5];
+            for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+            KQSharpenParams p;
+            p.gain = gains[rng.range(0, 9)];
+            p.threshold = thresholds[rng.range(0, 5)];
+            const int32_t* t = taps[rng.range(0, 1)];
+            p.wOuter = t[0], p.wInner = t[1], p.wCentre = t[2];
+            KqFramedPlane a(width, 1), b(width, 1);
+            ref.sharpenRow(a.data(), rows, width, &p);
+            dsp.sharpenRow(b.data(), rows, width, &p);
+            ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant
+                                             << " gain " << p.gain << " threshold " << p.threshold;
+          }
+        // A 4096-pixel row at the pipeline's default strength.
+        KqRng rng(kqTestSeed());
+        std::vector<uint8_t> in(4096 * 5), out(4096);
+        kqFillPlane(in.data(), 4096, 5, 4096, KqFill::kSmooth, rng);
+        const uint8_t* rows[5] = {&in[0], &in[4096], &in[2 * 4096], &in[3 * 4096], &in[4 * 4096]};
+        const KQSharpenParams p = {600, 6, 7, 31, 52};
+        kqBench(
+            "luma.sharpenRow", level, [&] { ref.sharpenRow(out.data(), rows, 4096, &p); },
+            [&] { dsp.sharpenRow(out.data(), rows, 4096, &p); });
+      });
 }
 
 // The x86 rows shift their step grid to where the centre row is aligned:
@@ -256,7 +294,7 @@ TEST(LumaKernels, SharpenRow) {
 // there would otherwise pass for V read before it was computed.
 TEST(LumaKernels, SharpenRowAnyRowAlignment) {
   const int widths[] = {200, 2056, 4136, 8232};
-  forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+  forEachImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
     for (int width : widths) {
       KqRng rng(kqTestSeed() + uint64_t(width) * 29);
       const size_t stride = size_t(width) + 64;
@@ -292,7 +330,7 @@ TEST(LumaKernels, SharpenRowEveryPath) {
                              {64, 0, 0},  {0, 64, 0},   {1, 1, 124}};
   const int widths[] = {8,    24,   31,   32,   33,   40,   63,   64,   72,   97,
                         1001, 1024, 1032, 1057, 2048, 2056, 2080, 2088, 3001, 4136};
-  forEachNewImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref) {
+  forEachImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
     for (int width : widths) {
       KqRng rng(kqTestSeed() + uint64_t(width) * 17);
       KqGuardedBuffer in(size_t(width) * 5);

@@ -1,7 +1,7 @@
 // check_planes.cpp - chroma split / merge row kernels and the intake and
-// assembly stages at every instruction-set level, against the scalar table:
-// byte-exact, inputs ending at a guard page, outputs inside sentinel frames.
-#include <set>
+// assembly stages with every distinct implementation, against the scalar
+// table: byte-exact, inputs ending at a guard page, outputs inside sentinel
+// frames.
 #include <vector>
 
 #include "image/output_assembly.h"
@@ -11,20 +11,6 @@
 #include "runtime/cpu.h"
 
 namespace {
-
-struct Level {
-  uint32_t flags;
-  KQPlanesDsp dsp;
-};
-
-std::vector<Level> levels() {
-  std::vector<Level> out;
-  for (uint32_t flags : kqCpuLevels()) {
-    out.push_back({flags, {}});
-    kqPlanesDspInit(&out.back().dsp, flags);
-  }
-  return out;
-}
 
 // Every pair count up to twice the widest step (32 pairs) plus 3, and a few
 // long odd rows.
@@ -39,47 +25,60 @@ uint64_t caseSeed(int32_t a, int32_t b, int32_t c) {
   return kqTestSeed() ^ (uint64_t(a) * 0x9E3779B1u) ^ (uint64_t(b) << 20) ^ (uint64_t(c) << 40);
 }
 
-// Split and merge rows of each level whose kernel differs from every lower
-// level's, at every pair count and fill, from misaligned bases.
-TEST(CheckPlanes, SplitAndMergeRowsMatchTheReference) {
-  const std::vector<Level> all = levels();
-  const KQPlanesDsp& c = all[0].dsp;
-  std::set<const void*> tested{reinterpret_cast<const void*>(c.splitUVRow),
-                               reinterpret_cast<const void*>(c.mergeUVRow)};
-  for (const Level& level : all) {
-    const bool split = tested.insert(reinterpret_cast<const void*>(level.dsp.splitUVRow)).second;
-    const bool merge = tested.insert(reinterpret_cast<const void*>(level.dsp.mergeUVRow)).second;
-    for (int32_t pairs : pairCounts())
-      for (int fi = 0; fi < 8; ++fi) {
-        SCOPED_TRACE(testing::Message()
-                     << kqCpuLevelName(level.flags) << " pairs " << pairs << " fill "
-                     << kqFillName(kKqAllFills[fi]) << " seed " << kqTestSeed());
-        if (split) {
-          const int32_t offset = (pairs * 7 + fi) % 16;  // base misalignment
-          KqGuardedBuffer input(size_t(2 * pairs + offset));
-          uint8_t* src = input.data() + offset;
-          KqRng rng(caseSeed(pairs, fi, 1));
-          kqFillPlane(src, 2 * pairs, 1, 2 * pairs, kKqAllFills[fi], rng);
-          KqFramedPlane refEven(pairs, 1), refOdd(pairs, 1), gotEven(pairs, 1), gotOdd(pairs, 1);
-          c.splitUVRow(refEven.data(), refOdd.data(), src, pairs);
-          level.dsp.splitUVRow(gotEven.data(), gotOdd.data(), src, pairs);
-          ASSERT_TRUE(kqFramedEqual(refEven, gotEven)) << "split, even bytes, offset " << offset;
-          ASSERT_TRUE(kqFramedEqual(refOdd, gotOdd)) << "split, odd bytes, offset " << offset;
-        }
-        if (merge) {
-          const int32_t offset = (pairs * 5 + fi) % 16;
-          KqGuardedBuffer even{size_t(pairs + offset)}, odd{size_t(pairs)};
-          uint8_t* a = even.data() + offset;
-          KqRng rng(caseSeed(pairs, fi, 2));
-          kqFillPlane(a, pairs, 1, pairs, kKqAllFills[fi], rng);
-          kqFillPlane(odd.data(), pairs, 1, pairs, kKqAllFills[fi], rng);
-          KqFramedPlane ref(2 * pairs, 1), got(2 * pairs, 1);
-          c.mergeUVRow(ref.data(), a, odd.data(), pairs);
-          level.dsp.mergeUVRow(got.data(), a, odd.data(), pairs);
-          ASSERT_TRUE(kqFramedEqual(ref, got)) << "merge, offset " << offset;
-        }
-      }
-  }
+// Split and merge rows of every distinct implementation, at every pair
+// count and fill, from misaligned bases.
+TEST(CheckPlanes, SplitRowsMatchTheReference) {
+  kqForEachImpl(
+      kqPlanesDspInit, &KQPlanesDsp::splitUVRow,
+      [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t level) {
+        for (int32_t pairs : pairCounts())
+          for (int fi = 0; fi < 8; ++fi) {
+            const int32_t offset = (pairs * 7 + fi) % 16;  // base misalignment
+            KqGuardedBuffer input(size_t(2 * pairs + offset));
+            uint8_t* src = input.data() + offset;
+            KqRng rng(caseSeed(pairs, fi, 1));
+            kqFillPlane(src, 2 * pairs, 1, 2 * pairs, kKqAllFills[fi], rng);
+            KqFramedPlane refEven(pairs, 1), refOdd(pairs, 1), gotEven(pairs, 1), gotOdd(pairs, 1);
+            c.splitUVRow(refEven.data(), refOdd.data(), src, pairs);
+            dsp.splitUVRow(gotEven.data(), gotOdd.data(), src, pairs);
+            ASSERT_TRUE(kqFramedEqual(refEven, gotEven))
+                << "even bytes, pairs " << pairs << " fill " << kqFillName(kKqAllFills[fi])
+                << " offset " << offset;
+            ASSERT_TRUE(kqFramedEqual(refOdd, gotOdd))
+                << "odd bytes, pairs " << pairs << " fill " << kqFillName(kKqAllFills[fi])
+                << " offset " << offset;
+          }
+        std::vector<uint8_t> in(2 * 1920), u(1920), v(1920);
+        kqBench(
+            "planes.splitUVRow", level, [&] { c.splitUVRow(u.data(), v.data(), in.data(), 1920); },
+            [&] { dsp.splitUVRow(u.data(), v.data(), in.data(), 1920); });
+      });
+}
+
+TEST(CheckPlanes, MergeRowsMatchTheReference) {
+  kqForEachImpl(kqPlanesDspInit, &KQPlanesDsp::mergeUVRow,
+                [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t level) {
+                  for (int32_t pairs : pairCounts())
+                    for (int fi = 0; fi < 8; ++fi) {
+                      const int32_t offset = (pairs * 5 + fi) % 16;
+                      KqGuardedBuffer even{size_t(pairs + offset)}, odd{size_t(pairs)};
+                      uint8_t* a = even.data() + offset;
+                      KqRng rng(caseSeed(pairs, fi, 2));
+                      kqFillPlane(a, pairs, 1, pairs, kKqAllFills[fi], rng);
+                      kqFillPlane(odd.data(), pairs, 1, pairs, kKqAllFills[fi], rng);
+                      KqFramedPlane ref(2 * pairs, 1), got(2 * pairs, 1);
+                      c.mergeUVRow(ref.data(), a, odd.data(), pairs);
+                      dsp.mergeUVRow(got.data(), a, odd.data(), pairs);
+                      ASSERT_TRUE(kqFramedEqual(ref, got))
+                          << "pairs " << pairs << " fill " << kqFillName(kKqAllFills[fi])
+                          << " offset " << offset;
+                    }
+                  std::vector<uint8_t> out(2 * 1920), u(1920), v(1920);
+                  kqBench(
+                      "planes.mergeUVRow", level,
+                      [&] { c.mergeUVRow(out.data(), u.data(), v.data(), 1920); },
+                      [&] { dsp.mergeUVRow(out.data(), u.data(), v.data(), 1920); });
+                });
 }
 
 // A caller image whose planes end exactly after the last byte that exists:
@@ -112,63 +111,82 @@ constexpr Shape kShapes[] = {{2, 2, 2},    {3, 5, 5},     {17, 9, 17},  {64, 6, 
                              {67, 11, 70}, {131, 7, 131}, {97, 13, 128}};
 
 // Intake (whole image, and regions reaching the last column and row with
-// odd and even left and top) and chroma assembly at every level and thread
-// count give the scalar single-thread bytes and stay inside their planes.
-TEST(CheckPlanes, IntakeAndAssemblyMatchTheScalarLevel) {
-  const std::vector<Level> all = levels();
-  const KQPlanesDsp* c = &all[0].dsp;
-  for (const Level& level : all)
-    for (const Shape& s : kShapes)
-      for (int32_t code : {10, 11})
-        for (int32_t threads : {1, 3, -2}) {
-          const int32_t w = s.width, h = s.height;
-          SCOPED_TRACE(testing::Message()
-                       << kqCpuLevelName(level.flags) << " " << w << "x" << h << " stride "
-                       << s.stride << " code " << code << " threads " << threads);
-          KqRng rng(caseSeed(w, h, code));
-          GuardedInput in(w, h, s.stride, code, rng);
-          for (int32_t left : {-1, 0, 1})  // -1: the whole image
-            for (int32_t top : {0, 1}) {
-              if (left < 0 && top > 0) continue;
-              const int32_t rw = left < 0 ? w : (w - left) & ~3, rh = left < 0 ? h : (h - top) & ~3;
-              if (rw < 4 && left >= 0) continue;
-              if (rh < 4 && left >= 0) continue;
-              const int32_t l = w - rw, t = h - rh;  // a region ends at the corner
-              FramedImage ry(rw, rh), ru(rw / 2, rh / 2), rv(rw / 2, rh / 2);
-              FramedImage gy(rw, rh), gu(rw / 2, rh / 2), gv(rw / 2, rh / 2);
-              if (left < 0) {
-                kqTakeYUVPlanesWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, 1, c);
-                kqTakeYUVPlanesWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, threads, &level.dsp);
-              } else {
-                kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1,
-                                              h - 1, 1, c);
-                kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1,
-                                              h - 1, threads, &level.dsp);
-              }
-              ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane)) << "luma, left " << l << " top " << t;
-              ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U, left " << l << " top " << t;
-              ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V, left " << l << " top " << t;
+// odd and even left and top) with every distinct split row, at several
+// thread counts, gives the scalar single-thread bytes and stays inside its
+// planes.
+TEST(CheckPlanes, IntakeMatchesTheScalarLevel) {
+  kqForEachImpl(
+      kqPlanesDspInit, &KQPlanesDsp::splitUVRow,
+      [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t) {
+        for (const Shape& s : kShapes)
+          for (int32_t code : {10, 11})
+            for (int32_t threads : {1, 3, -2}) {
+              const int32_t w = s.width, h = s.height;
+              SCOPED_TRACE(testing::Message() << w << "x" << h << " stride " << s.stride << " code "
+                                              << code << " threads " << threads);
+              KqRng rng(caseSeed(w, h, code));
+              GuardedInput in(w, h, s.stride, code, rng);
+              for (int32_t left : {-1, 0, 1})  // -1: the whole image
+                for (int32_t top : {0, 1}) {
+                  if (left < 0 && top > 0) continue;
+                  const int32_t rw = left < 0 ? w : (w - left) & ~3,
+                                rh = left < 0 ? h : (h - top) & ~3;
+                  if (rw < 4 && left >= 0) continue;
+                  if (rh < 4 && left >= 0) continue;
+                  const int32_t l = w - rw, t = h - rh;  // a region ends at the corner
+                  FramedImage ry(rw, rh), ru(rw / 2, rh / 2), rv(rw / 2, rh / 2);
+                  FramedImage gy(rw, rh), gu(rw / 2, rh / 2), gv(rw / 2, rh / 2);
+                  if (left < 0) {
+                    kqTakeYUVPlanesWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, 1, &c);
+                    kqTakeYUVPlanesWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, threads, &dsp);
+                  } else {
+                    kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1,
+                                                  h - 1, 1, &c);
+                    kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1,
+                                                  h - 1, threads, &dsp);
+                  }
+                  ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane))
+                      << "luma, left " << l << " top " << t;
+                  ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U, left " << l << " top " << t;
+                  ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V, left " << l << " top " << t;
+                }
             }
+      });
+}
 
-          KqRng urng(caseSeed(w, h, code + 100));
-          KqGuardedBuffer u(size_t(w / 2) * (h / 2)), v(size_t(w / 2) * (h / 2));
-          kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, urng);
-          kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, urng);
-          const KQImage8 outU{w / 2, h / 2, u.data()}, outV{w / 2, h / 2, v.data()};
-          // The caller's chroma plane: h / 2 rows of stride bytes.
-          KqFramedPlane ref(s.stride * (h / 2), 1), got(s.stride * (h / 2), 1);
-          KQYUVMultiPlaneImage rec{};
-          rec.type = code;
-          rec.width = w;
-          rec.height = h;
-          rec.yRowStride = s.stride;
-          rec.yScanlines = h;
-          rec.chromaData = ref.data();
-          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, 1, c);
-          rec.chromaData = got.data();
-          kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, threads, &level.dsp);
-          ASSERT_TRUE(kqFramedEqual(ref, got)) << "assembly";
-        }
+// Chroma assembly into the caller's interleaved plane with every distinct
+// merge row, at several thread counts, gives the scalar single-thread
+// bytes, row padding untouched.
+TEST(CheckPlanes, AssemblyMatchesTheScalarLevel) {
+  kqForEachImpl(
+      kqPlanesDspInit, &KQPlanesDsp::mergeUVRow,
+      [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t) {
+        for (const Shape& s : kShapes)
+          for (int32_t code : {10, 11})
+            for (int32_t threads : {1, 3, -2}) {
+              const int32_t w = s.width, h = s.height;
+              SCOPED_TRACE(testing::Message() << w << "x" << h << " stride " << s.stride << " code "
+                                              << code << " threads " << threads);
+              KqRng urng(caseSeed(w, h, code + 100));
+              KqGuardedBuffer u(size_t(w / 2) * (h / 2)), v(size_t(w / 2) * (h / 2));
+              kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, urng);
+              kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, urng);
+              const KQImage8 outU{w / 2, h / 2, u.data()}, outV{w / 2, h / 2, v.data()};
+              // The caller's chroma plane: h / 2 rows of stride bytes.
+              KqFramedPlane ref(s.stride * (h / 2), 1), got(s.stride * (h / 2), 1);
+              KQYUVMultiPlaneImage rec{};
+              rec.type = code;
+              rec.width = w;
+              rec.height = h;
+              rec.yRowStride = s.stride;
+              rec.yScanlines = h;
+              rec.chromaData = ref.data();
+              kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, 1, &c);
+              rec.chromaData = got.data();
+              kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, threads, &dsp);
+              ASSERT_TRUE(kqFramedEqual(ref, got));
+            }
+      });
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -177,4 +179,45 @@ testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedP
                                          << x - f << ", " << y - f << ")";
     }
   return testing::AssertionSuccess();
+}
+
+namespace {
+std::string* gBenchPattern = nullptr;
+}
+
+void kqSetBench(const char* pattern) {
+  delete gBenchPattern;
+  gBenchPattern = pattern != nullptr ? new std::string(pattern) : nullptr;
+}
+
+bool kqBenchWanted(const char* kernel) {
+  return gBenchPattern != nullptr && std::strstr(kernel, gBenchPattern->c_str()) != nullptr;
+}
+
+double kqBenchNanoseconds(const std::function<void()>& run) {
+  using Clock = std::chrono::steady_clock;
+  run();  // warm caches and any lazily built tables
+  int64_t calls = 1;
+  double best = 1e300;
+  for (int batch = 0; batch < 5;) {
+    const Clock::time_point start = Clock::now();
+    for (int64_t i = 0; i < calls; ++i) run();
+    const double ns = std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+    if (ns < 2e6) {  // too short to time: grow the batch and start over
+      calls *= ns < 2e5 ? 10 : 2;
+      continue;
+    }
+    best = std::min(best, ns / double(calls));
+    ++batch;
+  }
+  return best;
+}
+
+void kqBench(const char* kernel, uint32_t level, const std::function<void()>& ref,
+             const std::function<void()>& impl) {
+  if (!kqBenchWanted(kernel)) return;
+  const double r = kqBenchNanoseconds(ref), i = kqBenchNanoseconds(impl);
+  std::printf("bench %-26s %-8s %12.1f ns, scalar %12.1f ns, %6.2fx\n", kernel,
+              kqCpuLevelName(level), i, r, r / i);
+  std::fflush(stdout);
 }

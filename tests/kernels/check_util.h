@@ -1,12 +1,16 @@
-// check_util.h - shared machinery of the kernel comparison tests: a portable
-// PRNG, fill patterns, guarded input buffers, sentinel-framed outputs and a
-// byte-exact comparison that prints a hex map of the differences.
+// check_util.h - the checking core every kernel check uses: each distinct
+// implementation of a table slot against the scalar one, a portable PRNG,
+// fill patterns, guarded input buffers, sentinel-framed outputs, a
+// byte-exact comparison that prints a hex map of the differences, and
+// timing of each implementation when the checks run with --bench.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -102,3 +106,47 @@ testing::AssertionResult kqPlanesEqual(const uint8_t* ref, int refStride, const 
 // Compares two framed planes, interior and frame; a frame difference is
 // reported as an overwrite above/below/left/right of the plane.
 testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedPlane& got);
+
+// Kernel tables are structs of function pointers that an init function fills
+// for a set of CPU feature flags; flags 0 give the scalar reference. This
+// calls body(impl, ref, level) once for every distinct implementation of one
+// slot: at the lowest level whose pointer differs from the scalar one and
+// from every lower level's, with `ref` the scalar table. Failures inside
+// carry the level's name. Returns how many implementations were visited.
+template <typename Table, typename Slot, typename Body>
+int kqForEachImpl(void (*init)(Table*, uint32_t), Slot slot, Body body) {
+  auto address = [&](const Table& t) { return reinterpret_cast<const void*>(slot(t)); };
+  Table ref;
+  init(&ref, 0);
+  std::set<const void*> seen{address(ref)};
+  int visited = 0;
+  for (uint32_t level : kqCpuLevels()) {
+    Table impl;
+    init(&impl, level);
+    if (!seen.insert(address(impl)).second) continue;
+    SCOPED_TRACE(std::string("level ") + kqCpuLevelName(level));
+    ++visited;
+    body(static_cast<const Table&>(impl), static_cast<const Table&>(ref), level);
+    if (testing::Test::HasFatalFailure()) break;
+  }
+  return visited;
+}
+
+// The same for a slot named by its member.
+template <typename Table, typename Fn, typename Body>
+int kqForEachImpl(void (*init)(Table*, uint32_t), Fn Table::*member, Body body) {
+  return kqForEachImpl(
+      init, [member](const Table& t) { return t.*member; }, body);
+}
+
+// Timing. With --bench (every kernel) or --bench=<part of a kernel's name>
+// on the command line of the checks, each check times the implementation it
+// has just compared next to the scalar one on a representative case and
+// prints one line; the checks themselves run as always.
+void kqSetBench(const char* pattern);  // nullptr: no timing
+bool kqBenchWanted(const char* kernel);
+// Nanoseconds per call of `run`: the fastest of 5 batches of at least 2 ms.
+double kqBenchNanoseconds(const std::function<void()>& run);
+// Prints "bench <kernel> <level>: <impl> ns, scalar <ref> ns, <ratio>x".
+void kqBench(const char* kernel, uint32_t level, const std::function<void()>& ref,
+             const std::function<void()>& impl);

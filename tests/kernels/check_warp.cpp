@@ -13,6 +13,7 @@
 #include <arm_neon.h>
 #endif
 
+#include "image/planes_dsp.h"
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
 #include "warp/homography.h"
@@ -22,24 +23,15 @@
 
 namespace {
 
-struct Level {
-  uint32_t flags;
-  std::string name;
-  KQWarpDsp dsp;
-};
-
-// Levels above scalar whose table differs from the scalar one.
-std::vector<Level> vectorLevels() {
-  KQWarpDsp ref;
-  kqWarpDspInit(&ref, 0);
-  std::vector<Level> out;
-  for (uint32_t flags : kqCpuLevels()) {
-    Level l{flags, kqCpuLevelName(flags), {}};
-    kqWarpDspInit(&l.dsp, flags);
-    if (l.dsp.bilinearRow != ref.bilinearRow || l.dsp.nearestRow != ref.nearestRow)
-      out.push_back(l);
-  }
-  return out;
+// The table slot whose implementations a luma (bilinear) or chroma
+// (nearest) check compares; tile and whole-warp checks take the rest of the
+// level's table with it.
+template <typename Body>
+void forEachImpl(bool luma, Body body) {
+  if (luma)
+    kqForEachImpl(kqWarpDspInit, &KQWarpDsp::bilinearRow, body);
+  else
+    kqForEachImpl(kqWarpDspInit, &KQWarpDsp::nearestRow, body);
 }
 
 // A step for a row: mostly upscales (the vector range), sometimes downscales,
@@ -73,16 +65,39 @@ float randomStart(KqRng& rng, int32_t width) {
   }
 }
 
+// The pipeline's homographies for one enlargement, and a whole warp of a
+// plane with them on one thread.
+struct Warp {
+  int32_t sw, sh, dw, dh, lx = 0, ly = 0;
+  Homography fwd[kKqGridTiles], inv[kKqGridTiles];
+  Warp(int32_t srcW, int32_t srcH, int32_t dstW, int32_t dstH)
+      : sw(srcW), sh(srcH), dw(dstW), dh(dstH) {
+    Homography fs, is;
+    kqCreateScalingHomographies(fwd, inv, &fs, &is, sw, sh, dw, dh, &lx, &ly);
+  }
+  void run(const KQWarpDsp& dsp, bool luma, uint8_t* src, uint8_t* dst) const {
+    KQImage8 planes[2] = {{sw, sh, src}, {dw, dh, dst}};
+    warpAllDsp(&dsp, planes, nullptr, nullptr, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1,
+               luma, 4, 4);
+  }
+  // The chroma warp writing U and V straight into interleaved pairs,
+  // `pitch` bytes per destination row, V first when vFirst.
+  void runPairs(const KQWarpDsp& dsp, uint8_t* srcU, uint8_t* srcV, uint8_t* dst, size_t pitch,
+                bool vFirst) const {
+    std::vector<uint8_t> rows(size_t(2 * dw) * kKqGridTiles);
+    KQWarpChromaPairs pairs{srcV, dst, pitch, vFirst, kqPlanesDspGet()->mergeUVRow, rows.data()};
+    KQImage8 planes[2] = {{sw, sh, srcU}, {dw, dh, dst}};
+    warpAllDsp(&dsp, planes, nullptr, &pairs, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, 1, 0, 4, 4);
+  }
+};
+
+void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, bool nearest);
+
 TEST(CheckWarp, RowKernels) {
-  const std::vector<Level> levels = vectorLevels();
-  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
-  KQWarpDsp ref;
-  kqWarpDspInit(&ref, 0);
-  for (const Level& level : levels)
-    for (int luma = 0; luma < 2; ++luma)
+  for (int luma = 0; luma < 2; ++luma)
+    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
       for (KqFill fill : kKqAllFills) {
-        KqRng rng(kqTestSeed() ^ (uint64_t(level.flags) << 40) ^ (uint64_t(luma) << 32) ^
-                  uint64_t(fill));
+        KqRng rng(kqTestSeed() ^ (uint64_t(level) << 40) ^ (uint64_t(luma) << 32) ^ uint64_t(fill));
         for (int iter = 0; iter < 60; ++iter) {
           const int32_t w = iter < 24 ? iter + 1 : rng.range(1, 300);
           // Two source rows, the second ending right at a guard page.
@@ -104,17 +119,19 @@ TEST(CheckWarp, RowKernels) {
           KqFramedPlane want(count, row.rows), got(count, row.rows);
           if (luma) {
             ref.bilinearRow(want.data(), want.stride(), &row);
-            level.dsp.bilinearRow(got.data(), got.stride(), &row);
+            dsp.bilinearRow(got.data(), got.stride(), &row);
           } else {
             ref.nearestRow(want.data(), &row);
-            level.dsp.nearestRow(got.data(), &row);
+            dsp.nearestRow(got.data(), &row);
           }
           ASSERT_TRUE(kqFramedEqual(want, got))
-              << (luma ? "warp.bilinearRow " : "warp.nearestRow ") << level.name << " fill "
-              << kqFillName(fill) << " width " << w << " count " << count << " rows " << row.rows
-              << " x " << row.x << " step " << row.step;
+              << (luma ? "bilinear" : "nearest") << " fill " << kqFillName(fill) << " width " << w
+              << " count " << count << " rows " << row.rows << " x " << row.x << " step "
+              << row.step;
         }
       }
+      benchRow(ref, dsp, level, !luma);
+    });
 }
 
 // Random 4 x 4 inverse grid: a common scale with per-tile changes of scale,
@@ -166,14 +183,10 @@ void randomRect(KqRng& rng, int32_t dw, int32_t dh, int32_t r[4]) {
 }
 
 TEST(CheckWarp, TileKernels) {
-  const std::vector<Level> levels = vectorLevels();
-  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
-  KQWarpDsp ref;
-  kqWarpDspInit(&ref, 0);
-  for (const Level& level : levels)
-    for (int luma = 0; luma < 2; ++luma) {
+  for (int luma = 0; luma < 2; ++luma)
+    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
       KQWarpKernelFn* kernel = luma ? kqWarpLumaKernel : kqWarpChromaKernel;
-      KqRng rng(kqTestSeed() ^ (uint64_t(level.flags) << 40) ^ (uint64_t(luma) << 33) ^ 0x77);
+      KqRng rng(kqTestSeed() ^ (uint64_t(level) << 40) ^ (uint64_t(luma) << 33) ^ 0x77);
       for (int iter = 0; iter < 300; ++iter) {
         const KqFill fill = kKqAllFills[iter % 8];
         const int32_t sw = rng.range(1, 70), sh = rng.range(1, 40);
@@ -193,12 +206,12 @@ TEST(CheckWarp, TileKernels) {
         KQImage8 lw[2] = {{sw, sh, src.data()}, {dw, dh, pw.data()}};
         KQImage8 lg[2] = {{sw, sh, src.data()}, {dw, dh, pg.data()}};
         kernel(&ref, lw, nullptr, rect, nullptr, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
-        kernel(&level.dsp, lg, nullptr, rect, nullptr, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
+        kernel(&dsp, lg, nullptr, rect, nullptr, &grid[ty * 4 + tx], nullptr, 4, 4, tx, ty, 0);
         ASSERT_TRUE(kqPlanesEqual(pw.data(), dw, pg.data(), dw, dw, dh))
-            << (luma ? "luma" : "chroma") << " tile " << level.name << " fill " << kqFillName(fill)
-            << " src " << sw << "x" << sh << " dst " << dw << "x" << dh << " rect " << rect[0]
-            << "," << rect[1] << "," << rect[2] << "," << rect[3] << " tile " << tx << "," << ty
-            << " scale " << scale;
+            << (luma ? "luma" : "chroma") << " tile, fill " << kqFillName(fill) << " src " << sw
+            << "x" << sh << " dst " << dw << "x" << dh << " rect " << rect[0] << "," << rect[1]
+            << "," << rect[2] << "," << rect[3] << " tile " << tx << "," << ty << " scale "
+            << scale;
         // Bytes past the plane stay untouched, and nothing outside the
         // clipped rectangle changes.
         for (size_t i = size_t(dw) * dh; i < pg.size(); ++i) ASSERT_EQ(pg[i], 0x5A);
@@ -210,16 +223,14 @@ TEST(CheckWarp, TileKernels) {
               ASSERT_EQ(pg[size_t(y) * dw + x], 0x5A)
                   << "write outside the rectangle at " << x << "," << y;
       }
-    }
+    });
 }
 
-// Whole warps with the pipeline's arguments, at every level, against the
-// scalar table; sources end at a guard page.
+// Whole warps with the pipeline's arguments, every distinct implementation
+// against the scalar table; sources end at a guard page. The chroma warp
+// also writes interleaved pairs directly, as the pipeline does when no
+// filter follows it.
 TEST(CheckWarp, WholeWarp) {
-  const std::vector<Level> levels = vectorLevels();
-  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
-  KQWarpDsp ref;
-  kqWarpDspInit(&ref, 0);
   struct Size {
     int32_t sw, sh, dw, dh;
   };
@@ -230,40 +241,63 @@ TEST(CheckWarp, WholeWarp) {
                         {8, 8, 24, 24},      {100, 40, 130, 90},  {16, 12, 16, 12},
                         {160, 90, 320, 180}, {130, 74, 260, 148}, {121, 67, 242, 134},
                         {203, 115, 406, 230}};
-  for (const Level& level : levels)
-    for (const Size& s : sizes)
-      for (int nonUniform = 0; nonUniform < 3; ++nonUniform) {
-        KqRng rng(kqTestSeed() ^ uint64_t(s.sw * 131 + s.dw) ^ (uint64_t(nonUniform) << 50));
-        KqGuardedBuffer src(size_t(s.sw) * s.sh);
-        kqFillPlane(src.data(), s.sw, s.sh, s.sw, KqFill::kSmooth, rng);
-        Homography fwd[kKqGridTiles], inv[kKqGridTiles], fs, is;
-        int32_t lx, ly;
-        kqCreateScalingHomographies(fwd, inv, &fs, &is, s.sw, s.sh, s.dw, s.dh, &lx, &ly);
-        if (nonUniform == 1) {
-          for (int i = 0; i < kKqGridTiles; ++i) {
-            inv[i].h[0] *= rng.uniform(0.9f, 1.1f);
-            inv[i].h[2] += rng.uniform(-2.0f, 2.0f);
-            inv[i].h[5] += rng.uniform(-2.0f, 2.0f);
+  for (int luma = 0; luma < 2; ++luma)
+    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+      for (const Size& s : sizes)
+        for (int nonUniform = 0; nonUniform < 3; ++nonUniform) {
+          KqRng rng(kqTestSeed() ^ uint64_t(s.sw * 131 + s.dw) ^ (uint64_t(nonUniform) << 50));
+          KqGuardedBuffer src(size_t(s.sw) * s.sh);
+          kqFillPlane(src.data(), s.sw, s.sh, s.sw, KqFill::kSmooth, rng);
+          Warp warp(s.sw, s.sh, s.dw, s.dh);
+          if (nonUniform == 1) {
+            for (Homography& h : warp.inv) {
+              h.h[0] *= rng.uniform(0.9f, 1.1f);
+              h.h[2] += rng.uniform(-2.0f, 2.0f);
+              h.h[5] += rng.uniform(-2.0f, 2.0f);
+            }
+          } else if (nonUniform == 2) {
+            for (Homography& h : warp.inv) h.h[1] = rng.uniform(-0.05f, 0.05f);
           }
-        } else if (nonUniform == 2) {
-          for (int i = 0; i < kKqGridTiles; ++i) inv[i].h[1] = rng.uniform(-0.05f, 0.05f);
-        }
-        for (int luma = 0; luma < 2; ++luma) {
           std::vector<uint8_t> a(size_t(s.dw) * s.dh, 0x11), b(a);
-          KQImage8 la[2] = {{s.sw, s.sh, src.data()}, {s.dw, s.dh, a.data()}};
-          KQImage8 lb[2] = {{s.sw, s.sh, src.data()}, {s.dw, s.dh, b.data()}};
-          warpAllDsp(&ref, la, nullptr, nullptr, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1,
-                     luma, 4, 4);
-          warpAllDsp(&level.dsp, lb, nullptr, nullptr, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1,
-                     luma ? 0 : 1, luma, 4, 4);
+          warp.run(ref, luma, src.data(), a.data());
+          warp.run(dsp, luma, src.data(), b.data());
           ASSERT_TRUE(kqPlanesEqual(a.data(), s.dw, b.data(), s.dw, s.dw, s.dh))
-              << (luma ? "luma" : "chroma") << " warp " << level.name << " " << s.sw << "x" << s.sh
-              << " -> " << s.dw << "x" << s.dh
+              << (luma ? "luma" : "chroma") << " warp " << s.sw << "x" << s.sh << " -> " << s.dw
+              << "x" << s.dh
               << (nonUniform == 1   ? " non-uniform"
                   : nonUniform == 2 ? " sheared"
                                     : "");
+          if (luma) continue;
+          // The same warp of U (the source above) and V into the caller's
+          // interleaved plane, row padding left alone: the pairs are the two
+          // planes' bytes side by side.
+          std::vector<uint8_t> srcV(size_t(s.sw) * s.sh), v(a.size());
+          kqFillPlane(srcV.data(), s.sw, s.sh, s.sw, KqFill::kUniform, rng);
+          warp.run(ref, false, srcV.data(), v.data());
+          const bool vFirst = nonUniform != 1;
+          const size_t pitch = size_t(2 * s.dw + 2 * nonUniform);
+          std::vector<uint8_t> want(pitch * s.dh, 0x5A), got(want);
+          for (int32_t y = 0; y < s.dh; ++y)
+            for (int32_t x = 0; x < s.dw; ++x) {
+              want[y * pitch + 2 * x + (vFirst ? 1 : 0)] = a[size_t(y) * s.dw + x];
+              want[y * pitch + 2 * x + (vFirst ? 0 : 1)] = v[size_t(y) * s.dw + x];
+            }
+          warp.runPairs(dsp, src.data(), srcV.data(), got.data(), pitch, vFirst);
+          ASSERT_TRUE(
+              kqPlanesEqual(want.data(), int(pitch), got.data(), int(pitch), int(pitch), s.dh))
+              << "chroma pairs " << s.sw << "x" << s.sh << " -> " << s.dw << "x" << s.dh
+              << (vFirst ? " V first" : " U first") << " pitch " << pitch;
         }
-      }
+      // A 4x enlargement of a 512x384 plane.
+      KqRng rng(kqTestSeed());
+      std::vector<uint8_t> src(512 * 384), out(2048 * 1536);
+      kqFillPlane(src.data(), 512, 384, 512, KqFill::kSmooth, rng);
+      Warp warp(512, 384, 2048, 1536);
+      kqBench(
+          luma ? "warp.lumaPlane" : "warp.chromaPlane", level,
+          [&] { warp.run(ref, luma, src.data(), out.data()); },
+          [&] { warp.run(dsp, luma, src.data(), out.data()); });
+    });
 }
 
 // The reference's own safety on tiny planes: no read past the source (guard
@@ -286,7 +320,8 @@ TEST(CheckWarp, TinyPlanesStayInBounds) {
             KQImage8 list[2] = {{sw, sh, src.data()}, {dw, dh, out.data()}};
             const int32_t rect[4] = {-3, -3, dw + 3, dh + 3};
             kqWarpLumaKernel(&dsp, list, nullptr, rect, nullptr, &grid[5], nullptr, 4, 4, 1, 1, 0);
-            kqWarpChromaKernel(&dsp, list, nullptr, rect, nullptr, &grid[5], nullptr, 4, 4, 1, 1, 0);
+            kqWarpChromaKernel(&dsp, list, nullptr, rect, nullptr, &grid[5], nullptr, 4, 4, 1, 1,
+                               0);
             for (size_t i = size_t(dw) * dh; i < out.size(); ++i)
               ASSERT_EQ(out[i], 0x5A) << kqCpuLevelName(flags) << " wrote past the plane";
           }
@@ -338,6 +373,43 @@ std::vector<int32_t> blockCodes(const KQWarpRow& row) {
     p = p + row.blockStep;
   }
   return codes;
+}
+
+// Times a row of a 4x enlargement of a 1024-pixel source, 4096 outputs (8
+// of them for bilinear rows), handed over with its block codes and plan as
+// the tile code does.
+void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, bool nearest) {
+  const char* kernel = nearest ? "warp.nearestRow" : "warp.bilinearRow";
+  if (!kqBenchWanted(kernel)) return;
+  KqRng rng(kqTestSeed());
+  std::vector<uint8_t> src(2 * 1024), out(4096 * kKqWarpMaxRows);
+  kqFillPlane(src.data(), 1024, 2, 1024, KqFill::kSmooth, rng);
+  KQWarpRow row;
+  row.src0 = src.data();
+  row.src1 = src.data() + 1024;
+  row.srcWidth = 1024;
+  row.count = 4096;
+  row.rows = nearest ? 1 : kKqWarpMaxRows;
+  for (int32_t r = 0; r < kKqWarpMaxRows; ++r) row.w1[r] = 2 * r;
+  row.step = 512;
+  row.blockStep = 2.0f;
+  row.x = 0.0f;
+  const std::vector<int32_t> codes = blockCodes(row);
+  std::vector<uint8_t> plan(kqWarpPlanBytes(row.count));
+  int32_t ready = 0;
+  KQWarpRow planned = row;
+  planned.codes = codes.data();
+  planned.plan = plan.data();
+  planned.planReady = &ready;
+  auto run = [&](const KQWarpDsp& d, const KQWarpRow* r) {
+    return [&d, r, &out, nearest] {
+      if (nearest)
+        d.nearestRow(out.data(), r);
+      else
+        d.bilinearRow(out.data(), 4096, r);
+    };
+  };
+  kqBench(kernel, level, run(ref, &row), run(dsp, &planned));
 }
 
 // The luma tile code hands rows to one bilinear call when their floats
@@ -461,73 +533,65 @@ bool plannedMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow&
 }
 
 TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
-  const std::vector<Level> levels = vectorLevels();
-  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
-  KQWarpDsp ref;
-  kqWarpDspInit(&ref, 0);
-  for (const Level& level : levels) {
-    KqRng rng(kqTestSeed() ^ 0x9A7 ^ (uint64_t(level.flags) << 36));
-    int32_t forms[4] = {}, spans[3] = {};
-    for (int iter = 0; iter < 350; ++iter) {
-      // Exact halves and quarters; the steps of the pipeline's 2x and 4x
-      // grids, a little under them (the far output edge keeps a margin);
-      // steps near 1, whose 16-pixel groups need a window per parity or
-      // spread over more than 16 bytes; other upscales; now and then a step
-      // outside the vector range; and steps just under 1 on wider rows,
-      // which spread a 64-pixel run over more than 64 source bytes (two
-      // windows for the 512-bit kernels, cut short at both row ends).
-      const int32_t kind = iter % 7;
-      const int32_t w = kind == 6 ? rng.range(60, 400) : rng.range(1, 120), h = rng.range(1, 12);
-      KqGuardedBuffer src(size_t(w) * h);
-      kqFillPlane(src.data(), w, h, w, kKqAllFills[iter % 8], rng);
-      KQWarpRow a;
-      a.srcWidth = w;
-      a.count = kind == 6 ? rng.range(64, 2 * w) : rng.range(1, 300);
-      const float half = rng.range(0, 1) ? 0.5f : 0.25f;
-      const float d = kind == 0   ? half
-                      : kind == 1 ? half * (1.0f - 3.0f / float(rng.range(16, 4000)))
-                      : kind == 2 ? rng.uniform(0.88f, 1.0f)
-                      : kind == 3 ? randomStep(rng)
-                      : kind == 6 ? rng.uniform(0.97f, 1.0f)
-                                  : rng.uniform(0.0f, 1.0f);
-      a.step = int32_t(d * 2048.0f);
-      a.blockStep = d * 8.0f;
-      a.x = kind == 0   ? float(rng.range(-64, 32 * w + 64)) / 32.0f
-            : kind == 2 ? rng.uniform(0.0f, float(w) * 0.25f)
-            : kind == 6 ? rng.uniform(-20.0f, float(w) * 0.5f)
-                        : randomStart(rng, w);
-      std::vector<int32_t> codes = blockCodes(a);
-      if (kqwarp::vectorStep(a.step)) {
-        tallyForms(codes, a, forms);
-        tallySpans(codes, a, spans);
+  for (int luma = 0; luma < 2; ++luma)
+    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+      KqRng rng(kqTestSeed() ^ 0x9A7 ^ (uint64_t(level) << 36));
+      int32_t forms[4] = {}, spans[3] = {};
+      for (int iter = 0; iter < 350; ++iter) {
+        // Exact halves and quarters; the steps of the pipeline's 2x and 4x
+        // grids, a little under them (the far output edge keeps a margin);
+        // steps near 1, whose 16-pixel groups need a window per parity or
+        // spread over more than 16 bytes; other upscales; now and then a step
+        // outside the vector range; and steps just under 1 on wider rows,
+        // which spread a 64-pixel run over more than 64 source bytes (two
+        // windows for the 512-bit kernels, cut short at both row ends).
+        const int32_t kind = iter % 7;
+        const int32_t w = kind == 6 ? rng.range(60, 400) : rng.range(1, 120), h = rng.range(1, 12);
+        KqGuardedBuffer src(size_t(w) * h);
+        kqFillPlane(src.data(), w, h, w, kKqAllFills[iter % 8], rng);
+        KQWarpRow a;
+        a.srcWidth = w;
+        a.count = kind == 6 ? rng.range(64, 2 * w) : rng.range(1, 300);
+        const float half = rng.range(0, 1) ? 0.5f : 0.25f;
+        const float d = kind == 0   ? half
+                        : kind == 1 ? half * (1.0f - 3.0f / float(rng.range(16, 4000)))
+                        : kind == 2 ? rng.uniform(0.88f, 1.0f)
+                        : kind == 3 ? randomStep(rng)
+                        : kind == 6 ? rng.uniform(0.97f, 1.0f)
+                                    : rng.uniform(0.0f, 1.0f);
+        a.step = int32_t(d * 2048.0f);
+        a.blockStep = d * 8.0f;
+        a.x = kind == 0   ? float(rng.range(-64, 32 * w + 64)) / 32.0f
+              : kind == 2 ? rng.uniform(0.0f, float(w) * 0.25f)
+              : kind == 6 ? rng.uniform(-20.0f, float(w) * 0.5f)
+                          : randomStart(rng, w);
+        std::vector<int32_t> codes = blockCodes(a);
+        if (kqwarp::vectorStep(a.step)) {
+          tallyForms(codes, a, forms);
+          tallySpans(codes, a, spans);
+        }
+        std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
+        int32_t ready = 0;
+        int32_t y = rng.range(0, h - 1);
+        for (int call = 0; call < 10; ++call) {
+          const int32_t move = rng.range(0, 5);  // 0: repeat, 5: skip a row
+          y = move == 0 ? y : move == 5 ? y + 2 : y + 1;
+          if (y > h - 1) y = rng.range(0, h - 1);
+          a.src0 = src.data() + size_t(y) * w;
+          a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
+          a.rows = rng.range(1, kKqWarpMaxRows);
+          for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+          ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, !luma))
+              << "width " << w << " count " << a.count << " x " << a.x << " step " << d << " call "
+              << call << " source row " << y;
+        }
       }
-      // A plan belongs to one kernel: the bilinear and nearest rows keep
-      // their own, as the luma and chroma tiles do.
-      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
-      int32_t ready = 0, nearestReady = 0;
-      int32_t y = rng.range(0, h - 1);
-      for (int call = 0; call < 10; ++call) {
-        const int32_t move = rng.range(0, 5);  // 0: repeat, 5: skip a row
-        y = move == 0 ? y : move == 5 ? y + 2 : y + 1;
-        if (y > h - 1) y = rng.range(0, h - 1);
-        a.src0 = src.data() + size_t(y) * w;
-        a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
-        a.rows = rng.range(1, kKqWarpMaxRows);
-        for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
-        ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, plan, &ready))
-            << level.name << " width " << w << " count " << a.count << " x " << a.x << " step " << d
-            << " call " << call << " source row " << y;
-        ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady, true))
-            << level.name << " nearest, width " << w << " count " << a.count << " x " << a.x
-            << " step " << d << " source row " << y;
-      }
-    }
-    for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
-      EXPECT_GT(forms[form], 20) << level.name << " window form " << form;
-    EXPECT_GT(spans[0], 20) << level.name << " one 64-byte window";
-    EXPECT_GT(spans[1], 20) << level.name << " two 64-byte windows";
-    EXPECT_EQ(spans[2], 0) << level.name;
-  }
+      for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
+        EXPECT_GT(forms[form], 20) << "window form " << form;
+      EXPECT_GT(spans[0], 20) << "one 64-byte window";
+      EXPECT_GT(spans[1], 20) << "two 64-byte windows";
+      EXPECT_EQ(spans[2], 0);
+    });
 }
 
 // Far along a very wide row (columns past 2^23, where one float ulp is a
@@ -536,42 +600,37 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
 // bytes, so that the planned kernels' last group of a row takes the
 // lane-by-lane form. Those rows must still give the scalar bytes.
 TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
-  const std::vector<Level> levels = vectorLevels();
-  if (levels.empty()) GTEST_SKIP() << "no vector level on this CPU";
-  KQWarpDsp ref;
-  kqWarpDspInit(&ref, 0);
   const int32_t w = (1 << 23) + 8192;
   KqGuardedBuffer src(size_t(w) * 2);
   KqRng fillRng(kqTestSeed() ^ 0xFA4);
   kqFillPlane(src.data(), w, 2, w, KqFill::kUniform, fillRng);
-  for (const Level& level : levels) {
-    KqRng rng(kqTestSeed() ^ 0xFA7 ^ (uint64_t(level.flags) << 36));
-    int32_t forms[4] = {}, spans[3] = {};
-    for (int iter = 0; iter < 200; ++iter) {
-      KQWarpRow a;
-      a.src0 = src.data();
-      a.src1 = src.data() + w;
-      a.srcWidth = w;
-      a.count = rng.range(32, 300);
-      a.rows = rng.range(1, kKqWarpMaxRows);
-      for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
-      const float d = rng.uniform(0.85f, 1.0f);
-      a.step = int32_t(d * 2048.0f);
-      a.blockStep = d * 8.0f;
-      a.x = float((1 << 23) + rng.range(0, 4096)) + float(rng.range(0, 31)) / 32.0f;
-      std::vector<int32_t> codes = blockCodes(a);
-      tallyForms(codes, a, forms);
-      tallySpans(codes, a, spans);
-      std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5), nearestPlan(plan);
-      int32_t ready = 0, nearestReady = 0;
-      ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, plan, &ready))
-          << level.name << " count " << a.count << " x " << a.x << " step " << d;
-      ASSERT_TRUE(plannedMatches(ref, level.dsp, a, codes, nearestPlan, &nearestReady, true))
-          << level.name << " nearest, count " << a.count << " x " << a.x << " step " << d;
-    }
-    EXPECT_GT(forms[kqwarp::kPairsNone], 5) << level.name;
-    EXPECT_EQ(spans[2], 0) << level.name;
-  }
+  for (int luma = 0; luma < 2; ++luma)
+    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+      KqRng rng(kqTestSeed() ^ 0xFA7 ^ (uint64_t(level) << 36));
+      int32_t forms[4] = {}, spans[3] = {};
+      for (int iter = 0; iter < 200; ++iter) {
+        KQWarpRow a;
+        a.src0 = src.data();
+        a.src1 = src.data() + w;
+        a.srcWidth = w;
+        a.count = rng.range(32, 300);
+        a.rows = rng.range(1, kKqWarpMaxRows);
+        for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+        const float d = rng.uniform(0.85f, 1.0f);
+        a.step = int32_t(d * 2048.0f);
+        a.blockStep = d * 8.0f;
+        a.x = float((1 << 23) + rng.range(0, 4096)) + float(rng.range(0, 31)) / 32.0f;
+        std::vector<int32_t> codes = blockCodes(a);
+        tallyForms(codes, a, forms);
+        tallySpans(codes, a, spans);
+        std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
+        int32_t ready = 0;
+        ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, !luma))
+            << "count " << a.count << " x " << a.x << " step " << d;
+      }
+      EXPECT_GT(forms[kqwarp::kPairsNone], 5);
+      EXPECT_EQ(spans[2], 0);
+    });
 }
 
 // The normalisation is the identity on 0..255 with the fifth the NEON
