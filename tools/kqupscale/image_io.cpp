@@ -33,28 +33,27 @@ std::vector<uint8_t> readWholeFile(const std::string& path) {
   return bytes;
 }
 
-// Guards against images whose decoded size would be absurd.
-void checkDecodedSize(const std::string& path, uint64_t width, uint64_t height) {
-  if (width == 0 || height == 0 || width > 65535 || height > 65535 || width * height > (1u << 28))
-    throw ToolError("'" + path + "' has an unsupported image size " + std::to_string(width) + "x" +
-                    std::to_string(height));
-}
-
 // Pixels a compressed file of `bytes` bytes can hold at most: deflate
 // expands at most 1032 times and a PNG pixel takes at least one bit (8256
 // pixels per byte); a baseline JPEG block takes at least two bits (256
 // pixels per byte), and arithmetic coding of a flat picture can do far
-// better, so JPEG gets a wide margin. Checked before the pixel buffer is
-// allocated, so that a small file claiming a huge size is refused instead
-// of making the reader zero gigabytes.
+// better, so JPEG gets a wide margin.
 constexpr uint64_t kPngPixelsPerByte = 8256;
 constexpr uint64_t kJpegPixelsPerByte = 65536;
-void checkSizeAgainstFile(const std::string& path, uint64_t width, uint64_t height,
-                          size_t bytes, uint64_t pixelsPerByte) {
-  if (width * height > uint64_t(bytes) * pixelsPerByte + (uint64_t{1} << 16))
+
+// Refuses an image size that is absurd, or (when pixelsPerByte is not 0)
+// more than a compressed file of `bytes` bytes can hold. Checked before the
+// pixel buffer is allocated, so that a small file claiming a huge size is
+// refused instead of making the reader zero gigabytes.
+void checkDecodedSize(const std::string& path, uint64_t width, uint64_t height, size_t bytes = 0,
+                      uint64_t pixelsPerByte = 0) {
+  if (width == 0 || height == 0 || width > 65535 || height > 65535 || width * height > (1u << 28))
+    throw ToolError("'" + path + "' has an unsupported image size " + std::to_string(width) + "x" +
+                    std::to_string(height));
+  if (pixelsPerByte != 0 && width * height > uint64_t(bytes) * pixelsPerByte + (uint64_t{1} << 16))
     throw ToolError("'" + path + "' claims " + std::to_string(width) + "x" +
-                    std::to_string(height) + " pixels, more than its " +
-                    std::to_string(bytes) + " bytes can hold (truncated or corrupt)");
+                    std::to_string(height) + " pixels, more than its " + std::to_string(bytes) +
+                    " bytes can hold (truncated or corrupt)");
 }
 
 struct PngReadState {
@@ -147,8 +146,7 @@ RgbaImage readPng(const std::string& path) {
   png_read_info(png, info);
   const png_uint_32 w = png_get_image_width(png, info), h = png_get_image_height(png, info);
   try {
-    checkDecodedSize(path, w, h);
-    checkSizeAgainstFile(path, w, h, bytes.size(), kPngPixelsPerByte);
+    checkDecodedSize(path, w, h, bytes.size(), kPngPixelsPerByte);
   } catch (...) {
     png_destroy_read_struct(&png, &info, nullptr);
     throw;
@@ -199,9 +197,7 @@ RgbaImage readJpeg(const std::string& path) {
   // Four samples per pixel either way; CMYK becomes RGBA after the decode.
   cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_EXT_RGBA;
   try {
-    checkDecodedSize(path, cinfo.image_width, cinfo.image_height);
-    checkSizeAgainstFile(path, cinfo.image_width, cinfo.image_height, bytes.size(),
-                         kJpegPixelsPerByte);
+    checkDecodedSize(path, cinfo.image_width, cinfo.image_height, bytes.size(), kJpegPixelsPerByte);
   } catch (...) {
     jpeg_destroy_decompress(&cinfo);
     throw;
