@@ -110,6 +110,20 @@ struct Shape {
 constexpr Shape kShapes[] = {{2, 2, 2},    {3, 5, 5},     {17, 9, 17},  {64, 6, 80},
                              {67, 11, 70}, {131, 7, 131}, {97, 13, 128}};
 
+// Calls body(shape, code, threads) for every shape, both byte orders and
+// three thread counts (one, pooled, ad-hoc team).
+template <typename Body>
+void forEachCase(Body body) {
+  for (const Shape& s : kShapes)
+    for (int32_t code : {10, 11})
+      for (int32_t threads : {1, 3, -2}) {
+        SCOPED_TRACE(testing::Message() << s.width << "x" << s.height << " stride " << s.stride
+                                        << " code " << code << " threads " << threads);
+        body(s, code, threads);
+        if (testing::Test::HasFatalFailure()) return;
+      }
+}
+
 // Intake (whole image, and regions reaching the last column and row with
 // odd and even left and top) with every distinct split row, at several
 // thread counts, gives the scalar single-thread bytes and stays inside its
@@ -118,39 +132,33 @@ TEST(CheckPlanes, IntakeMatchesTheScalarLevel) {
   kqForEachImpl(
       kqPlanesDspInit, &KQPlanesDsp::splitUVRow,
       [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t) {
-        for (const Shape& s : kShapes)
-          for (int32_t code : {10, 11})
-            for (int32_t threads : {1, 3, -2}) {
-              const int32_t w = s.width, h = s.height;
-              SCOPED_TRACE(testing::Message() << w << "x" << h << " stride " << s.stride << " code "
-                                              << code << " threads " << threads);
-              KqRng rng(caseSeed(w, h, code));
-              GuardedInput in(w, h, s.stride, code, rng);
-              for (int32_t left : {-1, 0, 1})  // -1: the whole image
-                for (int32_t top : {0, 1}) {
-                  if (left < 0 && top > 0) continue;
-                  const int32_t rw = left < 0 ? w : (w - left) & ~3,
-                                rh = left < 0 ? h : (h - top) & ~3;
-                  if (rw < 4 && left >= 0) continue;
-                  if (rh < 4 && left >= 0) continue;
-                  const int32_t l = w - rw, t = h - rh;  // a region ends at the corner
-                  FramedImage ry(rw, rh), ru(rw / 2, rh / 2), rv(rw / 2, rh / 2);
-                  FramedImage gy(rw, rh), gu(rw / 2, rh / 2), gv(rw / 2, rh / 2);
-                  if (left < 0) {
-                    kqTakeYUVPlanesWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, 1, &c);
-                    kqTakeYUVPlanesWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, threads, &dsp);
-                  } else {
-                    kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1,
-                                                  h - 1, 1, &c);
-                    kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1,
-                                                  h - 1, threads, &dsp);
-                  }
-                  ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane))
-                      << "luma, left " << l << " top " << t;
-                  ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U, left " << l << " top " << t;
-                  ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V, left " << l << " top " << t;
-                }
+        forEachCase([&](const Shape& s, int32_t code, int32_t threads) {
+          const int32_t w = s.width, h = s.height;
+          KqRng rng(caseSeed(w, h, code));
+          GuardedInput in(w, h, s.stride, code, rng);
+          for (int32_t left : {-1, 0, 1})  // -1: the whole image
+            for (int32_t top : {0, 1}) {
+              if (left < 0 && top > 0) continue;
+              const int32_t rw = left < 0 ? w : (w - left) & ~3, rh = left < 0 ? h : (h - top) & ~3;
+              if (rw < 4 && left >= 0) continue;
+              if (rh < 4 && left >= 0) continue;
+              const int32_t l = w - rw, t = h - rh;  // a region ends at the corner
+              FramedImage ry(rw, rh), ru(rw / 2, rh / 2), rv(rw / 2, rh / 2);
+              FramedImage gy(rw, rh), gu(rw / 2, rh / 2), gv(rw / 2, rh / 2);
+              if (left < 0) {
+                kqTakeYUVPlanesWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, 1, &c);
+                kqTakeYUVPlanesWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, threads, &dsp);
+              } else {
+                kqTakeYUVPlanesFromROIWithDsp(&in.rec, &ry.img, &ru.img, &rv.img, l, t, w - 1,
+                                              h - 1, 1, &c);
+                kqTakeYUVPlanesFromROIWithDsp(&in.rec, &gy.img, &gu.img, &gv.img, l, t, w - 1,
+                                              h - 1, threads, &dsp);
+              }
+              ASSERT_TRUE(kqFramedEqual(ry.plane, gy.plane)) << "luma, left " << l << " top " << t;
+              ASSERT_TRUE(kqFramedEqual(ru.plane, gu.plane)) << "U, left " << l << " top " << t;
+              ASSERT_TRUE(kqFramedEqual(rv.plane, gv.plane)) << "V, left " << l << " top " << t;
             }
+        });
       });
 }
 
@@ -158,35 +166,30 @@ TEST(CheckPlanes, IntakeMatchesTheScalarLevel) {
 // merge row, at several thread counts, gives the scalar single-thread
 // bytes, row padding untouched.
 TEST(CheckPlanes, AssemblyMatchesTheScalarLevel) {
-  kqForEachImpl(
-      kqPlanesDspInit, &KQPlanesDsp::mergeUVRow,
-      [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t) {
-        for (const Shape& s : kShapes)
-          for (int32_t code : {10, 11})
-            for (int32_t threads : {1, 3, -2}) {
-              const int32_t w = s.width, h = s.height;
-              SCOPED_TRACE(testing::Message() << w << "x" << h << " stride " << s.stride << " code "
-                                              << code << " threads " << threads);
-              KqRng urng(caseSeed(w, h, code + 100));
-              KqGuardedBuffer u(size_t(w / 2) * (h / 2)), v(size_t(w / 2) * (h / 2));
-              kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, urng);
-              kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, urng);
-              const KQImage8 outU{w / 2, h / 2, u.data()}, outV{w / 2, h / 2, v.data()};
-              // The caller's chroma plane: h / 2 rows of stride bytes.
-              KqFramedPlane ref(s.stride * (h / 2), 1), got(s.stride * (h / 2), 1);
-              KQYUVMultiPlaneImage rec{};
-              rec.type = code;
-              rec.width = w;
-              rec.height = h;
-              rec.yRowStride = s.stride;
-              rec.yScanlines = h;
-              rec.chromaData = ref.data();
-              kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, 1, &c);
-              rec.chromaData = got.data();
-              kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, threads, &dsp);
-              ASSERT_TRUE(kqFramedEqual(ref, got));
-            }
-      });
+  kqForEachImpl(kqPlanesDspInit, &KQPlanesDsp::mergeUVRow,
+                [](const KQPlanesDsp& dsp, const KQPlanesDsp& c, uint32_t) {
+                  forEachCase([&](const Shape& s, int32_t code, int32_t threads) {
+                    const int32_t w = s.width, h = s.height;
+                    KqRng urng(caseSeed(w, h, code + 100));
+                    KqGuardedBuffer u(size_t(w / 2) * (h / 2)), v(size_t(w / 2) * (h / 2));
+                    kqFillPlane(u.data(), int(u.size()), 1, int(u.size()), KqFill::kUniform, urng);
+                    kqFillPlane(v.data(), int(v.size()), 1, int(v.size()), KqFill::kUniform, urng);
+                    const KQImage8 outU{w / 2, h / 2, u.data()}, outV{w / 2, h / 2, v.data()};
+                    // The caller's chroma plane: h / 2 rows of stride bytes.
+                    KqFramedPlane ref(s.stride * (h / 2), 1), got(s.stride * (h / 2), 1);
+                    KQYUVMultiPlaneImage rec{};
+                    rec.type = code;
+                    rec.width = w;
+                    rec.height = h;
+                    rec.yRowStride = s.stride;
+                    rec.yScanlines = h;
+                    rec.chromaData = ref.data();
+                    kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, 1, &c);
+                    rec.chromaData = got.data();
+                    kqSetUVDataWithDsp(&outU, &outV, &rec, 0, s.stride - w, threads, &dsp);
+                    ASSERT_TRUE(kqFramedEqual(ref, got));
+                  });
+                });
 }
 
 }  // namespace
