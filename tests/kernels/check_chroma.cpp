@@ -212,21 +212,6 @@ TEST(ChromaKernels, MatchReference) {
   });
 }
 
-// Each level above the scalar one brings its own kernel for every pass and
-// kind: none is left to the level below (or to the reference).
-TEST(ChromaKernelTable, EveryLevelInstallsItsOwnKernels) {
-  const std::vector<uint32_t> levels = kqCpuLevels();
-  for (size_t i = 1; i < levels.size(); ++i) {
-    KQChromaDsp below, dsp;
-    kqChromaDspInit(&below, levels[i - 1]);
-    kqChromaDspInit(&dsp, levels[i]);
-    for (int pass = 0; pass < 3; ++pass)
-      for (int kind = 0; kind < 5; ++kind)
-        EXPECT_NE(dsp.pass[pass][kind], below.pass[pass][kind])
-            << kqCpuLevelName(levels[i]) << " pass " << pass + 1 << " kind " << kind + 1;
-  }
-}
-
 // Kernels without a vector division (armv7) compute the mean as the exact
 // rounded quotient floor((2 sum + weight) / (2 weight)); that is only valid if
 // the reference's float expression equals it everywhere the sums can reach

@@ -9,6 +9,7 @@
 #include "image/planes_dsp.h"
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
+#include "runtime/pool.h"
 
 namespace {
 
@@ -111,15 +112,21 @@ constexpr Shape kShapes[] = {{2, 2, 2},    {3, 5, 5},     {17, 9, 17},  {64, 6, 
                              {67, 11, 70}, {131, 7, 131}, {97, 13, 128}};
 
 // Calls body(shape, code, threads) for every shape, both byte orders and
-// three thread counts (one, pooled, ad-hoc team).
+// thread counts of every kind: the calling thread (1, 0), more threads than
+// rows, ad-hoc teams (negative) and, for 3 and 8, the pool. Odd widths
+// matter most: a slice that started its rows at the row stride times its
+// first row would leave gaps.
 template <typename Body>
 void forEachCase(Body body) {
   for (const Shape& s : kShapes)
     for (int32_t code : {10, 11})
-      for (int32_t threads : {1, 3, -2}) {
+      for (int32_t threads : {1, 0, 2, 3, 8, 200, -3}) {
         SCOPED_TRACE(testing::Message() << s.width << "x" << s.height << " stride " << s.stride
                                         << " code " << code << " threads " << threads);
+        const bool pooled = threads == 3 || threads == 8;
+        if (pooled) kqPoolStart(4, 0, "planes-check");
         body(s, code, threads);
+        if (pooled) kqPoolStop();
         if (testing::Test::HasFatalFailure()) return;
       }
 }

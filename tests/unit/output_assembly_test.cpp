@@ -109,28 +109,6 @@ TEST(OutputAssembly, ChromaLayoutsByteOrdersAndPadding) {
     }
 }
 
-// Every thread count gives the serial bytes, with and without a pool. Odd
-// widths matter most: a slice that started its rows at yRowStride * first
-// would leave gaps and stale bytes.
-TEST(OutputAssembly, EveryThreadCountGivesTheSerialBytes) {
-  for (int32_t width : {66, 67}) {
-    const int32_t height = 2 * 37 + 1, stride = 72;
-    Packed u(width / 2, height / 2, 5), v(width / 2, height / 2, 55);
-    Output ref(width, height, stride, height, 10);
-    kqSetUVData(&u.img, &v.img, &ref.rec, 0, stride - width, 1);
-    for (bool pool : {false, true}) {
-      if (pool) kqPoolStart(4, 0, "assembly-test");
-      for (int32_t n : {1, 0, 2, 3, 8, -3, 200}) {
-        Output out(width, height, stride, height, 10);
-        kqSetUVData(&u.img, &v.img, &out.rec, 0, stride - width, n);
-        EXPECT_EQ(out.chromaBuf, ref.chromaBuf)
-            << "width " << width << ", threads " << n << ", pool " << pool;
-      }
-      if (pool) kqPoolStop();
-    }
-  }
-}
-
 // Height below 2, layouts other than 10 / 11, wrong plane sizes and null
 // pointers write no chroma; no padding, a negative one, empty or missing
 // planes leave the luma alone.

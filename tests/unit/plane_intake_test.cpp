@@ -169,27 +169,6 @@ TEST(PlaneIntake, RegionCropsLumaAndOffsetsChroma) {
 
 // Every thread count gives the serial bytes, with and without a pool, for a
 // whole image with odd sizes (an odd chroma row count) and for a region.
-TEST(PlaneIntake, EveryThreadCountGivesTheSerialBytes) {
-  Input in(75, 47, 80, 11);
-  Plane y0(75, 47), u0(37, 23), v0(37, 23), ry0(36, 28), ru0(18, 14), rv0(18, 14);
-  kqTakeYUVPlanes(&in.rec, &y0.img, &u0.img, &v0.img, 1);
-  kqTakeYUVPlanesFromROI(&in.rec, &ry0.img, &ru0.img, &rv0.img, 3, 5, 40, 33, 1);
-  for (bool pool : {false, true}) {
-    if (pool) kqPoolStart(4, 0, "intake-test");
-    for (int32_t n : {1, 0, 2, 3, 8, -3, -1}) {
-      SCOPED_TRACE(testing::Message() << "threads " << n << " pool " << pool);
-      Plane y(75, 47), u(37, 23), v(37, 23), ry(36, 28), ru(18, 14), rv(18, 14);
-      kqTakeYUVPlanes(&in.rec, &y.img, &u.img, &v.img, n);
-      kqTakeYUVPlanesFromROI(&in.rec, &ry.img, &ru.img, &rv.img, 3, 5, 40, 33, n);
-      EXPECT_TRUE(y.bytes == y0.bytes && u.bytes == u0.bytes && v.bytes == v0.bytes)
-          << "whole image";
-      EXPECT_TRUE(ry.bytes == ry0.bytes && ru.bytes == ru0.bytes && rv.bytes == rv0.bytes)
-          << "region";
-    }
-    if (pool) kqPoolStop();
-  }
-}
-
 TEST(PlaneIntake, DegenerateInputsWriteNothing) {
   Input in(16, 12, 16, 10);
   Plane y(16, 12), u(8, 6), v(8, 6);
