@@ -34,13 +34,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <mutex>
 #include <string>
 
 #include "KQUpScale.h"
-#include "fuzz/guarded_plane.h"
 #include "runtime/log.h"
+#include "support/guarded_buffer.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -122,13 +122,12 @@ int32_t affinity(uint8_t b) {
   return kMasks[b % 8];
 }
 
-// The documented refusals of a record: null record or plane pointer, a side
-// below minSide, a row stride below the width, fewer scanlines than rows, a
-// luma plane extent above 2 GiB - 1.
-bool recordRefused(const KQYUVMultiPlaneImage* r, int32_t minSide) {
-  return r == nullptr || r->yData == nullptr || r->chromaData == nullptr || r->width < minSide ||
-         r->height < minSide || r->yRowStride < r->width || r->yScanlines < r->height ||
-         int64_t(r->yRowStride) * r->yScanlines > 0x7FFFFFFF;
+// The documented refusals of a record's numbers (null records and plane
+// pointers are refused too): a side below minSide, a row stride below the
+// width, fewer scanlines than rows, a luma plane extent above 2 GiB - 1.
+bool recordRefused(const KQYUVMultiPlaneImage& r, int32_t minSide) {
+  return r.width < minSide || r.height < minSide || r.yRowStride < r.width ||
+         r.yScanlines < r.height || int64_t(r.yRowStride) * r.yScanlines > 0x7FFFFFFF;
 }
 
 // A region whose clamped size, cut to multiples of 4, is below 4x4; left
@@ -142,40 +141,53 @@ bool regionRefused(const KQYUVMultiPlaneImage& in, int32_t left, int32_t top, in
   return (r - l + 1) < 4 || (b - t + 1) < 4;
 }
 
+// A record read from the input: format code at byte `type`, width and
+// height from `sides` on (below `limit`), row stride and scanlines from
+// `extents` on; plane pointers unset.
+KQYUVMultiPlaneImage shape(const Input& in, size_t type, size_t sides, size_t extents,
+                           int32_t limit) {
+  KQYUVMultiPlaneImage r{};
+  r.type = formatCode(in.at(type));
+  r.width = side(in.at(sides), limit);
+  r.height = side(in.at(sides + 1), limit);
+  r.yRowStride = r.uRowStride = r.vRowStride = extent(in.at(extents), r.width);
+  r.yScanlines = extent(in.at(extents + 1), r.height);
+  r.yPixelStride = 1;
+  r.uPixelStride = r.vPixelStride = 2;
+  return r;
+}
+
 // Bytes a record's planes span as the header states them: yRowStride *
 // yScanlines of luma, height / 2 rows of yRowStride of chroma (0 when the
 // record is refused and its numbers mean nothing, or when they are huge:
 // a refused call must touch none of its bytes anyway).
-struct PlaneSizes {
-  size_t luma, chroma;
-};
-PlaneSizes planeSizes(const KQYUVMultiPlaneImage& r, bool refused) {
-  const int64_t luma = int64_t(r.yRowStride) * r.yScanlines;
-  const int64_t chroma = int64_t(r.yRowStride) * (r.height / 2);
-  auto fit = [refused](int64_t n) {
-    if (n < 0 || (refused && n > int64_t(KqGuardedPlane::kFilledLimit))) return size_t{0};
-    return size_t(n);
-  };
-  return {fit(luma), fit(chroma)};
+size_t planeBytes(int64_t n, bool refused) {
+  return n < 0 || (refused && n > int64_t(KqGuardedBuffer::kFilledLimit)) ? 0 : size_t(n);
 }
 
-// What the library logged during the current call.
-struct Log {
-  std::mutex mutex;
-  bool refused = false;
-  std::string last;  // the last error line
-  static void sink(void* user, FILE*, int32_t priority, const char*, const char* message) {
-    Log* log = static_cast<Log*>(user);
-    std::lock_guard<std::mutex> lock(log->mutex);
-    if (priority != KQ_LOG_ERROR) return;
-    log->last = message;
-    if (std::strstr(message, "nothing written") != nullptr) log->refused = true;
+// A record's two planes, each alone between guard pages, and the record
+// pointing at them; a plane pointer the input makes null stays null.
+struct Planes {
+  KqGuardedBuffer luma, chroma;
+  KQYUVMultiPlaneImage record;
+  Planes(const KQYUVMultiPlaneImage& r, bool refused, bool lumaAtEnd, bool chromaAtEnd,
+         uint8_t sentinel, bool lumaNull, bool chromaNull)
+      : luma(planeBytes(int64_t(r.yRowStride) * r.yScanlines, refused), lumaAtEnd, sentinel),
+        chroma(planeBytes(int64_t(r.yRowStride) * (r.height / 2), refused), chromaAtEnd, sentinel),
+        record(r) {
+    record.yData = lumaNull ? nullptr : luma.data();
+    record.chromaData = chromaNull ? nullptr : chroma.data();
+    record.vData = chromaNull ? nullptr : chroma.data() + 1;
   }
 };
-Log gLog;
+
+// The library's log lines of the current call.
+KqLogCapture* gLog = nullptr;
 cpu_set_t gAffinity;
 
-void fillInput(KqGuardedPlane& plane, int32_t width, int32_t rows, int32_t stride, const Input& in,
+// Rows of `width` pixel bytes from the input (from byte `from` on,
+// repeated), or a pattern when the input ends before them.
+void fillInput(KqGuardedBuffer& plane, int32_t width, int32_t rows, int32_t stride, const Input& in,
                size_t from) {
   if (plane.size() == 0 || width <= 0 || rows <= 0 || stride < width) return;
   const size_t n = in.size > from ? in.size - from : 0;
@@ -187,52 +199,35 @@ void fillInput(KqGuardedPlane& plane, int32_t width, int32_t rows, int32_t strid
   }
 }
 
-struct Output {
-  std::unique_ptr<KqGuardedPlane> luma, chroma;
-  KQYUVMultiPlaneImage record;
-};
-
-Output makeOutput(const KQYUVMultiPlaneImage& shape, bool refused, uint8_t placement,
-                  uint8_t sentinel) {
-  Output o;
-  const PlaneSizes s = planeSizes(shape, refused);
-  o.luma.reset(new KqGuardedPlane(s.luma, placement & 4, sentinel));
-  o.chroma.reset(new KqGuardedPlane(s.chroma, placement & 8, sentinel));
-  o.record = shape;
-  o.record.yData = shape.yData != nullptr ? o.luma->data() : nullptr;
-  o.record.chromaData = shape.chromaData != nullptr ? o.chroma->data() : nullptr;
-  o.record.vData = o.record.chromaData != nullptr ? o.record.chromaData + 1 : nullptr;
-  return o;
-}
-
 // The bytes an accepted call must leave or set: luma row padding and bottom
 // scanlines untouched (and the whole luma when no luma stage writes it);
 // chroma rows of (width & ~1) bytes plus the row padding, filled with 128,
 // back to back from the plane's start; nothing after height / 2 of them.
-void checkAccepted(const Output& o, bool lumaWritten) {
+void checkAccepted(const Planes& o, bool lumaWritten) {
   const KQYUVMultiPlaneImage& r = o.record;
   const size_t w = size_t(r.width), stride = size_t(r.yRowStride);
-  if (!o.luma->filled()) return;
+  if (!o.luma.filled()) return;
   for (int32_t y = 0; y < r.yScanlines; ++y) {
     const bool row = y < r.height && lumaWritten;
-    KQ_FUZZ_CHECK(o.luma->intact(size_t(y) * stride + (row ? w : 0), row ? stride - w : stride),
+    KQ_FUZZ_CHECK(o.luma.intact(size_t(y) * stride + (row ? w : 0), row ? stride - w : stride),
                   "luma row %d of %dx%d (stride %zu) was written where it must not be", y, r.width,
                   r.height, stride);
   }
-  if (!o.chroma->filled()) return;
+  if (!o.chroma.filled()) return;
   const size_t pad = stride - w, pitch = (w & ~size_t{1}) + pad, rows = size_t(r.height / 2);
   for (size_t y = 0; y < rows; ++y)
     for (size_t x = w & ~size_t{1}; x < pitch; ++x)
-      KQ_FUZZ_CHECK(o.chroma->data()[y * pitch + x] == 128,
+      KQ_FUZZ_CHECK(o.chroma.data()[y * pitch + x] == 128,
                     "chroma padding byte %zu of row %zu is not 128", x, y);
-  KQ_FUZZ_CHECK(o.chroma->intact(rows * pitch, rows * (stride - pitch)),
+  KQ_FUZZ_CHECK(o.chroma.intact(rows * pitch, rows * (stride - pitch)),
                 "chroma written past its height / 2 rows at pitch %zu", pitch);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  kqLogSetSink(&Log::sink, &gLog);
+  static KqLogCapture log;
+  gLog = &log;
   sched_getaffinity(0, sizeof gAffinity, &gAffinity);
   return 0;
 }
@@ -240,30 +235,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Input in{data, size};
   const uint8_t placement = in.at(10), outFlags = in.at(11);
-
-  KQYUVMultiPlaneImage src{};
-  src.type = formatCode(in.at(0));
-  src.width = side(in.at(2), 66);
-  src.height = side(in.at(3), 66);
-  src.yRowStride = extent(in.at(6), src.width);
-  src.yScanlines = extent(in.at(7), src.height);
-  src.yPixelStride = 1;
-  src.uPixelStride = src.vPixelStride = 2;
-  src.uRowStride = src.vRowStride = src.yRowStride;
-  KQYUVMultiPlaneImage dst = src;
-  dst.type = formatCode(in.at(1));
-  dst.width = side(in.at(4), 130);
-  dst.height = side(in.at(5), 130);
-  dst.yRowStride = extent(in.at(8), dst.width);
-  dst.yScanlines = extent(in.at(9), dst.height);
-  dst.uRowStride = dst.vRowStride = dst.yRowStride;
-  // Non-null markers; the real pointers are set once the planes exist.
-  uint8_t marker = 0;
-  src.yData = (placement & 0x20) ? nullptr : &marker;
-  src.chromaData = (placement & 0x40) ? nullptr : &marker;
-  dst.yData = (outFlags & 2) ? nullptr : &marker;
-  dst.chromaData = (outFlags & 4) ? nullptr : &marker;
+  const KQYUVMultiPlaneImage src = shape(in, 0, 2, 6, 66), dst = shape(in, 1, 4, 8, 130);
   const bool srcNull = placement & 0x10, dstNull = outFlags & 1;
+  const bool srcLumaNull = placement & 0x20, srcChromaNull = placement & 0x40;
+  const bool dstLumaNull = outFlags & 2, dstChromaNull = outFlags & 4;
 
   const bool whole = in.at(12) == 0;
   const int32_t left = whole ? -1 : corner(in.at(13)), top = whole ? -1 : corner(in.at(14));
@@ -273,56 +248,56 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int32_t threads = threadCount(in.at(20)), threads2 = threadCount(in.at(21));
   const int32_t mask = affinity(in.at(22));
 
-  const bool srcRefused = srcNull || recordRefused(&src, 1);
-  const bool dstRefused = dstNull || recordRefused(&dst, 2);
+  const bool srcRefused = srcNull || srcLumaNull || srcChromaNull || recordRefused(src, 1);
+  const bool dstRefused = dstNull || dstLumaNull || dstChromaNull || recordRefused(dst, 2);
   const bool refused = srcRefused || dstRefused || regionRefused(src, left, top, right, bottom);
   // Keep every accepted call small: a megapixel of input and half a
   // megapixel of output at most.
   if (!srcRefused && int64_t(src.width) * src.height > (1 << 20)) return -1;
   if (!dstRefused &&
       (int64_t(dst.width) * dst.height > (1 << 19) ||
-       int64_t(dst.yRowStride) * dst.yScanlines > int64_t(KqGuardedPlane::kFilledLimit)))
+       int64_t(dst.yRowStride) * dst.yScanlines > int64_t(KqGuardedBuffer::kFilledLimit)))
     return -1;
 
-  const PlaneSizes inSizes = planeSizes(src, srcRefused);
-  KqGuardedPlane inLuma(inSizes.luma, placement & 1, 0);
-  KqGuardedPlane inChroma(inSizes.chroma, placement & 2, 0);
+  Planes input(src, srcRefused, placement & 1, placement & 2, 0, srcLumaNull, srcChromaNull);
   if (!srcRefused) {
-    fillInput(inLuma, src.width, src.height, src.yRowStride, in, 23);
-    fillInput(inChroma, src.width, src.height / 2, src.yRowStride, in, 23 + 97);
+    fillInput(input.luma, src.width, src.height, src.yRowStride, in, 23);
+    fillInput(input.chroma, src.width, src.height / 2, src.yRowStride, in, 23 + 97);
   }
-  inLuma.readOnly();
-  inChroma.readOnly();
-  if (src.yData != nullptr) src.yData = inLuma.data();
-  if (src.chromaData != nullptr) src.chromaData = inChroma.data();
-  src.vData = src.chromaData != nullptr ? src.chromaData + 1 : nullptr;
+  input.luma.readOnly();
+  input.chroma.readOnly();
 
   static const uint8_t kSentinels[4] = {0xA5, 0x00, 0xFF, 0x80};
   const uint8_t sentinel = kSentinels[(outFlags >> 3) & 3];
-  Output out = makeOutput(dst, dstRefused, placement, sentinel);
+  auto output = [&] {
+    return Planes(dst, dstRefused, placement & 4, placement & 8, sentinel, dstLumaNull,
+                  dstChromaNull);
+  };
 
   struct Result {
     bool refused;
     std::string last;
   };
   auto call = [&](const KQYUVMultiPlaneImage* record, int32_t n) {
-    {
-      std::lock_guard<std::mutex> lock(gLog.mutex);
-      gLog.refused = false;
-      gLog.last.clear();
-    }
-    const KQYUVMultiPlaneImage* source = srcNull ? nullptr : &src;
+    gLog->clear();
+    const KQYUVMultiPlaneImage* source = srcNull ? nullptr : &input.record;
     const int32_t rc = whole ? KQUpScale_ScaleImage(source, record, nr, cnr, sharp, n, mask)
                              : KQUpScale_ScaleImageFromROI(source, record, left, top, right, bottom,
                                                            nr, cnr, sharp, n, mask);
     sched_setaffinity(0, sizeof gAffinity, &gAffinity);
     KQ_FUZZ_CHECK(rc == 0, "the call returned %d", int(rc));
-    std::lock_guard<std::mutex> lock(gLog.mutex);
-    return Result{gLog.refused, gLog.last};
+    Result r{false, ""};
+    for (const KqLogLine& line : gLog->lines())
+      if (line.priority == KQ_LOG_ERROR) {
+        r.last = line.message;
+        r.refused = r.refused || line.message.find("nothing written") != std::string::npos;
+      }
+    return r;
   };
+  const Planes out = output();
   const Result first = call(dstNull ? nullptr : &out.record, threads);
 
-  KQ_FUZZ_CHECK(out.luma->slackIntact() && out.chroma->slackIntact(),
+  KQ_FUZZ_CHECK(out.luma.slackIntact() && out.chroma.slackIntact(),
                 "bytes beside the output planes were written");
   if (refused) {
     KQ_FUZZ_CHECK(first.refused, "a call the header refuses went ahead (%s)", first.last.c_str());
@@ -333,21 +308,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                   first.last.c_str());
   }
   if (first.refused) {
-    KQ_FUZZ_CHECK(
-        out.luma->intact(0, out.luma->size()) && out.chroma->intact(0, out.chroma->size()),
-        "a refused call wrote into the output (%s)", first.last.c_str());
+    KQ_FUZZ_CHECK(out.luma.intact(0, out.luma.size()) && out.chroma.intact(0, out.chroma.size()),
+                  "a refused call wrote into the output (%s)", first.last.c_str());
     return 0;
   }
   // Sharpening below 0 or NaN with the noise filter off: no luma stage runs.
   checkAccepted(out, nr > 0 || sharp >= 0.0f);
 
   if (outFlags & 0x80) {
-    Output again = makeOutput(dst, dstRefused, placement, sentinel);
+    const Planes again = output();
     call(&again.record, threads2);
-    KQ_FUZZ_CHECK(
-        std::memcmp(again.luma->data(), out.luma->data(), out.luma->size()) == 0 &&
-            std::memcmp(again.chroma->data(), out.chroma->data(), out.chroma->size()) == 0,
-        "threads %d and %d gave different bytes", int(threads), int(threads2));
+    KQ_FUZZ_CHECK(std::memcmp(again.luma.data(), out.luma.data(), out.luma.size()) == 0 &&
+                      std::memcmp(again.chroma.data(), out.chroma.data(), out.chroma.size()) == 0,
+                  "threads %d and %d gave different bytes", int(threads), int(threads2));
   }
   return 0;
 }

@@ -248,32 +248,57 @@ TEST(LumaKernels, BlendRows) {
   });
 }
 
+// Every arithmetic path of the sharpening kernels: gains up to 8191 in
+// magnitude (one multiply per lane) and beyond (the full product, with the
+// 16-bit truncation of E, and gains that wrap in 16 bits), zero and
+// non-zero thresholds (including the ones that wrap to 0 or to -32768),
+// several tap sets, on widths around the
+// vector steps and around the column chunks of the two-pass kernels; and on
+// every other test width, each fill with a random choice of those.
 TEST(LumaKernels, SharpenRow) {
-  // Gains and thresholds include 16-bit wrap-around values and negatives.
-  const int32_t gains[] = {0, 1, 256, 600, 4000, 32767, 32768, -77, 70000, INT32_MIN};
-  const int32_t thresholds[] = {0, 6, 150, 2000, -9, 40000};
-  const int32_t taps[2][3] = {{7, 31, 52}, {19, 19, 52}};
+  const std::vector<int32_t> gains = {0,     1,     -1,    -77,    153,   256,   -256,     600,
+                                      2047,  2048,  -2048, 4000,   8191,  -8191, 8192,     -8192,
+                                      16383, 32767, 32768, -32768, 65836, 70000, INT32_MIN};
+  const std::vector<int32_t> thresholds = {0, 1, 6, 150, 2000, -9, 32767, 32768, 40000, 65536};
+  // The driver's two tap sets, then others the contract allows: a centre
+  // weight of 128 (outside the signed-byte range of the x86 kernels'
+  // multiplies) and the extremes of the outer and inner weights.
+  const int32_t taps[][3] = {{7, 31, 52}, {19, 19, 52}, {0, 0, 128},
+                             {64, 0, 0},  {0, 64, 0},   {1, 1, 124}};
+  const int kTapSets = int(sizeof taps / sizeof taps[0]);
+  const std::set<int> everyPath = {8,    24,   31,   32,   33,   40,   63,   64,   72,   97,
+                                   1001, 1024, 1032, 1057, 2048, 2056, 2080, 2088, 3001, 4136};
+  std::set<int> widths(everyPath);
+  for (int w : testWidths()) widths.insert(w);
   forEachImpl(
       &KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
-        for (int width : testWidths())
-          for (int variant = 0; variant < kVariants; ++variant) {
-            KqRng rng(kqTestSeed() + uint64_t(width) * 13 + variant);
-            KqGuardedBuffer in(size_t(width) * 5);
+        for (int width : widths) {
+          KqRng rng(kqTestSeed() + uint64_t(width) * 17);
+          KqGuardedBuffer in(size_t(width) * 5);
+          const bool all = everyPath.count(width) != 0;
+          const int combinations = all ? int(gains.size() * thresholds.size()) : kVariants;
+          for (int i = 0; i < combinations; ++i) {
+            // The tap sets take turns: each meets every gain and every threshold.
+            const int32_t* t = taps[all ? i % kTapSets : rng.range(0, kTapSets - 1)];
+            const int variant = all ? rng.range(0, kVariants - 1) : i;
             fillInput(in.data(), width, 5, variant, rng);
             // Rows in a shuffled order, as the edge mirroring hands them over.
             const uint8_t* rows[5];
             for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-            KQSharpenParams p;
-            p.gain = gains[rng.range(0, 9)];
-            p.threshold = thresholds[rng.range(0, 5)];
-            const int32_t* t = taps[rng.range(0, 1)];
-            p.wOuter = t[0], p.wInner = t[1], p.wCentre = t[2];
+            const KQSharpenParams p = {
+                all ? gains[size_t(i) / thresholds.size()]
+                    : gains[size_t(rng.range(0, int(gains.size()) - 1))],
+                all ? thresholds[size_t(i) % thresholds.size()]
+                    : thresholds[size_t(rng.range(0, int(thresholds.size()) - 1))],
+                t[0], t[1], t[2]};
             KqFramedPlane a(width, 1), b(width, 1);
             ref.sharpenRow(a.data(), rows, width, &p);
             dsp.sharpenRow(b.data(), rows, width, &p);
-            ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant
-                                             << " gain " << p.gain << " threshold " << p.threshold;
+            ASSERT_TRUE(kqFramedEqual(a, b))
+                << "width " << width << " variant " << variant << " gain " << p.gain
+                << " threshold " << p.threshold << " taps " << t[0] << "/" << t[1] << "/" << t[2];
           }
+        }
         // A 4096-pixel row at the pipeline's default strength.
         KqRng rng(kqTestSeed());
         std::vector<uint8_t> in(4096 * 5), out(4096);
@@ -310,47 +335,6 @@ TEST(LumaKernels, SharpenRowAnyRowAlignment) {
         dsp.sharpenRow(b.data(), rows, width, &p);
         ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " offset " << offset;
       }
-    }
-  });
-}
-
-// Every arithmetic path of the sharpening kernels: gains up to 8191 in
-// magnitude (one multiply per lane) and beyond (the full product, with the
-// 16-bit truncation of E), zero and non-zero thresholds (including the
-// ones that wrap to 0 or to -32768), several tap sets, on widths around the
-// vector steps and around the column chunks of the two-pass kernels.
-TEST(LumaKernels, SharpenRowEveryPath) {
-  const int32_t gains[] = {0,    1,     -1,   153,   256,   -256,  2047,   2048, -2048,
-                           8191, -8191, 8192, -8192, 16383, 32767, -32768, 65836};
-  const int32_t thresholds[] = {0, 1, 6, 150, -9, 32767, 32768, 65536};
-  // The driver's two tap sets, then others the contract allows: a centre
-  // weight of 128 (outside the signed-byte range of the x86 kernels'
-  // multiplies) and the extremes of the outer and inner weights.
-  const int32_t taps[][3] = {{7, 31, 52}, {19, 19, 52}, {0, 0, 128},
-                             {64, 0, 0},  {0, 64, 0},   {1, 1, 124}};
-  const int widths[] = {8,    24,   31,   32,   33,   40,   63,   64,   72,   97,
-                        1001, 1024, 1032, 1057, 2048, 2056, 2080, 2088, 3001, 4136};
-  forEachImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
-    for (int width : widths) {
-      KqRng rng(kqTestSeed() + uint64_t(width) * 17);
-      KqGuardedBuffer in(size_t(width) * 5);
-      int combination = 0;
-      for (int32_t gain : gains)
-        for (int32_t threshold : thresholds) {
-          // The tap sets take turns: each meets every gain and half the thresholds.
-          const int32_t* t = taps[combination++ % int(sizeof taps / sizeof taps[0])];
-          const int variant = rng.range(0, kVariants - 1);
-          fillInput(in.data(), width, 5, variant, rng);
-          const uint8_t* rows[5];
-          for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-          const KQSharpenParams p = {gain, threshold, t[0], t[1], t[2]};
-          KqFramedPlane a(width, 1), b(width, 1);
-          ref.sharpenRow(a.data(), rows, width, &p);
-          dsp.sharpenRow(b.data(), rows, width, &p);
-          ASSERT_TRUE(kqFramedEqual(a, b))
-              << "width " << width << " variant " << variant << " gain " << gain << " threshold "
-              << threshold << " taps " << t[0] << "/" << t[1] << "/" << t[2];
-        }
     }
   });
 }

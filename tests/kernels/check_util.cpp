@@ -1,8 +1,5 @@
-// check_util.cpp - PRNG seed, fills, guarded buffers and plane comparison.
+// check_util.cpp - PRNG seed, fills and plane comparison.
 #include "kernels/check_util.h"
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -25,25 +22,9 @@ uint64_t kqTestSeed() {
 }
 
 const char* kqFillName(KqFill fill) {
-  switch (fill) {
-    case KqFill::kUniform:
-      return "uniform";
-    case KqFill::kZero:
-      return "zero";
-    case KqFill::kMax:
-      return "max";
-    case KqFill::kAlternate:
-      return "0/255";
-    case KqFill::kZeroOne:
-      return "0/1";
-    case KqFill::kHigh:
-      return "254/255";
-    case KqFill::kRamp:
-      return "ramp";
-    case KqFill::kSmooth:
-      return "smooth";
-  }
-  return "?";
+  static const char* const kNames[] = {"uniform", "zero",    "max",  "0/255",
+                                       "0/1",     "254/255", "ramp", "smooth"};
+  return kNames[int(fill)];
 }
 
 void kqFillPlane(uint8_t* data, int width, int height, int stride, KqFill fill, KqRng& rng) {
@@ -93,22 +74,6 @@ __attribute__((noinline)) void kqScribbleStack(uint8_t value) {
   // Keeps the stores: the array is otherwise dead.
   asm volatile("" : : "r"(pad) : "memory");
 }
-
-KqGuardedBuffer::KqGuardedBuffer(size_t size) : size_(size) {
-  const size_t page = size_t(sysconf(_SC_PAGESIZE));
-  const size_t dataPages = (size + page - 1) / page;
-  mapped_ = (dataPages + 1) * page;
-  void* p = mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (p == MAP_FAILED) {
-    std::fprintf(stderr, "KqGuardedBuffer: mmap failed\n");
-    std::abort();
-  }
-  base_ = static_cast<uint8_t*>(p);
-  mprotect(base_ + dataPages * page, page, PROT_NONE);
-  data_ = base_ + dataPages * page - size;
-}
-
-KqGuardedBuffer::~KqGuardedBuffer() { munmap(base_, mapped_); }
 
 KqFramedPlane::KqFramedPlane(int width, int height, uint8_t sentinel)
     : width_(width),

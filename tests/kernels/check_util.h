@@ -1,7 +1,7 @@
 // check_util.h - the checking core every kernel check uses: each distinct
 // implementation of a table slot against the scalar one, a portable PRNG,
-// fill patterns, guarded input buffers, sentinel-framed outputs, a
-// byte-exact comparison that prints a hex map of the differences, and
+// fill patterns, guarded inputs (KqGuardedBuffer), sentinel-framed outputs,
+// a byte-exact comparison that prints a hex map of the differences, and
 // timing of each implementation when the checks run with --bench.
 #pragma once
 
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "runtime/cpu.h"
+#include "support/guarded_buffer.h"
 
 // xorshift64*: the same sequence on every platform and standard library.
 class KqRng {
@@ -56,24 +57,6 @@ void kqFillPlane(uint8_t* data, int width, int height, int stride, KqFill fill, 
 // can be exactly the values a kernel would read too early. Scribbling
 // before each call turns such a read into a visible difference.
 void kqScribbleStack(uint8_t value);
-
-// A read-only input of `size` bytes whose last byte sits right before an
-// inaccessible page, so that any read past the end faults.
-class KqGuardedBuffer {
- public:
-  explicit KqGuardedBuffer(size_t size);
-  ~KqGuardedBuffer();
-  KqGuardedBuffer(const KqGuardedBuffer&) = delete;
-  KqGuardedBuffer& operator=(const KqGuardedBuffer&) = delete;
-  uint8_t* data() { return data_; }
-  size_t size() const { return size_; }
-
- private:
-  uint8_t* base_ = nullptr;
-  size_t mapped_ = 0;
-  uint8_t* data_ = nullptr;
-  size_t size_ = 0;
-};
 
 // An output plane surrounded by a frame of sentinel bytes. Two planes made
 // with the same arguments compare equal frame included unless a kernel wrote

@@ -1,6 +1,6 @@
 // pipeline_test.cpp - end-to-end behaviour of the exported functions: stage
-// routing, format codes, regions, padding, thread counts and degenerate
-// input (concurrent callers: stress_test.cpp).
+// routing, format codes, regions, padding and degenerate input (thread
+// counts and concurrent callers: stress_test.cpp).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,21 +40,6 @@ class Pipeline : public testing::Test {
  protected:
   KqLogCapture log_;  // keeps the version lines out of the test output
 };
-
-TEST_F(Pipeline, EveryThreadCountGivesTheSameBytesForEveryStageCombination) {
-  const KqYuv src = KqYuv::camera(52, 40, 7);
-  for (int nr : {0, 4})
-    for (int cnr : {0, 3})
-      for (float sharp : {0.0f, 1.0f, -1.0f}) {
-        const Settings s{nr, cnr, sharp};
-        const std::vector<uint8_t> ref = run(src, 134, 102, s, 1);
-        for (int threads : {0, 2, 4, 8, -3}) {
-          EXPECT_EQ(run(src, 134, 102, s, threads), ref)
-              << "nr " << nr << " cnr " << cnr << " sharp " << sharp << " threads " << threads;
-        }
-      }
-  EXPECT_EQ(kqPoolSlotCount(), 0);
-}
 
 TEST_F(Pipeline, WholeImageCallEqualsRegionCallWithMinusOne) {
   const KqYuv src = KqYuv::camera(48, 36, 3);

@@ -1,9 +1,10 @@
 // stress_test.cpp - the exported call under load: many calls at once from
-// several threads, each result compared with the same call made alone, and
-// thousands of small calls in a row that must leave the heap and the
-// process's thread count as they found them. KQ_STRESS_SCALE (default 1)
-// scales the duration and the call count (the qemu and sanitizer builds
-// run them shorter); KQ_STRESS_RSS=0 skips the resident-size check.
+// several threads at every thread count, each result compared with the same
+// call made alone on one thread, and thousands of small calls in a row that
+// must leave the heap and the process's thread count as they found them.
+// KQ_STRESS_SCALE (default 1) scales the duration and the call count (the
+// qemu and sanitizer builds run them shorter); KQ_STRESS_RSS=0 skips the
+// resident-size check.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -72,10 +73,10 @@ struct Job {
 
 // Small random calls: every stage combination, strengths from off (and
 // below) to past their useful range, whole images and regions, padded
-// outputs, and thread counts from -3 (fresh threads per step) to 8.
+// outputs; thread counts from -3 (fresh threads per step) to 8.
+const float kSharp[] = {-1.0f, 0.0f, 0.6f, 1.0f, 2.5f, 6.0f, std::nanf("")};
+const int kThreads[] = {-3, -2, -1, 0, 1, 2, 3, 4, 8};
 Job randomJob(KqRng& rng, int maxIn, int maxOut) {
-  static const float kSharp[] = {-1.0f, 0.0f, 0.6f, 1.0f, 2.5f, 6.0f, std::nanf("")};
-  static const int kThreads[] = {-3, -2, -1, 0, 1, 2, 3, 4, 8};
   const int inW = rng.range(4, maxIn), inH = rng.range(4, maxIn);
   Job j{KqYuv::camera(inW, inH, rng.next())};
   j.type = rng.range(8, 9);
@@ -105,13 +106,26 @@ class PipelineStress : public testing::Test {
   ~PipelineStress() override { kqLogSetSink(nullptr, nullptr); }
 };
 
-TEST_F(PipelineStress, ConcurrentCallsMatchTheSameCallMadeAlone) {
+// Four callers at once, each making every (call, thread count) pair at least
+// once and then random ones until the time is up: every result must be the
+// bytes of the same call made alone on one thread. The calls include every
+// combination of the stages (noise reduction on or off, chroma noise
+// reduction on or off, sharpening on, off or negative) besides random ones.
+TEST_F(PipelineStress, ConcurrentCallsAtAnyThreadCountMatchOneThreadAlone) {
   KqRng rng(kqTestSeed() ^ 0x57E55);
   std::vector<Job> jobs;
   for (int i = 0; i < 16; ++i) jobs.push_back(randomJob(rng, 48, 100));
+  for (int i = 0; i < 12; ++i) {
+    jobs[size_t(i)].nr = i % 2 * 4;
+    jobs[size_t(i)].cnr = i / 2 % 2 * 3;
+    jobs[size_t(i)].sharp = i / 4 == 0 ? 0.0f : i / 4 == 1 ? 1.0f : -1.0f;
+  }
   std::vector<std::vector<uint8_t>> alone;
-  for (const Job& j : jobs) alone.push_back(j.run());
-
+  for (Job& j : jobs) {
+    j.threads = 1;
+    alone.push_back(j.run());
+  }
+  const int pairs = int(jobs.size() * (sizeof kThreads / sizeof kThreads[0]));
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(int64_t(2000 * stressScale()));
   std::atomic<int> calls{0}, mismatches{0};
@@ -121,15 +135,17 @@ TEST_F(PipelineStress, ConcurrentCallsMatchTheSameCallMadeAlone) {
   for (int t = 0; t < 4; ++t) {
     callers.emplace_back([&, t] {
       KqRng pick(uint64_t(t) * 7919u + 1u);
-      do {
-        const size_t i = size_t(pick.range(0, int(jobs.size()) - 1));
+      for (int n = 0; n < pairs || std::chrono::steady_clock::now() < deadline; ++n) {
+        const int pair = n < pairs ? (n + t * pairs / 4) % pairs : pick.range(0, pairs - 1);
+        Job j = jobs[size_t(pair) % jobs.size()];
+        j.threads = kThreads[size_t(pair) / jobs.size()];
         ++calls;
-        if (jobs[i].run() != alone[i]) {
+        if (j.run() != alone[size_t(pair) % jobs.size()]) {
           ++mismatches;
           std::lock_guard<std::mutex> lock(firstMutex);
-          if (first.empty()) first = jobs[i].describe();
+          if (first.empty()) first = j.describe();
         }
-      } while (std::chrono::steady_clock::now() < deadline);
+      }
     });
   }
   for (std::thread& c : callers) c.join();

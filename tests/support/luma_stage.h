@@ -1,6 +1,8 @@
-// luma_stage.h - what the luma noise-reduction and sharpening stage tests
-// share: a packed plane record, dispatch tables per level, and the check
-// that a stage on tiny planes stays inside its buffers.
+// luma_stage.h - what the filter stage tests share: the loop over every
+// instruction-set level and thread count (all three stages), and for the
+// luma noise-reduction and sharpening stages a packed plane record,
+// dispatch tables per level, and the check that a stage on tiny planes
+// stays inside its buffers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +14,30 @@
 #include "filters/luma_dsp.h"
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
+#include "runtime/pool.h"
+
+// Calls body(dsp, threads) with the dispatch table `init` fills for every
+// instruction-set level and every kind of thread count: the calling thread
+// (1, 0), slices through the pool (2, 3, 8, with and without a pool
+// started) and a team of fresh threads (-3). Failures carry all three.
+template <class Table, class Body>
+void kqForEachLevelAndThreadCount(void (*init)(Table*, uint32_t), Body body) {
+  for (uint32_t level : kqCpuLevels()) {
+    Table dsp;
+    init(&dsp, level);
+    for (bool pool : {false, true}) {
+      if (pool) kqPoolStart(4, 0, "stage-test");
+      for (int threads : {1, 0, 2, 3, 8, -3}) {
+        SCOPED_TRACE(testing::Message()
+                     << kqCpuLevelName(level) << " threads " << threads << " pool " << pool);
+        body(static_cast<const Table&>(dsp), threads);
+        if (testing::Test::HasFatalFailure()) break;
+      }
+      if (pool) kqPoolStop();
+      if (testing::Test::HasFatalFailure()) return;
+    }
+  }
+}
 
 // A packed plane with its KQImage8 view.
 struct KqLumaPlane {

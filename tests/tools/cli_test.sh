@@ -20,26 +20,31 @@ png_size() { od -An -tu1 -j16 -N8 "$1" | awk '{printf "%dx%d", $1*16777216+$2*65
 # Unsigned byte at an offset of a file.
 byte_at() { od -An -tu1 -j"$2" -N1 "$1" | tr -d ' '; }
 
-# expect_error NAME OUTPUT-GLOB ARGS...: non-zero exit, exactly one stderr
-# line starting with "kqupscale: error:" (and matching $says if set), and
-# nothing matching the glob.
-expect_error() {
-  local name=$1 glob=$2; shift 2
-  "$tool" "$@" >stdout.txt 2>stderr.txt
-  local rc=$?
-  local lines
-  lines=$(wc -l <stderr.txt)
-  if [[ $rc -eq 0 ]]; then bad "$name: exit status 0"; return; fi
-  if [[ $lines -ne 1 ]] || ! grep -q '^kqupscale: error: ' stderr.txt; then
-    bad "$name: expected one error line, got: $(cat stderr.txt)"; return
-  fi
-  if [[ -n ${says:-} ]] && ! grep -q -- "$says" stderr.txt; then
-    bad "$name: error does not say '$says': $(cat stderr.txt)"; return
-  fi
-  if compgen -G "$glob" >/dev/null || compgen -G "*.tmp-*" >/dev/null; then
-    bad "$name: left output behind: $(ls | tr '\n' ' ')"; return
-  fi
-  ok
+# Good runs from standard input, one a line: a check, evaluated once the
+# tool has succeeded; the arguments (run with -q).
+expect_outputs() {
+  local check args
+  while IFS=';' read -r check args; do
+    # shellcheck disable=SC2086
+    "$tool" $args -q </dev/null && eval "$check" && ok || bad "$args: $check"
+  done
+}
+
+# Bad runs from standard input, one a line: name | output glob | what the
+# error line must say (may be empty) | arguments. Each must exit non-zero
+# with exactly one stderr line starting with "kqupscale: error:", and leave
+# nothing matching the glob (nor a temporary file).
+expect_errors() {
+  local name glob says args
+  while IFS='|' read -r name glob says args; do
+    # shellcheck disable=SC2086
+    if "$tool" $args </dev/null >stdout.txt 2>stderr.txt; then bad "$name: exit status 0"
+    elif [[ $(wc -l <stderr.txt) -ne 1 ]] || ! grep -q '^kqupscale: error: ' stderr.txt ||
+         ! grep -q -- "$says" stderr.txt; then bad "$name: wrong error line: $(cat stderr.txt)"
+    elif compgen -G "$glob" >/dev/null || compgen -G "*.tmp-*" >/dev/null; then
+      bad "$name: left output behind: $(ls | tr '\n' ' ')"
+    else ok; fi
+  done
 }
 
 # --- good runs ------------------------------------------------------------
@@ -51,23 +56,28 @@ if "$tool" --demo --demo-dir demo --threads 2 >demo.txt 2>&1 &&
    grep -q "output MP/s" demo.txt && grep -q "^ *0  input planes split" demo.txt; then ok
 else bad "demo: $(cat demo.txt)"; fi
 
+# JPEG inputs the tool cannot write: odd sizes are enlarged whole (641x481
+# at 2x is 1282x962, not 1280x960), CMYK comes out in its colours.
 cp demo/demo_input.png in.png
-"$tool" in.png -o out2.png --scale 2 -q && [[ $(png_size out2.png) == 1280x960 ]] && ok || bad "png -> png x2"
-"$tool" in.png -o out.jpg --out-size 800x600 -q && [[ $(head -c 3 out.jpg | od -An -tx1 | tr -d ' ') == ffd8ff ]] && ok || bad "png -> jpeg"
-"$tool" out.jpg -o back.png -q --scale 1.5 && [[ $(png_size back.png) == 1200x900 ]] && ok || bad "jpeg -> png"
-"$tool" in.png -o frame.nv21 --roi 0,0,320,240 --scale 2 -q && [[ $(stat -c %s frame.nv21) -eq $((640 * 480 * 3 / 2)) ]] && ok || bad "png -> raw with roi"
-"$tool" frame.nv21 --size 640x480 -o big.nv12 --out-size 1280x720 -q && [[ $(stat -c %s big.nv12) -eq $((1280 * 720 * 3 / 2)) ]] && ok || bad "raw -> raw"
+"$make_jpeg" odd.jpg 641 481 rgb && "$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
+expect_outputs <<'EOF'
+[[ $(png_size out2.png) == 1280x960 ]];in.png -o out2.png --scale 2
+[[ $(head -c 3 out.jpg | od -An -tx1 | tr -d ' ') == ffd8ff ]];in.png -o out.jpg --out-size 800x600
+[[ $(png_size back.png) == 1200x900 ]];out.jpg -o back.png --scale 1.5
+[[ $(stat -c %s frame.nv21) -eq $((640 * 480 * 3 / 2)) ]];in.png -o frame.nv21 --roi 0,0,320,240 --scale 2
+[[ $(stat -c %s big.nv12) -eq $((1280 * 720 * 3 / 2)) ]];frame.nv21 --size 640x480 -o big.nv12 --out-size 1280x720
+[[ $(png_size odd.png) == 1282x962 ]];odd.jpg -o odd.png
+[[ $(png_size odd_fixed.png) == 800x600 ]];odd.jpg -o odd_fixed.png --out-size 800x600
+[[ -s photo.jpg ]];demo/demo_output.png -o photo.jpg --scale 1
+EOF
 # A padded raw input (stride 704) gives the same result as the packed one.
-python3 - <<'PY' 2>/dev/null || awk 'BEGIN{}' </dev/null
-import sys
-d = open("frame.nv21", "rb").read()
-w, h, s = 640, 480, 704
-rows = [d[i * w:(i + 1) * w] + b"\x11" * (s - w) for i in range(h + h // 2)]
-open("padded.nv21", "wb").write(b"".join(rows))
-PY
-if [[ -f padded.nv21 ]]; then
-  "$tool" padded.nv21 --size 640x480 --stride 704 -o p.nv21 --scale 1.5 -q &&
-  "$tool" frame.nv21 --size 640x480 -o q.nv21 --scale 1.5 -q && cmp -s p.nv21 q.nv21 && ok || bad "raw stride"
+if python3 -c 'd = open("frame.nv21", "rb").read()
+open("padded.nv21", "wb").write(b"".join(d[i * 640:i * 640 + 640] + b"\x11" * 64 for i in range(720)))'
+then
+  expect_outputs <<'EOF'
+[[ -s q.nv21 ]];frame.nv21 --size 640x480 -o q.nv21 --scale 1.5
+cmp -s p.nv21 q.nv21;padded.nv21 --size 640x480 --stride 704 -o p.nv21 --scale 1.5
+EOF
 fi
 mkdir -p outdir
 "$tool" in.png out2.png -o outdir/ --scale 0.5 >multi.txt 2>&1 &&
@@ -92,14 +102,7 @@ mkdir -p outdir
   [[ ! -s log.err && ! -s log.out ]] &&
   ok || bad "library log lines: $(cat log.out log.err)"
 
-# JPEG inputs the tool cannot write: odd sizes are enlarged whole (641x481
-# at 2x is 1282x962, not 1280x960), CMYK comes out in its colours (left half
-# red: V high; right half blue: U high).
-"$make_jpeg" odd.jpg 641 481 rgb && "$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
-"$tool" odd.jpg -o odd.png -q && [[ $(png_size odd.png) == 1282x962 ]] &&
-  "$tool" odd.jpg -o odd_fixed.png --out-size 800x600 -q &&
-  [[ $(png_size odd_fixed.png) == 800x600 ]] &&
-  ok || bad "odd-sized input: $(png_size odd.png)"
+# CMYK: left half red (V high), right half blue (U high).
 if "$tool" cmyk.jpg -o cmyk.nv21 --scale 1 -q; then
   uv=$((64 * 48 + 12 * 64))  # chroma row 12 of 24, V,U pairs
   [[ $(byte_at cmyk.nv21 $((uv + 16))) -gt 200 && $(byte_at cmyk.nv21 $((uv + 49))) -gt 200 &&
@@ -108,51 +111,49 @@ if "$tool" cmyk.jpg -o cmyk.nv21 --scale 1 -q; then
 else bad "CMYK JPEG refused"; fi
 
 # --- bad input ------------------------------------------------------------
-expect_error "missing file" "o1*" nofile.png -o o1.png
-printf 'this is not an image' >garbage.png
-expect_error "not a PNG" "o2*" garbage.png -o o2.png
-head -c 200 in.png >trunc.png
-expect_error "truncated PNG" "o3*" trunc.png -o o3.png
 # Cut and damaged files: a decoder that fills in grey must not get through.
-"$tool" demo/demo_output.png -o photo.jpg --scale 1 -q || bad "photo.jpg"
+printf 'this is not an image' >garbage.png
+head -c 200 in.png >trunc.png
+head -c $(($(stat -c %s in.png) / 2)) in.png >half.png
+cp in.png crc.png && printf '\x00' | dd of=crc.png bs=1 seek=5000 conv=notrunc 2>/dev/null
 size=$(stat -c %s photo.jpg)
 head -c 3000 photo.jpg >trunc.jpg
-says=truncated expect_error "truncated JPEG" "o4*" trunc.jpg -o o4.png
 head -c $((size - 2)) photo.jpg >trunc2.jpg
-says=truncated expect_error "JPEG without its end" "o4*" trunc2.jpg -o o4.png
-cp photo.jpg rst.jpg &&
-  printf '\xff\xd3' | dd of=rst.jpg bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
-says=corrupt expect_error "stray marker in JPEG data" "o4*" rst.jpg -o o4.png
-head -c $(($(stat -c %s in.png) / 2)) in.png >half.png
-expect_error "PNG cut in its image data" "o3*" half.png -o o3.png
-cp in.png crc.png && printf '\x00' | dd of=crc.png bs=1 seek=5000 conv=notrunc 2>/dev/null
-says=corrupt expect_error "PNG with a damaged chunk" "o3*" crc.png -o o3.png
-expect_error "raw length" "o5*" frame.nv21 --size 640x478 -o o5.nv21
-expect_error "odd raw size" "o6*" frame.nv21 --size 641x480 -o o6.nv21
-expect_error "raw without size" "o7*" frame.nv21 -o o7.nv21
-expect_error "region outside" "o8*" in.png --roi 600,400,100,100 -o o8.png
-expect_error "region too small" "o9*" in.png --roi 0,0,3,3 -o o9.png
-expect_error "beyond memory bound" "o10*" in.png --scale 60 -o o10.png
-expect_error "odd output size" "o11*" in.png --out-size 801x600 -o o11.png
-expect_error "non-numeric" "o12*" in.png --threads many -o o12.png
-expect_error "non-numeric scale" "o13*" in.png --scale big -o o13.png
-expect_error "bad affinity" "o15*" in.png --affinity zz -o o15.png
-expect_error "no input" "o16*" -o o16.png
+cp photo.jpg rst.jpg && printf '\xff\xd3' | dd of=rst.jpg bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
+mkdir -p a b dup && cp in.png a/x.png && cp in.png b/x.png
+expect_errors <<'EOF'
+missing file|o1*||nofile.png -o o1.png
+not a PNG|o2*||garbage.png -o o2.png
+truncated PNG|o3*||trunc.png -o o3.png
+truncated JPEG|o4*|truncated|trunc.jpg -o o4.png
+JPEG without its end|o4*|truncated|trunc2.jpg -o o4.png
+stray marker in JPEG data|o4*|corrupt|rst.jpg -o o4.png
+PNG cut in its image data|o3*||half.png -o o3.png
+PNG with a damaged chunk|o3*|corrupt|crc.png -o o3.png
+raw length|o5*||frame.nv21 --size 640x478 -o o5.nv21
+odd raw size|o6*||frame.nv21 --size 641x480 -o o6.nv21
+raw without size|o7*||frame.nv21 -o o7.nv21
+region outside|o8*||in.png --roi 600,400,100,100 -o o8.png
+region too small|o9*||in.png --roi 0,0,3,3 -o o9.png
+beyond memory bound|o10*||in.png --scale 60 -o o10.png
+odd output size|o11*||in.png --out-size 801x600 -o o11.png
+non-numeric|o12*||in.png --threads many -o o12.png
+non-numeric scale|o13*||in.png --scale big -o o13.png
+bad affinity|o15*||in.png --affinity zz -o o15.png
+no input|o16*||-o o16.png
+unknown output type|o14*|output format|nofile.png -o o14.bmp
+output below a file|in.png.*|is not a folder|nofile.png -o in.png/x.png
+missing folder|nodir*|does not exist|in.png out2.png -o nodir
+two inputs, one output name|dup/*|would both be written|a/x.png b/x.png -o dup/
+EOF
 # Values that are not usable numbers or sizes, and switches that contradict.
-for args in "--scale nan" "--scale -nan" "--scale inf" "--scale 1e999" "--scale 0x10" \
+n=0
+expect_errors < <(for args in "--scale nan" "--scale -nan" "--scale inf" "--scale 1e999" "--scale 0x10" \
             "--sharpen nan" "--sharpen -inf" "--out-size -640x-480" "--out-size 0x480" \
             "--out-size 99999999999x480" "--size -64x48" "--roi 0,0,8,8,8" "-q -v"; do
-  n=$((${n:-0} + 1))
-  # shellcheck disable=SC2086
-  expect_error "bad value: $args" "o17_$n.*" in.png $args -o o17_$n.png
-done
-# Output paths are checked before any input is read or enlarged.
-says="output format" expect_error "unknown output type" "o14*" nofile.png -o o14.bmp
-says="is not a folder" expect_error "output below a file" "in.png.*" nofile.png -o in.png/x.png
-says="does not exist" expect_error "missing folder" "nodir*" in.png out2.png -o nodir
-mkdir -p a b dup && cp in.png a/x.png && cp in.png b/x.png
-says="would both be written" expect_error "two inputs, one output name" "dup/*" \
-  a/x.png b/x.png -o dup/
+  n=$((n + 1))
+  echo "bad value: $args|o17_$n.*||in.png $args -o o17_$n.png"
+done)
 
 echo "cli: $passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -12,11 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "kernels/check_util.h"
-#include "runtime/cpu.h"
-#include "runtime/pool.h"
 #include "runtime/timer.h"
 #include "support/log_capture.h"
+#include "support/luma_stage.h"
 
 namespace {
 
@@ -175,42 +173,28 @@ struct Frame {
   }
 };
 
-KQChromaDsp dspFor(uint32_t flags) {
-  KQChromaDsp d;
-  kqChromaDspInit(&d, flags);
-  return d;
-}
-
 // Every level, thread count and split form gives the scalar single-thread
 // bytes, sentinels included, on odd widths and heights and on a plane wide
 // enough for every vector loop.
 TEST(ChromaStage, SameBytesForEveryLevelThreadCountAndSplitForm) {
-  const KQChromaDsp ref = dspFor(0);
+  KQChromaDsp ref;
+  kqChromaDspInit(&ref, 0);
   const int sizes[][2] = {{203, 77}, {256, 96}, {131, 30}};
   for (const auto& size : sizes)
     for (float strength : {1.0f, 3.0f, 10.0f}) {
       Frame expected(size[0], size[1]);
       expected.fill(7 + size[0]);
       expected.run(strength, 1, &ref);
-      for (uint32_t level : kqCpuLevels()) {
-        const KQChromaDsp dsp = dspFor(level);
-        for (bool pool : {false, true}) {
-          if (pool) kqPoolStart(3, 0, "chroma-test");
-          for (int threads : {1, 0, 2, 3, 8, -3}) {
-            Frame got(size[0], size[1]);
-            got.fill(7 + size[0]);
-            got.run(strength, threads, &dsp);
-            SCOPED_TRACE(testing::Message()
-                         << kqCpuLevelName(level) << " threads " << threads << " pool " << pool
-                         << " " << size[0] << "x" << size[1] << " strength " << strength);
-            ASSERT_EQ(got.u.raw(), expected.u.raw());
-            ASSERT_EQ(got.v.raw(), expected.v.raw());
-            ASSERT_EQ(got.h1u.raw(), expected.h1u.raw());
-            ASSERT_EQ(got.h2v.raw(), expected.h2v.raw());
-          }
-          if (pool) kqPoolStop();
-        }
-      }
+      SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1] << " strength " << strength);
+      kqForEachLevelAndThreadCount(kqChromaDspInit, [&](const KQChromaDsp& dsp, int threads) {
+        Frame got(size[0], size[1]);
+        got.fill(7 + size[0]);
+        got.run(strength, threads, &dsp);
+        ASSERT_EQ(got.u.raw(), expected.u.raw());
+        ASSERT_EQ(got.v.raw(), expected.v.raw());
+        ASSERT_EQ(got.h1u.raw(), expected.h1u.raw());
+        ASSERT_EQ(got.h2v.raw(), expected.h2v.raw());
+      });
     }
 }
 

@@ -167,8 +167,8 @@ TEST(PlaneIntake, RegionCropsLumaAndOffsetsChroma) {
   }
 }
 
-// Every thread count gives the serial bytes, with and without a pool, for a
-// whole image with odd sizes (an odd chroma row count) and for a region.
+// Missing or inconsistent records and planes, and regions that leave no
+// 4 x 4 pixels inside the image, write nothing.
 TEST(PlaneIntake, DegenerateInputsWriteNothing) {
   Input in(16, 12, 16, 10);
   Plane y(16, 12), u(8, 6), v(8, 6);
