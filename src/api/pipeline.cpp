@@ -63,14 +63,13 @@ constexpr int32_t kGridTiles = kGridSide * kGridSide;
 // The working planes a call may need. Which of them it does need, and how
 // large, follows from its sizes and strengths (see makePlan).
 enum PlaneId : int32_t {
-  kInY,          // the work region's luma, packed
-  kInU,          // its chroma, split and packed
+  kCopyY,        // the work region's luma and interleaved chroma rows,
+  kCopyUV,       // packed: only for an input that shares memory with the output
+  kInU,          // the region's chroma, split and packed, for the chroma filter
   kInV,
   kLumaY,        // the luma between two steps that cannot share a plane
   kOutU,         // warped chroma at output size, for the chroma filter
   kOutV,
-  kPairRows,     // without the chroma filter: the warp's row buffers for
-                 // writing U,V pairs straight into the caller's plane
   kHalf1U,       // the chroma filter's quarter-size planes
   kHalf1V,
   kHalf2U,
@@ -104,6 +103,7 @@ struct Plan {
   bool denoise = false;
   bool sharpen = false;
   bool chromaFilter = false;
+  bool readInPlace = false;  // the warp reads the caller's input planes directly
   bool spread = false;  // luma rows are moved to the caller's row stride at the end
   size_t savedBytes = 0;
 
@@ -140,6 +140,29 @@ const char* recordProblem(const KQYUVMultiPlaneImage* image, int32_t minSide) {
   return nullptr;
 }
 
+// The address ranges of a record's luma plane and chroma plane.
+struct Extent {
+  uintptr_t begin, end;
+};
+void recordExtents(const KQYUVMultiPlaneImage* image, Extent out[2]) {
+  const uintptr_t y = reinterpret_cast<uintptr_t>(image->yData);
+  const uintptr_t c = reinterpret_cast<uintptr_t>(image->chromaData);
+  const size_t stride = size_t(image->yRowStride);
+  out[0] = {y, y + stride * size_t(image->yScanlines)};
+  out[1] = {c, c + stride * size_t((image->height + 1) / 2)};
+}
+
+// True when a plane of one record shares a byte with a plane of the other.
+bool recordsMeet(const KQYUVMultiPlaneImage* a, const KQYUVMultiPlaneImage* b) {
+  Extent ea[2], eb[2];
+  recordExtents(a, ea);
+  recordExtents(b, eb);
+  for (const Extent& x : ea)
+    for (const Extent& y : eb)
+      if (x.begin < y.end && y.begin < x.end) return true;
+  return false;
+}
+
 bool acceptRecord(const KQYUVMultiPlaneImage* image, const char* which, int32_t minSide) {
   const char* problem = recordProblem(image, minSide);
   if (problem == nullptr) return true;
@@ -173,8 +196,9 @@ size_t coveredPaddingBytes(int32_t width, int32_t height, int32_t stride) {
 // (each plane below 2 GiB), so the sum fits a size_t on every target.
 Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t outHeight,
               int32_t outStride, int32_t noiseReduction, int32_t chromaNoiseReduction,
-              float sharpening) {
+              float sharpening, bool inputApart) {
   Plan plan;
+  plan.readInPlace = inputApart;
   plan.sharpen = sharpening > 0.0f;
   plan.denoise = noiseReduction > 0;
   // Negative or NaN sharpening without noise reduction writes no luma at
@@ -193,16 +217,23 @@ Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t o
   plan.spread = outStride > outWidth && lumaWritten;
   plan.savedBytes = plan.spread ? coveredPaddingBytes(outWidth, outHeight, outStride) : 0;
 
-  plan.set(kInY, workWidth, workHeight);
-  plan.set(kInU, workWidth / 2, workHeight / 2);
-  plan.set(kInV, workWidth / 2, workHeight / 2);
+  // The warp reads the region of the caller's luma and interleaved chroma
+  // where it lies; the chroma filter needs U and V in planes of their own.
+  // An input that shares memory with the output is copied first, as the
+  // output is written while the warp still reads.
+  if (!plan.readInPlace) {
+    plan.set(kCopyY, workWidth, workHeight);
+    plan.set(kCopyUV, workWidth, workHeight / 2);
+  }
+  if (plan.chromaFilter) {
+    plan.set(kInU, workWidth / 2, workHeight / 2);
+    plan.set(kInV, workWidth / 2, workHeight / 2);
+  }
   if (plan.denoise || plan.sharpen) plan.set(kLumaY, outWidth, outHeight);
   if (plan.chromaFilter) {
     plan.set(kOutU, outWidth / 2, outHeight / 2);
     plan.set(kOutV, outWidth / 2, outHeight / 2);
     for (PlaneId id : {kHalf1U, kHalf1V, kHalf2U, kHalf2V}) plan.set(id, halfW, halfH);
-  } else {
-    plan.set(kPairRows, 2 * (outWidth / 2), kGridTiles);
   }
   if (plan.spread) {
     plan.set(kPaddingRow, outWidth, 1);
@@ -290,7 +321,8 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   // touched, so that a failure leaves them as they were. A repeated call of
   // the same sizes gets the block the previous one used.
   const Plan plan = makePlan(workWidth, workHeight, outWidth, outHeight, out->yRowStride,
-                             noiseReduction, chromaNoiseReduction, sharpening);
+                             noiseReduction, chromaNoiseReduction, sharpening,
+                             !recordsMeet(in, out));
   KQBlock block = kqWorkspaceAcquire(plan.bytes);
   if (block.data == nullptr) {
     logInvalid("working memory could not be allocated");
@@ -315,16 +347,36 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
     });
   }
 
+  // The work region as a whole-image record of its own: its luma from
+  // (left, top), its chroma from byte `left` of chroma row top / 2 (an odd
+  // left starts on the second byte of a pair, which exchanges U and V), at
+  // the caller's row stride.
+  if (whole) left = top = 0;
+  KQYUVMultiPlaneImage source = *in;
+  source.type = in->type == kPublicNv12 ? kLayoutUV : kLayoutVU;
+  source.width = workWidth;
+  source.height = workHeight;
+  source.yScanlines = workHeight;
+  source.yData = in->yData + size_t(top) * size_t(in->yRowStride) + size_t(left);
+  source.chromaData = in->chromaData + size_t(top / 2) * size_t(in->yRowStride) + size_t(left);
+
   // The stages, in order.
   stage(kStageIntake, "kqTakeYUVPlanes", [&] {
-    KQYUVMultiPlaneImage source = *in;
-    source.type = in->type == kPublicNv12 ? kLayoutUV : kLayoutVU;
-    if (whole) {
-      kqTakeYUVPlanes(&source, p.get(kInY), p.get(kInU), p.get(kInV), numThreads);
-    } else {
-      kqTakeYUVPlanesFromROI(&source, p.get(kInY), p.get(kInU), p.get(kInV), left, top, right,
-                             bottom, numThreads);
+    if (!plan.readInPlace) {
+      // The output shares memory with the input: work from a packed copy.
+      uint8_t* copyY = p.get(kCopyY)->data;
+      uint8_t* copyUV = p.get(kCopyUV)->data;
+      const size_t w = size_t(workWidth), stride = size_t(in->yRowStride);
+      for (int32_t r = 0; r < workHeight; ++r)
+        std::memcpy(copyY + r * w, source.yData + r * stride, w);
+      for (int32_t r = 0; r < workHeight / 2; ++r)
+        std::memcpy(copyUV + r * w, source.chromaData + r * stride, w);
+      source.yData = copyY;
+      source.chromaData = copyUV;
+      source.yRowStride = workWidth;
     }
+    // The chroma filter works on U and V planes.
+    if (plan.chromaFilter) kqTakeYUVPlanes(&source, nullptr, p.get(kInU), p.get(kInV), numThreads);
   });
 
   int32_t srcLimitX = workWidth - 4;
@@ -337,8 +389,9 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
 
   stage(kStageLumaWarp, "warpAll", [&] {
     if (!plan.lumaWarp) return;
-    KQImage8 list[2] = {*p.get(kInY), *warpedY};
-    warpAll(list, nullptr, nullptr, forwardGrid, inverseGrid, 0, srcLimitX, 0, srcLimitY, 1, 0, 0,
+    KQImage8 list[2] = {{workWidth, workHeight, source.yData}, *warpedY};
+    KQWarpSourceRows rows{source.yRowStride};
+    warpAll(list, nullptr, &rows, forwardGrid, inverseGrid, 0, srcLimitX, 0, srcLimitY, 1, 0, 0,
             numThreads, 0, 1, kGridSide, kGridSide);
   });
 
@@ -347,7 +400,7 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   const int32_t padX = out->yRowStride - out->width;
   const int32_t chromaPadX = out->yRowStride != out->width ? padX : 0;
   const size_t chromaPitch = size_t(outWidth & ~1) + size_t(chromaPadX);
-  const bool vFirst = out->type != kPublicNv12;
+  const bool swapPairs = (in->type == kPublicNv12) != (out->type == kPublicNv12);
   stage(kStageChromaWarp, "warpAll - chroma", [&] {
     kqHalveHomographyTranslations(forwardGrid, inverseGrid);
     if (plan.chromaFilter) {
@@ -357,10 +410,12 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
               srcLimitY / 2, 1, 0, 0, numThreads, 1, 0, kGridSide, kGridSide);
       return;
     }
-    // Nothing filters the chroma: the warp writes the caller's pairs.
-    KQWarpChromaPairs pairs{p.get(kInV)->data, out->chromaData, chromaPitch, vFirst,
-                            kqPlanesDspGet()->mergeUVRow, p.get(kPairRows)->data};
-    KQImage8 list[2] = {*p.get(kInU), {outWidth / 2, outHeight / 2, out->chromaData}};
+    // Nothing filters the chroma: the warp takes the pairs from the input
+    // and writes them into the caller's plane, in the output's byte order.
+    KQWarpChromaPairs pairs{source.chromaData, source.yRowStride, out->chromaData,
+                            ptrdiff_t(chromaPitch), swapPairs};
+    KQImage8 list[2] = {{workWidth / 2, workHeight / 2, source.chromaData},
+                        {outWidth / 2, outHeight / 2, out->chromaData}};
     warpAll(list, nullptr, &pairs, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0, srcLimitY / 2,
             1, 0, 0, numThreads, 1, 0, kGridSide, kGridSide);
   });

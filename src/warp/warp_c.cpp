@@ -24,3 +24,14 @@ void kqWarpNearestRow_c(uint8_t* dst, const KQWarpRow* row) {
     p = p + row->blockStep;
   }
 }
+
+void kqWarpNearestPairRow_c(uint8_t* dst, const KQWarpRow* row, int32_t swap) {
+  float p = row->x;
+  for (int32_t start = 0; start < row->count; start += 8) {
+    int32_t base, phase;
+    kqwarp::blockOrigin(p, &base, &phase);
+    const int32_t lanes = row->count - start < 8 ? row->count - start : 8;
+    kqwarp::nearestPairLanes(dst + 2 * start, row, base, phase, 0, lanes, swap);
+    p = p + row->blockStep;
+  }
+}

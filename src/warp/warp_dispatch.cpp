@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -97,7 +98,12 @@ class ChainCache {
   static constexpr int32_t kMaxChains = 8;
   static constexpr int32_t kMaxKeys = 64;
 
-  explicit ChainCache(int32_t count) : count_(count), scratch_(size_t((count + 7) / 8)) {
+  // Empties the cache for rows of count pixels.
+  void reset(int32_t count) {
+    count_ = count;
+    scratch_.assign(size_t((count + 7) / 8), 0);
+    keys_.clear();
+    chains_.clear();
     chains_.reserve(kMaxChains);
   }
 
@@ -146,11 +152,17 @@ class ChainCache {
     std::vector<uint8_t> plan;
     int32_t planReady = 0;
   };
-  int32_t count_;
+  int32_t count_ = 0;
   std::vector<int32_t> scratch_;
   std::vector<Key> keys_;
   std::vector<Chain> chains_;  // reserved: never moves while rows point into it
 };
+
+// Output rows a tile asks for ahead of writing them, and the cache line
+// size the requests step by (64 bytes on the x86 and ARM cores we run on;
+// a wrong guess only costs requests).
+constexpr int32_t kWriteAhead = 8;
+constexpr ptrdiff_t kLine = 64;
 
 // Steps beyond +-8192 source pixels per output pixel are clamped, so that
 // S = D * 2048 stays within +-2^24 and 8 * D is finite.
@@ -179,97 +191,110 @@ inline void rowGeometry(const Homography& upLeft, const Homography& left, const 
   *dOut = d;
 }
 
-void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* rect,
-              const int32_t* last, const Homography* inverseTile, int32_t cols, int32_t tx,
-              int32_t ty, const KQWarpChromaPairs* pairs) {
-  if (dsp == nullptr || list == nullptr || rect == nullptr || inverseTile == nullptr) return;
-  const KQImage8& src = list[0];
-  const KQImage8& dst = list[1];
-  if (src.data == nullptr || src.width < 1 || src.height < 1) return;
-  if (dst.data == nullptr || dst.width < 1 || dst.height < 1) return;
-  // Rows are laid out over x0..x1 and blended over y0..y1; only columns up
-  // to lastX and rows up to lastY are written.
-  const int32_t x0 = rect[0] > 0 ? rect[0] : 0;
-  const int32_t y0 = rect[1] > 0 ? rect[1] : 0;
-  const int32_t x1 = rect[2] < dst.width - 1 ? rect[2] : dst.width - 1;
-  const int32_t y1 = rect[3] < dst.height - 1 ? rect[3] : dst.height - 1;
-  if (x1 < x0 || y1 < y0) return;
-  int32_t lastX = x1, lastY = y1;
-  if (last != nullptr) {
-    lastX = last[0] < lastX ? last[0] : lastX;
-    lastY = last[1] < lastY ? last[1] : lastY;
-  }
-  if (lastX < x0 || lastY < y0) return;
-
-  // The tile's own matrix anchors the bottom-right of the rectangle, its
-  // left, upper and upper-left neighbours the left and top edges.
-  const Homography& own = *inverseTile;
-  const Homography& left = tx > 0 ? inverseTile[-1] : own;
-  const Homography& up = ty > 0 ? *(inverseTile - cols) : own;
-  const Homography& upLeft = ty > 0 ? *(&left - cols) : left;
-
-  const float tDen = y1 == y0 ? 1.0f : static_cast<float>(y1 - y0);
-  const float fx0 = static_cast<float>(x0), fx1 = static_cast<float>(x1);
-  const int32_t srcW = src.width, srcH = src.height;
-
-  const int32_t count = lastX - x0 + 1;
-  const ptrdiff_t stride = dst.width;
-  // Interleaved chroma: U and V rows are sampled into this tile's two row
-  // buffers and merged into the destination row.
-  const ptrdiff_t pitch = pairs != nullptr ? ptrdiff_t(pairs->pitch) : stride;
-  uint8_t* rowU = nullptr;
-  uint8_t* rowV = nullptr;
-  if (pairs != nullptr) {
-    rowU = pairs->rowBuffers + (size_t(ty) * size_t(cols) + size_t(tx)) * 2 * size_t(dst.width);
-    rowV = rowU + dst.width;
-  }
-  // Luma rows that repeat the sampling of the held row (below) join its
-  // group and are handed to the row kernel together; a chroma row that
-  // repeats the last one computed is a copy of it. The kernels get the
-  // chain's codes and plan. The next row is set up in the other slot and
-  // the two swap when it takes over, so no row record is copied (copying
-  // one just written field by field stalls on store forwarding).
-  KQWarpRow slots[2];
-  KQWarpRow* held = &slots[0];
-  KQWarpRow* next = &slots[1];
-  held->rows = 0;
-  int32_t heldChain = -1;
-  uint8_t* heldDst = nullptr;
-  ChainCache chains(count);
-  // Each row's left end and step are worked out for a batch of rows in a
-  // loop of its own: the rows are independent there, so their divisions and
-  // conversions overlap instead of waiting on the grouping below, which
-  // branches on every row.
-  constexpr int32_t kBatch = 32;
-  float batchX[kBatch], batchY[kBatch], batchD[kBatch];
-  for (int32_t y = y0; y <= lastY; ++y) {
-    const int32_t k = (y - y0) % kBatch;
-    if (k == 0) {
-      const int32_t n = lastY - y + 1 < kBatch ? lastY - y + 1 : kBatch;
-      for (int32_t j = 0; j < n; ++j)
-        rowGeometry(upLeft, left, up, own, y + j, y0, tDen, fx0, fx1, x1 - x0, &batchX[j],
-                    &batchY[j], &batchD[j]);
+// One tile's rows, taken one output row at a time, so that the tiles of a
+// tile row can write the destination row by row across all of them (long
+// runs of stores, which the hardware streams far better than a tile's
+// short ones) as well as tile by tile. A tile's bytes do not depend on the
+// order: its rows read only the source and its own earlier rows.
+class TileRows {
+ public:
+  // srcStride: bytes from one source row to the next (the rows of pairs when
+  // pairs is not null). False when the tile writes nothing.
+  bool start(const KQWarpDsp* dsp, bool luma, const KQImage8* list, ptrdiff_t srcStride,
+             const int32_t* rect, const int32_t* last, const Homography* inverseTile,
+             int32_t cols, int32_t tx, int32_t ty, const KQWarpChromaPairs* pairs) {
+    if (dsp == nullptr || list == nullptr || rect == nullptr || inverseTile == nullptr)
+      return false;
+    const KQImage8& src = list[0];
+    const KQImage8& dst = list[1];
+    if (src.data == nullptr || src.width < 1 || src.height < 1) return false;
+    if (dst.data == nullptr || dst.width < 1 || dst.height < 1) return false;
+    // Rows are laid out over x0..x1 and blended over y0..y1; only columns up
+    // to lastX and rows up to lastY are written.
+    x0_ = rect[0] > 0 ? rect[0] : 0;
+    y0_ = rect[1] > 0 ? rect[1] : 0;
+    const int32_t x1 = rect[2] < dst.width - 1 ? rect[2] : dst.width - 1;
+    const int32_t y1 = rect[3] < dst.height - 1 ? rect[3] : dst.height - 1;
+    if (x1 < x0_ || y1 < y0_) return false;
+    int32_t lastX = x1;
+    lastY_ = y1;
+    if (last != nullptr) {
+      lastX = last[0] < lastX ? last[0] : lastX;
+      lastY_ = last[1] < lastY_ ? last[1] : lastY_;
     }
-    const float lx = batchX[k], ly = batchY[k], d = batchD[k];
+    if (lastX < x0_ || lastY_ < y0_) return false;
 
-    KQWarpRow& row = *next;
-    row.srcWidth = srcW;
-    row.count = count;
+    // The tile's own matrix anchors the bottom-right of the rectangle, its
+    // left, upper and upper-left neighbours the left and top edges.
+    own_ = inverseTile;
+    left_ = tx > 0 ? inverseTile - 1 : own_;
+    up_ = ty > 0 ? inverseTile - cols : own_;
+    upLeft_ = ty > 0 ? left_ - cols : left_;
+    tDen_ = y1 == y0_ ? 1.0f : static_cast<float>(y1 - y0_);
+    fx0_ = static_cast<float>(x0_);
+    fx1_ = static_cast<float>(x1);
+    span_ = x1 - x0_;
+
+    dsp_ = dsp;
+    luma_ = luma;
+    srcW_ = src.width;
+    srcH_ = src.height;
+    count_ = lastX - x0_ + 1;
+    stride_ = dst.width;
+    // Interleaved chroma: rows of pairs in, rows of pairs out.
+    pairs_ = pairs;
+    pitch_ = pairs != nullptr ? pairs->pitch : stride_;
+    rowBytes_ = size_t(count_) * (pairs != nullptr ? 2 : 1);
+    srcData_ = pairs != nullptr ? pairs->src : src.data;
+    srcStride_ = srcStride;
+    dstData_ = pairs != nullptr ? pairs->dst + 2 * ptrdiff_t(x0_) : dst.data + x0_;
+    swap_ = pairs != nullptr && pairs->swap ? 1 : 0;
+    held_ = &slots_[0];
+    next_ = &slots_[1];
+    held_->rows = 0;
+    heldChain_ = -1;
+    heldDst_ = nullptr;
+    chains_.reset(count_);
+    return true;
+  }
+
+  int32_t firstRow() const { return y0_; }
+  int32_t lastRow() const { return lastY_; }
+
+  // Output row y; rows come in order from firstRow() to lastRow().
+  void row(int32_t y) {
+    const int32_t k = (y - y0_) % kBatch;
+    if (k == 0) {
+      const int32_t n = lastY_ - y + 1 < kBatch ? lastY_ - y + 1 : kBatch;
+      for (int32_t j = 0; j < n; ++j)
+        rowGeometry(*upLeft_, *left_, *up_, *own_, y + j, y0_, tDen_, fx0_, fx1_, span_,
+                    &batchX_[j], &batchY_[j], &batchD_[j]);
+    }
+    const float lx = batchX_[k], ly = batchY_[k], d = batchD_[k];
+
+    KQWarpRow& row = *next_;
+    row.srcWidth = srcW_;
+    row.count = count_;
     row.rows = 1;
     row.step = static_cast<int32_t>(d * 2048.0f);
     row.blockStep = d * 8.0f;
     row.codes = nullptr;
     row.plan = nullptr;
     row.planReady = nullptr;
-    uint8_t* out = pairs != nullptr ? pairs->dst + ptrdiff_t(y) * pitch + 2 * ptrdiff_t(x0)
-                                    : dst.data + ptrdiff_t(y) * stride + x0;
-    if (luma) {
+    uint8_t* out = dstData_ + ptrdiff_t(y) * pitch_;
+    // Ask for the destination row kWriteAhead rows down: a store that
+    // misses the cache waits for its line to be read first.
+    if (y + kWriteAhead <= lastY_) {
+      const uint8_t* ahead = out + kWriteAhead * pitch_;
+      for (size_t b = 0; b < rowBytes_; b += kLine) __builtin_prefetch(ahead + b, 1, 3);
+    }
+    if (luma_) {
       // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
-      const float cy = clampRowCoord(ly, srcH);
-      const int32_t iy = rowIndex(cy, srcH);
-      const int32_t iy1 = iy + 1 < srcH ? iy + 1 : srcH - 1;
-      row.src0 = src.data + ptrdiff_t(iy) * srcW;
-      row.src1 = src.data + ptrdiff_t(iy1) * srcW;
+      const float cy = clampRowCoord(ly, srcH_);
+      const int32_t iy = rowIndex(cy, srcH_);
+      const int32_t iy1 = iy + 1 < srcH_ ? iy + 1 : srcH_ - 1;
+      row.src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
+      row.src1 = srcData_ + ptrdiff_t(iy1) * srcStride_;
       const int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
       row.w1[0] = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
       row.x = lx;
@@ -277,8 +302,8 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
       // Nearest sample: half a pixel added to both coordinates, then
       // truncated. The step was taken before, so the half moves the whole
       // row without changing its step.
-      const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH), srcH);
-      row.src0 = src.data + ptrdiff_t(iy) * srcW;
+      const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH_), srcH_);
+      row.src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
       row.src1 = row.src0;
       row.w1[0] = 0;
       row.x = lx + 0.5f;
@@ -286,62 +311,117 @@ void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, const int32_t* re
     // The row repeats the held row's sampling when it reads the same source
     // rows with the same floats (no chain look-up needed), or on the same
     // chain: floats whose blocks all land on the same columns and phases.
-    const bool sameSource = held->rows > 0 && (!luma || held->rows < kKqWarpMaxRows) &&
-                            held->src0 == row.src0 && held->src1 == row.src1;
+    const bool sameSource = held_->rows > 0 && (!luma_ || held_->rows < kKqWarpMaxRows) &&
+                            held_->src0 == row.src0 && held_->src1 == row.src1;
     int32_t rowChain = -1;
-    bool repeats = sameSource && sameSampling(*held, row);
+    bool repeats = sameSource && sameSampling(*held_, row);
     if (!repeats) {
-      rowChain = chains.find(row);
-      repeats = sameSource && rowChain >= 0 && rowChain == heldChain;
+      rowChain = chains_.find(row);
+      repeats = sameSource && rowChain >= 0 && rowChain == heldChain_;
     }
-    if (luma) {
+    if (luma_) {
       if (repeats) {
-        held->w1[held->rows++] = row.w1[0];
-        continue;
+        held_->w1[held_->rows++] = row.w1[0];
+        return;
       }
-      if (held->rows > 0) dsp->bilinearRow(heldDst, stride, held);
-      chains.attach(rowChain, &row);
-      heldDst = out;
+      if (held_->rows > 0) dsp_->bilinearRow(heldDst_, stride_, held_);
+      chains_.attach(rowChain, &row);
+      heldDst_ = out;
     } else {
       if (repeats) {
-        std::memcpy(out, out - pitch, size_t(count) * (pairs != nullptr ? 2 : 1));
-        continue;
+        std::memcpy(out, out - pitch_, rowBytes_);
+        return;
       }
-      chains.attach(rowChain, &row);
-      if (pairs != nullptr) {
-        const uint8_t* uRow = row.src0;
-        dsp->nearestRow(rowU, &row);
-        row.src0 = row.src1 = pairs->srcV + (uRow - src.data);
-        dsp->nearestRow(rowV, &row);
-        row.src0 = row.src1 = uRow;  // later rows compare their source with this one
-        if (pairs->vFirst) {
-          pairs->mergeRow(out, rowV, rowU, count);
-        } else {
-          pairs->mergeRow(out, rowU, rowV, count);
-        }
+      chains_.attach(rowChain, &row);
+      if (pairs_ != nullptr) {
+        dsp_->nearestPairRow(out, &row, swap_);
       } else {
-        dsp->nearestRow(out, &row);
+        dsp_->nearestRow(out, &row);
       }
     }
-    heldChain = rowChain;
-    std::swap(held, next);
+    heldChain_ = rowChain;
+    std::swap(held_, next_);
   }
-  if (luma && held->rows > 0) dsp->bilinearRow(heldDst, stride, held);
+
+  // Writes the rows still held; call once after the last row.
+  void finish() {
+    if (luma_ && held_->rows > 0) dsp_->bilinearRow(heldDst_, stride_, held_);
+    held_->rows = 0;
+  }
+
+ private:
+  // Each row's left end and step are worked out for a batch of rows in a
+  // loop of its own: the rows are independent there, so their divisions and
+  // conversions overlap instead of waiting on the grouping, which branches
+  // on every row.
+  static constexpr int32_t kBatch = 32;
+
+  const KQWarpDsp* dsp_ = nullptr;
+  bool luma_ = false;
+  const Homography* own_ = nullptr;
+  const Homography* left_ = nullptr;
+  const Homography* up_ = nullptr;
+  const Homography* upLeft_ = nullptr;
+  int32_t x0_ = 0, y0_ = 0, lastY_ = -1, span_ = 0, count_ = 0, srcW_ = 0, srcH_ = 0;
+  float tDen_ = 1.0f, fx0_ = 0.0f, fx1_ = 0.0f;
+  ptrdiff_t stride_ = 0, pitch_ = 0, srcStride_ = 0;
+  size_t rowBytes_ = 0;
+  const uint8_t* srcData_ = nullptr;
+  uint8_t* dstData_ = nullptr;
+  const KQWarpChromaPairs* pairs_ = nullptr;
+  int32_t swap_ = 0;
+  // Luma rows that repeat the sampling of the held row join its group and
+  // are handed to the row kernel together; a chroma row that repeats the
+  // last one computed is a copy of it. The kernels get the chain's codes
+  // and plan. The next row is set up in the other slot and the two swap
+  // when it takes over, so no row record is copied (copying one just
+  // written field by field stalls on store forwarding).
+  KQWarpRow slots_[2];
+  KQWarpRow* held_ = nullptr;
+  KQWarpRow* next_ = nullptr;
+  int32_t heldChain_ = -1;
+  uint8_t* heldDst_ = nullptr;
+  ChainCache chains_;
+  float batchX_[kBatch] = {}, batchY_[kBatch] = {}, batchD_[kBatch] = {};
+};
+
+// The source row stride a kernel of the family reads with: the luma
+// kernel's from its KQWarpSourceRows (packed without one), the chroma
+// kernel's from its KQWarpChromaPairs.
+ptrdiff_t sourceStride(bool luma, const KQImage8* planeList, const void* extra) {
+  const ptrdiff_t width = planeList[0].width;
+  if (luma) {
+    const auto* rows = static_cast<const KQWarpSourceRows*>(extra);
+    return rows != nullptr && rows->stride > width ? rows->stride : width;
+  }
+  const auto* pairs = static_cast<const KQWarpChromaPairs*>(extra);
+  return pairs != nullptr ? pairs->srcPitch : width;
+}
+
+void warpTile(const KQWarpDsp* dsp, bool luma, KQImage8* list, void* extra, const int32_t* rect,
+              const int32_t* last, const Homography* inverseTile, int32_t cols, int32_t tx,
+              int32_t ty) {
+  if (list == nullptr) return;
+  TileRows tile;
+  if (!tile.start(dsp, luma, list, sourceStride(luma, list, extra), rect, last, inverseTile, cols,
+                  tx, ty, luma ? nullptr : static_cast<const KQWarpChromaPairs*>(extra)))
+    return;
+  for (int32_t y = tile.firstRow(); y <= tile.lastRow(); ++y) tile.row(y);
+  tile.finish();
 }
 
 }  // namespace
 
-void kqWarpLumaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void*, const int32_t* rect,
+void kqWarpLumaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void* extra, const int32_t* rect,
                       const int32_t* last, const Homography* inverseTile, const Homography*,
                       int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
-  warpTile(dsp, true, planeList, rect, last, inverseTile, cols, tx, ty, nullptr);
+  warpTile(dsp, true, planeList, extra, rect, last, inverseTile, cols, tx, ty);
 }
 
 void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
                         const int32_t* rect, const int32_t* last, const Homography* inverseTile,
                         const Homography*, int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
-  warpTile(dsp, false, planeList, rect, last, inverseTile, cols, tx, ty,
-           static_cast<const KQWarpChromaPairs*>(extra));
+  warpTile(dsp, false, planeList, extra, rect, last, inverseTile, cols, tx, ty);
 }
 
 void kqWarpKernelNoop(const KQWarpDsp*, KQImage8*, void*, const int32_t*, const int32_t*,
@@ -379,4 +459,37 @@ void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t pla
   warpDispatchDsp(kqWarpDspGet(), n, lumaSelect, layoutCode, planeValueAIsZero, planes,
                   secondPlanes, extra, rect, nullptr, inverseTile, forwardTile, cols, rows, tx, ty,
                   planeValueA, planeValueB);
+}
+
+bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect,
+                            int32_t layoutCode, int32_t planeValueAIsZero, KQImage8* planes,
+                            KQImage8* secondPlanes, void* extra, const int32_t* rects,
+                            const int32_t* lasts, const Homography* inverseTile, int32_t cols,
+                            int32_t tx0, int32_t count, int32_t ty) {
+  KQWarpKernelFn* kernel = kqWarpFamilyKernel(n, layoutCode, lumaSelect, planeValueAIsZero);
+  if (kernel != kqWarpLumaKernel && kernel != kqWarpChromaKernel) return false;
+  if (planes == nullptr || count < 1) return false;
+  const bool luma = kernel == kqWarpLumaKernel;
+  const auto* pairs = luma ? nullptr : static_cast<const KQWarpChromaPairs*>(extra);
+  KQImage8* lists[2] = {planes, secondPlanes};
+  std::unique_ptr<TileRows[]> tiles(new TileRows[2 * size_t(count)]);
+  int32_t started = 0, first = 0, last = -1;
+  for (KQImage8* list : lists) {
+    if (list == nullptr) continue;
+    const ptrdiff_t srcStride = sourceStride(luma, list, extra);
+    for (int32_t i = 0; i < count; ++i) {
+      TileRows& t = tiles[size_t(started)];
+      if (!t.start(dsp, luma, list, srcStride, rects + 4 * i, lasts + 2 * i, inverseTile + i, cols,
+                   tx0 + i, ty, pairs))
+        continue;
+      first = started == 0 || t.firstRow() < first ? t.firstRow() : first;
+      last = started == 0 || t.lastRow() > last ? t.lastRow() : last;
+      ++started;
+    }
+  }
+  for (int32_t y = first; y <= last; ++y)
+    for (int32_t i = 0; i < started; ++i)
+      if (y >= tiles[size_t(i)].firstRow() && y <= tiles[size_t(i)].lastRow()) tiles[size_t(i)].row(y);
+  for (int32_t i = 0; i < started; ++i) tiles[size_t(i)].finish();
+  return true;
 }

@@ -29,28 +29,34 @@ constexpr int32_t kKqWarpMaxImages = 50;
 // source planes is read (sample positions are clamped to the plane). Missing
 // planes (null data, sizes below 1) write nothing. forwardTile, rows and
 // planeValue are carried for the family's other members and do not affect
-// these kernels; extra is null, or for the chroma kernel a
-// KQWarpChromaPairs (below).
+// these kernels; extra is null, for the luma kernel a KQWarpSourceRows and
+// for the chroma kernel a KQWarpChromaPairs (below).
 using KQWarpKernelFn = void(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
                             const int32_t* rect, const int32_t* last, const Homography* inverseTile,
                             const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
                             int32_t ty, int32_t planeValue);
 
-// Interleaved output of the nearest-sample chroma kernel. When the chroma
-// kernel gets one of these as `extra`, planeList[0] is the U source, `srcV`
-// the V source (same size), and planeList[1] gives only the destination's
-// size in pairs: each destination pixel (x, y) becomes the two bytes at
-// dst + y * pitch + 2 * x, V then U when vFirst, U then V otherwise. The
-// bytes are those of warping U and V into planes of their own and merging
-// their rows. rowBuffers holds 2 * planeList[1].width bytes for every tile
-// of the grid, in tile index order (one tile runs on one thread at a time).
+// A source plane read where it lies: when the luma kernel gets one of these
+// as `extra`, the rows of planeList[0] are `stride` bytes apart (at least
+// its width) instead of packed, so the warp reads a region of a caller's
+// plane without a packed copy of it.
+struct KQWarpSourceRows {
+  ptrdiff_t stride;
+};
+
+// Interleaved chroma in and out. When the chroma kernel gets one of these as
+// `extra`, planeList[0] gives the source's size in pairs and planeList[1]
+// the destination's: source pixel (x, y) is the two bytes at src + y *
+// srcPitch + 2 * x, destination pixel (x, y) the two at dst + y * pitch +
+// 2 * x, written in the source's order, or exchanged when swap is set. The
+// bytes are those of splitting the source into planes of single bytes,
+// warping each plane and merging the rows in the destination's order.
 struct KQWarpChromaPairs {
-  const uint8_t* srcV;
+  const uint8_t* src;
+  ptrdiff_t srcPitch;
   uint8_t* dst;
-  size_t pitch;
-  bool vFirst;
-  void (*mergeRow)(uint8_t* dst, const uint8_t* even, const uint8_t* odd, int32_t pairs);
-  uint8_t* rowBuffers;
+  ptrdiff_t pitch;
+  bool swap;
 };
 
 // The kernel that (n, layoutCode, lumaSelect, planeValueAIsZero) selects, or
@@ -80,3 +86,16 @@ void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_
                      const Homography* inverseTile,
                      const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
                      int32_t ty, int32_t planeValueA, int32_t planeValueB);
+
+// Tiles tx0 .. tx0 + count - 1 of tile row ty (rects and lasts: 4 and 2
+// values per tile, inverseTile the grid entry of tile (tx0, ty)) with the
+// kernel warpDispatchDsp selects, writing one destination row of every tile
+// in turn: the same bytes, in long runs of stores across the tiles instead
+// of a tile's short ones. False, having done nothing, when that kernel is
+// not one of the two real ones or planes is null; the caller then runs the
+// tiles one by one.
+bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect,
+                            int32_t layoutCode, int32_t planeValueAIsZero, KQImage8* planes,
+                            KQImage8* secondPlanes, void* extra, const int32_t* rects,
+                            const int32_t* lasts, const Homography* inverseTile, int32_t cols,
+                            int32_t tx0, int32_t count, int32_t ty);

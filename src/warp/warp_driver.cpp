@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <vector>
 
 #include "runtime/pool.h"
 #include "warp/warp_dispatch.h"
@@ -182,17 +183,29 @@ void kqWarpTileTask(void* context) {
   if (job->imageCount < 1 || job->imageCount > kKqWarpMaxImages) return;
   if (job->planes == nullptr || job->forwardGrid == nullptr || job->inverseGrid == nullptr) return;
   const KQWarpDsp* dsp = job->dsp != nullptr ? job->dsp : kqWarpDspGet();
-  for (int32_t ty = 0; ty < rows; ++ty)
-    for (int32_t tx = 0; tx < cols; ++tx) {
-      const int32_t t = ty * cols + tx;
-      if (t < job->firstTile || t > job->lastTile) continue;
-      int32_t rect[4], last[2];
-      kqWarpTileRect(job, job->tileTotal, tx, ty, rect, last);
+  // The slice's tiles of each tile row are warped together, a destination
+  // row of each in turn (whole rows of stores, not a tile's short runs).
+  std::vector<int32_t> rects(size_t(cols) * 4), lasts(size_t(cols) * 2);
+  for (int32_t ty = 0; ty < rows; ++ty) {
+    const int64_t rowFirst = int64_t(ty) * cols;
+    const int64_t from = job->firstTile > rowFirst ? job->firstTile : rowFirst;
+    const int64_t to = job->lastTile < rowFirst + cols - 1 ? job->lastTile : rowFirst + cols - 1;
+    if (from > to) continue;
+    const int32_t tx0 = int32_t(from - rowFirst), count = int32_t(to - from + 1);
+    for (int32_t i = 0; i < count; ++i)
+      kqWarpTileRect(job, job->tileTotal, tx0 + i, ty, &rects[size_t(i) * 4], &lasts[size_t(i) * 2]);
+    const Homography* inverseTile = &job->inverseGrid[from];
+    if (warpDispatchTileRowDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
+                               job->planeValueAIsZero, job->planes, job->secondPlanes, job->extra,
+                               rects.data(), lasts.data(), inverseTile, cols, tx0, count, ty))
+      continue;
+    for (int32_t i = 0; i < count; ++i)
       warpDispatchDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
-                      job->planeValueAIsZero, job->planes, job->secondPlanes, job->extra, rect,
-                      last, &job->inverseGrid[t], &job->forwardGrid[t], cols, rows, tx, ty,
-                      job->planeValueA, job->planeValueB);
-    }
+                      job->planeValueAIsZero, job->planes, job->secondPlanes, job->extra,
+                      &rects[size_t(i) * 4], &lasts[size_t(i) * 2], &inverseTile[i],
+                      &job->forwardGrid[from + i], cols, rows, tx0 + i, ty, job->planeValueA,
+                      job->planeValueB);
+  }
 }
 
 void warpAllDsp(const KQWarpDsp* dsp, KQImage8* planes, KQImage8* secondPlanes, void* extra,

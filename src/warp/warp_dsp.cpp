@@ -6,22 +6,29 @@
 void kqWarpDspInit(KQWarpDsp* dsp, uint32_t cpuFlags) {
   dsp->bilinearRow = kqWarpBilinearRow_c;
   dsp->nearestRow = kqWarpNearestRow_c;
+  dsp->nearestPairRow = kqWarpNearestPairRow_c;
 #if KQ_HAVE_NEON
   if (cpuFlags & KQ_CPU_NEON) {
     dsp->bilinearRow = kqWarpBilinearRow_neon;
     dsp->nearestRow = kqWarpNearestRow_neon;
+    dsp->nearestPairRow = kqWarpNearestPairRow_neon;
   }
 #endif
 #if KQ_HAVE_SSE41
   if (cpuFlags & KQ_CPU_SSE41) {
     dsp->bilinearRow = kqWarpBilinearRow_sse41;
     dsp->nearestRow = kqWarpNearestRow_sse41;
+    dsp->nearestPairRow = kqWarpNearestPairRow_sse41;
   }
 #endif
 #if KQ_HAVE_AVX2
-  // Chroma rows repeat four times out of five in an enlargement and are
-  // copied, so only the bilinear row has a 256-bit form.
-  if (cpuFlags & KQ_CPU_AVX2) dsp->bilinearRow = kqWarpBilinearRow_avx2;
+  // The 8-bit chroma rows repeat four times out of five in an enlargement
+  // and are copied, so they have no 256-bit form; the pairs row writes the
+  // caller's plane and takes two blocks per step.
+  if (cpuFlags & KQ_CPU_AVX2) {
+    dsp->bilinearRow = kqWarpBilinearRow_avx2;
+    dsp->nearestPairRow = kqWarpNearestPairRow_avx2;
+  }
 #endif
 #if KQ_HAVE_AVX512
   if (cpuFlags & KQ_CPU_AVX512) {

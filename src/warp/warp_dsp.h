@@ -112,14 +112,24 @@ inline size_t kqWarpPlanBytes(int32_t count) {
 using KQWarpBilinearRowFn = void(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row);
 using KQWarpNearestRowFn = void(uint8_t* dst, const KQWarpRow* row);
 
+// Nearest sample of interleaved chroma: src0 is a row of two-byte pairs
+// (srcWidth pairs, pair i at bytes 2i and 2i + 1) and pixel k of the row
+// takes the whole pair of column clamp(x(l)), writing it at dst + 2k, its
+// two bytes exchanged when swap is 1 (2 * count bytes, no more). The bytes
+// are those of the nearest-sample row run on each byte of the pairs alone.
+using KQWarpNearestPairRowFn = void(uint8_t* dst, const KQWarpRow* row, int32_t swap);
+
 KQWarpBilinearRowFn kqWarpBilinearRow_c, kqWarpBilinearRow_neon, kqWarpBilinearRow_sse41,
     kqWarpBilinearRow_avx2, kqWarpBilinearRow_avx512;
 KQWarpNearestRowFn kqWarpNearestRow_c, kqWarpNearestRow_neon, kqWarpNearestRow_sse41,
     kqWarpNearestRow_avx512;
+KQWarpNearestPairRowFn kqWarpNearestPairRow_c, kqWarpNearestPairRow_neon,
+    kqWarpNearestPairRow_sse41, kqWarpNearestPairRow_avx2;
 
 struct KQWarpDsp {
   KQWarpBilinearRowFn* bilinearRow;
   KQWarpNearestRowFn* nearestRow;
+  KQWarpNearestPairRowFn* nearestPairRow;
 };
 
 // Fills `dsp` for the instruction sets in cpuFlags (C first, then rising).
@@ -229,6 +239,33 @@ static inline void nearestLanes(uint8_t* dst, const KQWarpRow* row, int32_t base
     const int32_t q = phase + asr(l * row->step, 6);
     dst[l] = normalise(row->src0[clampCol(base + asr(q, 5), row->srcWidth)]);
   }
+}
+
+// Lanes [from, to) of one block of interleaved pairs: pair lane l takes
+// bytes (2c + a, 2c + 1 - a) of column c = clamp(x(l)), a being swap.
+static inline void nearestPairLanes(uint8_t* dst, const KQWarpRow* row, int32_t base, int32_t phase,
+                                    int32_t from, int32_t to, int32_t swap) {
+  const int32_t a = swap != 0 ? 1 : 0;
+  for (int32_t l = from; l < to; ++l) {
+    const int32_t q = phase + asr(l * row->step, 6);
+    const uint8_t* pair = row->src0 + 2 * clampCol(base + asr(q, 5), row->srcWidth);
+    dst[2 * l] = normalise(pair[a]);
+    dst[2 * l + 1] = normalise(pair[1 - a]);
+  }
+}
+
+// Pairs base .. base + span of a vector block: the row itself (bytes from
+// 2 * base) when they lie inside it, else a copy in buf (at least
+// 2 * (span + 1) bytes) in which pair i is pair clampCol(base + i).
+static inline const uint8_t* pairWindow(const uint8_t* src, int32_t base, int32_t span,
+                                        int32_t width, uint8_t* buf) {
+  if (base >= 0 && base + span <= width - 1) return src + 2 * ptrdiff_t(base);
+  for (int32_t i = 0; i <= span; ++i) {
+    const int32_t c = clampCol(base + i, width);
+    buf[2 * i] = src[2 * c];
+    buf[2 * i + 1] = src[2 * c + 1];
+  }
+  return buf;
 }
 
 // True when a block can use the 8-byte windows: the step is in the vector

@@ -13,7 +13,6 @@
 #include <arm_neon.h>
 #endif
 
-#include "image/planes_dsp.h"
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
 #include "warp/homography.h"
@@ -23,15 +22,21 @@
 
 namespace {
 
-// The table slot whose implementations a luma (bilinear) or chroma
-// (nearest) check compares; tile and whole-warp checks take the rest of the
-// level's table with it.
+// The row kernels: the chroma planes' nearest sample, the luma's bilinear
+// and the nearest sample of interleaved chroma pairs.
+enum RowKind : int { kNearest = 0, kBilinear = 1, kPairs = 2 };
+const char* const kRowKindName[] = {"nearest", "bilinear", "pairs"};
+
+// The table slot whose implementations a check of that kind compares; tile
+// and whole-warp checks take the rest of the level's table with it.
 template <typename Body>
-void forEachImpl(bool luma, Body body) {
-  if (luma)
+void forEachImpl(int kind, Body body) {
+  if (kind == kBilinear)
     kqForEachImpl(kqWarpDspInit, &KQWarpDsp::bilinearRow, body);
-  else
+  else if (kind == kNearest)
     kqForEachImpl(kqWarpDspInit, &KQWarpDsp::nearestRow, body);
+  else
+    kqForEachImpl(kqWarpDspInit, &KQWarpDsp::nearestPairRow, body);
 }
 
 // A step for a row: mostly upscales (the vector range), sometimes downscales,
@@ -75,39 +80,44 @@ struct Warp {
     Homography fs, is;
     kqCreateScalingHomographies(fwd, inv, &fs, &is, sw, sh, dw, dh, &lx, &ly);
   }
-  void run(const KQWarpDsp& dsp, bool luma, uint8_t* src, uint8_t* dst) const {
+  // rows: null for a packed luma source, or its row stride.
+  void run(const KQWarpDsp& dsp, bool luma, uint8_t* src, uint8_t* dst,
+           KQWarpSourceRows* rows = nullptr) const {
     KQImage8 planes[2] = {{sw, sh, src}, {dw, dh, dst}};
-    warpAllDsp(&dsp, planes, nullptr, nullptr, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1,
+    warpAllDsp(&dsp, planes, nullptr, rows, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1,
                luma, 4, 4);
   }
-  // The chroma warp writing U and V straight into interleaved pairs,
-  // `pitch` bytes per destination row, V first when vFirst.
-  void runPairs(const KQWarpDsp& dsp, uint8_t* srcU, uint8_t* srcV, uint8_t* dst, size_t pitch,
-                bool vFirst) const {
-    std::vector<uint8_t> rows(size_t(2 * dw) * kKqGridTiles);
-    KQWarpChromaPairs pairs{srcV, dst, pitch, vFirst, kqPlanesDspGet()->mergeUVRow, rows.data()};
-    KQImage8 planes[2] = {{sw, sh, srcU}, {dw, dh, dst}};
+  // The chroma warp of interleaved pairs (srcPitch bytes per source row)
+  // into interleaved pairs (pitch bytes per destination row), each pair's
+  // bytes exchanged when swap.
+  void runPairs(const KQWarpDsp& dsp, uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst,
+                ptrdiff_t pitch, bool swap) const {
+    KQWarpChromaPairs pairs{src, srcPitch, dst, pitch, swap};
+    KQImage8 planes[2] = {{sw, sh, src}, {dw, dh, dst}};
     warpAllDsp(&dsp, planes, nullptr, &pairs, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, 1, 0, 4, 4);
   }
 };
 
-void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, bool nearest);
+void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, int kind);
 
 TEST(CheckWarp, RowKernels) {
-  for (int luma = 0; luma < 2; ++luma)
-    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+  for (int kind : {kNearest, kBilinear, kPairs})
+    forEachImpl(kind, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+      const bool luma = kind == kBilinear;
+      // Bytes per source and output pixel.
+      const int32_t bpp = kind == kPairs ? 2 : 1;
       for (KqFill fill : kKqAllFills) {
-        KqRng rng(kqTestSeed() ^ (uint64_t(level) << 40) ^ (uint64_t(luma) << 32) ^ uint64_t(fill));
+        KqRng rng(kqTestSeed() ^ (uint64_t(level) << 40) ^ (uint64_t(kind) << 32) ^ uint64_t(fill));
         for (int iter = 0; iter < 60; ++iter) {
           const int32_t w = iter < 24 ? iter + 1 : rng.range(1, 300);
           // Two source rows, the second ending right at a guard page.
-          KqGuardedBuffer src(size_t(w) * 2);
-          kqFillPlane(src.data(), w, 2, w, fill, rng);
+          KqGuardedBuffer src(size_t(w) * 2 * bpp);
+          kqFillPlane(src.data(), w * bpp, 2, w * bpp, fill, rng);
           const int32_t count = iter % 3 == 0 ? rng.range(1, 20) : rng.range(1, 700);
           const float d = randomStep(rng);
           KQWarpRow row;
-          row.src0 = src.data() + (iter & 1) * w;
-          row.src1 = src.data() + w;
+          row.src0 = src.data() + (iter & 1) * w * bpp;
+          row.src1 = src.data() + w * bpp;
           row.srcWidth = w;
           row.count = count;
           // Bilinear calls cover 1..8 output rows, each with its own weight.
@@ -116,21 +126,39 @@ TEST(CheckWarp, RowKernels) {
           row.step = int32_t(d * 2048.0f);
           row.blockStep = d * 8.0f;
           row.x = randomStart(rng, w);
-          KqFramedPlane want(count, row.rows), got(count, row.rows);
-          if (luma) {
+          const int32_t swap = iter % 4 == 1 ? 1 : 0;
+          KqFramedPlane want(count * bpp, row.rows), got(count * bpp, row.rows);
+          if (kind == kBilinear) {
             ref.bilinearRow(want.data(), want.stride(), &row);
             dsp.bilinearRow(got.data(), got.stride(), &row);
-          } else {
+          } else if (kind == kNearest) {
             ref.nearestRow(want.data(), &row);
             dsp.nearestRow(got.data(), &row);
+          } else {
+            ref.nearestPairRow(want.data(), &row, swap);
+            dsp.nearestPairRow(got.data(), &row, swap);
+            // Pairs are what the byte kernel gives each byte of the pairs
+            // alone, side by side in the order asked for.
+            std::vector<uint8_t> plane[2], sampled[2];
+            for (int b = 0; b < 2; ++b) {
+              for (int32_t i = 0; i < w; ++i) plane[b].push_back(row.src0[2 * i + b]);
+              sampled[b].assign(size_t(count), 0);
+              KQWarpRow single = row;
+              single.src0 = single.src1 = plane[b].data();
+              ref.nearestRow(sampled[b].data(), &single);
+            }
+            for (int32_t k = 0; k < count; ++k)
+              for (int b = 0; b < 2; ++b)
+                ASSERT_EQ(want.data()[2 * k + b], sampled[b ^ swap][size_t(k)])
+                    << "scalar pairs, pixel " << k << " byte " << b << " swap " << swap;
           }
           ASSERT_TRUE(kqFramedEqual(want, got))
-              << (luma ? "bilinear" : "nearest") << " fill " << kqFillName(fill) << " width " << w
-              << " count " << count << " rows " << row.rows << " x " << row.x << " step "
-              << row.step;
+              << kRowKindName[kind] << " fill " << kqFillName(fill) << " width " << w << " count "
+              << count << " rows " << row.rows << " x " << row.x << " step " << row.step
+              << " swap " << swap;
         }
       }
-      benchRow(ref, dsp, level, !luma);
+      benchRow(ref, dsp, level, kind);
     });
 }
 
@@ -227,9 +255,10 @@ TEST(CheckWarp, TileKernels) {
 }
 
 // Whole warps with the pipeline's arguments, every distinct implementation
-// against the scalar table; sources end at a guard page. The chroma warp
-// also writes interleaved pairs directly, as the pipeline does when no
-// filter follows it.
+// against the scalar table; sources end at a guard page. The chroma warp of
+// interleaved pairs, which the pipeline runs from the caller's plane into
+// the caller's plane when no filter follows, must give the scalar warps of
+// the two byte planes side by side.
 TEST(CheckWarp, WholeWarp) {
   struct Size {
     int32_t sw, sh, dw, dh;
@@ -241,13 +270,12 @@ TEST(CheckWarp, WholeWarp) {
                         {8, 8, 24, 24},      {100, 40, 130, 90},  {16, 12, 16, 12},
                         {160, 90, 320, 180}, {130, 74, 260, 148}, {121, 67, 242, 134},
                         {203, 115, 406, 230}};
-  for (int luma = 0; luma < 2; ++luma)
-    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+  for (int kind : {kNearest, kBilinear, kPairs})
+    forEachImpl(kind, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+      const bool luma = kind == kBilinear;
       for (const Size& s : sizes)
         for (int nonUniform = 0; nonUniform < 3; ++nonUniform) {
           KqRng rng(kqTestSeed() ^ uint64_t(s.sw * 131 + s.dw) ^ (uint64_t(nonUniform) << 50));
-          KqGuardedBuffer src(size_t(s.sw) * s.sh);
-          kqFillPlane(src.data(), s.sw, s.sh, s.sw, KqFill::kSmooth, rng);
           Warp warp(s.sw, s.sh, s.dw, s.dh);
           if (nonUniform == 1) {
             for (Homography& h : warp.inv) {
@@ -258,37 +286,57 @@ TEST(CheckWarp, WholeWarp) {
           } else if (nonUniform == 2) {
             for (Homography& h : warp.inv) h.h[1] = rng.uniform(-0.05f, 0.05f);
           }
-          std::vector<uint8_t> a(size_t(s.dw) * s.dh, 0x11), b(a);
-          warp.run(ref, luma, src.data(), a.data());
-          warp.run(dsp, luma, src.data(), b.data());
-          ASSERT_TRUE(kqPlanesEqual(a.data(), s.dw, b.data(), s.dw, s.dw, s.dh))
-              << (luma ? "luma" : "chroma") << " warp " << s.sw << "x" << s.sh << " -> " << s.dw
-              << "x" << s.dh
-              << (nonUniform == 1   ? " non-uniform"
-                  : nonUniform == 2 ? " sheared"
-                                    : "");
-          if (luma) continue;
-          // The same warp of U (the source above) and V into the caller's
-          // interleaved plane, row padding left alone: the pairs are the two
-          // planes' bytes side by side.
-          std::vector<uint8_t> srcV(size_t(s.sw) * s.sh), v(a.size());
-          kqFillPlane(srcV.data(), s.sw, s.sh, s.sw, KqFill::kUniform, rng);
-          warp.run(ref, false, srcV.data(), v.data());
-          const bool vFirst = nonUniform != 1;
-          const size_t pitch = size_t(2 * s.dw + 2 * nonUniform);
-          std::vector<uint8_t> want(pitch * s.dh, 0x5A), got(want);
+          const char* shape = nonUniform == 1 ? " non-uniform" : nonUniform == 2 ? " sheared" : "";
+          const size_t dstBytes = size_t(s.dw) * s.dh;
+          if (kind != kPairs) {
+            KqGuardedBuffer src(size_t(s.sw) * s.sh);
+            kqFillPlane(src.data(), s.sw, s.sh, s.sw, KqFill::kSmooth, rng);
+            std::vector<uint8_t> a(dstBytes, 0x11), b(a);
+            warp.run(ref, luma, src.data(), a.data());
+            warp.run(dsp, luma, src.data(), b.data());
+            ASSERT_TRUE(kqPlanesEqual(a.data(), s.dw, b.data(), s.dw, s.dw, s.dh))
+                << kRowKindName[kind] << " warp " << s.sw << "x" << s.sh << " -> " << s.dw << "x"
+                << s.dh << shape;
+            if (!luma) continue;
+            // Luma read where it lies, rows apart by more than the width.
+            KQWarpSourceRows rows{s.sw + 5 + nonUniform * 13};
+            KqGuardedBuffer wide(size_t(rows.stride) * (s.sh - 1) + size_t(s.sw));
+            for (int32_t y = 0; y < s.sh; ++y)
+              std::memcpy(wide.data() + y * rows.stride, src.data() + y * s.sw, size_t(s.sw));
+            std::fill(b.begin(), b.end(), 0x11);
+            warp.run(dsp, true, wide.data(), b.data(), &rows);
+            ASSERT_TRUE(kqPlanesEqual(a.data(), s.dw, b.data(), s.dw, s.dw, s.dh))
+                << "luma warp from rows " << rows.stride << " apart, " << s.sw << "x" << s.sh
+                << " -> " << s.dw << "x" << s.dh << shape;
+            continue;
+          }
+          // Pairs with row padding on both sides (left alone in the
+          // destination), the source's last pair at a guard page.
+          const bool swap = nonUniform != 1;
+          const ptrdiff_t srcPitch = 2 * s.sw + 3 * nonUniform;
+          const ptrdiff_t pitch = 2 * s.dw + 2 * nonUniform;
+          KqGuardedBuffer src(size_t(srcPitch) * (s.sh - 1) + 2 * size_t(s.sw));
+          kqFillPlane(src.data(), 2 * s.sw, s.sh, int(srcPitch), KqFill::kSmooth, rng);
+          std::vector<uint8_t> plane[2], warped[2];
+          for (int b = 0; b < 2; ++b) {
+            for (int32_t y = 0; y < s.sh; ++y)
+              for (int32_t x = 0; x < s.sw; ++x) plane[b].push_back(src.data()[y * srcPitch + 2 * x + b]);
+            warped[b].assign(dstBytes, 0);
+            warp.run(ref, false, plane[b].data(), warped[b].data());
+          }
+          std::vector<uint8_t> want(size_t(pitch) * s.dh, 0x5A), got(want);
           for (int32_t y = 0; y < s.dh; ++y)
-            for (int32_t x = 0; x < s.dw; ++x) {
-              want[y * pitch + 2 * x + (vFirst ? 1 : 0)] = a[size_t(y) * s.dw + x];
-              want[y * pitch + 2 * x + (vFirst ? 0 : 1)] = v[size_t(y) * s.dw + x];
-            }
-          warp.runPairs(dsp, src.data(), srcV.data(), got.data(), pitch, vFirst);
+            for (int32_t x = 0; x < s.dw; ++x)
+              for (int b = 0; b < 2; ++b)
+                want[size_t(y * pitch + 2 * x + b)] = warped[b ^ int(swap)][size_t(y) * s.dw + x];
+          warp.runPairs(dsp, src.data(), srcPitch, got.data(), pitch, swap);
           ASSERT_TRUE(
               kqPlanesEqual(want.data(), int(pitch), got.data(), int(pitch), int(pitch), s.dh))
-              << "chroma pairs " << s.sw << "x" << s.sh << " -> " << s.dw << "x" << s.dh
-              << (vFirst ? " V first" : " U first") << " pitch " << pitch;
+              << "chroma pairs " << s.sw << "x" << s.sh << " -> " << s.dw << "x" << s.dh << shape
+              << (swap ? " swapped" : "") << " pitch " << srcPitch << " -> " << pitch;
         }
       // A 4x enlargement of a 512x384 plane.
+      if (kind == kPairs) return;
       KqRng rng(kqTestSeed());
       std::vector<uint8_t> src(512 * 384), out(2048 * 1536);
       kqFillPlane(src.data(), 512, 384, 512, KqFill::kSmooth, rng);
@@ -378,12 +426,14 @@ std::vector<int32_t> blockCodes(const KQWarpRow& row) {
 // Times a row of a 4x enlargement of a 1024-pixel source, 4096 outputs (8
 // of them for bilinear rows), handed over with its block codes and plan as
 // the tile code does.
-void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, bool nearest) {
-  const char* kernel = nearest ? "warp.nearestRow" : "warp.bilinearRow";
+void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, int kind) {
+  const char* const names[] = {"warp.nearestRow", "warp.bilinearRow", "warp.nearestPairRow"};
+  const char* kernel = names[kind];
   if (!kqBenchWanted(kernel)) return;
+  const bool nearest = kind != kBilinear;
   KqRng rng(kqTestSeed());
-  std::vector<uint8_t> src(2 * 1024), out(4096 * kKqWarpMaxRows);
-  kqFillPlane(src.data(), 1024, 2, 1024, KqFill::kSmooth, rng);
+  std::vector<uint8_t> src(2 * 2048), out(2 * 4096 * kKqWarpMaxRows);
+  kqFillPlane(src.data(), 2048, 2, 2048, KqFill::kSmooth, rng);
   KQWarpRow row;
   row.src0 = src.data();
   row.src1 = src.data() + 1024;
@@ -402,8 +452,10 @@ void benchRow(const KQWarpDsp& ref, const KQWarpDsp& dsp, uint32_t level, bool n
   planned.plan = plan.data();
   planned.planReady = &ready;
   auto run = [&](const KQWarpDsp& d, const KQWarpRow* r) {
-    return [&d, r, &out, nearest] {
-      if (nearest)
+    return [&d, r, &out, kind] {
+      if (kind == kPairs)
+        d.nearestPairRow(out.data(), r, 0);
+      else if (kind == kNearest)
         d.nearestRow(out.data(), r);
       else
         d.bilinearRow(out.data(), 4096, r);

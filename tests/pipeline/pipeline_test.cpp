@@ -52,7 +52,10 @@ TEST_F(Pipeline, WholeImageCallEqualsRegionCallWithMinusOne) {
 
 TEST_F(Pipeline, FormatNineIsUVAndEveryOtherCodeIsVU) {
   const KqYuv src = KqYuv::camera(40, 32, 5);
-  const Settings s{0, 2, 0.0f};
+  // With the chroma filter (U and V planes in between) and without (pairs
+  // from the input's plane straight into the output's).
+  for (const Settings s : {Settings{0, 2, 0.0f}, Settings{0, 0, 0.0f}}) {
+  SCOPED_TRACE(s.cnr);
   const std::vector<uint8_t> nv21 = run(src, 80, 64, s, 1, -1, -1, -1, -1, 8, 8);
   for (int code : {0, 12, 1000})
     EXPECT_EQ(run(src, 80, 64, s, 1, -1, -1, -1, -1, code, code), nv21);
@@ -66,6 +69,30 @@ TEST_F(Pipeline, FormatNineIsUVAndEveryOtherCodeIsVU) {
     mismatches += same[i] != swapped[i + 1] || same[i + 1] != swapped[i];
   EXPECT_EQ(mismatches, 0u);
   EXPECT_NE(same, swapped);
+  }
+}
+
+// An input that lies inside the output's planes (a caller enlarging in one
+// buffer) gives the bytes of the same input held apart: the output is
+// written while the warp still reads, so such an input is worked from a
+// copy.
+TEST_F(Pipeline, InputInsideTheOutputGivesTheBytesOfAnInputApart) {
+  const KqYuv src = KqYuv::camera(48, 36, 11);
+  for (const Settings s : {Settings{0, 0, 0.0f}, Settings{3, 3, 0.6f}})
+    for (bool atEnd : {false, true}) {
+      const std::vector<uint8_t> apart = run(src, 120, 90, s, 2);
+      KqYuv dst(120, 90, 0, 0xC3);  // as run() makes it
+      // The input's luma and chroma rows, packed, at the start or the end of
+      // the output's luma plane.
+      const size_t inBytes = src.bytes().size();
+      uint8_t* at = dst.y() + (atEnd ? size_t(120 * 90) - inBytes : 0);
+      std::memcpy(at, src.bytes().data(), inBytes);
+      KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+      in.yData = at;
+      in.chromaData = at + (src.uv() - src.y());
+      ASSERT_EQ(KQUpScale_ScaleImage(&in, &out, s.nr, s.cnr, s.sharp, 2, 0), 0);
+      EXPECT_EQ(dst.bytes(), apart) << "nr " << s.nr << (atEnd ? ", input at the end" : "");
+    }
 }
 
 TEST_F(Pipeline, OddLeftExchangesTheChromaPlanes) {

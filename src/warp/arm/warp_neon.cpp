@@ -127,3 +127,39 @@ void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
     storeLanes(dst + start, vtbl1_u8(vld1_u8(w), idx), count - start < 8 ? count - start : 8);
   }
 }
+
+// Interleaved pairs: a block's pixels read pairs base .. base + 7, the 16
+// bytes of one window (a clamped copy at the edges); the offsets idx become
+// the byte pairs (2 idx + a, 2 idx + 1 - a), a being swap, which two table
+// look-ups turn into the block's 16 output bytes.
+void kqWarpNearestPairRow_neon(uint8_t* dst, const KQWarpRow* row, int32_t swap) {
+  if (!kqwarp::vectorStep(row->step)) {
+    kqWarpNearestPairRow_c(dst, row, swap);
+    return;
+  }
+  const int32_t count = row->count, width = row->srcWidth;
+  const uint8x8_t off = laneOffsets(row->step);
+  const uint8x8_t first = vdup_n_u8(swap != 0 ? 1 : 0), second = vdup_n_u8(swap != 0 ? 0 : 1);
+  uint8_t edge[16] = {};
+  float p = row->x;
+  for (int32_t start = 0; start < count; start += 8) {
+    int32_t base, phase;
+    kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);
+    const uint8_t* w = kqwarp::pairWindow(row->src0, base, 7, width, edge);
+    const uint8x8_t idx = vshr_n_u8(vadd_u8(vdup_n_u8(static_cast<uint8_t>(phase)), off), 5);
+    const uint8x8_t twice = vshl_n_u8(idx, 1);
+    const uint8x8x2_t sel = vzip_u8(vadd_u8(twice, first), vadd_u8(twice, second));
+    uint8x8x2_t table;
+    table.val[0] = vld1_u8(w);
+    table.val[1] = vld1_u8(w + 8);
+    const uint8x16_t v = vcombine_u8(vtbl2_u8(table, sel.val[0]), vtbl2_u8(table, sel.val[1]));
+    const int32_t lanes = count - start < 8 ? count - start : 8;
+    if (lanes == 8) {
+      vst1q_u8(dst + 2 * start, v);
+    } else {
+      uint8_t tmp[16];
+      vst1q_u8(tmp, v);
+      std::memcpy(dst + 2 * start, tmp, size_t(2 * lanes));
+    }
+  }
+}

@@ -1,6 +1,6 @@
-// warp_avx2.cpp - AVX2 bilinear row kernel of the warp stage: the rows of
-// warp_x86.h over 256-bit registers (planned groups of 32 pixels, blocks of
-// 8 two at a time). pshufb and maddubs work within 128-bit lanes, so each
+// warp_avx2.cpp - AVX2 bilinear and interleaved nearest-sample row kernels
+// of the warp stage: the rows of warp_x86.h over 256-bit registers (planned
+// groups of 32 pixels, blocks of 8 two at a time). pshufb and maddubs work within 128-bit lanes, so each
 // lane holds its own 16 pixels of a group, or its own block.
 #include <immintrin.h>
 
@@ -30,9 +30,14 @@ struct WarpAvx2 : VecAvx2 {
 };
 
 using Bilinear = KqWarpBilinearX86<WarpAvx2, KqWarpPairGroups<WarpAvx2>>;
+using NearestPairs = KqWarpNearestPairsX86<WarpAvx2>;
 
 }  // namespace
 
 void kqWarpBilinearRow_avx2(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
   if (!Bilinear::planned(dst, dstStride, row)) Bilinear::blocks(dst, dstStride, row);
+}
+
+void kqWarpNearestPairRow_avx2(uint8_t* dst, const KQWarpRow* row, int32_t swap) {
+  NearestPairs::row(dst, row, swap);
 }

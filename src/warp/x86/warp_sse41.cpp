@@ -27,6 +27,7 @@ struct WarpSse41 : VecSse41 {
 
 using Bilinear = KqWarpBilinearX86<WarpSse41, KqWarpPairGroups<WarpSse41>>;
 using Nearest = KqWarpNearestX86<WarpSse41, KqWarpSampleGroups<WarpSse41>>;
+using NearestPairs = KqWarpNearestPairsX86<WarpSse41>;
 
 }  // namespace
 
@@ -56,4 +57,8 @@ void kqWarpNearestRow_sse41(uint8_t* dst, const KQWarpRow* row) {
                                        _mm_packus_epi16(idx, idx));
     kqWarpStoreBytes(dst + start, v, count - start < 8 ? count - start : 8);
   }
+}
+
+void kqWarpNearestPairRow_sse41(uint8_t* dst, const KQWarpRow* row, int32_t swap) {
+  NearestPairs::row(dst, row, swap);
 }

@@ -527,3 +527,59 @@ struct KqWarpNearestX86 {
     return true;
   }
 };
+
+// Nearest-sample rows of interleaved pairs, kLanes blocks of 8 pixels per
+// step, block b in 128-bit lane b. A block's pixels read pairs base ..
+// base + 7 (a vector-range step moves lane 7 at most 7 columns on), so one
+// 16-byte window from pair base holds them all (a clamped copy where it
+// leaves the row); the pair offsets idx = (f0 + off[l]) >> 5, as the byte
+// pairs (2 idx, 2 idx + 1), or (2 idx + 1, 2 idx) to exchange them, shuffle
+// the window into the block's 16 output bytes. Other steps go through the
+// scalar kernel. The last step repeats its last block in lanes past the
+// row's end and stores only the row's pairs.
+template <class W>
+struct KqWarpNearestPairsX86 {
+  using R = typename W::R;
+
+  static void row(uint8_t* dst, const KQWarpRow* row, int32_t swap) {
+    if (!kqwarp::vectorStep(row->step)) {
+      kqWarpNearestPairRow_c(dst, row, swap);
+      return;
+    }
+    constexpr int32_t kLanes = W::kStep / 16, kPixels = 8 * kLanes;
+    const int32_t count = row->count, width = row->srcWidth;
+    const __m128i off8 = kqWarpLaneOffsets(row->step);
+    const R off = W::fromLanes([&](int32_t) { return off8; });
+    const R pairIdx = W::set16(0x0202), bias = W::set16(swap != 0 ? 0x0001 : 0x0100);
+    uint8_t edge[kLanes][16] = {};
+    const uint8_t* win[kLanes];
+    int32_t f0[kLanes];
+    float p = row->x;
+    for (int32_t start = 0; start < count; start += kPixels) {
+      for (int32_t b = 0; b < kLanes; ++b) {
+        if (b > 0 && start + 8 * b >= count) {
+          win[b] = win[b - 1];
+          f0[b] = f0[b - 1];
+          continue;
+        }
+        int32_t base;
+        kqwarp::nextOrigin(row, start / 8 + b, &p, &base, &f0[b]);
+        win[b] = kqwarp::pairWindow(row->src0, base, 7, width, edge[b]);
+      }
+      const R q =
+          W::add16(W::fromLanes([&](int32_t b) { return _mm_set1_epi16(int16_t(f0[b])); }), off);
+      const R sel = W::add16(W::mullo16(W::template srli16<5>(q), pairIdx), bias);
+      const R v = W::shuffle8(W::fromLanes([&](int32_t b) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(win[b]));
+      }), sel);
+      const int32_t n = count - start < kPixels ? count - start : kPixels;
+      if (n == kPixels) {
+        W::store(dst + 2 * start, v);
+      } else {
+        alignas(W::kStep) uint8_t tmp[W::kStep];
+        W::storeA(tmp, v);
+        std::memcpy(dst + 2 * start, tmp, size_t(2 * n));
+      }
+    }
+  }
+};
