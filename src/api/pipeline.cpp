@@ -323,8 +323,10 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   const Plan plan = makePlan(workWidth, workHeight, outWidth, outHeight, out->yRowStride,
                              noiseReduction, chromaNoiseReduction, sharpening,
                              !recordsMeet(in, out));
-  KQBlock block = kqWorkspaceAcquire(plan.bytes);
-  if (block.data == nullptr) {
+  // A bare warp of an input apart from the output needs none.
+  KQBlock block{nullptr, 0, -1};
+  if (plan.bytes > 0) block = kqWorkspaceAcquire(plan.bytes);
+  if (plan.bytes > 0 && block.data == nullptr) {
     logInvalid("working memory could not be allocated");
     return 0;
   }
