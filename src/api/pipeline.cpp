@@ -15,7 +15,6 @@
 #include "image/image8.h"
 #include "image/output_assembly.h"
 #include "image/plane_intake.h"
-#include "image/planes_dsp.h"
 #include "runtime/log.h"
 #include "runtime/pool.h"
 #include "runtime/timer.h"

@@ -19,9 +19,10 @@ constexpr int32_t kKqWarpMaxImages = 50;
 // (tx, ty) of a cols-wide grid. inverseTile points into that grid: the
 // kernel also reads the left neighbour (tx > 0), the tile above (ty > 0) and
 // the one above-left, which anchor the left and top edges of the rectangle.
-// Planes are packed (row stride = width). Every row's geometry (its left and
-// right ends at x0 and x1, its step, the vertical blend over y0..y1) comes
-// from the rectangle; writing stops at the destination's last column and row
+// Planes are packed (row stride = width) unless extra says otherwise
+// (below). Every row's geometry (its left and right ends at x0 and x1, its
+// step, the vertical blend over y0..y1) comes from the rectangle; writing
+// stops at the destination's last column and row
 // and, when last is not null, at column last[0] and row last[1], which
 // leaves a shared column or row to the tile that owns it without changing a
 // byte of the others. A negative x0 or y0 starts at 0. An empty result
