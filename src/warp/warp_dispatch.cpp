@@ -162,6 +162,7 @@ class ChainCache {
 // size the requests step by (64 bytes on the x86 and ARM cores we run on;
 // a wrong guess only costs requests).
 constexpr int32_t kWriteAhead = 8;
+constexpr int32_t kReadAhead = 2;
 constexpr ptrdiff_t kLine = 64;
 
 // Steps beyond +-8192 source pixels per output pixel are clamped, so that
@@ -334,6 +335,17 @@ class TileRows {
       }
       chains_.attach(rowChain, &row);
       if (pairs_ != nullptr) {
+        // Later rows read the source rows below this one: ask for the one
+        // kReadAhead rows down over this row's span of pairs.
+        const int32_t ahead = int32_t((row.src0 - srcData_) / srcStride_) + kReadAhead;
+        if (ahead < srcH_) {
+          const float xs = row.x, xe = row.x + float(count_) * d;
+          int32_t c0 = int32_t(xs < xe ? xs : xe), c1 = int32_t(xs < xe ? xe : xs) + 1;
+          c0 = c0 < 0 ? 0 : c0;
+          c1 = c1 > srcW_ - 1 ? srcW_ - 1 : c1;
+          const uint8_t* r = srcData_ + ptrdiff_t(ahead) * srcStride_;
+          for (int32_t c = c0 & ~31; c <= c1; c += 32) __builtin_prefetch(r + 2 * c);
+        }
         dsp_->nearestPairRow(out, &row, swap_);
       } else {
         dsp_->nearestRow(out, &row);

@@ -268,6 +268,48 @@ static inline const uint8_t* pairWindow(const uint8_t* src, int32_t base, int32_
   return buf;
 }
 
+// A planned pairs row's blocks of 8 pixels (see pairPlan): the byte offset
+// of the block's 16-byte window in the source row (pairs base .. base + 7),
+// or -1 where that window leaves the row (the block then reads a clamped
+// copy), and the shuffle bytes that pick each pixel's two bytes out of the
+// window, exchanged when the plan was built for swap.
+struct PairBlock {
+  uint8_t sel[16];
+  int32_t offset;
+  int32_t base;
+  int32_t spare[2];
+};
+
+// The blocks of a row that has codes and a plan, built into the plan on
+// first use and rebuilt when swap changes (planReady holds
+// kPairPlanReady + swap), or null for a row without them or outside the
+// vector step range. The blocks take 32 bytes per 8 pixels of the plan
+// (after aligning its start to 32), which kqWarpPlanBytes leaves room for.
+constexpr int32_t kPairPlanReady = 0x5041;
+static inline const PairBlock* pairPlan(const KQWarpRow* row, int32_t swap) {
+  if (row->codes == nullptr || row->plan == nullptr || row->planReady == nullptr) return nullptr;
+  if (!(row->step >= 0 && row->step <= kKqWarpMaxVectorStep)) return nullptr;
+  const uintptr_t at = (reinterpret_cast<uintptr_t>(row->plan) + 31) & ~uintptr_t{31};
+  PairBlock* blocks = reinterpret_cast<PairBlock*>(at);
+  const int32_t a = swap != 0 ? 1 : 0;
+  if (*row->planReady == kPairPlanReady + a) return blocks;
+  const int32_t n = (row->count + 7) / 8;
+  for (int32_t j = 0; j < n; ++j) {
+    PairBlock& b = blocks[j];
+    const int32_t base = asr(row->codes[j], 5), phase = row->codes[j] & 31;
+    b.base = base;
+    b.offset = base >= 0 && base + 7 <= row->srcWidth - 1 ? 2 * base : -1;
+    for (int32_t l = 0; l < 8; ++l) {
+      const int32_t idx = (phase + ((l * row->step) >> 6)) >> 5;
+      b.sel[2 * l] = static_cast<uint8_t>(2 * idx + a);
+      b.sel[2 * l + 1] = static_cast<uint8_t>(2 * idx + 1 - a);
+    }
+    b.spare[0] = b.spare[1] = 0;
+  }
+  *row->planReady = kPairPlanReady + a;
+  return blocks;
+}
+
 // True when a block can use the 8-byte windows: the step is in the vector
 // range and bytes base .. base + span lie inside the row.
 static inline bool windowFits(int32_t base, int32_t span, int32_t width) {

@@ -565,16 +565,21 @@ void tallySpans(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t
 // the given plan, through `dsp`, as a bilinear row or (nearest) as a
 // nearest-sample row, which keeps a plan of its own as the chroma tiles do:
 // true if the framed outputs agree.
+// swap: for kind kPairs.
 bool plannedMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
                     const std::vector<int32_t>& codes, std::vector<uint8_t>& plan, int32_t* ready,
-                    bool nearest = false) {
+                    int kind = kBilinear, int32_t swap = 0) {
   KQWarpRow planned = a;
   planned.codes = codes.data();
   planned.plan = plan.data();
   planned.planReady = ready;
-  const int32_t rows = nearest ? 1 : a.rows;
-  KqFramedPlane pa(a.count, rows), pb(a.count, rows);
-  if (nearest) {
+  const int32_t rows = kind == kBilinear ? a.rows : 1;
+  const int32_t bytes = kind == kPairs ? 2 * a.count : a.count;
+  KqFramedPlane pa(bytes, rows), pb(bytes, rows);
+  if (kind == kPairs) {
+    ref.nearestPairRow(pa.data(), &a, swap);
+    dsp.nearestPairRow(pb.data(), &planned, swap);
+  } else if (kind == kNearest) {
     ref.nearestRow(pa.data(), &a);
     dsp.nearestRow(pb.data(), &planned);
   } else {
@@ -585,9 +590,10 @@ bool plannedMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow&
 }
 
 TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
-  for (int luma = 0; luma < 2; ++luma)
-    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+  for (int rowKind : {kNearest, kBilinear, kPairs})
+    forEachImpl(rowKind, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
       KqRng rng(kqTestSeed() ^ 0x9A7 ^ (uint64_t(level) << 36));
+      const int32_t bpp = rowKind == kPairs ? 2 : 1;  // bytes per source pixel
       int32_t forms[4] = {}, spans[3] = {};
       for (int iter = 0; iter < 350; ++iter) {
         // Exact halves and quarters; the steps of the pipeline's 2x and 4x
@@ -599,8 +605,8 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
         // windows for the 512-bit kernels, cut short at both row ends).
         const int32_t kind = iter % 7;
         const int32_t w = kind == 6 ? rng.range(60, 400) : rng.range(1, 120), h = rng.range(1, 12);
-        KqGuardedBuffer src(size_t(w) * h);
-        kqFillPlane(src.data(), w, h, w, kKqAllFills[iter % 8], rng);
+        KqGuardedBuffer src(size_t(w) * h * bpp);
+        kqFillPlane(src.data(), w * bpp, h, w * bpp, kKqAllFills[iter % 8], rng);
         KQWarpRow a;
         a.srcWidth = w;
         a.count = kind == 6 ? rng.range(64, 2 * w) : rng.range(1, 300);
@@ -629,15 +635,20 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
           const int32_t move = rng.range(0, 5);  // 0: repeat, 5: skip a row
           y = move == 0 ? y : move == 5 ? y + 2 : y + 1;
           if (y > h - 1) y = rng.range(0, h - 1);
-          a.src0 = src.data() + size_t(y) * w;
-          a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w;
+          a.src0 = src.data() + size_t(y) * w * bpp;
+          a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w * bpp;
           a.rows = rng.range(1, kKqWarpMaxRows);
           for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
-          ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, !luma))
-              << "width " << w << " count " << a.count << " x " << a.x << " step " << d << " call "
-              << call << " source row " << y;
+          // Pairs rows change their byte order now and then on the same plan.
+          const int32_t swap = call / 4 % 2;
+          ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, rowKind, swap))
+              << kRowKindName[rowKind] << " width " << w << " count " << a.count << " x " << a.x
+              << " step " << d << " call " << call << " source row " << y << " swap " << swap;
         }
       }
+      // The cases reach every window form of the byte kernels' groups (the
+      // pairs kernels read one window per block of 8).
+      if (rowKind == kPairs) return;
       for (int32_t form = kqwarp::kPairsShared; form < kqwarp::kPairsNone; ++form)
         EXPECT_GT(forms[form], 20) << "window form " << form;
       EXPECT_GT(spans[0], 20) << "one 64-byte window";
@@ -677,7 +688,7 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
         tallySpans(codes, a, spans);
         std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
         int32_t ready = 0;
-        ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, !luma))
+        ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, luma ? kBilinear : kNearest))
             << "count " << a.count << " x " << a.x << " step " << d;
       }
       EXPECT_GT(forms[kqwarp::kPairsNone], 5);
