@@ -283,6 +283,7 @@ class TileRows {
     row.plan = nullptr;
     row.planReady = nullptr;
     uint8_t* out = dstData_ + ptrdiff_t(y) * pitch_;
+    int32_t sampledRow = 0;  // the nearest sample's source row
     // Ask for the destination row kWriteAhead rows down: a store that
     // misses the cache waits for its line to be read first.
     if (y + kWriteAhead <= lastY_) {
@@ -304,6 +305,7 @@ class TileRows {
       // truncated. The step was taken before, so the half moves the whole
       // row without changing its step.
       const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH_), srcH_);
+      sampledRow = iy;
       row.src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
       row.src1 = row.src0;
       row.w1[0] = 0;
@@ -337,7 +339,7 @@ class TileRows {
       if (pairs_ != nullptr) {
         // Later rows read the source rows below this one: ask for the one
         // kReadAhead rows down over this row's span of pairs.
-        const int32_t ahead = int32_t((row.src0 - srcData_) / srcStride_) + kReadAhead;
+        const int32_t ahead = sampledRow + kReadAhead;
         if (ahead < srcH_) {
           const float xs = row.x, xe = row.x + float(count_) * d;
           int32_t c0 = int32_t(xs < xe ? xs : xe), c1 = int32_t(xs < xe ? xe : xs) + 1;

@@ -273,12 +273,25 @@ static inline const uint8_t* pairWindow(const uint8_t* src, int32_t base, int32_
 // or -1 where that window leaves the row (the block then reads a clamped
 // copy), and the shuffle bytes that pick each pixel's two bytes out of the
 // window, exchanged when the plan was built for swap.
-struct PairBlock {
+struct alignas(16) PairBlock {
   uint8_t sel[16];
   int32_t offset;
   int32_t base;
   int32_t spare[2];
 };
+
+// The block of a pairs row whose origin is (base, phase); a is swap.
+static inline void pairBlockOf(const KQWarpRow* row, int32_t base, int32_t phase, int32_t a,
+                               PairBlock* b) {
+  b->base = base;
+  b->offset = base >= 0 && base + 7 <= row->srcWidth - 1 ? 2 * base : -1;
+  for (int32_t l = 0; l < 8; ++l) {
+    const int32_t idx = (phase + ((l * row->step) >> 6)) >> 5;
+    b->sel[2 * l] = static_cast<uint8_t>(2 * idx + a);
+    b->sel[2 * l + 1] = static_cast<uint8_t>(2 * idx + 1 - a);
+  }
+  b->spare[0] = b->spare[1] = 0;
+}
 
 // The blocks of a row that has codes and a plan, built into the plan on
 // first use and rebuilt when swap changes (planReady holds
@@ -294,18 +307,8 @@ static inline const PairBlock* pairPlan(const KQWarpRow* row, int32_t swap) {
   const int32_t a = swap != 0 ? 1 : 0;
   if (*row->planReady == kPairPlanReady + a) return blocks;
   const int32_t n = (row->count + 7) / 8;
-  for (int32_t j = 0; j < n; ++j) {
-    PairBlock& b = blocks[j];
-    const int32_t base = asr(row->codes[j], 5), phase = row->codes[j] & 31;
-    b.base = base;
-    b.offset = base >= 0 && base + 7 <= row->srcWidth - 1 ? 2 * base : -1;
-    for (int32_t l = 0; l < 8; ++l) {
-      const int32_t idx = (phase + ((l * row->step) >> 6)) >> 5;
-      b.sel[2 * l] = static_cast<uint8_t>(2 * idx + a);
-      b.sel[2 * l + 1] = static_cast<uint8_t>(2 * idx + 1 - a);
-    }
-    b.spare[0] = b.spare[1] = 0;
-  }
+  for (int32_t j = 0; j < n; ++j)
+    pairBlockOf(row, asr(row->codes[j], 5), row->codes[j] & 31, a, &blocks[j]);
   *row->planReady = kPairPlanReady + a;
   return blocks;
 }

@@ -129,57 +129,44 @@ void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
 }
 
 // Interleaved pairs: a block's pixels read pairs base .. base + 7, the 16
-// bytes of one window (a clamped copy at the edges); the offsets idx become
-// the byte pairs (2 idx + a, 2 idx + 1 - a), a being swap, which two table
-// look-ups turn into the block's 16 output bytes. Rows of a walked chain
-// take each block's window offset and shuffle bytes from the plan.
-namespace {
-
-inline void pairBlock(uint8_t* dst, const uint8_t* w, uint8x8x2_t sel, int32_t lanes) {
-  uint8x8x2_t table;
-  table.val[0] = vld1_u8(w);
-  table.val[1] = vld1_u8(w + 8);
-  const uint8x16_t v = vcombine_u8(vtbl2_u8(table, sel.val[0]), vtbl2_u8(table, sel.val[1]));
-  if (lanes == 8) {
-    vst1q_u8(dst, v);
-    return;
-  }
-  uint8_t tmp[16];
-  vst1q_u8(tmp, v);
-  std::memcpy(dst, tmp, size_t(2 * lanes));
-}
-
-}  // namespace
-
+// bytes of one window (a clamped copy at the edges), and two table look-ups
+// with the block's shuffle bytes (kqwarp::PairBlock) turn it into the
+// block's 16 output bytes. Rows of a walked chain take their blocks from
+// the plan; others make each block as they reach it.
 void kqWarpNearestPairRow_neon(uint8_t* dst, const KQWarpRow* row, int32_t swap) {
   if (!kqwarp::vectorStep(row->step)) {
     kqWarpNearestPairRow_c(dst, row, swap);
     return;
   }
   const int32_t count = row->count, width = row->srcWidth;
+  const kqwarp::PairBlock* plan = kqwarp::pairPlan(row, swap);
+  kqwarp::PairBlock own;
   uint8_t edge[16] = {};
-  if (const kqwarp::PairBlock* blocks = kqwarp::pairPlan(row, swap)) {
-    for (int32_t start = 0; start < count; start += 8) {
-      const kqwarp::PairBlock& b = blocks[start / 8];
-      const uint8_t* w = b.offset >= 0 ? row->src0 + b.offset
-                                       : kqwarp::pairWindow(row->src0, b.base, 7, width, edge);
-      uint8x8x2_t sel;
-      sel.val[0] = vld1_u8(b.sel);
-      sel.val[1] = vld1_u8(b.sel + 8);
-      pairBlock(dst + 2 * start, w, sel, count - start < 8 ? count - start : 8);
-    }
-    return;
-  }
-  const uint8x8_t off = laneOffsets(row->step);
-  const uint8x8_t first = vdup_n_u8(swap != 0 ? 1 : 0), second = vdup_n_u8(swap != 0 ? 0 : 1);
   float p = row->x;
   for (int32_t start = 0; start < count; start += 8) {
-    int32_t base, phase;
-    kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);
-    const uint8_t* w = kqwarp::pairWindow(row->src0, base, 7, width, edge);
-    const uint8x8_t idx = vshr_n_u8(vadd_u8(vdup_n_u8(static_cast<uint8_t>(phase)), off), 5);
-    const uint8x8_t twice = vshl_n_u8(idx, 1);
-    pairBlock(dst + 2 * start, w, vzip_u8(vadd_u8(twice, first), vadd_u8(twice, second)),
-              count - start < 8 ? count - start : 8);
+    const kqwarp::PairBlock* b = &own;
+    if (plan != nullptr) {
+      b = &plan[start / 8];
+    } else {
+      int32_t base, phase;
+      kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);
+      kqwarp::pairBlockOf(row, base, phase, swap != 0 ? 1 : 0, &own);
+    }
+    const uint8_t* w = b->offset >= 0 ? row->src0 + b->offset
+                                      : kqwarp::pairWindow(row->src0, b->base, 7, width, edge);
+    uint8x8x2_t table, sel;
+    table.val[0] = vld1_u8(w);
+    table.val[1] = vld1_u8(w + 8);
+    sel.val[0] = vld1_u8(b->sel);
+    sel.val[1] = vld1_u8(b->sel + 8);
+    const uint8x16_t v = vcombine_u8(vtbl2_u8(table, sel.val[0]), vtbl2_u8(table, sel.val[1]));
+    const int32_t lanes = count - start < 8 ? count - start : 8;
+    if (lanes == 8) {
+      vst1q_u8(dst + 2 * start, v);
+    } else {
+      uint8_t tmp[16];
+      vst1q_u8(tmp, v);
+      std::memcpy(dst + 2 * start, tmp, size_t(2 * lanes));
+    }
   }
 }

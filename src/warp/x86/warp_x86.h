@@ -532,13 +532,11 @@ struct KqWarpNearestX86 {
 // step, block b in 128-bit lane b. A block's pixels read pairs base ..
 // base + 7 (a vector-range step moves lane 7 at most 7 columns on), so one
 // 16-byte window from pair base holds them all (a clamped copy where it
-// leaves the row), and the pair offsets idx = (f0 + off[l]) >> 5, as the
-// byte pairs (2 idx, 2 idx + 1), or (2 idx + 1, 2 idx) to exchange them,
-// shuffle the window into the block's 16 output bytes. Rows of a walked
-// chain take each block's window offset and shuffle bytes from the plan
-// (kqwarp::pairPlan); others work them out per block. Other steps go
-// through the scalar kernel. The last step repeats its last block in lanes
-// past the row's end and stores only the row's pairs.
+// leaves the row), and the block's shuffle bytes (kqwarp::PairBlock) pick
+// each pixel's two bytes out of it. Rows of a walked chain take their
+// blocks from the plan; others make each block as they reach it. Other
+// steps go through the scalar kernel. The last step repeats its last block
+// in lanes past the row's end and stores only the row's pairs.
 template <class W>
 struct KqWarpNearestPairsX86 {
   using R = typename W::R;
@@ -550,66 +548,46 @@ struct KqWarpNearestPairsX86 {
       return;
     }
     const int32_t count = row->count, width = row->srcWidth;
+    const kqwarp::PairBlock* plan = kqwarp::pairPlan(row, swap);
+    kqwarp::PairBlock own[kLanes];
     uint8_t edge[kLanes][16] = {};
+    const kqwarp::PairBlock* blk[kLanes];
     const uint8_t* win[kLanes];
-    if (const kqwarp::PairBlock* blocks = kqwarp::pairPlan(row, swap)) {
-      const kqwarp::PairBlock* blk[kLanes];
-      for (int32_t start = 0; start < count; start += kPixels) {
-        for (int32_t b = 0; b < kLanes; ++b) {
-          if (b > 0 && start + 8 * b >= count) {
-            blk[b] = blk[b - 1];
-            win[b] = win[b - 1];
-            continue;
-          }
-          blk[b] = &blocks[start / 8 + b];
-          win[b] = blk[b]->offset >= 0
-                       ? row->src0 + blk[b]->offset
-                       : kqwarp::pairWindow(row->src0, blk[b]->base, 7, width, edge[b]);
-        }
-        const R sel = W::fromLanes([&](int32_t b) {
-          return _mm_load_si128(reinterpret_cast<const __m128i*>(blk[b]->sel));
-        });
-        store(dst + 2 * start, W::shuffle8(windows(win), sel), count - start);
-      }
-      return;
-    }
-    const __m128i off8 = kqWarpLaneOffsets(row->step);
-    const R off = W::fromLanes([&](int32_t) { return off8; });
-    const R pairIdx = W::set16(0x0202), bias = W::set16(swap != 0 ? 0x0001 : 0x0100);
-    int32_t f0[kLanes];
     float p = row->x;
     for (int32_t start = 0; start < count; start += kPixels) {
       for (int32_t b = 0; b < kLanes; ++b) {
         if (b > 0 && start + 8 * b >= count) {
+          blk[b] = blk[b - 1];
           win[b] = win[b - 1];
-          f0[b] = f0[b - 1];
           continue;
         }
-        int32_t base;
-        kqwarp::nextOrigin(row, start / 8 + b, &p, &base, &f0[b]);
-        win[b] = kqwarp::pairWindow(row->src0, base, 7, width, edge[b]);
+        if (plan != nullptr) {
+          blk[b] = &plan[start / 8 + b];
+        } else {
+          int32_t base, phase;
+          kqwarp::nextOrigin(row, start / 8 + b, &p, &base, &phase);
+          kqwarp::pairBlockOf(row, base, phase, swap != 0 ? 1 : 0, &own[b]);
+          blk[b] = &own[b];
+        }
+        win[b] = blk[b]->offset >= 0
+                     ? row->src0 + blk[b]->offset
+                     : kqwarp::pairWindow(row->src0, blk[b]->base, 7, width, edge[b]);
       }
-      const R q =
-          W::add16(W::fromLanes([&](int32_t b) { return _mm_set1_epi16(int16_t(f0[b])); }), off);
-      const R sel = W::add16(W::mullo16(W::template srli16<5>(q), pairIdx), bias);
-      store(dst + 2 * start, W::shuffle8(windows(win), sel), count - start);
+      const R v =
+          W::shuffle8(W::fromLanes([&](int32_t b) {
+                        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(win[b]));
+                      }),
+                      W::fromLanes([&](int32_t b) {
+                        return _mm_load_si128(reinterpret_cast<const __m128i*>(blk[b]->sel));
+                      }));
+      const int32_t left = count - start;
+      if (left >= kPixels) {
+        W::store(dst + 2 * start, v);
+      } else {
+        alignas(W::kStep) uint8_t tmp[W::kStep];
+        W::storeA(tmp, v);
+        std::memcpy(dst + 2 * start, tmp, size_t(2 * left));
+      }
     }
-  }
-
- private:
-  __attribute__((always_inline)) static R windows(const uint8_t* const* win) {
-    return W::fromLanes(
-        [&](int32_t b) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(win[b])); });
-  }
-
-  // The first 2 * min(left, kPixels) bytes of v.
-  __attribute__((always_inline)) static void store(uint8_t* dst, R v, int32_t left) {
-    if (left >= kPixels) {
-      W::store(dst, v);
-      return;
-    }
-    alignas(W::kStep) uint8_t tmp[W::kStep];
-    W::storeA(tmp, v);
-    std::memcpy(dst, tmp, size_t(2 * left));
   }
 };
