@@ -39,6 +39,18 @@ void forEachImpl(int kind, Body body) {
     kqForEachImpl(kqWarpDspInit, &KQWarpDsp::nearestPairRow, body);
 }
 
+// Step d (source pixels per output pixel) in the row's two forms.
+void setStep(KQWarpRow* row, float d) {
+  row->step = int32_t(d * 2048.0f);
+  row->blockStep = d * 8.0f;
+}
+
+// 1..maxRows output rows, each with a random vertical weight.
+void randomRows(KQWarpRow* row, int32_t maxRows, KqRng& rng) {
+  row->rows = rng.range(1, maxRows);
+  for (int32_t r = 0; r < kKqWarpMaxRows; ++r) row->w1[r] = rng.range(0, 15);
+}
+
 // A step for a row: mostly upscales (the vector range), sometimes downscales,
 // mirrors or large jumps, which take the one-pixel path.
 float randomStep(KqRng& rng) {
@@ -84,8 +96,8 @@ struct Warp {
   void run(const KQWarpDsp& dsp, bool luma, uint8_t* src, uint8_t* dst,
            KQWarpSourceRows* rows = nullptr) const {
     KQImage8 planes[2] = {{sw, sh, src}, {dw, dh, dst}};
-    warpAllDsp(&dsp, planes, nullptr, rows, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1,
-               luma, 4, 4);
+    warpAllDsp(&dsp, planes, nullptr, rows, fwd, inv, 0, lx, 0, ly, 1, 0, 0, 1, luma ? 0 : 1, luma,
+               4, 4);
   }
   // The chroma warp of interleaved pairs (srcPitch bytes per source row)
   // into interleaved pairs (pitch bytes per destination row), each pair's
@@ -121,10 +133,8 @@ TEST(CheckWarp, RowKernels) {
           row.srcWidth = w;
           row.count = count;
           // Bilinear calls cover 1..8 output rows, each with its own weight.
-          row.rows = luma ? rng.range(1, kKqWarpMaxRows) : 1;
-          for (int32_t r = 0; r < kKqWarpMaxRows; ++r) row.w1[r] = rng.range(0, 15);
-          row.step = int32_t(d * 2048.0f);
-          row.blockStep = d * 8.0f;
+          randomRows(&row, luma ? kKqWarpMaxRows : 1, rng);
+          setStep(&row, d);
           row.x = randomStart(rng, w);
           const int32_t swap = iter % 4 == 1 ? 1 : 0;
           KqFramedPlane want(count * bpp, row.rows), got(count * bpp, row.rows);
@@ -154,8 +164,8 @@ TEST(CheckWarp, RowKernels) {
           }
           ASSERT_TRUE(kqFramedEqual(want, got))
               << kRowKindName[kind] << " fill " << kqFillName(fill) << " width " << w << " count "
-              << count << " rows " << row.rows << " x " << row.x << " step " << row.step
-              << " swap " << swap;
+              << count << " rows " << row.rows << " x " << row.x << " step " << row.step << " swap "
+              << swap;
         }
       }
       benchRow(ref, dsp, level, kind);
@@ -212,7 +222,8 @@ void randomRect(KqRng& rng, int32_t dw, int32_t dh, int32_t r[4]) {
 
 TEST(CheckWarp, TileKernels) {
   for (int luma = 0; luma < 2; ++luma)
-    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+    forEachImpl(luma ? kBilinear : kNearest, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref,
+                                                 uint32_t level) {
       KQWarpKernelFn* kernel = luma ? kqWarpLumaKernel : kqWarpChromaKernel;
       KqRng rng(kqTestSeed() ^ (uint64_t(level) << 40) ^ (uint64_t(luma) << 33) ^ 0x77);
       for (int iter = 0; iter < 300; ++iter) {
@@ -320,7 +331,8 @@ TEST(CheckWarp, WholeWarp) {
           std::vector<uint8_t> plane[2], warped[2];
           for (int b = 0; b < 2; ++b) {
             for (int32_t y = 0; y < s.sh; ++y)
-              for (int32_t x = 0; x < s.sw; ++x) plane[b].push_back(src.data()[y * srcPitch + 2 * x + b]);
+              for (int32_t x = 0; x < s.sw; ++x)
+                plane[b].push_back(src.data()[y * srcPitch + 2 * x + b]);
             warped[b].assign(dstBytes, 0);
             warp.run(ref, false, plane[b].data(), warped[b].data());
           }
@@ -485,13 +497,11 @@ TEST(CheckWarp, RowsWithTheSameBlockOriginsGiveTheSameBytes) {
       a.src1 = src.data() + w;
       a.srcWidth = w;
       a.count = rng.range(1, 400);
-      a.rows = rng.range(1, kKqWarpMaxRows);
-      for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+      randomRows(&a, kKqWarpMaxRows, rng);
       // Upscale steps; a quarter of them put blocks on exact 1/32 positions,
       // as the pipeline's power-of-two scales do, where one ulp moves a block.
       const float d = iter % 4 == 0 ? float(rng.range(0, 64)) / 64.0f : rng.uniform(0.0f, 1.0f);
-      a.step = int32_t(d * 2048.0f);
-      a.blockStep = d * 8.0f;
+      setStep(&a, d);
       a.x = iter % 4 == 0 ? float(rng.range(-64, 32 * w + 64)) / 32.0f : randomStart(rng, w);
       KQWarpRow b = a;
       for (int32_t k = rng.range(1, 3); k > 0; --k) {
@@ -617,8 +627,7 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
                         : kind == 3 ? randomStep(rng)
                         : kind == 6 ? rng.uniform(0.97f, 1.0f)
                                     : rng.uniform(0.0f, 1.0f);
-        a.step = int32_t(d * 2048.0f);
-        a.blockStep = d * 8.0f;
+        setStep(&a, d);
         a.x = kind == 0   ? float(rng.range(-64, 32 * w + 64)) / 32.0f
               : kind == 2 ? rng.uniform(0.0f, float(w) * 0.25f)
               : kind == 6 ? rng.uniform(-20.0f, float(w) * 0.5f)
@@ -637,8 +646,7 @@ TEST(CheckWarp, PlannedRowsMatchTheFloatChain) {
           if (y > h - 1) y = rng.range(0, h - 1);
           a.src0 = src.data() + size_t(y) * w * bpp;
           a.src1 = src.data() + size_t(y + 1 < h ? y + 1 : h - 1) * w * bpp;
-          a.rows = rng.range(1, kKqWarpMaxRows);
-          for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+          randomRows(&a, kKqWarpMaxRows, rng);
           // Pairs rows change their byte order now and then on the same plan.
           const int32_t swap = call / 4 % 2;
           ASSERT_TRUE(plannedMatches(ref, dsp, a, codes, plan, &ready, rowKind, swap))
@@ -668,7 +676,8 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
   KqRng fillRng(kqTestSeed() ^ 0xFA4);
   kqFillPlane(src.data(), w, 2, w, KqFill::kUniform, fillRng);
   for (int luma = 0; luma < 2; ++luma)
-    forEachImpl(luma, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+    forEachImpl(luma ? kBilinear : kNearest, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref,
+                                                 uint32_t level) {
       KqRng rng(kqTestSeed() ^ 0xFA7 ^ (uint64_t(level) << 36));
       int32_t forms[4] = {}, spans[3] = {};
       for (int iter = 0; iter < 200; ++iter) {
@@ -677,11 +686,9 @@ TEST(CheckWarp, PlannedRowsFarAlongAWideRow) {
         a.src1 = src.data() + w;
         a.srcWidth = w;
         a.count = rng.range(32, 300);
-        a.rows = rng.range(1, kKqWarpMaxRows);
-        for (int32_t r = 0; r < kKqWarpMaxRows; ++r) a.w1[r] = rng.range(0, 15);
+        randomRows(&a, kKqWarpMaxRows, rng);
         const float d = rng.uniform(0.85f, 1.0f);
-        a.step = int32_t(d * 2048.0f);
-        a.blockStep = d * 8.0f;
+        setStep(&a, d);
         a.x = float((1 << 23) + rng.range(0, 4096)) + float(rng.range(0, 31)) / 32.0f;
         std::vector<int32_t> codes = blockCodes(a);
         tallyForms(codes, a, forms);
