@@ -202,8 +202,8 @@ class TileRows {
   // srcStride: bytes from one source row to the next (the rows of pairs when
   // pairs is not null). False when the tile writes nothing.
   bool start(const KQWarpDsp* dsp, bool luma, const KQImage8* list, ptrdiff_t srcStride,
-             const int32_t* rect, const int32_t* last, const Homography* inverseTile,
-             int32_t cols, int32_t tx, int32_t ty, const KQWarpChromaPairs* pairs) {
+             const int32_t* rect, const int32_t* last, const Homography* inverseTile, int32_t cols,
+             int32_t tx, int32_t ty, const KQWarpChromaPairs* pairs) {
     if (dsp == nullptr || list == nullptr || rect == nullptr || inverseTile == nullptr)
       return false;
     const KQImage8& src = list[0];
@@ -224,6 +224,8 @@ class TileRows {
       lastY_ = last[1] < lastY_ ? last[1] : lastY_;
     }
     if (lastX < x0_ || lastY_ < y0_) return false;
+    firstY_ = y0_;
+    batchStart_ = batchEnd_ = y0_;
 
     // The tile's own matrix anchors the bottom-right of the rectangle, its
     // left, upper and upper-left neighbours the left and top edges.
@@ -259,18 +261,29 @@ class TileRows {
     return true;
   }
 
-  int32_t firstRow() const { return y0_; }
+  int32_t firstRow() const { return firstY_; }
   int32_t lastRow() const { return lastY_; }
+
+  // Keeps only rows from..to of the tile (before its first row is taken).
+  // A row's bytes do not depend on where the run starts: a run's first row
+  // is always computed, never copied or grouped with a row before it.
+  void limitRows(int32_t from, int32_t to) {
+    firstY_ = from > firstY_ ? from : firstY_;
+    lastY_ = to < lastY_ ? to : lastY_;
+    batchStart_ = batchEnd_ = firstY_;
+  }
 
   // Output row y; rows come in order from firstRow() to lastRow().
   void row(int32_t y) {
-    const int32_t k = (y - y0_) % kBatch;
-    if (k == 0) {
+    if (y >= batchEnd_) {
       const int32_t n = lastY_ - y + 1 < kBatch ? lastY_ - y + 1 : kBatch;
       for (int32_t j = 0; j < n; ++j)
         rowGeometry(*upLeft_, *left_, *up_, *own_, y + j, y0_, tDen_, fx0_, fx1_, span_,
                     &batchX_[j], &batchY_[j], &batchD_[j]);
+      batchStart_ = y;
+      batchEnd_ = y + n;
     }
+    const int32_t k = y - batchStart_;
     const float lx = batchX_[k], ly = batchY_[k], d = batchD_[k];
 
     KQWarpRow& row = *next_;
@@ -376,7 +389,8 @@ class TileRows {
   const Homography* left_ = nullptr;
   const Homography* up_ = nullptr;
   const Homography* upLeft_ = nullptr;
-  int32_t x0_ = 0, y0_ = 0, lastY_ = -1, span_ = 0, count_ = 0, srcW_ = 0, srcH_ = 0;
+  int32_t x0_ = 0, y0_ = 0, firstY_ = 0, lastY_ = -1, span_ = 0, count_ = 0, srcW_ = 0, srcH_ = 0;
+  int32_t batchStart_ = 0, batchEnd_ = 0;  // rows batchStart_ .. batchEnd_ - 1 are in the batch
   float tDen_ = 1.0f, fx0_ = 0.0f, fx1_ = 0.0f;
   ptrdiff_t stride_ = 0, pitch_ = 0, srcStride_ = 0;
   size_t rowBytes_ = 0;
@@ -432,9 +446,9 @@ void kqWarpLumaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void* extra, co
   warpTile(dsp, true, planeList, extra, rect, last, inverseTile, cols, tx, ty);
 }
 
-void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void* extra,
-                        const int32_t* rect, const int32_t* last, const Homography* inverseTile,
-                        const Homography*, int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
+void kqWarpChromaKernel(const KQWarpDsp* dsp, KQImage8* planeList, void* extra, const int32_t* rect,
+                        const int32_t* last, const Homography* inverseTile, const Homography*,
+                        int32_t cols, int32_t, int32_t tx, int32_t ty, int32_t) {
   warpTile(dsp, false, planeList, extra, rect, last, inverseTile, cols, tx, ty);
 }
 
@@ -459,8 +473,7 @@ void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_
                      int32_t planeValueB) {
   KQWarpKernelFn* kernel = kqWarpFamilyKernel(n, layoutCode, lumaSelect, planeValueAIsZero);
   if (kernel == nullptr) return;
-  kernel(dsp, planes, extra, rect, last, inverseTile, forwardTile, cols, rows, tx, ty,
-         planeValueA);
+  kernel(dsp, planes, extra, rect, last, inverseTile, forwardTile, cols, rows, tx, ty, planeValueA);
   if (secondPlanes != nullptr)
     kernel(dsp, secondPlanes, extra, rect, last, inverseTile, forwardTile, cols, rows, tx, ty,
            planeValueB);
@@ -475,14 +488,16 @@ void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t pla
                   planeValueA, planeValueB);
 }
 
-bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect,
-                            int32_t layoutCode, int32_t planeValueAIsZero, KQImage8* planes,
-                            KQImage8* secondPlanes, void* extra, const int32_t* rects,
-                            const int32_t* lasts, const Homography* inverseTile, int32_t cols,
-                            int32_t tx0, int32_t count, int32_t ty) {
+bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
+                            int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
+                            void* extra, const int32_t* rects, const int32_t* lasts,
+                            const Homography* inverseTile, int32_t cols, int32_t tx0, int32_t count,
+                            int32_t ty, int32_t bandFrom, int32_t bandTo, int32_t bandOf) {
   KQWarpKernelFn* kernel = kqWarpFamilyKernel(n, layoutCode, lumaSelect, planeValueAIsZero);
   if (kernel != kqWarpLumaKernel && kernel != kqWarpChromaKernel) return false;
-  if (planes == nullptr || count < 1) return false;
+  if (planes == nullptr || count < 1 || bandOf < 1 || bandFrom < 0 || bandTo > bandOf ||
+      bandFrom > bandTo)
+    return false;
   const bool luma = kernel == kqWarpLumaKernel;
   const auto* pairs = luma ? nullptr : static_cast<const KQWarpChromaPairs*>(extra);
   KQImage8* lists[2] = {planes, secondPlanes};
@@ -501,9 +516,18 @@ bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect,
       ++started;
     }
   }
-  for (int32_t y = first; y <= last; ++y)
+  if (started == 0) return true;
+  // The band: rows first + span * bandFrom / bandOf up to the next band's
+  // first row, so that bands 0..1, 1..2, ... of one bandOf cover the rows
+  // exactly once.
+  const int64_t span = int64_t(last) - first + 1;
+  const int32_t bandFirst = first + int32_t(span * bandFrom / bandOf);
+  const int32_t bandLast = first + int32_t(span * bandTo / bandOf) - 1;
+  for (int32_t i = 0; i < started; ++i) tiles[size_t(i)].limitRows(bandFirst, bandLast);
+  for (int32_t y = bandFirst; y <= bandLast; ++y)
     for (int32_t i = 0; i < started; ++i)
-      if (y >= tiles[size_t(i)].firstRow() && y <= tiles[size_t(i)].lastRow()) tiles[size_t(i)].row(y);
+      if (y >= tiles[size_t(i)].firstRow() && y <= tiles[size_t(i)].lastRow())
+        tiles[size_t(i)].row(y);
   for (int32_t i = 0; i < started; ++i) tiles[size_t(i)].finish();
   return true;
 }

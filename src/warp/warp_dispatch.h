@@ -84,19 +84,21 @@ void warpDispatch(int32_t n, int32_t lumaSelect, int32_t layoutCode, int32_t pla
 void warpDispatchDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
                      int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
                      void* extra, const int32_t* rect, const int32_t* last,
-                     const Homography* inverseTile,
-                     const Homography* forwardTile, int32_t cols, int32_t rows, int32_t tx,
-                     int32_t ty, int32_t planeValueA, int32_t planeValueB);
+                     const Homography* inverseTile, const Homography* forwardTile, int32_t cols,
+                     int32_t rows, int32_t tx, int32_t ty, int32_t planeValueA,
+                     int32_t planeValueB);
 
 // Tiles tx0 .. tx0 + count - 1 of tile row ty (rects and lasts: 4 and 2
 // values per tile, inverseTile the grid entry of tile (tx0, ty)) with the
 // kernel warpDispatchDsp selects, writing one destination row of every tile
 // in turn: the same bytes, in long runs of stores across the tiles instead
-// of a tile's short ones. False, having done nothing, when that kernel is
-// not one of the two real ones or planes is null; the caller then runs the
-// tiles one by one.
-bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect,
-                            int32_t layoutCode, int32_t planeValueAIsZero, KQImage8* planes,
-                            KQImage8* secondPlanes, void* extra, const int32_t* rects,
-                            const int32_t* lasts, const Homography* inverseTile, int32_t cols,
-                            int32_t tx0, int32_t count, int32_t ty);
+// of a tile's short ones. Only band bandFrom .. bandTo of bandOf equal
+// parts of the tiles' rows is written (0, 1, 1 for all of them); the bands
+// of one bandOf split the rows exactly. False, having done nothing, when
+// that kernel is not one of the two real ones, planes is null or the band
+// is not one; the caller then runs the tiles one by one.
+bool warpDispatchTileRowDsp(const KQWarpDsp* dsp, int32_t n, int32_t lumaSelect, int32_t layoutCode,
+                            int32_t planeValueAIsZero, KQImage8* planes, KQImage8* secondPlanes,
+                            void* extra, const int32_t* rects, const int32_t* lasts,
+                            const Homography* inverseTile, int32_t cols, int32_t tx0, int32_t count,
+                            int32_t ty, int32_t bandFrom, int32_t bandTo, int32_t bandOf);

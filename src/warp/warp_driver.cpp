@@ -183,8 +183,13 @@ void kqWarpTileTask(void* context) {
   if (job->imageCount < 1 || job->imageCount > kKqWarpMaxImages) return;
   if (job->planes == nullptr || job->forwardGrid == nullptr || job->inverseGrid == nullptr) return;
   const KQWarpDsp* dsp = job->dsp != nullptr ? job->dsp : kqWarpDspGet();
-  // The slice's tiles of each tile row are warped together, a destination
-  // row of each in turn (whole rows of stores, not a tile's short runs).
+  // The tiles of a tile row are warped together, a destination row of each
+  // in turn (whole rows of stores, not a tile's short runs). A slice that
+  // holds only some of a tile row's tiles, say the 2nd of 4, writes the same
+  // share of the row's destination rows (the 2nd quarter) across all of its
+  // tiles instead: the slices of a tile row still split its pixels exactly,
+  // and every slice writes rows of the whole width. That needs every tile of
+  // the row to be one that runs (below the tile total).
   std::vector<int32_t> rects(size_t(cols) * 4), lasts(size_t(cols) * 2);
   for (int32_t ty = 0; ty < rows; ++ty) {
     const int64_t rowFirst = int64_t(ty) * cols;
@@ -192,19 +197,26 @@ void kqWarpTileTask(void* context) {
     const int64_t to = job->lastTile < rowFirst + cols - 1 ? job->lastTile : rowFirst + cols - 1;
     if (from > to) continue;
     const int32_t tx0 = int32_t(from - rowFirst), count = int32_t(to - from + 1);
-    for (int32_t i = 0; i < count; ++i)
-      kqWarpTileRect(job, job->tileTotal, tx0 + i, ty, &rects[size_t(i) * 4], &lasts[size_t(i) * 2]);
-    const Homography* inverseTile = &job->inverseGrid[from];
-    if (warpDispatchTileRowDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
-                               job->planeValueAIsZero, job->planes, job->secondPlanes, job->extra,
-                               rects.data(), lasts.data(), inverseTile, cols, tx0, count, ty))
-      continue;
-    for (int32_t i = 0; i < count; ++i)
+    for (int32_t tx = 0; tx < cols; ++tx)
+      kqWarpTileRect(job, job->tileTotal, tx, ty, &rects[size_t(tx) * 4], &lasts[size_t(tx) * 2]);
+    const bool wholeRowRuns = rowFirst + cols <= job->tileTotal;
+    const bool done =
+        wholeRowRuns
+            ? warpDispatchTileRowDsp(
+                  dsp, job->imageCount, job->lumaSelect, job->layoutCode, job->planeValueAIsZero,
+                  job->planes, job->secondPlanes, job->extra, rects.data(), lasts.data(),
+                  &job->inverseGrid[rowFirst], cols, 0, cols, ty, tx0, tx0 + count, cols)
+            : warpDispatchTileRowDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
+                                     job->planeValueAIsZero, job->planes, job->secondPlanes,
+                                     job->extra, &rects[size_t(tx0) * 4], &lasts[size_t(tx0) * 2],
+                                     &job->inverseGrid[from], cols, tx0, count, ty, 0, 1, 1);
+    if (done) continue;
+    for (int32_t tx = tx0; tx < tx0 + count; ++tx)
       warpDispatchDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
                       job->planeValueAIsZero, job->planes, job->secondPlanes, job->extra,
-                      &rects[size_t(i) * 4], &lasts[size_t(i) * 2], &inverseTile[i],
-                      &job->forwardGrid[from + i], cols, rows, tx0 + i, ty, job->planeValueA,
-                      job->planeValueB);
+                      &rects[size_t(tx) * 4], &lasts[size_t(tx) * 2],
+                      &job->inverseGrid[rowFirst + tx], &job->forwardGrid[rowFirst + tx], cols,
+                      rows, tx, ty, job->planeValueA, job->planeValueB);
   }
 }
 
