@@ -1,5 +1,6 @@
-// plane_intake_test.cpp - plane intake: row splits, chroma byte orders, region
-// offsets, thread-count independence and degenerate inputs.
+// plane_intake_test.cpp - plane intake: row splits, chroma byte orders,
+// region offsets and degenerate inputs. Vector rows and thread counts
+// against the scalar single thread: check_planes.cpp.
 #include "image/plane_intake.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +43,6 @@ struct Plane {
 
 struct Range {
   int32_t first, end;
-  bool operator==(const Range& o) const { return first == o.first && end == o.end; }
 };
 
 Range slice(int32_t i, int32_t count, int32_t end, int owned = -1) {  // owned: inclusive flag
@@ -52,19 +52,6 @@ Range slice(int32_t i, int32_t count, int32_t end, int owned = -1) {  // owned: 
   else
     kqChromaSliceRowsOwned(i, count, end, owned != 0, &r.first, &r.end);
   return r;
-}
-
-TEST(PlaneIntakeSplit, ChromaSlicesOfTheWorkedExamples) {
-  // rows, count, slice, first, end; 5 rows in 2: odd length 3 moves slice 1
-  // up by one row. A single odd-length slice never starts above row 0.
-  const int32_t cases[][5] = {{4, 3, 0, 0, 2},     {4, 3, 1, 2, 4},     {4, 3, 2, 4, 4},
-                              {5, 2, 0, 0, 2},     {5, 2, 1, 1, 5},     {100, 4, 0, 0, 24},
-                              {100, 4, 1, 24, 48}, {100, 4, 2, 48, 72}, {100, 4, 3, 72, 100},
-                              {7, 1, 0, 0, 7}};
-  for (const auto& c : cases)
-    EXPECT_EQ(slice(c[2], c[1], c[0]), (Range{c[3], c[4]}))
-        << c[0] << " rows, slice " << c[2] << "/" << c[1];
-  EXPECT_EQ(slice(0, 1, 7, 0), (Range{0, 7}));
 }
 
 // Whatever the row and slice counts, slices stay inside [0, rows), cover
@@ -94,31 +81,6 @@ TEST(PlaneIntakeSplit, ChromaSlicesCoverEveryRowAndStayInside) {
               << " slices, form " << form;
       }
     }
-}
-
-// splitRowsEvenly must hand out every luma row exactly once, also with more
-// slices than rows and with a range that does not start at row 0.
-TEST(PlaneIntakeSplit, LumaSlicesPartitionTheRows) {
-  for (int32_t first : {0, 3}) {
-    for (int32_t rows = 1; rows <= 30; ++rows) {
-      for (int32_t count = 1; count <= 40; ++count) {
-        std::vector<int> cover(size_t(first + rows), 0);
-        for (int32_t i = 0; i < count; ++i) {
-          LumaCropRange range{};
-          range.first = first;
-          range.last = first + rows - 1;
-          splitRowsEvenly(i, count, 1, &range);
-          for (int32_t y = range.first; y <= range.last; ++y) {
-            ASSERT_GE(y, first);
-            ASSERT_LT(y, first + rows);
-            ++cover[y];
-          }
-        }
-        for (int32_t y = first; y < first + rows; ++y)
-          ASSERT_EQ(cover[y], 1) << "row " << y << ", " << rows << " rows, " << count;
-      }
-    }
-  }
 }
 
 // Code 10 stores V first, code 11 U first; a stride equal to the width is
