@@ -21,9 +21,7 @@ list(APPEND KQ_AVX512_SOURCES
   src/filters/x86/luma_avx512.cpp
   src/filters/x86/chroma_avx512.cpp)
 list(APPEND KQ_TEST_SOURCES
-  tests/unit/luma_nr_test.cpp
-  tests/unit/sharpen_test.cpp
-  tests/unit/chroma_nr_test.cpp)
+  tests/unit/filters_test.cpp)
 list(APPEND KQ_CHECK_SOURCES
   tests/kernels/check_luma.cpp
   tests/kernels/check_chroma.cpp)

@@ -3,7 +3,6 @@
 // sentinels and inputs ending at an inaccessible page.
 #include <cstring>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "filters/chroma_dsp.h"
@@ -79,50 +78,32 @@ KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* o
   return c;
 }
 
-// One pass and kind on the same inputs for the reference and the kernel
-// under test, each writing into its own framed planes; a slice
-// [first, end). Pass 3 runs in place on a copy of the source, as the stage
-// does.
-struct PassRun {
-  Inputs in;
-  int bytes;
-  KqFramedPlane refU, refV, gotU, gotV;
-  KQChromaPassContext a, b;
-  PassRun(int pass, const Shape& s, KqFill fill, float strength, int mode, int first, int end,
-          KqRng&& rng)
-      : in(s, fill, strength, mode, rng),
-        bytes(pass == 3 ? s.w * s.h : in.wh * in.hh),
-        refU(bytes, 1),
-        refV(bytes, 1),
-        gotU(bytes, 1),
-        gotV(bytes, 1),
-        a(makeContext(pass, s, in, refU.data(), refV.data())),
-        b(makeContext(pass, s, in, gotU.data(), gotV.data())) {
-    if (pass == 3) {
-      for (KqFramedPlane* p : {&refU, &gotU})
-        std::memcpy(p->data(), in.srcU->data(), size_t(bytes));
-      for (KqFramedPlane* p : {&refV, &gotV})
-        std::memcpy(p->data(), in.srcV->data(), size_t(bytes));
-      a.srcU = refU.data();
-      a.srcV = refV.data();
-      b.srcU = gotU.data();
-      b.srcV = gotV.data();
-    }
-    a.firstRow = b.firstRow = first;
-    a.endRow = b.endRow = end;
-  }
-};
-
-// Runs the case through `ref` and `dsp` and compares the outputs, sentinel
-// frames included.
+// One pass and kind on the same inputs through `ref` and `dsp`, each
+// writing into its own framed planes, on the slice [first, end); the
+// outputs must agree, sentinel frames included. Pass 3 runs in place on a
+// copy of the source, as the stage does.
 testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
                                  const Shape& s, KqFill fill, float strength, int mode, int first,
                                  int end, uint64_t seed) {
-  PassRun run(pass, s, fill, strength, mode, first, end, KqRng(seed));
-  ref.pass[pass - 1][kind - 1](&run.a);
-  dsp.pass[pass - 1][kind - 1](&run.b);
-  testing::AssertionResult r = kqFramedEqual(run.refU, run.gotU);
-  if (r) r = kqFramedEqual(run.refV, run.gotV);
+  KqRng rng(seed);
+  Inputs in(s, fill, strength, mode, rng);
+  const int bytes = pass == 3 ? s.w * s.h : in.wh * in.hh;
+  KqFramedPlane outs[2][2] = {{{bytes, 1}, {bytes, 1}},
+                              {{bytes, 1}, {bytes, 1}}};  // [ref/dsp][U/V]
+  for (int k = 0; k < 2; ++k) {
+    KQChromaPassContext c = makeContext(pass, s, in, outs[k][0].data(), outs[k][1].data());
+    if (pass == 3) {
+      std::memcpy(outs[k][0].data(), in.srcU->data(), size_t(bytes));
+      std::memcpy(outs[k][1].data(), in.srcV->data(), size_t(bytes));
+      c.srcU = outs[k][0].data();
+      c.srcV = outs[k][1].data();
+    }
+    c.firstRow = first;
+    c.endRow = end;
+    (k == 0 ? ref : dsp).pass[pass - 1][kind - 1](&c);
+  }
+  testing::AssertionResult r = kqFramedEqual(outs[0][0], outs[1][0]);
+  if (r) r = kqFramedEqual(outs[0][1], outs[1][1]);
   if (!r)
     r << "\npass " << pass << " kind " << kind << " w " << s.w << " h " << s.h << " ratio "
       << s.ratio << " margin " << s.margin << " guide " << s.guide << " fill " << kqFillName(fill)
@@ -133,7 +114,7 @@ testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp,
 
 const int kMargins[3][3] = {{26, 14, 8}, {8, 6, 4}, {2, 2, 2}};
 
-// Calls body(ref, dsp, pass, kind, level) for every distinct implementation
+// Calls body(ref, dsp, pass, kind) for every distinct implementation
 // of every pass and kind; skips when no level has one.
 template <typename Body>
 void forEachKernel(Body body) {
@@ -143,8 +124,8 @@ void forEachKernel(Body body) {
       SCOPED_TRACE(testing::Message() << "pass " << pass << " kind " << kind);
       kernels += kqForEachImpl(
           kqChromaDspInit, [=](const KQChromaDsp& d) { return d.pass[pass - 1][kind - 1]; },
-          [&](const KQChromaDsp& dsp, const KQChromaDsp& ref, uint32_t level) {
-            body(ref, dsp, pass, kind, level);
+          [&](const KQChromaDsp& dsp, const KQChromaDsp& ref, uint32_t) {
+            body(ref, dsp, pass, kind);
           });
       if (testing::Test::HasFatalFailure()) return;
     }
@@ -172,8 +153,7 @@ TEST(ChromaKernels, MatchReference) {
                           {40, 10, 2, 26, 2}, {7, 5, 4, 8, 1},    {120, 16, 2, 8, 1},
                           {50, 10, 1, 26, 0}};
   KqRng pick(seed ^ 0x55);
-  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
-                    uint32_t level) {
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
     for (int mi = 0; mi < (pass == 3 ? 1 : 3); ++mi)
       for (int w = 2; w <= 2 * 26 + 16 + 16 * (3 * kWidestStep / 8 + 2); ++w) {
         const int h = 2 + 2 * ((w + kind) % 3) + (w & 1);  // 2..7 rows, odd ones too
@@ -198,16 +178,6 @@ TEST(ChromaKernels, MatchReference) {
       ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, 3.0f, 0, 0, s.h & ~1,
                           seed + uint64_t(s.w) * 3 + kind))
           << "ratios and guides";
-    }
-    // A 640x96 full-size chroma plane of camera-like content.
-    if (kqBenchWanted("chroma.pass")) {
-      const std::string name =
-          "chroma.pass" + std::to_string(pass) + ".kind" + std::to_string(kind);
-      PassRun run(pass, Shape{640, 96, 2, kMargins[pass - 1][0], 0}, KqFill::kSmooth, 3.0f, 0, 0,
-                  96, KqRng(seed));
-      kqBench(
-          name.c_str(), level, [&] { ref.pass[pass - 1][kind - 1](&run.a); },
-          [&] { dsp.pass[pass - 1][kind - 1](&run.b); });
     }
   });
 }

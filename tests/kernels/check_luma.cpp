@@ -88,8 +88,8 @@ TEST(LumaKernels, RecipEstimateMatchesInstructionOverInputSpace) {
   const int n = int(in.size());
   std::vector<float> want(n);
   kqRecipEstimate_c(in.data(), want.data(), n);
-  const int levels = forEachImpl(
-      &KQLumaDsp::recipEstimate, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
+  const int levels =
+      forEachImpl(&KQLumaDsp::recipEstimate, [&](const KQLumaDsp& dsp, const KQLumaDsp&, uint32_t) {
         // An odd count exercises the kernels' tail path.
         std::vector<float> got(n + 1, -1.0f);
         dsp.recipEstimate(in.data(), got.data(), n - 1);
@@ -102,9 +102,6 @@ TEST(LumaKernels, RecipEstimateMatchesInstructionOverInputSpace) {
                           << bitsOf(want[i]) << ", kernel 0x" << bitsOf(got[i]);
           }
         EXPECT_EQ(got[n], -1.0f) << "wrote past the end";
-        kqBench(
-            "luma.recipEstimate", level, [&] { ref.recipEstimate(in.data(), got.data(), 4096); },
-            [&] { dsp.recipEstimate(in.data(), got.data(), 4096); });
       });
   // The table the scalar interior kernel reads is the emulation at integer sums.
   const float* table = kqRecipEstimateTable();
@@ -116,7 +113,7 @@ TEST(LumaKernels, RecipEstimateMatchesInstructionOverInputSpace) {
 }
 
 TEST(LumaKernels, NoiseReductionRow) {
-  forEachImpl(&KQLumaDsp::nrRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
+  forEachImpl(&KQLumaDsp::nrRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
     for (int width : testWidths())
       for (int variant = 0; variant < kVariants; ++variant) {
         KqRng rng(kqTestSeed() + uint64_t(width) * 131 + variant);
@@ -129,13 +126,6 @@ TEST(LumaKernels, NoiseReductionRow) {
         dsp.nrRow(b.data(), centre, width, width);
         ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " variant " << variant;
       }
-    // A 1920-pixel row of camera-like content.
-    KqRng rng(kqTestSeed());
-    std::vector<uint8_t> in(1920 * 9), out(1920);
-    kqFillPlane(in.data(), 1920, 9, 1920, KqFill::kSmooth, rng);
-    kqBench(
-        "luma.nrRow", level, [&] { ref.nrRow(out.data(), &in[4 * 1920], 1920, 1920); },
-        [&] { dsp.nrRow(out.data(), &in[4 * 1920], 1920, 1920); });
   });
 }
 
@@ -144,54 +134,27 @@ TEST(LumaKernels, NoiseReductionRow) {
 // enough for the run's reads (the five rows end right before a guard page),
 // over all fills; rows handed over in a shuffled order.
 TEST(LumaKernels, NoiseReductionBorderRun) {
-  forEachImpl(
-      &KQLumaDsp::nrBorderRun, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
-        std::vector<int> counts;
-        for (int n = 1; n <= 80; ++n) counts.push_back(n);
-        for (int n : {95, 96, 97, 127, 128, 129, 200, 1001}) counts.push_back(n);
-        for (int s : {6, 0, -6, -12})
-          for (int count : counts) {
-            // The first column the shift allows; the taps (or, for -12, the
-            // centres) reach the row's last column.
-            const int x = 6 - s;
-            const int width = count + (s >= -6 ? 12 : 6 - s);
-            KqRng rng(kqTestSeed() + uint64_t(count) * 7 + uint64_t(s + 12));
-            KqGuardedBuffer in(size_t(width) * 5);
-            fillInput(in.data(), width, 5, count % kVariants, rng);
-            const uint8_t* rows[5];
-            for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-            KqFramedPlane a(width, 1), b(width, 1);
-            ref.nrBorderRun(a.data(), rows, x, count, s);
-            dsp.nrBorderRun(b.data(), rows, x, count, s);
-            ASSERT_TRUE(kqFramedEqual(a, b)) << "shift " << s << " count " << count;
-          }
-        // A top or bottom border row of a 1920-pixel plane.
-        KqRng rng(kqTestSeed());
-        std::vector<uint8_t> in(1932 * 5), out(1932);
-        kqFillPlane(in.data(), 1932, 5, 1932, KqFill::kSmooth, rng);
-        const uint8_t* rows[5] = {&in[0], &in[0], &in[0], &in[1932], &in[2 * 1932]};
-        kqBench(
-            "luma.nrBorderRun", level, [&] { ref.nrBorderRun(out.data(), rows, 6, 1920, 0); },
-            [&] { dsp.nrBorderRun(out.data(), rows, 6, 1920, 0); });
-      });
-}
-
-// Times a 1920-pixel blend (scale 0) or reference blend at `scale`.
-void benchBlend(const char* kernel, const KQLumaDsp& impl, const KQLumaDsp& ref, uint32_t level,
-                int scale) {
-  KqRng rng(kqTestSeed());
-  std::vector<uint8_t> dst(1920), orig(1920), r(1920);
-  for (std::vector<uint8_t>* v : {&dst, &orig, &r})
-    kqFillPlane(v->data(), 1920, 1, 1920, KqFill::kSmooth, rng);
-  auto run = [&](const KQLumaDsp& d) {
-    return [&, scale] {
-      if (scale == 0)
-        d.blendRow(dst.data(), orig.data(), 1920, 115);
-      else
-        d.blendRefRow(dst.data(), orig.data(), r.data(), 1920, 115, scale);
-    };
-  };
-  kqBench(kernel, level, run(ref), run(impl));
+  forEachImpl(&KQLumaDsp::nrBorderRun, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
+    std::vector<int> counts;
+    for (int n = 1; n <= 80; ++n) counts.push_back(n);
+    for (int n : {95, 96, 97, 127, 128, 129, 200, 1001}) counts.push_back(n);
+    for (int s : {6, 0, -6, -12})
+      for (int count : counts) {
+        // The first column the shift allows; the taps (or, for -12, the
+        // centres) reach the row's last column.
+        const int x = 6 - s;
+        const int width = count + (s >= -6 ? 12 : 6 - s);
+        KqRng rng(kqTestSeed() + uint64_t(count) * 7 + uint64_t(s + 12));
+        KqGuardedBuffer in(size_t(width) * 5);
+        fillInput(in.data(), width, 5, count % kVariants, rng);
+        const uint8_t* rows[5];
+        for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+        KqFramedPlane a(width, 1), b(width, 1);
+        ref.nrBorderRun(a.data(), rows, x, count, s);
+        dsp.nrBorderRun(b.data(), rows, x, count, s);
+        ASSERT_TRUE(kqFramedEqual(a, b)) << "shift " << s << " count " << count;
+      }
+  });
 }
 
 // Blend weights include 16-bit wrap-around values and negatives. Scale 0
@@ -224,13 +187,10 @@ TEST(LumaKernels, BlendRows) {
               << "scale " << scale << " width " << width << " weight " << weight;
         }
   };
-  forEachImpl(&KQLumaDsp::blendRow, [&](const KQLumaDsp& d, const KQLumaDsp& r, uint32_t level) {
-    check(d, r, {0});
-    benchBlend("luma.blendRow", d, r, level, 0);
-  });
-  forEachImpl(&KQLumaDsp::blendRefRow, [&](const KQLumaDsp& d, const KQLumaDsp& r, uint32_t level) {
+  forEachImpl(&KQLumaDsp::blendRow,
+              [&](const KQLumaDsp& d, const KQLumaDsp& r, uint32_t) { check(d, r, {0}); });
+  forEachImpl(&KQLumaDsp::blendRefRow, [&](const KQLumaDsp& d, const KQLumaDsp& r, uint32_t) {
     check(d, r, {1, 2, 4});
-    benchBlend("luma.blendRefRow", d, r, level, 2);
   });
 }
 
@@ -256,45 +216,35 @@ TEST(LumaKernels, SharpenRow) {
                                    1001, 1024, 1032, 1057, 2048, 2056, 2080, 2088, 3001, 4136};
   std::set<int> widths(everyPath);
   for (int w : testWidths()) widths.insert(w);
-  forEachImpl(
-      &KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t level) {
-        for (int width : widths) {
-          KqRng rng(kqTestSeed() + uint64_t(width) * 17);
-          KqGuardedBuffer in(size_t(width) * 5);
-          const bool all = everyPath.count(width) != 0;
-          const int combinations = all ? int(gains.size() * thresholds.size()) : kVariants;
-          for (int i = 0; i < combinations; ++i) {
-            // The tap sets take turns: each meets every gain and every threshold.
-            const int32_t* t = taps[all ? i % kTapSets : rng.range(0, kTapSets - 1)];
-            const int variant = all ? rng.range(0, kVariants - 1) : i;
-            fillInput(in.data(), width, 5, variant, rng);
-            // Rows in a shuffled order, as the edge mirroring hands them over.
-            const uint8_t* rows[5];
-            for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
-            const KQSharpenParams p = {
-                all ? gains[size_t(i) / thresholds.size()]
-                    : gains[size_t(rng.range(0, int(gains.size()) - 1))],
-                all ? thresholds[size_t(i) % thresholds.size()]
-                    : thresholds[size_t(rng.range(0, int(thresholds.size()) - 1))],
-                t[0], t[1], t[2]};
-            KqFramedPlane a(width, 1), b(width, 1);
-            ref.sharpenRow(a.data(), rows, width, &p);
-            dsp.sharpenRow(b.data(), rows, width, &p);
-            ASSERT_TRUE(kqFramedEqual(a, b))
-                << "width " << width << " variant " << variant << " gain " << p.gain
-                << " threshold " << p.threshold << " taps " << t[0] << "/" << t[1] << "/" << t[2];
-          }
-        }
-        // A 4096-pixel row at the pipeline's default strength.
-        KqRng rng(kqTestSeed());
-        std::vector<uint8_t> in(4096 * 5), out(4096);
-        kqFillPlane(in.data(), 4096, 5, 4096, KqFill::kSmooth, rng);
-        const uint8_t* rows[5] = {&in[0], &in[4096], &in[2 * 4096], &in[3 * 4096], &in[4 * 4096]};
-        const KQSharpenParams p = {600, 6, 7, 31, 52};
-        kqBench(
-            "luma.sharpenRow", level, [&] { ref.sharpenRow(out.data(), rows, 4096, &p); },
-            [&] { dsp.sharpenRow(out.data(), rows, 4096, &p); });
-      });
+  forEachImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
+    for (int width : widths) {
+      KqRng rng(kqTestSeed() + uint64_t(width) * 17);
+      KqGuardedBuffer in(size_t(width) * 5);
+      const bool all = everyPath.count(width) != 0;
+      const int combinations = all ? int(gains.size() * thresholds.size()) : kVariants;
+      for (int i = 0; i < combinations; ++i) {
+        // The tap sets take turns: each meets every gain and every threshold.
+        const int32_t* t = taps[all ? i % kTapSets : rng.range(0, kTapSets - 1)];
+        const int variant = all ? rng.range(0, kVariants - 1) : i;
+        fillInput(in.data(), width, 5, variant, rng);
+        // Rows in a shuffled order, as the edge mirroring hands them over.
+        const uint8_t* rows[5];
+        for (int k = 0; k < 5; ++k) rows[k] = in.data() + size_t(rng.range(0, 4)) * width;
+        const KQSharpenParams p = {
+            all ? gains[size_t(i) / thresholds.size()]
+                : gains[size_t(rng.range(0, int(gains.size()) - 1))],
+            all ? thresholds[size_t(i) % thresholds.size()]
+                : thresholds[size_t(rng.range(0, int(thresholds.size()) - 1))],
+            t[0], t[1], t[2]};
+        KqFramedPlane a(width, 1), b(width, 1);
+        ref.sharpenRow(a.data(), rows, width, &p);
+        dsp.sharpenRow(b.data(), rows, width, &p);
+        ASSERT_TRUE(kqFramedEqual(a, b))
+            << "width " << width << " variant " << variant << " gain " << p.gain << " threshold "
+            << p.threshold << " taps " << t[0] << "/" << t[1] << "/" << t[2];
+      }
+    }
+  });
 }
 
 // The x86 rows shift their step grid to where the centre row is aligned:

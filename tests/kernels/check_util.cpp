@@ -1,14 +1,10 @@
 // check_util.cpp - PRNG seed, fills and plane comparison.
 #include "kernels/check_util.h"
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
-
-#include "runtime/cpu.h"
 
 uint64_t kqTestSeed() {
   static const uint64_t seed = [] {
@@ -81,13 +77,6 @@ KqFramedPlane::KqFramedPlane(int width, int height, uint8_t sentinel)
       stride_(width + 2 * kFrame),
       buf_(size_t(stride_) * (height + 2 * kFrame), sentinel) {}
 
-std::vector<uint8_t> KqFramedPlane::packed() const {
-  std::vector<uint8_t> out(size_t(width_) * height_);
-  for (int y = 0; y < height_; ++y)
-    std::memcpy(&out[size_t(y) * width_], data() + size_t(y) * stride_, width_);
-  return out;
-}
-
 void KqFramedPlane::fill(uint8_t value) {
   for (int y = 0; y < height_; ++y) std::memset(data() + size_t(y) * stride_, value, width_);
 }
@@ -144,45 +133,4 @@ testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedP
                                          << x - f << ", " << y - f << ")";
     }
   return testing::AssertionSuccess();
-}
-
-namespace {
-std::string* gBenchPattern = nullptr;
-}
-
-void kqSetBench(const char* pattern) {
-  delete gBenchPattern;
-  gBenchPattern = pattern != nullptr ? new std::string(pattern) : nullptr;
-}
-
-bool kqBenchWanted(const char* kernel) {
-  return gBenchPattern != nullptr && std::strstr(kernel, gBenchPattern->c_str()) != nullptr;
-}
-
-double kqBenchNanoseconds(const std::function<void()>& run) {
-  using Clock = std::chrono::steady_clock;
-  run();  // warm caches and any lazily built tables
-  int64_t calls = 1;
-  double best = 1e300;
-  for (int batch = 0; batch < 5;) {
-    const Clock::time_point start = Clock::now();
-    for (int64_t i = 0; i < calls; ++i) run();
-    const double ns = std::chrono::duration<double, std::nano>(Clock::now() - start).count();
-    if (ns < 2e6) {  // too short to time: grow the batch and start over
-      calls *= ns < 2e5 ? 10 : 2;
-      continue;
-    }
-    best = std::min(best, ns / double(calls));
-    ++batch;
-  }
-  return best;
-}
-
-void kqBench(const char* kernel, uint32_t level, const std::function<void()>& ref,
-             const std::function<void()>& impl) {
-  if (!kqBenchWanted(kernel)) return;
-  const double r = kqBenchNanoseconds(ref), i = kqBenchNanoseconds(impl);
-  std::printf("bench %-26s %-8s %12.1f ns, scalar %12.1f ns, %6.2fx\n", kernel,
-              kqCpuLevelName(level), i, r, r / i);
-  std::fflush(stdout);
 }

@@ -1,15 +1,13 @@
 // check_util.h - the checking core every kernel check uses: each distinct
 // implementation of a table slot against the scalar one, a portable PRNG,
-// fill patterns, guarded inputs (KqGuardedBuffer), sentinel-framed outputs,
-// a byte-exact comparison that prints a hex map of the differences, and
-// timing of each implementation when the checks run with --bench.
+// fill patterns, guarded inputs (KqGuardedBuffer), sentinel-framed outputs
+// and a byte-exact comparison that prints a hex map of the differences.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -70,8 +68,6 @@ class KqFramedPlane {
   int width() const { return width_; }
   int height() const { return height_; }
   int stride() const { return stride_; }
-  // Packed copy of the plane's interior (row stride = width).
-  std::vector<uint8_t> packed() const;
   // Fills the interior (not the frame).
   void fill(uint8_t value);
   const std::vector<uint8_t>& raw() const { return buf_; }
@@ -121,15 +117,3 @@ int kqForEachImpl(void (*init)(Table*, uint32_t), Fn Table::*member, Body body) 
   return kqForEachImpl(
       init, [member](const Table& t) { return t.*member; }, body);
 }
-
-// Timing. With --bench (every kernel) or --bench=<part of a kernel's name>
-// on the command line of the checks, each check times the implementation it
-// has just compared next to the scalar one on a representative case and
-// prints one line; the checks themselves run as always.
-void kqSetBench(const char* pattern);  // nullptr: no timing
-bool kqBenchWanted(const char* kernel);
-// Nanoseconds per call of `run`: the fastest of 5 batches of at least 2 ms.
-double kqBenchNanoseconds(const std::function<void()>& run);
-// Prints "bench <kernel> <level>: <impl> ns, scalar <ref> ns, <ratio>x".
-void kqBench(const char* kernel, uint32_t level, const std::function<void()>& ref,
-             const std::function<void()>& impl);

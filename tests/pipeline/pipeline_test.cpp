@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "KQUpScale.h"
@@ -99,20 +100,6 @@ TEST_F(Pipeline, RegionIsClampedAndCutToMultiplesOfFour) {
   EXPECT_EQ(run(src, 100, 80, s, 2, 16, 8, 5000, 5000), run(src, 100, 80, s, 2, 16, 8, 63, 47));
 }
 
-// A padded output: luma padding untouched, chroma padding 128, and the
-// visible bytes those of a packed output.
-TEST_F(Pipeline, PaddedOutputKeepsLumaPaddingAndFillsChromaPadding) {
-  const KqYuv src = KqYuv::camera(16, 8, 2);
-  const std::vector<uint8_t> padded = run(src, 8, 4, {2, 2, 1.0f}, 1, -1, -1, -1, -1, 8, 8, 12);
-  const std::vector<uint8_t> packed = run(src, 8, 4, {2, 2, 1.0f}, 1);
-  for (int y = 0; y < 6; ++y)
-    for (int x = 0; x < 12; ++x)
-      EXPECT_EQ(padded[size_t(y) * 12 + x], x < 8   ? packed[size_t(y) * 8 + x]
-                                            : y < 4 ? 0xC3
-                                                    : 128)
-          << x << "," << y;
-}
-
 // The header's promises for strengths past their useful range: chroma
 // strengths above 10 act as 10; the sharpening gain is trunc(s * 256) modulo
 // 2^16 (s and s + 256 agree, 256 sharpens nothing); negative or NaN
@@ -136,71 +123,64 @@ TEST_F(Pipeline, StrengthsPastTheirRangeActAsDocumented) {
   }
 }
 
-TEST_F(Pipeline, DegenerateCallsWriteNothingAndReturnZero) {
-  const KqYuv src = KqYuv::camera(32, 24, 8);
-  KqYuv dst(64, 48, 64, 0x77);
-  const std::vector<uint8_t> untouched = dst.bytes();
-  KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
-  // A region 1 to 3 pixels wide gives a work width of 0.
-  EXPECT_EQ(KQUpScale_ScaleImageFromROI(&in, &out, 10, 0, 12, 23, 3, 3, 1.0f, 2, 0), 0);
-  EXPECT_EQ(KQUpScale_ScaleImageFromROI(&in, &out, 40, 0, 60, 23, 3, 3, 1.0f, 2, 0), 0);
-  EXPECT_EQ(KQUpScale_ScaleImage(nullptr, &out, 3, 3, 1.0f, 2, 0), 0);
-  EXPECT_EQ(KQUpScale_ScaleImage(&in, nullptr, 3, 3, 1.0f, 2, 0), 0);
-  KQYUVMultiPlaneImage tiny = out;
-  tiny.width = 1;
-  tiny.height = 1;
-  EXPECT_EQ(KQUpScale_ScaleImage(&in, &tiny, 3, 3, 1.0f, 2, 0), 0);
-  KQYUVMultiPlaneImage empty = in;
-  empty.width = 0;
-  EXPECT_EQ(KQUpScale_ScaleImage(&empty, &out, 3, 3, 1.0f, 2, 0), 0);
-  EXPECT_EQ(dst.bytes(), untouched);
-  EXPECT_EQ(kqPoolUserCount(), 0);
-}
-
-// Records that promise less than the stages touch: fewer scanlines than
-// rows, or a plane extent beyond 2 GiB. Each is refused before any byte is
-// read or written; the buffers behind them are large enough that a call
-// which went ahead anyway would show up as changed bytes, not as a crash.
-TEST_F(Pipeline, RecordsThatUnderstateTheirPlanesAreRefused) {
+// Calls that cannot be made safely are refused before any byte is read or
+// written, with a log line, and return 0: missing records, an empty input
+// or an output below 2x2, regions that leave less than 4x4 pixels, and
+// records that promise less than the stages touch (fewer scanlines than
+// rows, a plane extent beyond 2 GiB). The buffers behind them are large
+// enough that a call which went ahead anyway would show up as changed
+// bytes, not as a crash.
+TEST_F(Pipeline, UnsafeCallsAreRefusedAndWriteNothing) {
   const KqYuv src = KqYuv::camera(125, 430, 4);
+  using Rec = KQYUVMultiPlaneImage;
   struct Case {
-    int outW, outH, outStride;
-    int inScanlinesShort, outScanlinesShort;
-    int64_t inStride, outStride2;  // 0: as the image
+    const char* what;
+    int outW, outH, outStride, left, right;  // region columns 0..23; left -1: whole image
     Settings s;
+    int side;             // the record edited: 0 input, 1 output
+    int32_t Rec::*field;  // set to value; null: no record at all
+    int32_t value;
   };
   const Case cases[] = {
-      {26, 45, 44, 0, 3, 0, 0, {0, 0, 0.0f}},           // luma row spread
-      {64, 48, 64, 1, 0, 0, 0, {0, 0, 0.0f}},           // intake
-      {120, 90, 120, 0, 1, 0, 0, {3, 4, 0.0f}},         // noise filter's last row
-      {198, 110, 198, 0, 3, 0, 0, {0, 0, 1.0f}},        // sharpening
-      {64, 48, 64, 0, 0, 0x7FFFFFF0, 0, {3, 4, 0.6f}},  // input extent
-      {64, 48, 64, 0, 0, 0, 0x20000000, {3, 4, 0.6f}},  // output extent
+      {"no input", 64, 48, 64, -1, -1, {3, 3, 1.0f}, 0, nullptr, 0},
+      {"no output", 64, 48, 64, -1, -1, {3, 3, 1.0f}, 1, nullptr, 0},
+      {"output 1 wide", 64, 48, 64, -1, -1, {3, 3, 1.0f}, 1, &Rec::width, 1},
+      {"empty input", 64, 48, 64, -1, -1, {3, 3, 1.0f}, 0, &Rec::width, 0},
+      {"region 3 wide", 64, 48, 64, 10, 12, {3, 3, 1.0f}, 0, &Rec::width, 125},
+      {"region outside", 64, 48, 64, 200, 260, {3, 3, 1.0f}, 0, &Rec::width, 125},
+      {"luma row spread", 26, 45, 44, -1, -1, {0, 0, 0.0f}, 1, &Rec::yScanlines, 42},
+      {"intake", 64, 48, 64, -1, -1, {0, 0, 0.0f}, 0, &Rec::yScanlines, 429},
+      {"noise filter's last row", 120, 90, 120, -1, -1, {3, 4, 0.0f}, 1, &Rec::yScanlines, 89},
+      {"sharpening", 198, 110, 198, -1, -1, {0, 0, 1.0f}, 1, &Rec::yScanlines, 107},
+      {"input extent", 64, 48, 64, -1, -1, {3, 4, 0.6f}, 0, &Rec::yRowStride, 0x7FFFFFF0},
+      {"output extent", 64, 48, 64, -1, -1, {3, 4, 0.6f}, 1, &Rec::yRowStride, 0x20000000},
   };
   for (const Case& c : cases) {
     KqYuv dst(c.outW, c.outH, c.outStride, 0x5A);
     const std::vector<uint8_t> untouched = dst.bytes();
-    KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
-    in.yScanlines -= c.inScanlinesShort;
-    out.yScanlines -= c.outScanlinesShort;
-    if (c.inStride) in.yRowStride = int32_t(c.inStride);
-    if (c.outStride2) out.yRowStride = int32_t(c.outStride2);
+    Rec records[2] = {src.record(8), dst.record(8)};
+    if (c.field != nullptr) records[c.side].*c.field = c.value;
+    Rec* i = c.side == 0 && c.field == nullptr ? nullptr : &records[0];
+    Rec* o = c.side == 1 && c.field == nullptr ? nullptr : &records[1];
     log_.clear();
-    EXPECT_EQ(KQUpScale_ScaleImage(&in, &out, c.s.nr, c.s.cnr, c.s.sharp, 2, 0), 0);
-    EXPECT_EQ(dst.bytes(), untouched) << c.outW << "x" << c.outH;
+    EXPECT_EQ(
+        KQUpScale_ScaleImageFromROI(i, o, c.left, 0, c.right, 23, c.s.nr, c.s.cnr, c.s.sharp, 2, 0),
+        0);
+    EXPECT_EQ(dst.bytes(), untouched) << c.what;
     const std::vector<std::string> lines = log_.messages();
-    EXPECT_TRUE(std::any_of(
-        lines.begin(), lines.end(),
-        [](const std::string& m) { return m.find("nothing written") != std::string::npos; }))
-        << c.outW << "x" << c.outH;
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& m) {
+      return m.find("nothing written") != std::string::npos;
+    })) << c.what;
   }
   EXPECT_EQ(kqPoolUserCount(), 0);
 }
 
 TEST_F(Pipeline, TinyInputsAndOutputsStayInsideTheirPlanes) {
   // Outputs too small to split into 4 x 4 tiles, and the smallest inputs the
-  // warp accepts: every byte outside the visible planes must keep its fill,
-  // and the thread count must not matter.
+  // warp accepts, into padded outputs: the luma padding and the chroma rows
+  // past height / 2 keep their fill, the chroma padding of a call that was
+  // not refused (aspect ratios that leave too few source pixels) is 128,
+  // and the thread count does not matter.
   const int inSizes[][2] = {{4, 4}, {5, 7}, {8, 6}, {16, 12}};
   const int outSizes[][2] = {{2, 2}, {3, 3}, {5, 4}, {7, 9}, {16, 2}, {2, 16}};
   for (const auto& is : inSizes)
@@ -210,10 +190,17 @@ TEST_F(Pipeline, TinyInputsAndOutputsStayInsideTheirPlanes) {
       for (int threads : {1, 4, -2}) {
         KqYuv dst(os[0], os[1], os[0] + 6, 0xE1);
         KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+        log_.clear();
         EXPECT_EQ(KQUpScale_ScaleImage(&in, &out, 5, 5, 1.0f, threads, 0), 0);
+        const bool refused = log_.lines().size() > 2;  // beyond the two version lines
         for (int y = 0; y < os[1]; ++y)
           for (int x = os[0]; x < os[0] + 6; ++x)
             ASSERT_EQ(dst.y()[y * (os[0] + 6) + x], 0xE1) << os[0] << "x" << os[1];
+        // Chroma rows of the even width and the padding, back to back.
+        const int pitch = (os[0] & ~1) + 6;
+        for (int y = 0; y < (refused ? 0 : os[1] / 2); ++y)
+          for (int x = os[0] & ~1; x < pitch; ++x)
+            ASSERT_EQ(dst.uv()[y * pitch + x], 128) << os[0] << "x" << os[1] << " row " << y;
         // Chroma rows beyond height / 2 are never written.
         for (size_t i = size_t(os[0] + 6) * (os[1] / 2); i < size_t(os[0] + 6) * ((os[1] + 1) / 2);
              ++i)
@@ -225,19 +212,24 @@ TEST_F(Pipeline, TinyInputsAndOutputsStayInsideTheirPlanes) {
     }
 }
 
-// Fails the n-th allocation of a call: the call must leave the output as it
-// was and return 0, whichever allocation it is.
-struct FailNth {
-  static int countdown;
+// An allocation system that counts the mappings made and fails the
+// allocation (of either kind) at which countdown reaches 0.
+struct TestSystem {
+  static int countdown, maps;
   static void* heap(size_t n) { return --countdown == 0 ? nullptr : std::malloc(n); }
-  static void* map(size_t n) { return --countdown == 0 ? nullptr : std::calloc(1, n); }
+  static void* map(size_t n) {
+    ++maps;
+    return --countdown == 0 ? nullptr : std::calloc(1, n);
+  }
   static int unmap(void* p, size_t) {
     std::free(p);
     return 0;
   }
 };
-int FailNth::countdown = 0;
+int TestSystem::countdown = 0, TestSystem::maps = 0;
 
+// Failing the n-th allocation of a call, whichever it is, must leave the
+// output as it was and return 0.
 TEST_F(Pipeline, AnyFailedAllocationLeavesTheOutputUntouchedOrComplete) {
   const KqYuv src = KqYuv::camera(32, 24, 8);
   KQYUVMultiPlaneImage in = src.record(8);
@@ -245,13 +237,13 @@ TEST_F(Pipeline, AnyFailedAllocationLeavesTheOutputUntouchedOrComplete) {
   KQYUVMultiPlaneImage refOut = reference.record(8);
   KQUpScale_ScaleImage(&in, &refOut, 3, 3, 1.0f, 2, 0);
   const std::vector<uint8_t> complete = reference.bytes();
-  const KQAllocSystem failing{FailNth::heap, nullptr, FailNth::map, FailNth::unmap};
+  const KQAllocSystem failing{TestSystem::heap, nullptr, TestSystem::map, TestSystem::unmap};
   int untouchedCalls = 0;
   for (int n = 1;; ++n) {
     KqYuv dst(72, 56, 72, 0x33);
     const std::vector<uint8_t> before = dst.bytes();
     KQYUVMultiPlaneImage out = dst.record(8);
-    FailNth::countdown = n;
+    TestSystem::countdown = n;
     // Kept working memory would spare the call its mapping; it goes back
     // to the system it came from before each switch.
     kqWorkspaceTrim();
@@ -265,26 +257,12 @@ TEST_F(Pipeline, AnyFailedAllocationLeavesTheOutputUntouchedOrComplete) {
     const bool untouched = dst.bytes() == before;
     EXPECT_TRUE(untouched || dst.bytes() == complete) << "allocation " << n;
     untouchedCalls += untouched;
-    if (FailNth::countdown > 0) break;  // this call had no allocation left to fail
+    if (TestSystem::countdown > 0) break;  // this call had no allocation left to fail
     ASSERT_LT(n, 500);
   }
   EXPECT_EQ(untouchedCalls, 1);  // the working block: nothing else precedes the first write
   EXPECT_EQ(kqPoolSlotCount(), 0);
 }
-
-// Counts the mappings a call makes.
-struct MapCounter {
-  static int maps;
-  static void* map(size_t n) {
-    ++maps;
-    return std::calloc(1, n);
-  }
-  static int unmap(void* p, size_t) {
-    std::free(p);
-    return 0;
-  }
-};
-int MapCounter::maps = 0;
 
 // A repeated call of the same sizes works in the memory the previous one
 // used; a call of another size replaces it, and the same bytes come out
@@ -292,7 +270,8 @@ int MapCounter::maps = 0;
 TEST_F(Pipeline, RepeatedCallsReuseTheirWorkingMemory) {
   const KqYuv src = KqYuv::camera(160, 120, 6);
   kqWorkspaceTrim();
-  const KQAllocSystem counting{nullptr, nullptr, MapCounter::map, MapCounter::unmap};
+  const KQAllocSystem counting{nullptr, nullptr, TestSystem::map, TestSystem::unmap};
+  TestSystem::countdown = -1;  // fails nothing
   kqAllocSetSystem(&counting);
   const Settings all{3, 4, 0.6f}, bare{0, 0, 0.0f};
   std::vector<int> mapsPerCall;
@@ -300,9 +279,9 @@ TEST_F(Pipeline, RepeatedCallsReuseTheirWorkingMemory) {
   for (const auto& call :
        {std::make_pair(all, 640), std::make_pair(all, 640), std::make_pair(bare, 640),
         std::make_pair(all, 320), std::make_pair(all, 320)}) {
-    MapCounter::maps = 0;
+    TestSystem::maps = 0;
     results.push_back(run(src, call.second, call.second * 3 / 4, call.first, 2));
-    mapsPerCall.push_back(MapCounter::maps);
+    mapsPerCall.push_back(TestSystem::maps);
   }
   kqWorkspaceTrim();
   kqAllocSetSystem(nullptr);

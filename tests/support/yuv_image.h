@@ -47,15 +47,6 @@ class KqYuv {
     return img;
   }
 
-  // Sets every chroma byte pair to (first, second).
-  void fillChroma(uint8_t first, uint8_t second) {
-    for (int y = 0; y < (height_ + 1) / 2; ++y)
-      for (int x = 0; x + 1 < stride_; x += 2) {
-        uv()[size_t(y) * stride_ + x] = first;
-        uv()[size_t(y) * stride_ + x + 1] = second;
-      }
-  }
-
   KQYUVMultiPlaneImage record(int type) const {
     uint8_t* base = const_cast<uint8_t*>(buf_.data());
     return KQYUVMultiPlaneImage{type,

@@ -146,6 +146,13 @@ output below a file|in.png.*|is not a folder|nofile.png -o in.png/x.png
 missing folder|nodir*|does not exist|in.png out2.png -o nodir
 two inputs, one output name|dup/*|would both be written|a/x.png b/x.png -o dup/
 EOF
+# A write that fails part way (a file size limit, its signal ignored so that
+# write() reports EFBIG) leaves neither the output nor its temporary file.
+printf '#!/usr/bin/env bash\nulimit -f 16; trap "" XFSZ; exec "%s" "$@"\n' "$tool" >limited.sh
+chmod +x limited.sh
+tool_saved=$tool tool=./limited.sh
+expect_errors <<<'write error|o18*|cannot write|in.png --scale 2 -o o18.png'
+tool=$tool_saved
 # Values that are not usable numbers or sizes, and switches that contradict.
 n=0
 expect_errors < <(for args in "--scale nan" "--scale -nan" "--scale inf" "--scale 1e999" "--scale 0x10" \

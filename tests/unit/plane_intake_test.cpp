@@ -83,48 +83,40 @@ TEST(PlaneIntakeSplit, ChromaSlicesCoverEveryRowAndStayInside) {
     }
 }
 
-// Code 10 stores V first, code 11 U first; a stride equal to the width is
-// one block copy.
-TEST(PlaneIntake, WholeImageCopiesBothByteOrdersWithAndWithoutRowPadding) {
-  for (int32_t code : {10, 11})
-    for (int32_t stride : {13, 13 + 7}) {
-      SCOPED_TRACE(testing::Message() << "code " << code << " stride " << stride);
-      Input in(13, 9, stride, code);
-      Plane y(13, 9), u(6, 4), v(6, 4);
-      kqTakeYUVPlanes(&in.rec, &y.img, &u.img, &v.img, 1);
-      for (int r = 0; r < 9; ++r)
-        for (int x = 0; x < 13; ++x) ASSERT_EQ(y.at(x, r), in.y(x, r)) << x << "," << r;
-      for (int r = 0; r < 4; ++r)
-        for (int k = 0; k < 6; ++k) {
-          ASSERT_EQ((code == 10 ? v : u).at(k, r), in.c(2 * k, r)) << k << "," << r;
-          ASSERT_EQ((code == 10 ? u : v).at(k, r), in.c(2 * k + 1, r)) << k << "," << r;
-        }
-      EXPECT_TRUE(y.bytes.back() == kUntouched && u.bytes.back() == kUntouched &&
-                  v.bytes.back() == kUntouched);
-    }
-}
-
-// A region crops the luma to a multiple of 4 and takes chroma from byte
-// `left` of chroma row top / 2: an odd left exchanges the bytes (it starts
-// on a U byte of V,U data), an odd top starts at the row above. The
-// record is left as it was.
-TEST(PlaneIntake, RegionCropsLumaAndOffsetsChroma) {
-  // left, top, right, bottom -> work width, height
-  const int32_t regions[][6] = {{6, 4, 27, 22, 20, 16}, {5, 7, 16, 18, 12, 12}};
-  for (const auto& g : regions) {
-    Input in(40, 30, 48, 10);
+// Whole images (code 10 stores V first, code 11 U first; a stride equal to
+// the width is one block copy) and regions, which crop the luma to a
+// multiple of 4 and take chroma from byte `left` of chroma row top / 2: an
+// odd left exchanges the bytes (it starts on the second byte of a pair), an
+// odd top starts at the row above. The record is left as it was.
+TEST(PlaneIntake, CopiesWholeImagesAndRegions) {
+  const int32_t cases[][10] = {
+      // width, height, stride, code, left (-1: whole image), top, right, bottom, work size
+      {13, 9, 13, 10, -1, 0, 0, 0, 13, 9},    {13, 9, 20, 10, -1, 0, 0, 0, 13, 9},
+      {13, 9, 13, 11, -1, 0, 0, 0, 13, 9},    {13, 9, 20, 11, -1, 0, 0, 0, 13, 9},
+      {40, 30, 48, 10, 6, 4, 27, 22, 20, 16}, {40, 30, 48, 10, 5, 7, 16, 18, 12, 12},
+      {40, 30, 48, 11, 5, 7, 16, 18, 12, 12}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message()
+                 << "stride " << c[2] << " code " << c[3] << " left " << c[4] << " top " << c[5]);
+    Input in(c[0], c[1], c[2], c[3]);
     const KQYUVMultiPlaneImage before = in.rec;
-    const int32_t w = g[4], h = g[5];
+    const int32_t w = c[8], h = c[9], l = c[4] < 0 ? 0 : c[4], t = c[5];
     Plane y(w, h), u(w / 2, h / 2), v(w / 2, h / 2);
-    kqTakeYUVPlanesFromROI(&in.rec, &y.img, &u.img, &v.img, g[0], g[1], g[2], g[3], 1);
-    SCOPED_TRACE(testing::Message() << "left " << g[0] << " top " << g[1]);
+    if (c[4] < 0)
+      kqTakeYUVPlanes(&in.rec, &y.img, &u.img, &v.img, 1);
+    else
+      kqTakeYUVPlanesFromROI(&in.rec, &y.img, &u.img, &v.img, c[4], c[5], c[6], c[7], 1);
     for (int r = 0; r < h; ++r)
-      for (int x = 0; x < w; ++x) ASSERT_EQ(y.at(x, r), in.y(x + g[0], r + g[1])) << x << "," << r;
+      for (int x = 0; x < w; ++x) ASSERT_EQ(y.at(x, r), in.y(x + l, r + t)) << x << "," << r;
+    const Plane& first = c[3] == 10 ? v : u;
+    const Plane& second = c[3] == 10 ? u : v;
     for (int r = 0; r < h / 2; ++r)
       for (int k = 0; k < w / 2; ++k) {
-        ASSERT_EQ(v.at(k, r), in.c(g[0] + 2 * k, g[1] / 2 + r)) << k << "," << r;
-        ASSERT_EQ(u.at(k, r), in.c(g[0] + 2 * k + 1, g[1] / 2 + r)) << k << "," << r;
+        ASSERT_EQ(first.at(k, r), in.c(l + 2 * k, t / 2 + r)) << k << "," << r;
+        ASSERT_EQ(second.at(k, r), in.c(l + 2 * k + 1, t / 2 + r)) << k << "," << r;
       }
+    EXPECT_TRUE(y.bytes.back() == kUntouched && u.bytes.back() == kUntouched &&
+                v.bytes.back() == kUntouched);
     EXPECT_EQ(0, std::memcmp(&before, &in.rec, sizeof before)) << "record changed";
   }
 }

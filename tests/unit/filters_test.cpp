@@ -1,0 +1,451 @@
+// filters_test.cpp - the three filter stages (luma noise reduction,
+// sharpening, chroma noise reduction): their row splits, the same bytes at
+// every level and thread count, small planes, bad input, and each stage's
+// own rules (the noise filter's frame and blends, the chroma weight tables
+// and odd-size fix-up). The row kernels' bytes are the kernel checks' part.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "filters/chroma_nr.h"
+#include "filters/luma_dsp.h"
+#include "filters/luma_nr.h"
+#include "filters/sharpen.h"
+#include "kernels/check_util.h"
+#include "runtime/pool.h"
+#include "support/log_capture.h"
+
+namespace {
+
+// A packed plane with its KQImage8 view.
+struct Plane {
+  std::vector<uint8_t> bytes;
+  KQImage8 img;
+  Plane(int w, int h, uint8_t fill = 0) : bytes(size_t(w) * h, fill), img{w, h, bytes.data()} {}
+  Plane(const Plane& o) : bytes(o.bytes), img{o.img.width, o.img.height, bytes.data()} {}
+  uint8_t& at(int x, int y) { return bytes[size_t(y) * img.width + x]; }
+};
+
+Plane randomPlane(int w, int h, uint64_t seed, KqFill fill = KqFill::kSmooth) {
+  Plane p(w, h);
+  KqRng rng(seed);
+  kqFillPlane(p.img.data, w, h, w, fill, rng);
+  return p;
+}
+
+KQLumaDsp lumaDsp(uint32_t level) {
+  KQLumaDsp d;
+  kqLumaDspInit(&d, level);
+  return d;
+}
+
+Plane runNr(const Plane& in, int strength, int threads, const KQLumaDsp* dsp,
+            const KQImage8* ref = nullptr) {
+  Plane out(in.img.width, in.img.height);
+  kqLumaNoiseReductionDsp(&in.img, &out.img, ref, strength, threads, dsp);
+  return out;
+}
+
+// A packed plane inside a sentinel frame, with its KQImage8 view.
+struct Framed {
+  KqFramedPlane framed;
+  KQImage8 img;
+  Framed(int w, int h) : framed(w * h, 1, 0x5A), img{w, h, framed.data()} {}
+  Framed(const Framed&) = delete;
+  uint8_t& at(int x, int y) { return img.data[size_t(y) * img.width + x]; }
+  const std::vector<uint8_t>& raw() const { return framed.raw(); }
+};
+
+// Everything one chroma call needs: output luma, in-place U/V and the
+// scratch planes.
+struct Frame {
+  int w, h;
+  Framed luma, u, v, h1u, h1v, h2u, h2v;
+  Frame(int cw, int ch, int lumaExtra = 0)
+      : w(cw),
+        h(ch),
+        luma(2 * cw + lumaExtra, 2 * ch + lumaExtra),
+        u(cw, ch),
+        v(cw, ch),
+        h1u(cw / 2, ch / 2),
+        h1v(cw / 2, ch / 2),
+        h2u(cw / 2, ch / 2),
+        h2v(cw / 2, ch / 2) {}
+  void run(float strength, int threads, const KQChromaDsp* dsp = kqChromaDspGet()) {
+    kqChromaNoiseReductionDsp(&luma.img, &u.img, &v.img, &u.img, &v.img, &h1u.img, &h1v.img,
+                              &h2u.img, &h2v.img, nullptr, 0, strength, threads, dsp);
+  }
+  void fill(uint64_t seed, KqFill kind = KqFill::kSmooth) {
+    KqRng rng(seed);
+    for (Framed* p : {&luma, &u, &v})
+      kqFillPlane(p->img.data, p->img.width, p->img.height, p->img.width, kind, rng);
+  }
+};
+
+// Every split gives each row it owns to exactly one slice, for any slice
+// count (more slices than rows too): the noise filter's interior pass
+// (output rows start + 4 .. end - 4, never reading below the plane) and its
+// blends (slices on 4-row boundaries; end -1: empty), the sharpening, and
+// both forms of the chroma split over an even row count (in order, on even
+// boundaries).
+TEST(FilterSplits, EveryFormHandsOutEachRowOnce) {
+  std::vector<int> slices;
+  for (int n = 1; n <= 33; ++n) slices.push_back(n);
+  for (int n : {40, 64, 80, 200}) slices.push_back(n);
+  for (int height : {0, 1, 2, 3, 5, 8, 9, 10, 17, 21, 48, 64, 101, 382, 1080, 1081, 1536})
+    for (int n : slices)
+      for (int form = 0; form < 5; ++form) {  // interior, blend, sharpen, chroma 0 and 1
+        if (form < 2 ? height == 0 : form > 2 && height % 2 != 0) continue;  // the stages' heights
+        SCOPED_TRACE(testing::Message()
+                     << "form " << form << " height " << height << " slices " << n);
+        std::vector<int> count(size_t(height), 0);
+        int next = 0;
+        for (int i = 0; i < n; ++i) {
+          int first = 0, end = 0;
+          if (form < 2) {
+            KQLumaNrContext c{};
+            c.end = form ? height : height - 1;
+            (form ? kqLumaNrBlendSplit : kqLumaNrInteriorSplit)(i, n, 1, &c);
+            if (form) {
+              ASSERT_EQ(c.start % 4, 0);
+              if (c.end == -1) ASSERT_GT(c.start, height);
+            } else {
+              ASSERT_GE(c.start, 0);
+              ASSERT_LE(c.end, height - 1) << "reads below the plane";
+            }
+            first = c.start + (form ? 0 : 4);
+            end = c.end - (form ? 0 : 3);
+          } else if (form == 2) {
+            KQSharpenContext c{};
+            c.end = height;
+            kqSharpenSplit(i, n, 1, &c);
+            first = c.start;
+            end = c.end;
+          } else {
+            KQChromaPassContext c;
+            std::memset(&c, 0, sizeof c);
+            c.endRow = height;
+            kqChromaSplit(i, n, form - 3, &c);
+            ASSERT_EQ(c.firstRow, next) << "slice " << i;
+            ASSERT_GE(c.endRow, c.firstRow);
+            ASSERT_EQ(c.firstRow % 2 + c.endRow % 2, 0);
+            first = c.firstRow;
+            end = next = c.endRow;
+          }
+          for (int y = first; y < end; ++y) ++count[size_t(y)];
+        }
+        for (int y = 0; y < height; ++y) {
+          const bool owned = form != 0 || (y >= 4 && y <= height - 5);
+          ASSERT_EQ(count[size_t(y)], owned ? 1 : 0) << "row " << y;
+        }
+      }
+}
+
+// Every level and every kind of thread count (the calling thread, slices
+// through the pool with and without one started, fresh threads) gives the
+// scalar single-thread bytes: the noise filter plain, on sizes that are not
+// multiples of 8 or 16, and guided by a reference at scales 1, 2 and 4
+// (vector blends) and others (the generic one), the reference ending at a
+// guard page; the sharpening of each kind with and without a mask; the
+// chroma filter, its scratch planes and sentinel frames included.
+TEST(FilterStages, SameBytesForEveryLevelAndThreadCount) {
+  using Run = std::function<std::vector<uint8_t>(uint32_t level, int threads)>;
+  std::vector<std::pair<std::string, Run>> cases;
+  const Plane nrIn[] = {randomPlane(203, 77, kqTestSeed() + 3),
+                        randomPlane(64, 9, kqTestSeed() + 3),
+                        randomPlane(33, 41, kqTestSeed() + 3)};
+  for (const Plane& in : nrIn)
+    cases.emplace_back("noise filter " + std::to_string(in.img.width), [&in](uint32_t l, int t) {
+      const KQLumaDsp d = lumaDsp(l);
+      return runNr(in, 7, t, &d).bytes;
+    });
+  const Plane guided = randomPlane(83, 48, kqTestSeed() + 5, KqFill::kUniform);
+  const int refs[][3] = {{83, 48, 4}, {42, 24, 4}, {21, 12, 4}, {30, 17, -6}, {100, 50, -6}};
+  std::vector<std::unique_ptr<KqGuardedBuffer>> refBuffers;
+  for (const auto& rc : refs) {
+    refBuffers.emplace_back(new KqGuardedBuffer(size_t(rc[0]) * rc[1]));
+    KqRng rng(kqTestSeed() + uint64_t(rc[0]));
+    kqFillPlane(refBuffers.back()->data(), rc[0], rc[1], rc[0], KqFill::kZeroOne, rng);
+    const KQImage8 ref{rc[0], rc[1], refBuffers.back()->data()};
+    // The generic blend's base weight saturates from strength 2 on; a
+    // negative strength keeps the reference visible there.
+    const int strength = rc[2];
+    const KQLumaDsp c = lumaDsp(0);
+    ASSERT_NE(runNr(guided, strength, 1, &c, &ref).bytes, runNr(guided, strength, 1, &c).bytes)
+        << "the reference " << rc[0] << "x" << rc[1] << " had no effect";
+    cases.emplace_back("guided by " + std::to_string(rc[0]),
+                       [&guided, ref, strength](uint32_t l, int t) {
+                         const KQLumaDsp d = lumaDsp(l);
+                         return runNr(guided, strength, t, &d, &ref).bytes;
+                       });
+  }
+  const Plane sharpIn[] = {randomPlane(203, 77, kqTestSeed() + 14),
+                           randomPlane(13, 9, kqTestSeed() + 14)};
+  Plane masks[] = {randomPlane(203, 77, kqTestSeed() + 15, KqFill::kUniform),
+                   randomPlane(13, 9, kqTestSeed() + 15, KqFill::kUniform)};
+  for (int i = 0; i < 2; ++i)
+    for (uint8_t& m : masks[i].bytes) m %= 17;
+  for (int i = 0; i < 2; ++i)
+    for (int kind : {4, 6, 7})
+      for (bool masked : {false, true}) {
+        const Plane& in = sharpIn[i];
+        const KQImage8* m = masked ? &masks[i].img : nullptr;
+        cases.emplace_back("sharpening " + std::to_string(in.img.width) + " kind " +
+                               std::to_string(kind) + (masked ? " masked" : ""),
+                           [&in, kind, m](uint32_t l, int t) {
+                             const KQLumaDsp d = lumaDsp(l);
+                             Plane out(in.img.width, in.img.height, 0x5A);
+                             kqImageSharpeningDsp(&in.img, &out.img, m, 1.3f, 9.0f, kind, t, &d);
+                             return out.bytes;
+                           });
+      }
+  for (const auto& size :
+       {std::make_pair(203, 77), std::make_pair(256, 96), std::make_pair(131, 30)})
+    for (float strength : {1.0f, 3.0f, 10.0f})
+      cases.emplace_back(
+          "chroma " + std::to_string(size.first) + " strength " + std::to_string(strength),
+          [size, strength](uint32_t l, int t) {
+            KQChromaDsp d;
+            kqChromaDspInit(&d, l);
+            Frame f(size.first, size.second);
+            f.fill(7 + size.first);
+            f.run(strength, t, &d);
+            std::vector<uint8_t> all;
+            for (const Framed* p : {&f.u, &f.v, &f.h1u, &f.h2v})
+              all.insert(all.end(), p->raw().begin(), p->raw().end());
+            return all;
+          });
+
+  for (const auto& c : cases) {
+    const std::vector<uint8_t> want = c.second(0, 1);
+    for (uint32_t level : kqCpuLevels())
+      for (bool pool : {false, true}) {
+        if (pool) kqPoolStart(4, 0, "stage-test");
+        bool same = true;
+        for (int threads : {1, 0, 2, 3, 8, -3})
+          if (c.second(level, threads) != want) {
+            ADD_FAILURE() << c.first << ": " << kqCpuLevelName(level) << " threads " << threads
+                          << (pool ? " with" : " without") << " a pool";
+            same = false;
+            break;
+          }
+        if (pool) kqPoolStop();
+        if (!same) return;
+      }
+  }
+}
+
+// Runs `stage(in, out, threads, dsp)` on a w x h plane whose input ends at a
+// guard page into framed outputs: nothing may be written outside the
+// output, every output byte must be written (outputs prefilled with 0 and
+// 255 agree), and every level must give the scalar bytes.
+template <class Stage>
+void expectTinyPlaneSafe(int w, int h, KqRng& rng, Stage stage) {
+  SCOPED_TRACE(testing::Message() << w << "x" << h);
+  const KQLumaDsp c = lumaDsp(0);
+  KqGuardedBuffer buf(size_t(w) * h);
+  kqFillPlane(buf.data(), w, h, w, KqFill::kUniform, rng);
+  const KQImage8 in{w, h, buf.data()};
+  KqFramedPlane a(w * h, 1, 0x00), b(w * h, 1, 0xFF), clean(w * h, 1, 0x00);
+  KQImage8 outA{w, h, a.data()}, outB{w, h, b.data()};
+  stage(&in, &outA, 2, &c);
+  stage(&in, &outB, 2, &c);
+  std::memcpy(clean.data(), a.data(), size_t(w) * h);
+  ASSERT_TRUE(kqFramedEqual(clean, a));
+  ASSERT_TRUE(kqPlanesEqual(a.data(), w, b.data(), w, w, h)) << "unwritten output bytes";
+  for (uint32_t level : kqCpuLevels()) {
+    const KQLumaDsp dsp = lumaDsp(level);
+    KqFramedPlane o(w * h, 1, 0x00);
+    KQImage8 out{w, h, o.data()};
+    stage(&in, &out, 3, &dsp);
+    ASSERT_TRUE(kqFramedEqual(a, o)) << kqCpuLevelName(level);
+  }
+}
+
+// Luma planes below the noise filter's interior minimum (32 columns, 9
+// rows) and tiny sharpened planes (mirrored row indices clamped, widths
+// below 8 all tail) stay inside their buffers and write every byte. Chroma
+// planes too small to filter stay as they were; the smallest filterable
+// ones write nothing outside their planes.
+TEST(FilterStages, SmallPlanesStayInsideTheirBuffers) {
+  KqRng rng(kqTestSeed() + 4);
+  kqPoolStart(3, 0, "filters-test");  // slices through the pool: no thread start per call
+  for (int h = 1; h <= 12; ++h)
+    for (int w : {1, 2, 3, 5, 6, 7, 8, 11, 12, 13, 16, 17, 18, 19, 25, 31, 32, 33, 40, 45, 46, 47})
+      expectTinyPlaneSafe(w, h, rng,
+                          [](const KQImage8* in, KQImage8* out, int threads, const KQLumaDsp* d) {
+                            kqLumaNoiseReductionDsp(in, out, nullptr, 6, threads, d);
+                          });
+  for (int kind : {4, 7})
+    for (int h = 1; h <= 6; ++h)
+      for (int w = 1; w <= 20; ++w) {
+        SCOPED_TRACE(testing::Message() << "sharpening kind " << kind);
+        expectTinyPlaneSafe(
+            w, h, rng, [kind](const KQImage8* in, KQImage8* out, int threads, const KQLumaDsp* d) {
+              kqImageSharpeningDsp(in, out, nullptr, 1.5f, 0.0f, kind, threads, d);
+            });
+      }
+  kqPoolStop();
+  const int sizes[][3] = {{0, 0, 1}, {1, 1, 1}, {1, 6, 1}, {6, 1, 1}, {0, 4, 1},
+                          {2, 2, 0}, {3, 3, 0}, {2, 7, 0}, {9, 2, 0}};  // w, h, too small
+  for (const auto& s : sizes) {
+    Frame f(s[0], s[1]);
+    f.fill(5, KqFill::kUniform);
+    std::vector<uint8_t> u = f.u.raw(), v = f.v.raw();
+    f.run(10.0f, s[2] ? 2 : 8);
+    if (!s[2]) {  // only the planes' own bytes may change
+      const size_t at = KqFramedPlane::kFrame * f.u.framed.stride() + KqFramedPlane::kFrame;
+      std::memcpy(&u[at], f.u.img.data, size_t(s[0]) * s[1]);
+      std::memcpy(&v[at], f.v.img.data, size_t(s[0]) * s[1]);
+    }
+    EXPECT_TRUE(u == f.u.raw() && v == f.v.raw()) << "chroma " << s[0] << "x" << s[1];
+  }
+}
+
+// Missing, mismatched or aliased planes are logged as one error each and
+// leave every output alone, as does a NaN chroma strength (silently); an
+// unknown sharpening kind copies the input.
+TEST(FilterStages, BadInputIsLoggedAndWritesNothing) {
+  KqLogCapture log;
+  const KQLumaDsp c = lumaDsp(0);
+  Plane in = randomPlane(40, 20, 7), out(40, 20, 0x33), small(39, 20, 0x33);
+  KQImage8 empty{0, 20, in.img.data}, noData{40, 20, nullptr};
+  Frame f(32, 16);
+  f.fill(8, KqFill::kUniform);
+  Framed narrow(15, 8), shortLuma(64, 30);  // the luma needs 2 * (16 - 1) + 1 = 31 rows
+  auto chroma = [&](const KQImage8* luma, KQImage8* h1u) {
+    kqChromaNoiseReductionDsp(luma, &f.u.img, &f.v.img, &f.u.img, &f.v.img, h1u, &f.h1v.img,
+                              &f.h2u.img, &f.h2v.img, nullptr, 0, 3.0f, 1, kqChromaDspGet());
+  };
+  const std::vector<uint8_t> u = f.u.raw(), v = f.v.raw();
+  const std::pair<const char*, std::function<void()>> calls[] = {
+      {"nr, no input", [&] { kqLumaNoiseReductionDsp(nullptr, &out.img, nullptr, 5, 1, &c); }},
+      {"nr, no output", [&] { kqLumaNoiseReductionDsp(&in.img, nullptr, nullptr, 5, 1, &c); }},
+      {"nr, other size", [&] { kqLumaNoiseReductionDsp(&in.img, &small.img, nullptr, 5, 1, &c); }},
+      {"nr, empty", [&] { kqLumaNoiseReductionDsp(&empty, &out.img, nullptr, 5, 1, &c); }},
+      {"nr, no data", [&] { kqLumaNoiseReductionDsp(&noData, &out.img, nullptr, 5, 1, &c); }},
+      {"nr, in place", [&] { kqLumaNoiseReductionDsp(&in.img, &in.img, nullptr, 5, 1, &c); }},
+      {"sharpen, no input",
+       [&] { kqImageSharpeningDsp(nullptr, &out.img, nullptr, 1.0f, 0.0f, 4, 1, &c); }},
+      {"sharpen, other size",
+       [&] { kqImageSharpeningDsp(&in.img, &small.img, nullptr, 1.0f, 0.0f, 4, 1, &c); }},
+      {"sharpen, in place",
+       [&] { kqImageSharpeningDsp(&in.img, &in.img, nullptr, 1.0f, 0.0f, 4, 1, &c); }},
+      {"chroma, no luma", [&] { chroma(nullptr, &f.h1u.img); }},
+      {"chroma, narrow scratch", [&] { chroma(&f.luma.img, &narrow.img); }},
+      {"chroma, short luma", [&] { chroma(&shortLuma.img, &f.h1u.img); }},
+  };
+  const Plane input = in;
+  for (const auto& call : calls) {
+    log.clear();
+    call.second();
+    const std::vector<KqLogLine> lines = log.lines();
+    EXPECT_TRUE(lines.size() == 1 && lines[0].priority == KQ_LOG_ERROR) << call.first;
+  }
+  log.clear();
+  f.run(std::nanf(""), 1);
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_EQ(out.bytes, std::vector<uint8_t>(40 * 20, 0x33));
+  EXPECT_EQ(small.bytes, std::vector<uint8_t>(39 * 20, 0x33));
+  EXPECT_EQ(in.bytes, input.bytes);
+  EXPECT_TRUE(u == f.u.raw() && v == f.v.raw());
+  kqImageSharpeningDsp(&in.img, &out.img, nullptr, 1.0f, 0.0f, 5, 1, &c);
+  EXPECT_EQ(out.bytes, in.bytes) << "unknown sharpening kind";
+}
+
+// The noise filter's frame goes through runs of one tap shift: on widths
+// around the 18 from which the runs take the vector kernel and around the
+// right strip's start moving by 16, it equals the scalar border kernel
+// applied to the four parts of the frame (strength 10 keeps the filtered
+// bytes).
+TEST(LumaNr, FrameEqualsTheScalarBorderKernel) {
+  for (int w : {16, 17, 18, 19, 24, 45, 46, 47, 61, 62, 100, 257})
+    for (int h : {9, 12, 23}) {
+      SCOPED_TRACE(testing::Message() << w << "x" << h);
+      Plane in = randomPlane(w, h, kqTestSeed() + uint64_t(w * 31 + h));
+      Plane frame(w, h);
+      const int right = kqLumaNrRightStripStart(w);
+      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, w, 0, 4);
+      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, w, h - 4, h);
+      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, 6, 4, h - 4);
+      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, right, w, 4, h - 4);
+      Plane out = runNr(in, 10, 1, kqLumaDspGet());
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+          if (y < 4 || y >= h - 4 || x < 6 || x >= right)
+            ASSERT_EQ(out.at(x, y), frame.at(x, y)) << x << "," << y;
+    }
+}
+
+// Strength 10 is the filtered plane, 0 the input and 5 half of each
+// (rounded down), in the first 8 * (width / 8) columns; the tail columns
+// keep the filtered value at every strength. Weights saturate instead of
+// overflowing.
+TEST(LumaNr, BlendStrengthsAndTail) {
+  const int w = 61, h = 13;  // 5 tail columns
+  Plane in = randomPlane(w, h, kqTestSeed() + 2, KqFill::kUniform);
+  EXPECT_EQ(kqLumaBlendWeight(INT32_MAX), INT32_MAX);
+  EXPECT_EQ(kqLumaBlendWeight(INT32_MIN), INT32_MIN);
+  const KQLumaDsp* dsp = kqLumaDspGet();
+  const Plane filtered = runNr(in, 10, 1, dsp);
+  const Plane none = runNr(in, 0, 3, dsp), half = runNr(in, 5, 3, dsp);
+  for (size_t i = 0; i < in.bytes.size(); ++i) {
+    const int f = filtered.bytes[i], o = in.bytes[i];
+    const bool tail = i % w >= 56;
+    ASSERT_EQ(none.bytes[i], tail ? f : o) << i;
+    ASSERT_EQ(half.bytes[i], tail ? f : (f + o) / 2) << i;
+  }
+}
+
+// The chroma kernels rely on falling weights (a slope never exceeds its
+// weight) from full weight at distance 0, rows 1 and 2 alike; a NaN
+// strength is refused.
+TEST(ChromaSetup, WeightTablesFallFromFullWeight) {
+  KQChromaParams p;
+  for (int mode : {0, 1, 3})
+    for (float s = -1.0f; s <= 11.0f; s += 0.25f) {
+      ASSERT_TRUE(kqChromaSetup(mode, s, 2, &p));
+      for (int r = 0; r < 3; ++r) {
+        EXPECT_EQ(p.weights[r][0], 255) << "strength " << s << " row " << r;
+        for (int k = 0; k < 8; ++k) ASSERT_GE(p.weights[r][k], p.weights[r][k + 1]) << s;
+      }
+      EXPECT_EQ(0, std::memcmp(p.weights[1], p.weights[2], 9));
+    }
+  EXPECT_FALSE(kqChromaSetup(0, std::nanf(""), 2, &p));
+}
+
+// The chroma filter covers the even part, which is what the same image
+// cropped to even size gives; an odd last row copies the row above, then an
+// odd last column copies its left neighbour in every even-part row, so the
+// corner keeps the unfiltered pixel from above.
+TEST(ChromaStage, OddSizesGetTheBorderFixUp) {
+  const int w = 61, h = 45;
+  for (int threads : {1, 3}) {
+    Frame odd(w, h, 1), even(w - 1, h - 1, 3);  // same luma size
+    odd.fill(11);
+    for (int y = 0; y < h - 1; ++y) {
+      std::memcpy(&even.u.at(0, y), &odd.u.at(0, y), size_t(w - 1));
+      std::memcpy(&even.v.at(0, y), &odd.v.at(0, y), size_t(w - 1));
+    }
+    std::memcpy(even.luma.img.data, odd.luma.img.data, size_t(2 * w + 1) * (2 * h + 1));
+    const uint8_t cornerSourceU = odd.u.at(w - 1, h - 2);
+    odd.run(5.0f, threads);
+    even.run(5.0f, threads);
+    for (int y = 0; y < h - 1; ++y) {
+      ASSERT_EQ(0, std::memcmp(&even.u.at(0, y), &odd.u.at(0, y), size_t(w - 1))) << "row " << y;
+      ASSERT_EQ(0, std::memcmp(&even.v.at(0, y), &odd.v.at(0, y), size_t(w - 1))) << "row " << y;
+      ASSERT_EQ(odd.u.at(w - 1, y), odd.u.at(w - 2, y)) << "row " << y;
+      ASSERT_EQ(odd.v.at(w - 1, y), odd.v.at(w - 2, y)) << "row " << y;
+    }
+    EXPECT_EQ(0, std::memcmp(&odd.u.at(0, h - 1), &odd.u.at(0, h - 2), size_t(w - 1)));
+    EXPECT_EQ(odd.u.at(w - 1, h - 1), cornerSourceU);
+  }
+}
+
+}  // namespace
