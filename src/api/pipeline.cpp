@@ -365,15 +365,16 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   stage(kStageIntake, "kqTakeYUVPlanes", [&] {
     if (!plan.readInPlace) {
       // The output shares memory with the input: work from a packed copy.
-      uint8_t* copyY = p.get(kCopyY)->data;
-      uint8_t* copyUV = p.get(kCopyUV)->data;
-      const size_t w = size_t(workWidth), stride = size_t(in->yRowStride);
-      for (int32_t r = 0; r < workHeight; ++r)
-        std::memcpy(copyY + r * w, source.yData + r * stride, w);
-      for (int32_t r = 0; r < workHeight / 2; ++r)
-        std::memcpy(copyUV + r * w, source.chromaData + r * stride, w);
-      source.yData = copyY;
-      source.chromaData = copyUV;
+      // The intake's luma copy packs rows of bytes, so it also packs the
+      // interleaved chroma rows, taken as a plane of half the height.
+      KQYUVMultiPlaneImage chromaRows = source;
+      chromaRows.yData = source.chromaData;
+      chromaRows.height = workHeight / 2;
+      chromaRows.yScanlines = workHeight / 2;
+      kqTakeYUVPlanes(&source, p.get(kCopyY), nullptr, nullptr, numThreads);
+      kqTakeYUVPlanes(&chromaRows, p.get(kCopyUV), nullptr, nullptr, numThreads);
+      source.yData = p.get(kCopyY)->data;
+      source.chromaData = p.get(kCopyUV)->data;
       source.yRowStride = workWidth;
     }
     // The chroma filter works on U and V planes.

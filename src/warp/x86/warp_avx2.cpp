@@ -1,7 +1,8 @@
 // warp_avx2.cpp - AVX2 bilinear and interleaved nearest-sample row kernels
 // of the warp stage: the rows of warp_x86.h over 256-bit registers (planned
-// groups of 32 pixels, blocks of 8 two at a time). pshufb and maddubs work within 128-bit lanes, so each
-// lane holds its own 16 pixels of a group, or its own block.
+// groups of 32 pixels, blocks of 8 two at a time). pshufb and maddubs work
+// within 128-bit lanes, so each lane holds its own 16 pixels of a group, or
+// its own block.
 #include <immintrin.h>
 
 #include <cstdint>
