@@ -65,17 +65,6 @@ static inline void kqWarpStoreBytes(uint8_t* dst, __m128i v, int32_t n) {
   }
 }
 
-// The lanes of a step of blocks of 8 pixels from pixel start: lanes below
-// inRow hold blocks of the row (lane 0 always does); the lanes past the
-// row's end repeat the last of them, lane(b), so that every lane reads bytes
-// that exist and the stores then keep only the row's pixels.
-struct KqWarpLanes {
-  int32_t inRow;
-  KqWarpLanes(int32_t start, int32_t count, int32_t lanes)
-      : inRow((count - start + 7) / 8 < lanes ? (count - start + 7) / 8 : lanes) {}
-  int32_t operator()(int32_t b) const { return b < inRow ? b : inRow - 1; }
-};
-
 // A planned row's plan, from the first 64-byte boundary of row->plan: 64
 // header bytes (at 0 the source row whose horizontal results are kept, at
 // kGroupsAt the number of groups), then kKept vectors per group (the kept
@@ -479,22 +468,27 @@ struct KqWarpBilinearX86 {
     int32_t f0[kLanes];
     float p = row->x;
     for (int32_t start = 0; start < count; start += kPixels) {
-      const KqWarpLanes lane(start, count, kLanes);
-      for (int32_t b = 0; b < lane.inRow; ++b) {
+      for (int32_t b = 0; b < kLanes; ++b) {
+        if (b > 0 && start + 8 * b >= count) {
+          u[b] = u[b - 1];
+          l[b] = l[b - 1];
+          f0[b] = f0[b - 1];
+          continue;
+        }
         int32_t base;
         kqwarp::nextOrigin(row, start / 8 + b, &p, &base, &f0[b]);
         u[b] = kqwarp::blockWindow(row->src0, base, 8, width, edge[b][0]);
         l[b] = kqwarp::blockWindow(row->src1, base, 8, width, edge[b][1]);
       }
-      const R q = W::add16(
-          W::fromLanes([&](int32_t b) { return _mm_set1_epi16(int16_t(f0[lane(b)])); }), off);
+      const R q =
+          W::add16(W::fromLanes([&](int32_t b) { return _mm_set1_epi16(int16_t(f0[b])); }), off);
       const R f = W::and_(q, mask31);
       // Byte weights (32 - f, f) per lane, and the byte pair (2i, 2i + 1)
       // that picks (s[base+i], s[base+i+1]) out of the interleaved window.
       const R wts = W::or_(W::sub16(v32, f), W::template slli16<8>(f));
       const R sel = W::add16(W::mullo16(W::template srli16<5>(q), pairIdx), pairBias);
-      const R pu = W::fromLanes([&](int32_t b) { return kqWarpBytePairs(u[lane(b)]); });
-      const R pl = W::fromLanes([&](int32_t b) { return kqWarpBytePairs(l[lane(b)]); });
+      const R pu = W::fromLanes([&](int32_t b) { return kqWarpBytePairs(u[b]); });
+      const R pl = W::fromLanes([&](int32_t b) { return kqWarpBytePairs(l[b]); });
       const R hu = W::template srli16<1>(W::maddubs(W::shuffle8(pu, sel), wts));
       const R hl = W::template srli16<1>(W::maddubs(W::shuffle8(pl, sel), wts));
       const int32_t n = count - start < kPixels ? count - start : kPixels;
@@ -561,8 +555,12 @@ struct KqWarpNearestPairsX86 {
     const uint8_t* win[kLanes];
     float p = row->x;
     for (int32_t start = 0; start < count; start += kPixels) {
-      const KqWarpLanes lane(start, count, kLanes);
-      for (int32_t b = 0; b < lane.inRow; ++b) {
+      for (int32_t b = 0; b < kLanes; ++b) {
+        if (b > 0 && start + 8 * b >= count) {
+          blk[b] = blk[b - 1];
+          win[b] = win[b - 1];
+          continue;
+        }
         if (plan != nullptr) {
           blk[b] = &plan[start / 8 + b];
         } else {
@@ -577,10 +575,10 @@ struct KqWarpNearestPairsX86 {
       }
       const R v =
           W::shuffle8(W::fromLanes([&](int32_t b) {
-                        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(win[lane(b)]));
+                        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(win[b]));
                       }),
                       W::fromLanes([&](int32_t b) {
-                        return _mm_load_si128(reinterpret_cast<const __m128i*>(blk[lane(b)]->sel));
+                        return _mm_load_si128(reinterpret_cast<const __m128i*>(blk[b]->sel));
                       }));
       const int32_t left = count - start;
       if (left >= kPixels) {
