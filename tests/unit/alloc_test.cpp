@@ -1,5 +1,6 @@
 // alloc_test.cpp - allocator paths and failure answers, and the cache that
-// lends call working memory: reuse, concurrent holders, failed mappings.
+// lends call working memory: reuse and failed mappings (concurrent holders:
+// stress_test.cpp).
 #include "runtime/alloc.h"
 
 #include <gtest/gtest.h>
@@ -126,23 +127,6 @@ TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
   EXPECT_EQ(SystemSpy::unmapLengths.size(), 2u);
   EXPECT_EQ(kqWorkspaceTrim(), SystemSpy::mapLengths.back());
   EXPECT_EQ(kqWorkspaceKeptBytes(), 0u);
-}
-
-TEST_F(WorkspaceTest, ConcurrentHoldersGetTheirOwnBlocks) {
-  const size_t bytes = size_t{2} << 20;
-  KQBlock held[kKqCachedBlocks + 1];
-  for (KQBlock& b : held) b = kqWorkspaceAcquire(bytes);
-  for (int i = 0; i <= kKqCachedBlocks; ++i)
-    for (int j = 0; j < i; ++j) EXPECT_NE(held[i].data, held[j].data);
-  EXPECT_EQ(held[kKqCachedBlocks].slot, -1);  // beyond the cache: private
-  // Blocks in use survive a trim; the private one is unmapped on return.
-  EXPECT_EQ(kqWorkspaceTrim(), 0u);
-  kqWorkspaceRelease(&held[kKqCachedBlocks]);
-  EXPECT_EQ(SystemSpy::unmapLengths.size(), 1u);
-  const size_t kept = size_t(kKqCachedBlocks) * held[0].bytes;
-  for (int i = 0; i < kKqCachedBlocks; ++i) kqWorkspaceRelease(&held[i]);
-  EXPECT_EQ(kqWorkspaceKeptBytes(), kept);
-  EXPECT_EQ(kqWorkspaceTrim(), kept);
 }
 
 TEST_F(WorkspaceTest, FailedMappingIsReportedAndKeepsNothing) {

@@ -1,6 +1,6 @@
 // pool_test.cpp - worker pool: slice hand-out and context copies, the
-// thread-count rules and caps, the use count, concurrent dispatch, stopping
-// while workers wake, and thread affinity.
+// thread-count rules and caps, the use count, stopping while workers wake,
+// and thread affinity (concurrent callers: stress_test.cpp).
 #include "runtime/pool.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,6 @@ struct TaskRun {
   int32_t slice;
   pthread_t thread;
   const void* context;
-  int64_t start, end;  // sequence marks
 };
 
 // A recorder of split calls and task runs, with the caller's context record.
@@ -38,7 +37,6 @@ struct Job {
   std::mutex mutex;
   std::vector<std::array<int32_t, 3>> splits;  // (slice, count, flag) in call order
   std::vector<TaskRun> runs;
-  std::atomic<int64_t>* seq = nullptr;
   Ctx ctx{-1, -1, -1, 0, this};
   std::vector<int32_t> column(int i) const {
     std::vector<int32_t> v;
@@ -70,11 +68,8 @@ void split(int32_t slice, int32_t count, int32_t flag, void* p) {
 void task(void* p) {
   Ctx* c = static_cast<Ctx*>(p);
   Job* j = c->owner;
-  const int64_t start = j->seq ? j->seq->fetch_add(1) : 0;
-  std::this_thread::yield();
-  const int64_t end = j->seq ? j->seq->fetch_add(1) : 0;
   std::lock_guard<std::mutex> lock(j->mutex);
-  j->runs.push_back(TaskRun{c->slice, pthread_self(), p, start, end});
+  j->runs.push_back(TaskRun{c->slice, pthread_self(), p});
 }
 
 bool parallelFor(Job& j, int32_t n) { return kqParallelFor(task, split, &j.ctx, sizeof j.ctx, n); }
@@ -182,38 +177,6 @@ TEST_F(PoolTest, UseCountCapAndSpinningWorkers) {
   for (int i = 0; i < 20; ++i) parallelFor(j, 3);
   kqPoolStop();
   EXPECT_EQ(j.runs.size(), 20u * 12u);
-}
-
-// Callers dispatching at once: each job runs all its slices once, and no
-// two jobs' slices interleave.
-TEST_F(PoolTest, ConcurrentParallelForsRunOneAfterAnother) {
-  kqPoolStart(3, 0, "KQUpScale");
-  std::atomic<int64_t> seq{0};
-  constexpr int kCallers = 4, kRounds = 12;
-  std::vector<Job> jobs(kCallers * kRounds);
-  std::vector<std::thread> callers;
-  for (int t = 0; t < kCallers; ++t)
-    callers.emplace_back([&, t] {
-      for (int r = 0; r < kRounds; ++r) {
-        Job& j = jobs[size_t(t * kRounds + r)];
-        j.seq = &seq;
-        parallelFor(j, 2 + (r % 3));
-      }
-    });
-  for (auto& c : callers) c.join();
-  kqPoolStop();
-  std::vector<std::pair<int64_t, int64_t>> marks;
-  for (int i = 0; i < kCallers * kRounds; ++i) {
-    ASSERT_EQ(jobs[size_t(i)].ranSorted(), iota(4 * (2 + (i % kRounds) % 3)));
-    int64_t lo = INT64_MAX, hi = INT64_MIN;
-    for (const TaskRun& run : jobs[size_t(i)].runs) {
-      lo = std::min(lo, run.start);
-      hi = std::max(hi, run.end);
-    }
-    marks.emplace_back(lo, hi);
-  }
-  std::sort(marks.begin(), marks.end());
-  for (size_t i = 1; i < marks.size(); ++i) EXPECT_LT(marks[i - 1].second, marks[i].first);
 }
 
 // Stopping the pool wakes its workers to leave, never to take a job: a
