@@ -64,13 +64,22 @@ inline int32_t rowIndex(float clamped, int32_t height) {
   return i > height - 1 ? height - 1 : i;
 }
 
-// True when two rows read the same source rows at the same positions, so
-// that their horizontal pass gives the same values.
-inline bool sameSampling(const KQWarpRow& a, const KQWarpRow& b) {
-  return a.src0 == b.src0 && a.src1 == b.src1 && a.step == b.step &&
-         std::memcmp(&a.x, &b.x, sizeof a.x) == 0 &&
-         std::memcmp(&a.blockStep, &b.blockStep, sizeof a.blockStep) == 0;
-}
+// What places a row's blocks, given its source rows: the bits of its start
+// and of its block step, and its step. Two rows with the same source rows
+// and the same key give the same values in every row kernel.
+struct SamplingKey {
+  uint32_t xBits = 0, stepBits = 0;
+  int32_t step = 0;
+
+  SamplingKey() = default;
+  SamplingKey(float x, float blockStep, int32_t s) : step(s) {
+    std::memcpy(&xBits, &x, sizeof xBits);
+    std::memcpy(&stepBits, &blockStep, sizeof stepBits);
+  }
+  bool operator==(const SamplingKey& o) const {
+    return xBits == o.xBits && stepBits == o.stepBits && step == o.step;
+  }
+};
 
 // Block origins (base, phase) of a row, packed as base * 32 + phase (the
 // floor of 32 times the clamped start, within +-2^29), into out[0 .. n).
@@ -107,14 +116,11 @@ class ChainCache {
     chains_.reserve(kMaxChains);
   }
 
-  // Index of the row's chain, or -1 when the cache is full and the row's
-  // codes match none of its chains.
-  int32_t find(const KQWarpRow& row) {
-    uint32_t xb, sb;
-    std::memcpy(&xb, &row.x, sizeof xb);
-    std::memcpy(&sb, &row.blockStep, sizeof sb);
+  // Index of the chain of the row, whose sampling key is `key`, or -1 when
+  // the cache is full and the row's codes match none of its chains.
+  int32_t find(const KQWarpRow& row, const SamplingKey& key) {
     for (const Key& k : keys_)
-      if (k.xBits == xb && k.stepBits == sb && k.step == row.step) return k.chain;
+      if (k.key == key) return k.chain;
     blockCodes(row, scratch_.data());
     int32_t found = -1;
     for (size_t c = 0; c < chains_.size() && found < 0; ++c)
@@ -127,7 +133,7 @@ class ChainCache {
       chains_.push_back(std::move(ch));
       found = int32_t(chains_.size()) - 1;
     }
-    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) keys_.push_back({xb, sb, row.step, found});
+    if (found >= 0 && int32_t(keys_.size()) < kMaxKeys) keys_.push_back({key, found});
     return found;
   }
 
@@ -142,8 +148,7 @@ class ChainCache {
 
  private:
   struct Key {
-    uint32_t xBits, stepBits;
-    int32_t step;
+    SamplingKey key;
     int32_t chain;
   };
   struct Chain {
@@ -286,22 +291,36 @@ class TileRows {
     const int32_t k = y - batchStart_;
     const float lx = batchX_[k], ly = batchY_[k], d = batchD_[k];
 
+    // Nearest sample: half a pixel added to both coordinates, then
+    // truncated. The step was taken before, so the half moves the whole row
+    // without changing its step. The key is made from these values rather
+    // than read back from the record: a load spanning two fields just
+    // stored one by one would wait for both stores to complete.
+    const float x = luma_ ? lx : lx + 0.5f;
+    const int32_t step = static_cast<int32_t>(d * 2048.0f);
+    const float blockStep = d * 8.0f;
+    const SamplingKey key(x, blockStep, step);
+
     KQWarpRow& row = *next_;
     row.srcWidth = srcW_;
     row.count = count_;
     row.rows = 1;
-    row.step = static_cast<int32_t>(d * 2048.0f);
-    row.blockStep = d * 8.0f;
+    row.step = step;
+    row.blockStep = blockStep;
+    row.x = x;
     row.codes = nullptr;
     row.plan = nullptr;
     row.planReady = nullptr;
     uint8_t* out = dstData_ + ptrdiff_t(y) * pitch_;
     int32_t sampledRow = 0;  // the nearest sample's source row
     // Ask for the destination row kWriteAhead rows down: a store that
-    // misses the cache waits for its line to be read first.
+    // misses the cache waits for its line to be read first. The lines go to
+    // the second-level cache only: kWriteAhead rows of a wide output held in
+    // the first level would push out the source rows the kernels are
+    // reading (at 3840x2160 that costs 15-30 % of the warp).
     if (y + kWriteAhead <= lastY_) {
       const uint8_t* ahead = out + kWriteAhead * pitch_;
-      for (size_t b = 0; b < rowBytes_; b += kLine) __builtin_prefetch(ahead + b, 1, 3);
+      for (size_t b = 0; b < rowBytes_; b += kLine) __builtin_prefetch(ahead + b, 1, 2);
     }
     if (luma_) {
       // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
@@ -312,17 +331,12 @@ class TileRows {
       row.src1 = srcData_ + ptrdiff_t(iy1) * srcStride_;
       const int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
       row.w1[0] = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
-      row.x = lx;
     } else {
-      // Nearest sample: half a pixel added to both coordinates, then
-      // truncated. The step was taken before, so the half moves the whole
-      // row without changing its step.
       const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH_), srcH_);
       sampledRow = iy;
       row.src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
       row.src1 = row.src0;
       row.w1[0] = 0;
-      row.x = lx + 0.5f;
     }
     // The row repeats the held row's sampling when it reads the same source
     // rows with the same floats (no chain look-up needed), or on the same
@@ -330,9 +344,9 @@ class TileRows {
     const bool sameSource = held_->rows > 0 && (!luma_ || held_->rows < kKqWarpMaxRows) &&
                             held_->src0 == row.src0 && held_->src1 == row.src1;
     int32_t rowChain = -1;
-    bool repeats = sameSource && sameSampling(*held_, row);
+    bool repeats = sameSource && key == heldKey_;
     if (!repeats) {
-      rowChain = chains_.find(row);
+      rowChain = chains_.find(row, key);
       repeats = sameSource && rowChain >= 0 && rowChain == heldChain_;
     }
     if (luma_) {
@@ -354,7 +368,7 @@ class TileRows {
         // kReadAhead rows down over this row's span of pairs.
         const int32_t ahead = sampledRow + kReadAhead;
         if (ahead < srcH_) {
-          const float xs = row.x, xe = row.x + float(count_) * d;
+          const float xs = x, xe = x + float(count_) * d;
           int32_t c0 = int32_t(xs < xe ? xs : xe), c1 = int32_t(xs < xe ? xe : xs) + 1;
           c0 = c0 < 0 ? 0 : c0;
           c1 = c1 > srcW_ - 1 ? srcW_ - 1 : c1;
@@ -367,6 +381,7 @@ class TileRows {
       }
     }
     heldChain_ = rowChain;
+    heldKey_ = key;
     std::swap(held_, next_);
   }
 
@@ -408,6 +423,7 @@ class TileRows {
   KQWarpRow* held_ = nullptr;
   KQWarpRow* next_ = nullptr;
   int32_t heldChain_ = -1;
+  SamplingKey heldKey_;
   uint8_t* heldDst_ = nullptr;
   ChainCache chains_;
   float batchX_[kBatch] = {}, batchY_[kBatch] = {}, batchD_[kBatch] = {};
