@@ -29,6 +29,9 @@ struct KQBlock {
 
 // Lends a block of at least `bytes` bytes (uninitialised, page-aligned), or
 // a block with null data when it cannot be mapped (logged). Thread-safe.
+// A new block is mapped with the advice to back it with transparent huge
+// pages where the kernel has them, unless the environment variable
+// KQ_HUGE_PAGES is 0 at that moment.
 //
 // Kept blocks are given back to the system when a request of another size
 // replaces them, when kqWorkspaceTrim runs, and when the library is
