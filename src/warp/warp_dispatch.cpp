@@ -45,13 +45,6 @@ KQWarpKernelFn* const kSingleImageGroup[kLayouts][kVariants] = {
     {kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop, kqWarpKernelNoop},
 };
 
-inline float mapX(const Homography& m, float x, float y) {
-  return m.h[0] * x + m.h[1] * y + m.h[2];
-}
-inline float mapY(const Homography& m, float x, float y) {
-  return m.h[3] * x + m.h[4] * y + m.h[5];
-}
-
 // A source row coordinate clamped to [0, height - 1]; NaN gives 0.
 inline float clampRowCoord(float v, int32_t height) {
   if (!(v > 0.0f)) return 0.0f;
@@ -174,27 +167,39 @@ constexpr ptrdiff_t kLine = 64;
 // S = D * 2048 stays within +-2^24 and 8 * D is finite.
 constexpr float kMaxStep = 8192.0f;
 
-// Left end (lx, ly) and per-pixel step d of output row y: the corner
-// matrices blended by the row's position t in the rectangle. The step is
-// divided in double and rounded to float; a single column (n = 0) has no
-// step, its pixel depends on L alone.
-inline void rowGeometry(const Homography& upLeft, const Homography& left, const Homography& up,
-                        const Homography& own, int32_t y, int32_t y0, float tDen, float fx0,
-                        float fx1, int32_t n, float* lxOut, float* lyOut, float* dOut) {
-  const float t = static_cast<float>(y - y0) / tDen;
-  const float u = 1.0f - t;
-  const float fy = static_cast<float>(y);
-  const float lx = u * mapX(upLeft, fx0, fy) + t * mapX(left, fx0, fy);
-  const float ly = u * mapY(upLeft, fx0, fy) + t * mapY(left, fx0, fy);
-  const float rx = u * mapX(up, fx1, fy) + t * mapX(own, fx1, fy);
-  float d = 0.0f;
-  if (n > 0) d = static_cast<float>((double(rx) - double(lx)) / double(n));
-  if (!(d == d)) d = 0.0f;
-  if (d > kMaxStep) d = kMaxStep;
-  if (d < -kMaxStep) d = -kMaxStep;
-  *lxOut = lx;
-  *lyOut = ly;
-  *dOut = d;
+// Left ends (lx, ly) and per-pixel steps d of output rows y .. y + n - 1:
+// the corner matrices blended by each row's position t in the rectangle.
+// The step is divided in double and rounded to float; a single column
+// (span 0) has no step, its pixel depends on L alone. The matrices' terms
+// are copied to locals and the rows are independent, so the compiler runs
+// the loop over vectors; every operation is the same IEEE one in the same
+// order as for a single row.
+void rowGeometry(const Homography& upLeft, const Homography& left, const Homography& up,
+                 const Homography& own, int32_t y, int32_t n, int32_t y0, float tDen, float fx0,
+                 float fx1, int32_t span, float* lxOut, float* lyOut, float* dOut) {
+  const float a0 = upLeft.h[0], a1 = upLeft.h[1], a2 = upLeft.h[2];
+  const float a3 = upLeft.h[3], a4 = upLeft.h[4], a5 = upLeft.h[5];
+  const float b0 = left.h[0], b1 = left.h[1], b2 = left.h[2];
+  const float b3 = left.h[3], b4 = left.h[4], b5 = left.h[5];
+  const float c0 = up.h[0], c1 = up.h[1], c2 = up.h[2];
+  const float e0 = own.h[0], e1 = own.h[1], e2 = own.h[2];
+  const double columns = double(span);
+  const float keep = span > 0 ? 1.0f : 0.0f;
+  for (int32_t j = 0; j < n; ++j) {
+    const float t = static_cast<float>(y + j - y0) / tDen;
+    const float u = 1.0f - t;
+    const float fy = static_cast<float>(y + j);
+    const float lx = u * (a0 * fx0 + a1 * fy + a2) + t * (b0 * fx0 + b1 * fy + b2);
+    const float ly = u * (a3 * fx0 + a4 * fy + a5) + t * (b3 * fx0 + b4 * fy + b5);
+    const float rx = u * (c0 * fx1 + c1 * fy + c2) + t * (e0 * fx1 + e1 * fy + e2);
+    float d = static_cast<float>((double(rx) - double(lx)) / columns);
+    d = keep > 0.0f && d == d ? d : 0.0f;
+    d = d > kMaxStep ? kMaxStep : d;
+    d = d < -kMaxStep ? -kMaxStep : d;
+    lxOut[j] = lx;
+    lyOut[j] = ly;
+    dOut[j] = d;
+  }
 }
 
 // One tile's rows, taken one output row at a time, so that the tiles of a
@@ -282,9 +287,8 @@ class TileRows {
   void row(int32_t y) {
     if (y >= batchEnd_) {
       const int32_t n = lastY_ - y + 1 < kBatch ? lastY_ - y + 1 : kBatch;
-      for (int32_t j = 0; j < n; ++j)
-        rowGeometry(*upLeft_, *left_, *up_, *own_, y + j, y0_, tDen_, fx0_, fx1_, span_,
-                    &batchX_[j], &batchY_[j], &batchD_[j]);
+      rowGeometry(*upLeft_, *left_, *up_, *own_, y, n, y0_, tDen_, fx0_, fx1_, span_, batchX_,
+                  batchY_, batchD_);
       batchStart_ = y;
       batchEnd_ = y + n;
     }
