@@ -184,7 +184,7 @@ void rowGeometry(const Homography& upLeft, const Homography& left, const Homogra
   const float c0 = up.h[0], c1 = up.h[1], c2 = up.h[2];
   const float e0 = own.h[0], e1 = own.h[1], e2 = own.h[2];
   const double columns = double(span);
-  const float keep = span > 0 ? 1.0f : 0.0f;
+  const bool hasStep = span > 0;
   for (int32_t j = 0; j < n; ++j) {
     const float t = static_cast<float>(y + j - y0) / tDen;
     const float u = 1.0f - t;
@@ -193,7 +193,7 @@ void rowGeometry(const Homography& upLeft, const Homography& left, const Homogra
     const float ly = u * (a3 * fx0 + a4 * fy + a5) + t * (b3 * fx0 + b4 * fy + b5);
     const float rx = u * (c0 * fx1 + c1 * fy + c2) + t * (e0 * fx1 + e1 * fy + e2);
     float d = static_cast<float>((double(rx) - double(lx)) / columns);
-    d = keep > 0.0f && d == d ? d : 0.0f;
+    d = hasStep && d == d ? d : 0.0f;
     d = d > kMaxStep ? kMaxStep : d;
     d = d < -kMaxStep ? -kMaxStep : d;
     lxOut[j] = lx;

@@ -199,17 +199,15 @@ void kqWarpTileTask(void* context) {
     const int32_t tx0 = int32_t(from - rowFirst), count = int32_t(to - from + 1);
     for (int32_t tx = 0; tx < cols; ++tx)
       kqWarpTileRect(job, job->tileTotal, tx, ty, &rects[size_t(tx) * 4], &lasts[size_t(tx) * 2]);
+    // A tile row that lies partly past the tile total runs the slice's own
+    // tiles, all of their rows.
     const bool wholeRowRuns = rowFirst + cols <= job->tileTotal;
-    const bool done =
-        wholeRowRuns
-            ? warpDispatchTileRowDsp(
-                  dsp, job->imageCount, job->lumaSelect, job->layoutCode, job->planeValueAIsZero,
-                  job->planes, job->secondPlanes, job->extra, rects.data(), lasts.data(),
-                  &job->inverseGrid[rowFirst], cols, 0, cols, ty, tx0, tx0 + count, cols)
-            : warpDispatchTileRowDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
-                                     job->planeValueAIsZero, job->planes, job->secondPlanes,
-                                     job->extra, &rects[size_t(tx0) * 4], &lasts[size_t(tx0) * 2],
-                                     &job->inverseGrid[from], cols, tx0, count, ty, 0, 1, 1);
+    const int32_t first = wholeRowRuns ? 0 : tx0, tiles = wholeRowRuns ? cols : count;
+    const bool done = warpDispatchTileRowDsp(
+        dsp, job->imageCount, job->lumaSelect, job->layoutCode, job->planeValueAIsZero,
+        job->planes, job->secondPlanes, job->extra, &rects[size_t(first) * 4],
+        &lasts[size_t(first) * 2], &job->inverseGrid[rowFirst + first], cols, first, tiles, ty,
+        wholeRowRuns ? tx0 : 0, wholeRowRuns ? tx0 + count : 1, wholeRowRuns ? cols : 1);
     if (done) continue;
     for (int32_t tx = tx0; tx < tx0 + count; ++tx)
       warpDispatchDsp(dsp, job->imageCount, job->lumaSelect, job->layoutCode,
