@@ -21,10 +21,8 @@
 //   19  sharpening                    20  thread count
 //   21  thread count of the repeat    22  affinity mask
 //   23- pixel bytes, repeated over the input planes
-// Each value byte maps to a small everyday range, and its top values to
-// edge cases (negative, zero, huge, NaN, infinities). Calls whose valid
-// records would take more than a few milliseconds are skipped (return -1),
-// so that the target keeps running many inputs per second.
+// Each value byte maps to a small everyday range, its top values to edge
+// cases. Calls that would take more than a few milliseconds are skipped.
 #include <sched.h>
 
 #include <cmath>
@@ -105,11 +103,9 @@ float sharpening(uint8_t b) {
   return b >= 0xE0 ? kEdges[b - 0xE0] : float(b % 56) / 8.0f - 1.0f;
 }
 
-// Negative counts start |n| fresh threads per parallel step and positive
-// ones size the pool; most inputs take a few threads, since starting many
-// costs more than the rest of a small call. The library caps both forms at
-// 32 threads; the magnitude is capped here too (at 40, past the library's
-// cap) so that a regression there cannot make one input start thousands.
+// Mostly a few threads (starting many costs more than a small call); the
+// magnitude stops at 40, past the library's cap of 32, so that a regression
+// there cannot make one input start thousands.
 int32_t threadCount(uint8_t b) {
   static const int32_t kCounts[32] = {0,  1, 2,  3,   4,  -1,  -2, -3,  0,  1,  2,
                                       -1, 1, 2,  0,   1,  5,   8,  -4,  -8, 1,  2,
@@ -157,10 +153,8 @@ KQYUVMultiPlaneImage shape(const Input& in, size_t type, size_t sides, size_t ex
   return r;
 }
 
-// Bytes a record's planes span as the header states them: yRowStride *
-// yScanlines of luma, height / 2 rows of yRowStride of chroma (0 when the
-// record is refused and its numbers mean nothing, or when they are huge:
-// a refused call must touch none of its bytes anyway).
+// Bytes a record's plane spans as the header states it (0 for a refused
+// record with huge or negative numbers: such a call must touch none).
 size_t planeBytes(int64_t n, bool refused) {
   return n < 0 || (refused && n > int64_t(KqGuardedBuffer::kFilledLimit)) ? 0 : size_t(n);
 }

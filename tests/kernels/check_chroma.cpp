@@ -135,17 +135,12 @@ void forEachKernel(Body body) {
 // Widest vector step of any level, in outputs (AVX2 and AVX-512: 32).
 constexpr int kWidestStep = 32;
 
-// Every width from 2 up to past the point where each pass's vector loop
-// takes several of the widest steps plus every remainder of blocks of 8
-// (pass 1 at margin 26 needs 2 * 26 + 16 + 16 * blocks columns; the last
-// width, 292, gives it 14 blocks), for each margin, kind and a spread of
-// fills and table strengths, whole planes and single slices. The widths
-// cross the point from which the wider levels take whole rows (w / 2 of
-// two steps in passes 1 and 2, one in pass 3) and then give every
-// remainder of the row after whole steps, so the clamped end steps and the
-// steps before them meet at every offset. Then tall and wide planes with
-// camera-like data at both modes' margins; then luma ratios other than 2
-// and guided tables, which take the per-pixel path in the vector kernels.
+// Every width from 2 to 292 (pass 1 at margin 26 needs 2 * 26 + 16 + 16 *
+// blocks columns: several of the widest steps plus every remainder of
+// blocks of 8, and every offset of the clamped end steps), for each margin,
+// kind and a spread of fills and strengths, whole planes and single slices;
+// then tall and wide camera-like planes; then luma ratios other than 2 and
+// guided tables, which take the per-pixel path in the vector kernels.
 TEST(ChromaKernels, MatchReference) {
   const uint64_t seed = kqTestSeed();
   const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f};

@@ -195,12 +195,10 @@ TEST(LumaKernels, BlendRows) {
 }
 
 // Every arithmetic path of the sharpening kernels: gains up to 8191 in
-// magnitude (one multiply per lane) and beyond (the full product, with the
-// 16-bit truncation of E, and gains that wrap in 16 bits), zero and
-// non-zero thresholds (including the ones that wrap to 0 or to -32768),
-// several tap sets, on widths around the
-// vector steps and around the column chunks of the two-pass kernels; and on
-// every other test width, each fill with a random choice of those.
+// magnitude (one multiply per lane) and beyond (the full product, gains
+// that wrap in 16 bits), thresholds that wrap to 0 or -32768, several tap
+// sets, on widths around the vector steps and column chunks; on every other
+// test width, each fill with a random choice of those.
 TEST(LumaKernels, SharpenRow) {
   const std::vector<int32_t> gains = {0,     1,     -1,    -77,    153,   256,   -256,     600,
                                       2047,  2048,  -2048, 4000,   8191,  -8191, 8192,     -8192,
@@ -248,11 +246,10 @@ TEST(LumaKernels, SharpenRow) {
 }
 
 // The x86 rows shift their step grid to where the centre row is aligned:
-// every start offset within 64 bytes, on rows of one chunk, of two chunks
-// with a short second one, and of three (chunks of 2048 or 4096 columns).
-// The stack is scribbled on before each call: the rows move by one byte per
-// call, and so does the row's line buffer, so what an earlier call left
-// there would otherwise pass for V read before it was computed.
+// every start offset within 64 bytes, on rows of one, two and three chunks.
+// The stack is scribbled on before each call, so that a line-buffer value
+// an earlier call left behind cannot pass for one read before it was
+// computed.
 TEST(LumaKernels, SharpenRowAnyRowAlignment) {
   const int widths[] = {200, 2056, 4136, 8232};
   forEachImpl(&KQLumaDsp::sharpenRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {

@@ -1,7 +1,7 @@
 // check_util.h - the checking core every kernel check uses: each distinct
 // implementation of a table slot against the scalar one, a portable PRNG,
 // fill patterns, guarded inputs (KqGuardedBuffer), sentinel-framed outputs
-// and a byte-exact comparison that prints a hex map of the differences.
+// and a byte-exact comparison.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -77,13 +77,12 @@ class KqFramedPlane {
   std::vector<uint8_t> buf_;
 };
 
-// Byte-exact comparison of two planes. On a mismatch the message names the
-// first differing pixel and shows up to 8 rows around it as ref | got | x.
+// Byte-exact comparison of two planes; a mismatch names the first differing
+// pixel.
 testing::AssertionResult kqPlanesEqual(const uint8_t* ref, int refStride, const uint8_t* got,
                                        int gotStride, int width, int height);
 
-// Compares two framed planes, interior and frame; a frame difference is
-// reported as an overwrite above/below/left/right of the plane.
+// Compares two framed planes, interior and frame.
 testing::AssertionResult kqFramedEqual(const KqFramedPlane& ref, const KqFramedPlane& got);
 
 // Kernel tables are structs of function pointers that an init function fills

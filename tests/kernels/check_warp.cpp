@@ -1,8 +1,7 @@
 // check_warp.cpp - warp kernels at every instruction-set level against the
 // scalar reference: rows as the tile code hands them over (with and without
 // block codes and a plan) and whole warps; and the shortcuts the fast paths
-// rest on (block origins, row grouping, the normalisation) against their
-// long forms.
+// rest on (block origins, the normalisation) against their long forms.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -51,35 +50,24 @@ void randomRows(KQWarpRow* row, int32_t maxRows, KqRng& rng) {
   for (int32_t r = 0; r < kKqWarpMaxRows; ++r) row->w1[r] = rng.range(0, 15);
 }
 
-// A step for a row: mostly upscales (the vector range), sometimes downscales,
-// mirrors or large jumps, which take the one-pixel path.
+// A step for a row: mostly upscales (the vector range), sometimes
+// downscales, mirrors or large jumps, which take the one-pixel path.
 float randomStep(KqRng& rng) {
-  switch (rng.range(0, 7)) {
-    case 0:
-      return 0.0f;
-    case 1:
-      return rng.uniform(1.0f, 6.0f);
-    case 2:
-      return -rng.uniform(0.0f, 3.0f);
-    case 3:
-      return 1.0f;
-    default:
-      return rng.uniform(0.0f, 1.0f);
-  }
+  const int k = rng.range(0, 7);
+  return k == 0   ? 0.0f
+         : k == 1 ? rng.uniform(1.0f, 6.0f)
+         : k == 2 ? -rng.uniform(0.0f, 3.0f)
+         : k == 3 ? 1.0f
+                  : rng.uniform(0.0f, 1.0f);
 }
 
 // Source position of a row start: inside, near either edge, or outside.
 float randomStart(KqRng& rng, int32_t width) {
-  switch (rng.range(0, 5)) {
-    case 0:
-      return rng.uniform(-20.0f, 0.0f);
-    case 1:
-      return float(width) - rng.uniform(0.0f, 12.0f);
-    case 2:
-      return float(width) + rng.uniform(0.0f, 30.0f);
-    default:
-      return rng.uniform(0.0f, float(width));
-  }
+  const int k = rng.range(0, 5);
+  return k == 0   ? rng.uniform(-20.0f, 0.0f)
+         : k == 1 ? float(width) - rng.uniform(0.0f, 12.0f)
+         : k == 2 ? float(width) + rng.uniform(0.0f, 30.0f)
+                  : rng.uniform(0.0f, float(width));
 }
 
 // The pipeline's homographies for one enlargement, and a whole warp of a
@@ -159,10 +147,8 @@ std::vector<int32_t> blockCodes(const KQWarpRow& row) {
 
 // Whole warps with the pipeline's arguments, every distinct implementation
 // against the scalar table; sources end at a guard page, destinations sit
-// in sentinel frames. The chroma warp of
-// interleaved pairs, which the pipeline runs from the caller's plane into
-// the caller's plane when no filter follows, must give the scalar warps of
-// the two byte planes side by side.
+// in sentinel frames. The warp of interleaved chroma pairs must give the
+// scalar warps of the two byte planes side by side.
 TEST(CheckWarp, WholeWarp) {
   struct Size {
     int32_t sw, sh, dw, dh;
@@ -243,60 +229,6 @@ TEST(CheckWarp, WholeWarp) {
     });
 }
 
-// The luma tile code hands rows to one bilinear call when their floats
-// differ but every block lands on the same source column and phase. That is
-// only sound if a row's bytes depend on its floats through the block origins
-// alone: rows whose start and block step are nudged by a few ulps must give
-// the same bytes at every level whenever their origins agree, and the nudges
-// must reach both agreeing and disagreeing origins.
-TEST(CheckWarp, RowsWithTheSameBlockOriginsGiveTheSameBytes) {
-  int32_t agreeing = 0, differing = 0;
-  for (uint32_t flags : kqCpuLevels()) {
-    KQWarpDsp dsp;
-    kqWarpDspInit(&dsp, flags);
-    KqRng rng(kqTestSeed() ^ 0x51DE ^ (uint64_t(flags) << 32));
-    for (int iter = 0; iter < 400; ++iter) {
-      const int32_t w = rng.range(1, 200);
-      KqGuardedBuffer src(size_t(w) * 2);
-      kqFillPlane(src.data(), w, 2, w, kKqAllFills[iter % 8], rng);
-      KQWarpRow a;
-      a.src0 = src.data();
-      a.src1 = src.data() + w;
-      a.srcWidth = w;
-      a.count = rng.range(1, 400);
-      randomRows(&a, kKqWarpMaxRows, rng);
-      // Upscale steps; a quarter of them put blocks on exact 1/32 positions,
-      // as the pipeline's power-of-two scales do, where one ulp moves a block.
-      const float d = iter % 4 == 0 ? float(rng.range(0, 64)) / 64.0f : rng.uniform(0.0f, 1.0f);
-      setStep(&a, d);
-      a.x = iter % 4 == 0 ? float(rng.range(-64, 32 * w + 64)) / 32.0f : randomStart(rng, w);
-      KQWarpRow b = a;
-      for (int32_t k = rng.range(1, 3); k > 0; --k) {
-        b.x = std::nextafter(b.x, rng.range(0, 1) ? 1e30f : -1e30f);
-        if (rng.range(0, 1))
-          b.blockStep = std::nextafter(b.blockStep, rng.range(0, 1) ? 1e30f : 0.0f);
-      }
-      if (blockCodes(a) != blockCodes(b)) {
-        ++differing;
-        continue;
-      }
-      ++agreeing;
-      KqFramedPlane pa(a.count, a.rows), pb(a.count, a.rows);
-      dsp.bilinearRow(pa.data(), pa.stride(), &a);
-      dsp.bilinearRow(pb.data(), pb.stride(), &b);
-      ASSERT_TRUE(kqFramedEqual(pa, pb))
-          << kqCpuLevelName(flags) << " width " << w << " count " << a.count << " x " << a.x
-          << " / " << b.x << " block step " << a.blockStep << " / " << b.blockStep;
-      KqFramedPlane na(a.count, 1), nb(a.count, 1);
-      dsp.nearestRow(na.data(), &a);
-      dsp.nearestRow(nb.data(), &b);
-      ASSERT_TRUE(kqFramedEqual(na, nb)) << kqCpuLevelName(flags) << " nearest, width " << w;
-    }
-  }
-  EXPECT_GT(agreeing, 100);
-  EXPECT_GT(differing, 10);
-}
-
 // The window form (kqwarp::KQWarpPairForm) the planned kernels find for
 // pixels k0 .. k0 + 15 of a row.
 int32_t pairForm(const std::vector<int32_t>& codes, int32_t step, int32_t k0, int32_t width) {
@@ -331,12 +263,10 @@ void tallySpans(const std::vector<int32_t>& codes, const KQWarpRow& row, int32_t
   }
 }
 
-// The row `a` through the scalar reference and through `dsp`, as a bilinear
-// row, a nearest-sample row or (swap: byte order) a row of chroma pairs;
-// with codes, `dsp` gets the row's block codes and the given plan, as the
-// tile code hands over the rows of one chain (the nearest kernels keep a
-// plan of their own, as the chroma tiles do). True if the framed outputs
-// agree.
+// The row `a` of a kind through the scalar reference and through `dsp`,
+// which gets the row's block codes and the given plan when codes is given,
+// as the tile code hands over the rows of one chain. True if the framed
+// outputs agree.
 bool plannedMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow& a,
                     const std::vector<int32_t>* codes, std::vector<uint8_t>& plan, int32_t* ready,
                     int kind = kBilinear, int32_t swap = 0) {
@@ -362,15 +292,12 @@ bool plannedMatches(const KQWarpDsp& ref, const KQWarpDsp& dsp, const KQWarpRow&
   return kqFramedEqual(pa, pb);
 }
 
-// Every row kernel, as the tile code calls it: a run of calls down a plane
-// (the next call's upper row is usually the last call's lower row,
-// sometimes a row is skipped or repeated, the last row pairs with itself,
-// the plane ends at a guard page) with the row's block codes and one plan,
-// or, for one kind of case in seven, without codes (rows outside any chain:
-// every width up to 24 and then wider ones, short and long counts, and steps
-// that downscale, mirror or jump). Each must give the scalar bytes of the
-// same rows without codes, whatever the step, start, width and count, and
-// the planned rows must reach every window form of the planned groups.
+// Every row kernel as the tile code calls it: runs of calls down a plane
+// (rows repeated, skipped, the last paired with itself, the plane ending at
+// a guard page) with the row's block codes and one plan, or without codes
+// (every width up to 24, then wider; downscales, mirrors, jumps). Each must
+// give the scalar bytes of the same rows without codes, and the planned rows
+// must reach every window form of the planned groups.
 TEST(CheckWarp, RowsMatchTheFloatChainWithAndWithoutAPlan) {
   for (int rowKind : {kNearest, kBilinear, kPairs})
     forEachImpl(rowKind, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
@@ -378,14 +305,11 @@ TEST(CheckWarp, RowsMatchTheFloatChainWithAndWithoutAPlan) {
       const int32_t bpp = rowKind == kPairs ? 2 : 1;  // bytes per source pixel
       int32_t forms[4] = {}, spans[3] = {};
       for (int iter = 0; iter < 420; ++iter) {
-        // Exact halves and quarters; the steps of the pipeline's 2x and 4x
-        // grids, a little under them (the far output edge keeps a margin);
-        // steps near 1, whose 16-pixel groups need a window per parity or
-        // spread over more than 16 bytes; other upscales; now and then a step
-        // outside the vector range; rows without codes; and steps just under
-        // 1 on wider rows, which spread a 64-pixel run over more than 64
-        // source bytes (two windows for the 512-bit kernels, cut short at
-        // both row ends).
+        // Kinds: 0 exact halves and quarters, 1 a little under them (the 2x
+        // and 4x grids keep a margin), 2 steps near 1 (a window per parity,
+        // or over 16 bytes), 3 any step, 4 rows without codes, 5 other
+        // upscales, 6 steps just under 1 on wider rows (a 64-pixel run over
+        // two 64-byte windows).
         const int32_t kind = iter % 7;
         const bool withPlan = kind != 4;
         const int32_t w = kind == 6   ? rng.range(60, 400)

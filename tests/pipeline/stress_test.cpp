@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -61,13 +60,6 @@ struct Job {
     const KQYUVMultiPlaneImage in = src.record(type), out = dst.record(type);
     KQUpScale_ScaleImageFromROI(&in, &out, left, top, right, bottom, nr, cnr, sharp, threads, 0);
     return dst.bytes();
-  }
-  std::string describe() const {
-    std::ostringstream s;
-    s << src.width() << "x" << src.height() << " -> " << outW << "x" << outH << " stride "
-      << outStride << " region " << left << "," << top << "," << right << "," << bottom << " nr "
-      << nr << " cnr " << cnr << " sharp " << sharp << " threads " << threads;
-    return s.str();
   }
 };
 
@@ -143,7 +135,9 @@ TEST_F(PipelineStress, ConcurrentCallsAtAnyThreadCountMatchOneThreadAlone) {
         if (j.run() != alone[size_t(pair) % jobs.size()]) {
           ++mismatches;
           std::lock_guard<std::mutex> lock(firstMutex);
-          if (first.empty()) first = j.describe();
+          if (first.empty())
+            first = "job " + std::to_string(pair % jobs.size()) + " threads " +
+                    std::to_string(j.threads);
         }
       }
     });

@@ -48,20 +48,9 @@ class KqYuv {
   }
 
   KQYUVMultiPlaneImage record(int type) const {
-    uint8_t* base = const_cast<uint8_t*>(buf_.data());
-    return KQYUVMultiPlaneImage{type,
-                                width_,
-                                height_,
-                                1,
-                                stride_,
-                                height_,
-                                2,
-                                stride_,
-                                2,
-                                stride_,
-                                base,
-                                base + size_t(stride_) * height_,
-                                base + size_t(stride_) * height_ + 1};
+    uint8_t* y = const_cast<uint8_t*>(buf_.data());
+    uint8_t* c = y + size_t(stride_) * height_;
+    return {type, width_, height_, 1, stride_, height_, 2, stride_, 2, stride_, y, c, c + 1};
   }
 
   uint8_t* y() { return buf_.data(); }

@@ -1,5 +1,6 @@
 // homography_test.cpp - the scaling homography grids and source limits, to
-// the bit, for matching, taller and wider regions, and their halving.
+// the bit, for matching, taller and wider regions (their halving for the
+// chroma warp: the golden checksums).
 #include "warp/homography.h"
 
 #include <gtest/gtest.h>
@@ -79,24 +80,6 @@ TEST(Homography, GridsLimitsAndScalesToTheBit) {
     EXPECT_EQ(bitsOf(b.inverseScale.h[4]), c.rsy);
     EXPECT_EQ(bitsOf(b.forwardScale.h[8]), bitsOf(1.0f));
   }
-}
-
-// Halving touches only the translations, in every tile of both grids.
-TEST(Homography, HalvingTouchesOnlyTranslations) {
-  Homography fwd[kKqGridTiles], inv[kKqGridTiles];
-  for (int i = 0; i < kKqGridTiles; ++i)
-    for (int k = 0; k < 9; ++k) {
-      fwd[i].h[k] = float(i * 9 + k) + 0.25f;
-      inv[i].h[k] = -float(i * 9 + k) - 3.0f;
-    }
-  kqHalveHomographyTranslations(fwd, inv);
-  for (int i = 0; i < kKqGridTiles; ++i)
-    for (int k = 0; k < 9; ++k) {
-      const float f = float(i * 9 + k) + 0.25f, g = -float(i * 9 + k) - 3.0f;
-      const float scale = k == 2 || k == 5 ? 0.5f : 1.0f;
-      EXPECT_EQ(fwd[i].h[k], f * scale) << "forward tile " << i << " h" << k;
-      EXPECT_EQ(inv[i].h[k], g * scale) << "inverse tile " << i << " h" << k;
-    }
 }
 
 }  // namespace

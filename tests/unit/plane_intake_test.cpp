@@ -1,6 +1,6 @@
-// plane_intake_test.cpp - plane intake: row splits, chroma byte orders,
-// region offsets and degenerate inputs. Vector rows and thread counts
-// against the scalar single thread: check_planes.cpp.
+// plane_intake_test.cpp - plane intake: chroma byte orders, region offsets
+// and degenerate inputs. Vector rows, row splits and thread counts against
+// the scalar single thread: check_planes.cpp.
 #include "image/plane_intake.h"
 
 #include <gtest/gtest.h>
@@ -40,48 +40,6 @@ struct Plane {
   uint8_t at(int x, int r) const { return bytes[size_t(r) * img.width + x]; }
   bool untouched() const { return bytes == std::vector<uint8_t>(bytes.size(), kUntouched); }
 };
-
-struct Range {
-  int32_t first, end;
-};
-
-Range slice(int32_t i, int32_t count, int32_t end, int owned = -1) {  // owned: inclusive flag
-  Range r;
-  if (owned < 0)
-    kqChromaSliceRows(i, count, end, &r.first, &r.end);
-  else
-    kqChromaSliceRowsOwned(i, count, end, owned != 0, &r.first, &r.end);
-  return r;
-}
-
-// Whatever the row and slice counts, slices stay inside [0, rows), cover
-// every row, and overlap by at most the one repeated boundary row. The owned
-// form the stages run gives every row to exactly one slice (no two threads
-// store the same bytes) inside the full slice's range, for exclusive ends
-// (intake) and inclusive ones (assembly).
-TEST(PlaneIntakeSplit, ChromaSlicesCoverEveryRowAndStayInside) {
-  for (int form = -1; form <= 1; ++form)
-    for (int32_t end = 0; end <= 41; ++end) {
-      const int32_t rows = form == 1 ? end + 1 : end;
-      for (int32_t count = 1; count <= 24; ++count) {
-        std::vector<int> cover(size_t(rows) + 1, 0);
-        for (int32_t i = 0; i < count; ++i) {
-          const Range r = slice(i, count, end, form), full = slice(i, count, end);
-          const int32_t stop = form == 1 ? r.end + 1 : r.end;
-          if (r.first >= stop) continue;
-          ASSERT_GE(r.first, full.first);
-          ASSERT_EQ(r.end, full.end);
-          ASSERT_GE(r.first, 0);
-          ASSERT_LE(stop, rows);
-          for (int32_t y = r.first; y < stop; ++y) ++cover[y];
-        }
-        for (int32_t y = 0; y < rows; ++y)
-          ASSERT_TRUE(cover[y] == 1 || (form < 0 && cover[y] == 2))
-              << "row " << y << " covered " << cover[y] << " times, end " << end << ", " << count
-              << " slices, form " << form;
-      }
-    }
-}
 
 // Whole images (code 10 stores V first, code 11 U first; a stride equal to
 // the width is one block copy) and regions, which crop the luma to a
