@@ -10,7 +10,7 @@
 #include "bench_util.h"
 #include "runtime/pool.h"
 #include "warp/homography.h"
-#include "warp/warp_driver.h"
+#include "warp/warp_family.h"
 #include "warp/warp_dsp.h"
 
 #if defined(KQ_BENCH_LIBYUV)

@@ -21,8 +21,8 @@
 #include "runtime/version.h"
 #include "runtime/workspace.h"
 #include "warp/homography.h"
-#include "warp/warp_dispatch.h"
-#include "warp/warp_driver.h"
+#include "warp/warp_dsp.h"
+#include "warp/warp_engine.h"
 
 namespace {
 
@@ -75,6 +75,7 @@ enum PlaneId : int32_t {
   kHalf2V,
   kPaddingRow,   // row buffer of the in-place luma spread
   kPaddingSaved, // caller's padding bytes under the packed luma
+  kWarpScratch,  // the warps' per-worker tile records and block-chain plans
   kPlaneCount
 };
 
@@ -195,7 +196,7 @@ size_t coveredPaddingBytes(int32_t width, int32_t height, int32_t stride) {
 // (each plane below 2 GiB), so the sum fits a size_t on every target.
 Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t outHeight,
               int32_t outStride, int32_t noiseReduction, int32_t chromaNoiseReduction,
-              float sharpening, bool inputApart) {
+              float sharpening, bool inputApart, int32_t numThreads) {
   Plan plan;
   plan.readInPlace = inputApart;
   plan.sharpen = sharpening > 0.0f;
@@ -238,6 +239,18 @@ Plan makePlan(int32_t workWidth, int32_t workHeight, int32_t outWidth, int32_t o
     plan.set(kPaddingRow, outWidth, 1);
     if (plan.savedBytes > 0) plan.set(kPaddingSaved, int32_t(plan.savedBytes), 1);
   }
+  // The two warps run one after the other and share their scratch.
+  const int32_t workers = kqStepWorkers(numThreads);
+  KQWarpRequest luma = {}, chroma = {};
+  luma.kind = KQWarpKind::kLuma;
+  luma.target[0].width = outWidth;
+  luma.tileColumns = chroma.tileColumns = kGridSide;
+  chroma.kind = plan.chromaFilter ? KQWarpKind::kChromaPlanes : KQWarpKind::kChromaPairs;
+  chroma.source[0].width = chroma.source[1].width = workWidth / 2;
+  chroma.target[0].width = chroma.target[1].width = outWidth / 2;
+  const size_t warpBytes = std::max(plan.lumaWarp ? kqWarpScratchBytes(luma, workers) : size_t{0},
+                                    kqWarpScratchBytes(chroma, workers));
+  if (warpBytes > 0) plan.set(kWarpScratch, int32_t(warpBytes), 1);
 
   size_t end = 0;
   for (int32_t id = 0, placed = 0; id < kPlaneCount; ++id) {
@@ -280,6 +293,7 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
                      int32_t top, int32_t right, int32_t bottom, int32_t noiseReduction,
                      int32_t chromaNoiseReduction, float sharpening, int32_t numThreads,
                      int32_t affinityMask) {
+  kqForkSafetyInstall();
   kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqUpScaleVersion());
   kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "%s", kqBaseGetVersion());
 
@@ -317,12 +331,13 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   }
 
   // All working memory is one block, obtained before the caller's planes are
-  // touched, so that a failure leaves them as they were. A repeated call of
-  // the same sizes gets the block the previous one used.
+  // touched, so that a failure leaves them as they were; nothing after it
+  // allocates (the pool's record is static, and a worker thread that cannot
+  // be started leaves its share to the others). A repeated call of the same
+  // sizes gets the block the previous one used.
   const Plan plan = makePlan(workWidth, workHeight, outWidth, outHeight, out->yRowStride,
                              noiseReduction, chromaNoiseReduction, sharpening,
-                             !recordsMeet(in, out));
-  // A bare warp of an input apart from the output needs none.
+                             !recordsMeet(in, out), numThreads);
   KQBlock block{nullptr, 0, -1};
   if (plan.bytes > 0) block = kqWorkspaceAcquire(plan.bytes);
   if (plan.bytes > 0 && block.data == nullptr) {
@@ -389,12 +404,26 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
                                 &srcLimitY);
   });
 
+  // Both warps: the 4 x 4 grid, every tile, this CPU's row kernels, and the
+  // scratch of the plan.
+  KQWarpRequest warp = {};
+  warp.forwardGrid = forwardGrid;
+  warp.inverseGrid = inverseGrid;
+  warp.tileColumns = warp.tileRows = kGridSide;
+  warp.tileLimit = kGridTiles;
+  warp.dsp = kqWarpDspGet();
+  KQImage8* warpScratch = p.get(kWarpScratch);
+  auto runWarp = [&](const KQWarpRequest& request) {
+    if (warpScratch != nullptr)
+      kqWarpRun(request, numThreads, warpScratch->data, size_t(warpScratch->width));
+  };
   stage(kStageLumaWarp, "warpAll", [&] {
     if (!plan.lumaWarp) return;
-    KQImage8 list[2] = {{workWidth, workHeight, source.yData}, *warpedY};
-    KQWarpSourceRows rows{source.yRowStride};
-    warpAll(list, nullptr, &rows, forwardGrid, inverseGrid, 0, srcLimitX, 0, srcLimitY, 1, 0, 0,
-            numThreads, 0, 1, kGridSide, kGridSide);
+    KQWarpRequest luma = warp;
+    luma.kind = KQWarpKind::kLuma;
+    luma.source[0] = {source.yData, workWidth, workHeight, source.yRowStride};
+    luma.target[0] = {warpedY->data, outWidth, outHeight, outWidth};
+    runWarp(luma);
   });
 
   // Chroma rows lie back to back at this pitch in the caller's plane: one
@@ -405,21 +434,26 @@ int32_t kqUpScaleRun(const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage*
   const bool swapPairs = (in->type == kPublicNv12) != (out->type == kPublicNv12);
   stage(kStageChromaWarp, "warpAll - chroma", [&] {
     kqHalveHomographyTranslations(forwardGrid, inverseGrid);
+    KQWarpRequest chroma = warp;
+    const int32_t halfW = workWidth / 2, halfH = workHeight / 2;
     if (plan.chromaFilter) {
-      KQImage8 uList[2] = {*p.get(kInU), *p.get(kOutU)};
-      KQImage8 vList[2] = {*p.get(kInV), *p.get(kOutV)};
-      warpAll(uList, vList, nullptr, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0,
-              srcLimitY / 2, 1, 0, 0, numThreads, 1, 0, kGridSide, kGridSide);
-      return;
+      chroma.kind = KQWarpKind::kChromaPlanes;
+      const PlaneId from[2] = {kInU, kInV}, to[2] = {kOutU, kOutV};
+      for (int i = 0; i < 2; ++i) {
+        const KQImage8* s = p.get(from[i]);
+        const KQImage8* t = p.get(to[i]);
+        chroma.source[i] = {s->data, s->width, s->height, s->width};
+        chroma.target[i] = {t->data, t->width, t->height, t->width};
+      }
+    } else {
+      // Nothing filters the chroma: the warp takes the pairs from the input
+      // and writes them into the caller's plane, in the output's byte order.
+      chroma.kind = KQWarpKind::kChromaPairs;
+      chroma.source[0] = {source.chromaData, halfW, halfH, source.yRowStride};
+      chroma.target[0] = {out->chromaData, outWidth / 2, outHeight / 2, ptrdiff_t(chromaPitch)};
+      chroma.swapPairs = swapPairs;
     }
-    // Nothing filters the chroma: the warp takes the pairs from the input
-    // and writes them into the caller's plane, in the output's byte order.
-    KQWarpChromaPairs pairs{source.chromaData, source.yRowStride, out->chromaData,
-                            ptrdiff_t(chromaPitch), swapPairs};
-    KQImage8 list[2] = {{workWidth / 2, workHeight / 2, source.chromaData},
-                        {outWidth / 2, outHeight / 2, out->chromaData}};
-    warpAll(list, nullptr, &pairs, forwardGrid, inverseGrid, 0, srcLimitX / 2, 0, srcLimitY / 2,
-            1, 0, 0, numThreads, 1, 0, kGridSide, kGridSide);
+    runWarp(chroma);
   });
 
   kqTimerStart(kStagePostFilter);

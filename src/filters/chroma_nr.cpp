@@ -298,7 +298,14 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
     ctx.outU = s.outU;
     ctx.outV = s.outV;
     kqTimerStart(s.timer);
-    kqParallelRun(dsp->pass[p][params.kind - 1], kqChromaSplit, &ctx, sizeof ctx, threads);
+    // Ranges start on even rows, as the passes' row pairs need.
+    KQChromaPassFn* kernel = dsp->pass[p][params.kind - 1];
+    kqParallelRows(0, g.he, 2, threads, [&ctx, kernel](int32_t first, int32_t end, int32_t) {
+      KQChromaPassContext rows = ctx;
+      rows.firstRow = first;
+      rows.endRow = end;
+      kernel(&rows);
+    });
     kqTimerStop(s.label, s.timer);
   }
   fixUpBorders(dstU->data, g.w, g.h);

@@ -65,19 +65,17 @@ void borderRuns(const KQImage8* in, KQImage8* out, int32_t x0, int32_t x1, int32
   }
 }
 
-// Pass 1: output rows start + 4 .. end - 4 (end itself is read), each with
-// the frame's left and right strips of that row right after it, while its
-// rows are still in cache (walked down the plane on their own, the strips
-// miss the cache on every row); the right strip overwrites the interior
-// columns it recomputes. The plain blend (no reference plane) only reads
-// the row's own output and input, so it follows at once as well.
-void interiorTask(void* context) {
-  const KQLumaNrContext* c = static_cast<const KQLumaNrContext*>(context);
-  if (c->end - c->start < 8) return;  // also covers end = -1
+// Pass 1 over output rows [first, end) of the interior (4 .. height - 5):
+// each row with the frame's left and right strips of that row right after
+// it, while its rows are still in cache (walked down the plane on their own,
+// the strips miss the cache on every row); the right strip overwrites the
+// interior columns it recomputes. The plain blend (no reference plane) only
+// reads the row's own output and input, so it follows at once as well.
+void interiorRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
   const int32_t width = c->input->width;
   const int32_t right = kqLumaNrRightStripStart(width);
   const int32_t weight = kqLumaBlendWeight(c->strength);
-  for (int32_t y = c->start + 4; y <= c->end - 4; ++y) {
+  for (int32_t y = first; y < end; ++y) {
     uint8_t* out = rowOf(c->output, y);
     c->dsp->nrRow(out, rowOf(c->input, y), ptrdiff_t(width), width);
     borderRuns(c->input, c->output, 0, 6, y, y + 1, c->dsp);
@@ -128,26 +126,29 @@ int32_t referenceScale(const KQImage8* in, const KQImage8* ref) {
   return last < int64_t(ref->width) * ref->height ? scale : 0;
 }
 
-// Pass 3: a reference-guided blend (the plain one went with pass 1).
-void blendTask(void* context) {
-  const KQLumaNrContext* c = static_cast<const KQLumaNrContext*>(context);
-  if (c->end <= c->start) return;  // also covers end = -1
+// Pass 3: a reference-guided blend (the plain one went with pass 1) of rows
+// [first, end); first is a multiple of 4.
+void blendRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
+  if (end <= first) return;
+  KQLumaNrContext rows = *c;
+  rows.start = first;
+  rows.end = end;
   const int32_t width = c->input->width;
   const int32_t weight = kqLumaBlendWeight(c->strength);
   const int32_t k = referenceScale(c->input, c->reference);
   if (k == 0) {
-    blendGenericRows(c);
+    blendGenericRows(&rows);
     return;
   }
   // Groups of k rows share one reference row (stride width / k); starts
-  // are multiples of 4, so a group never straddles two slices. Rows past
+  // are multiples of 4, so a group never straddles two ranges. Rows past
   // the last whole group keep the filtered value.
   const int32_t refStride = width / k;
-  const int32_t groups = (c->end - c->start) / k;
+  const int32_t groups = (end - first) / k;
   for (int32_t g = 0; g < groups; ++g) {
-    const uint8_t* refRow = c->reference->data + size_t(c->start / k + g) * size_t(refStride);
+    const uint8_t* refRow = c->reference->data + size_t(first / k + g) * size_t(refStride);
     for (int32_t i = 0; i < k; ++i) {
-      const int32_t y = c->start + g * k + i;
+      const int32_t y = first + g * k + i;
       c->dsp->blendRefRow(rowOf(c->output, y), rowOf(c->input, y), refRow, width, weight, k);
     }
   }
@@ -203,9 +204,13 @@ void kqLumaNoiseReductionDsp(const KQImage8* input, KQImage8* output, const KQIm
   if (reference != nullptr && !kqImage8Valid(reference)) reference = nullptr;
   const int32_t width = input->width, height = input->height;
 
-  KQLumaNrContext ctx = {input, output, reference, height - 1, 0, strength, dsp};
+  const KQLumaNrContext ctx = {input, output, reference, height - 1, 0, strength, dsp};
   kqTimerStart(92);
-  kqParallelRun(interiorTask, kqLumaNrInteriorSplit, &ctx, sizeof ctx, threads);
+  // Output rows 4 .. height - 5: their neighbourhoods reach 4 rows up and
+  // down (planes of fewer than 9 rows are all frame).
+  if (height >= 9)
+    kqParallelRows(4, height - 4, 1, threads,
+                   [&ctx](int32_t first, int32_t end, int32_t) { interiorRows(&ctx, first, end); });
   kqTimerStop("paapilu", 92);
 
   // The frame's top and bottom four rows, on the calling thread (its left
@@ -223,9 +228,10 @@ void kqLumaNoiseReductionDsp(const KQImage8* input, KQImage8* output, const KQIm
     for (int32_t y = 0; y < height; ++y)
       if (y < 4 || y > height - 5) dsp->blendRow(rowOf(output, y), rowOf(input, y), width, weight);
   } else {
-    ctx.start = 0;
-    ctx.end = height;
-    kqParallelRun(blendTask, kqLumaNrBlendSplit, &ctx, sizeof ctx, threads);
+    // Ranges start at multiples of 4, so the row groups of a scale of 1, 2
+    // or 4 stay whole.
+    kqParallelRows(0, height, 4, threads,
+                   [&ctx](int32_t first, int32_t end, int32_t) { blendRows(&ctx, first, end); });
   }
   kqTimerStop("pilun painotus", 99);
 }

@@ -15,9 +15,9 @@ namespace {
 
 int32_t clampRow(int32_t y, int32_t height) { return y < 0 ? 0 : y >= height ? height - 1 : y; }
 
-void sharpenTask(void* context) {
-  const KQSharpenContext* c = static_cast<const KQSharpenContext*>(context);
-  if (c->end <= c->start) return;  // also covers end = -1
+// Rows [c->start, c->end) of the sharpened plane.
+void sharpenRows(const KQSharpenContext* c) {
+  if (c->end <= c->start) return;
   const int32_t width = c->input->width, height = c->input->height;
   const size_t stride = size_t(width);
   KQSharpenParams params;
@@ -94,9 +94,14 @@ void kqImageSharpeningDsp(const KQImage8* input, KQImage8* output, const KQImage
   kqTimerStart(95);
   kqTimerStart(91);
   if (kernelKind == 4 || kernelKind == 6 || kernelKind == 7) {
-    KQSharpenContext ctx = {input,    output,     mask, 0, input->height, strength,
-                            kernelKind, detailThreshold, dsp};
-    kqParallelRun(sharpenTask, kqSharpenSplit, &ctx, sizeof ctx, threads);
+    const KQSharpenContext ctx = {input,    output,     mask, 0, input->height, strength,
+                                  kernelKind, detailThreshold, dsp};
+    kqParallelRows(0, input->height, 1, threads, [&ctx](int32_t first, int32_t end, int32_t) {
+      KQSharpenContext rows = ctx;
+      rows.start = first;
+      rows.end = end;
+      sharpenRows(&rows);
+    });
   } else {
     kqLog(stderr, KQ_LOG_ERROR, KQ_LOG_TAG, "kqImageSharpening: unknown kernel kind %d, plane copied",
           int(kernelKind));

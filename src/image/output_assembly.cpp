@@ -21,16 +21,6 @@ bool planeIs(const KQImage8* plane, int32_t width, int32_t height) {
          plane->height == height;
 }
 
-// The chroma row split of the intake, applied to the last row as if it were
-// an exclusive end while the task reads it as inclusive. Neighbouring slices
-// would then both write their common boundary row (with the same bytes);
-// the owned form leaves it to the earlier slice, so no byte is stored by two
-// threads.
-void splitChromaMergeRows(int32_t slice, int32_t sliceCount, int32_t /*poolFlag*/, void* context) {
-  ChromaMergeRange* range = static_cast<ChromaMergeRange*>(context);
-  kqChromaSliceRowsOwned(slice, sliceCount, range->last, true, &range->first, &range->last);
-}
-
 }  // namespace
 
 void kqAddPaddingToYChannel(KQImage8* view, int32_t padX) {
@@ -116,14 +106,14 @@ void kqSetUVDataWithDsp(const KQImage8* outU, const KQImage8* outV,
   context.padX = padX;
   context.padY = padY;
   context.dsp = dsp;
-  if (numThreads > 1) {
-    if (kqParallelFor(interleaveChromaRows, splitChromaMergeRows, &context,
-                      uint32_t(sizeof(context)), numThreads)) {
-      return;
-    }
-    // No slice ran (no memory for the slice copies): do the rows here.
-  }
-  interleaveChromaRows(&context);
+  // Every count but those above 1 runs on the calling thread.
+  kqParallelRows(0, int32_t(rows), 1, numThreads > 1 ? numThreads : 1,
+                 [&context](int32_t first, int32_t end, int32_t) {
+                   ChromaMergeRange range = context;
+                   range.first = first;
+                   range.last = end - 1;
+                   interleaveChromaRows(&range);
+                 });
 }
 
 void kqSetUVData(const KQImage8* outU, const KQImage8* outV, const KQYUVMultiPlaneImage* record,

@@ -24,22 +24,27 @@ int32_t boundedThreads(int32_t numThreads) {
   return numThreads < -kKqMaxThreads ? -kKqMaxThreads : numThreads;
 }
 
-// Chroma step shared by both variants: |n| fresh threads for n < 0, the
-// pool for n > 1, and for 0 and 1 the task straight on the whole range on
-// the calling thread (no split call, so no slice bookkeeping at all).
-void runChromaSplit(ChromaSplitRange* context, int32_t numThreads) {
-  const uint32_t size = uint32_t(sizeof(*context));
-  if (numThreads < 0) {
-    kqParallelForThreads(deinterleaveChromaRows, splitChromaRows, context, size, -numThreads);
-  } else if (numThreads > 1) {
-    // No slice runs when the slice copies cannot be allocated; the planes
-    // must still be filled, so do it here.
-    if (!kqParallelFor(deinterleaveChromaRows, splitChromaRows, context, size, numThreads)) {
-      deinterleaveChromaRows(context);
-    }
-  } else {
-    deinterleaveChromaRows(context);
-  }
+// Chroma step shared by both variants: the rows of `context` spread by the
+// common thread-count rule.
+void runChromaSplit(const ChromaSplitRange* context, int32_t numThreads) {
+  kqParallelRows(0, context->end, 1, numThreads, [context](int32_t first, int32_t end, int32_t) {
+    ChromaSplitRange rows = *context;
+    rows.first = first;
+    rows.end = end;
+    deinterleaveChromaRows(&rows);
+  });
+}
+
+// Luma rows of a LumaCopyRange or LumaCropRange (rows [0, last]) spread by
+// the common thread-count rule.
+template <typename Range>
+void runLumaRows(const Range& range, void (*task)(void*), int32_t numThreads) {
+  kqParallelRows(0, range.last + 1, 1, numThreads, [&range, task](int32_t first, int32_t end, int32_t) {
+    Range rows = range;
+    rows.first = first;
+    rows.last = end - 1;
+    task(&rows);
+  });
 }
 
 // Chroma of `image` (its chromaData already pointing at the first pair to
@@ -188,9 +193,7 @@ void kqTakeYUVPlanesWithDsp(const KQYUVMultiPlaneImage* image, KQImage8* inY, KQ
     luma.src = image->yData;
     luma.width = image->width;
     luma.padding = image->yRowStride - image->width;
-    // The common rule rather than the raw count: with a pool that another
-    // call started, a count of 0 or below would run no slice at all.
-    kqParallelRun(copyLumaRows, splitRowsEvenly, &luma, uint32_t(sizeof(luma)), numThreads);
+    runLumaRows(luma, copyLumaRows, numThreads);
   }
   if (chromaReadable(image) && planeIs(inU, image->width / 2, image->height / 2) &&
       planeIs(inV, image->width / 2, image->height / 2)) {
@@ -227,7 +230,7 @@ void kqTakeYUVPlanesFromROIWithDsp(KQYUVMultiPlaneImage* image, KQImage8* inY, K
     luma.padding = image->yRowStride - w;
     luma.top = top;
     luma.left = left;
-    kqParallelRun(cropLumaRows, splitRowsEvenly, &luma, uint32_t(sizeof(luma)), numThreads);
+    runLumaRows(luma, cropLumaRows, numThreads);
   }
   // The region's chroma starts at byte `left` of chroma row top / 2. An odd
   // left lands on the second byte of a pair and so swaps U and V; that is

@@ -23,7 +23,12 @@ void* realMapAnon(size_t length) {
 
 int realUnmap(void* p, size_t length) { return munmap(p, length); }
 
-const KQAllocSystem kRealSystem = {std::malloc, std::free, realMapAnon, realUnmap};
+int realCreateThread(pthread_t* thread, void* (*main)(void*), void* arg) {
+  return pthread_create(thread, nullptr, main, arg);
+}
+
+const KQAllocSystem kRealSystem = {std::malloc, std::free, realMapAnon, realUnmap,
+                                   realCreateThread};
 KQAllocSystem gSystem = kRealSystem;
 
 }  // namespace
@@ -37,6 +42,11 @@ void kqAllocSetSystem(const KQAllocSystem* system) {
   gSystem.heapFree = system->heapFree ? system->heapFree : kRealSystem.heapFree;
   gSystem.mapAnon = system->mapAnon ? system->mapAnon : kRealSystem.mapAnon;
   gSystem.unmap = system->unmap ? system->unmap : kRealSystem.unmap;
+  gSystem.createThread = system->createThread ? system->createThread : kRealSystem.createThread;
+}
+
+int kqCreateThread(pthread_t* thread, void* (*main)(void*), void* arg) {
+  return gSystem.createThread(thread, main, arg);
 }
 
 void* kqMalloc(uint32_t size) {

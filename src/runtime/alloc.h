@@ -2,6 +2,8 @@
 // anonymous mappings from 1 MiB on.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -30,15 +32,21 @@ void* kqMallocChecked(size_t size);
 void* kqMapBlock(size_t bytes);
 void kqUnmapBlock(void* block, size_t bytes);
 
-// The system calls behind the allocator. Tests replace them to observe the
-// path a request takes or to simulate exhaustion; null entries keep the real
-// call.
+// The system calls behind the allocator, and thread creation, the other
+// resource a call can be refused. Tests replace them to observe the path a
+// request takes or to simulate exhaustion; null entries keep the real call.
 struct KQAllocSystem {
   void* (*heapAlloc)(size_t size);
   void (*heapFree)(void* p);
   void* (*mapAnon)(size_t length);  // returns null on failure
   int (*unmap)(void* p, size_t length);
+  // pthread_create with default attributes: 0 or an error number.
+  int (*createThread)(pthread_t* thread, void* (*main)(void*), void* arg);
 };
+
+// Starts a thread through the installed system (pthread_create with default
+// attributes); returns 0 or the error number.
+int kqCreateThread(pthread_t* thread, void* (*main)(void*), void* arg);
 
 // Installs `system` (copied); null restores the real calls. Not for use
 // while other threads allocate.

@@ -2,6 +2,7 @@
 #include "runtime/cpu.h"
 
 #include <cstdlib>
+#include <initializer_list>
 
 #if defined(__linux__) && (defined(__arm__) || defined(__aarch64__))
 #include <sys/auxv.h>
@@ -84,15 +85,15 @@ const char* kqCpuFlagName(uint32_t flag) {
   }
 }
 
-std::vector<uint32_t> kqCpuLevels() {
-  std::vector<uint32_t> levels{0u};
+KQCpuLevels kqCpuLevels() {
+  KQCpuLevels levels{{0u}, 1};
   const uint32_t have = kqCpuFlags();
   uint32_t cumulative = 0;
   for (uint32_t flag : {uint32_t{KQ_CPU_NEON}, uint32_t{KQ_CPU_SSE41}, uint32_t{KQ_CPU_AVX2},
                         uint32_t{KQ_CPU_AVX512}}) {
     if ((have & flag) == 0) continue;
     cumulative |= flag;
-    levels.push_back(cumulative);
+    levels.level[levels.count++] = cumulative;
   }
   return levels;
 }

@@ -1,8 +1,8 @@
 // cpu.h - which vector instruction sets this CPU offers to the kernels.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 enum : uint32_t {
   KQ_CPU_NEON = 1u << 0,
@@ -34,5 +34,14 @@ const char* kqCpuLevelName(uint32_t level);
 // Cumulative flag sets from scalar up to everything kqCpuFlags() offers, in
 // rising order: {0, NEON} on ARM, {0, SSE41, SSE41|AVX2} on a modern x86
 // (and SSE41|AVX2|AVX512 where AVX-512 is there).
-// Kernel tests and benchmarks run each level in turn.
-std::vector<uint32_t> kqCpuLevels();
+// Kernel tests and benchmarks run each level in turn (a range of at most
+// five levels; no allocation).
+struct KQCpuLevels {
+  uint32_t level[5];
+  int32_t count;
+  const uint32_t* begin() const { return level; }
+  const uint32_t* end() const { return level + count; }
+  uint32_t back() const { return level[count - 1]; }
+  size_t size() const { return size_t(count); }
+};
+KQCpuLevels kqCpuLevels();

@@ -1,12 +1,12 @@
 // log.cpp - kqLog: formats messages and passes them to the platform log.
 #include "runtime/log.h"
 
+#include <pthread.h>
 #include <strings.h>
 
 #include <atomic>
 #include <cstdarg>
 #include <cstdlib>
-#include <mutex>
 
 #if defined(__ANDROID__)
 #include <android/log.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-std::mutex gSinkMutex;
+pthread_mutex_t gSinkMutex = PTHREAD_MUTEX_INITIALIZER;
 KQLogSinkFn* gSinkFn = nullptr;
 void* gSinkUser = nullptr;
 
@@ -86,9 +86,24 @@ char kqLogPriorityLetter(int32_t priority) {
 }
 
 void kqLogSetSink(KQLogSinkFn* sink, void* user) {
-  std::lock_guard<std::mutex> lock(gSinkMutex);
+  pthread_mutex_lock(&gSinkMutex);
   gSinkFn = sink;
   gSinkUser = sink != nullptr ? user : nullptr;
+  pthread_mutex_unlock(&gSinkMutex);
+}
+
+void kqLogAtFork(KQForkPhase phase) {
+  switch (phase) {
+    case KQForkPhase::kPrepare:
+      pthread_mutex_lock(&gSinkMutex);
+      break;
+    case KQForkPhase::kParent:
+      pthread_mutex_unlock(&gSinkMutex);
+      break;
+    case KQForkPhase::kChild:
+      pthread_mutex_init(&gSinkMutex, nullptr);
+      break;
+  }
 }
 
 void kqLog(FILE* stream, int32_t priority, const char* tag, const char* format, ...) {
@@ -99,11 +114,10 @@ void kqLog(FILE* stream, int32_t priority, const char* tag, const char* format, 
   va_end(args);
   KQLogSinkFn* sink;
   void* user;
-  {
-    std::lock_guard<std::mutex> lock(gSinkMutex);
-    sink = gSinkFn;
-    user = gSinkUser;
-  }
+  pthread_mutex_lock(&gSinkMutex);
+  sink = gSinkFn;
+  user = gSinkUser;
+  pthread_mutex_unlock(&gSinkMutex);
   if (sink != nullptr) {
     sink(user, stream, priority, tag, buffer);
     return;

@@ -49,3 +49,10 @@ bool kqLogWanted(int32_t priority);
 
 // The letter logcat shows for a priority ('I' for 4, 'E' for 6, '?' if none).
 char kqLogPriorityLetter(int32_t priority);
+
+// The phases of fork() at which the library's modules make their
+// process-wide state safe for the child (see kqForkSafetyInstall).
+enum class KQForkPhase { kPrepare, kParent, kChild };
+
+// The log's part: its sink lock is held across fork and reset in the child.
+void kqLogAtFork(KQForkPhase phase);

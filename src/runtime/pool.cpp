@@ -1,5 +1,6 @@
-// pool.cpp - worker pool, parallel-for (pool and ad-hoc team forms), thread
-// naming and CPU affinity.
+// pool.cpp - worker pool, parallel steps (pool and team forms), the
+// original parallel-for over them, thread naming, fork safety and CPU
+// affinity.
 #include "runtime/pool.h"
 
 #include <pthread.h>
@@ -18,8 +19,12 @@
 
 #include "runtime/alloc.h"
 #include "runtime/log.h"
+#include "runtime/workspace.h"
 
 namespace {
+
+// A job handed to a worker: run(arg, worker) with the worker's slot index.
+using KQJobFn = void(void* arg, int32_t worker);
 
 struct WorkerPool;
 
@@ -27,9 +32,9 @@ struct WorkerSlot {
   // kIdle, kHanded (a job is handed over and not yet claimed), kLeave (the
   // pool stops) or kExitAck (the worker has left its loop).
   std::atomic<int32_t> pending;
-  std::atomic<int32_t> done;     // jobs finished since the dispatcher cleared it
+  std::atomic<int32_t> done;  // jobs finished since the dispatcher cleared it
   const char* name;
-  KQTaskFn* jobFn;
+  KQJobFn* jobFn;
   void* jobArg;
   WorkerPool* pool;
   int32_t index;
@@ -46,23 +51,28 @@ struct WorkerPool {
   pthread_mutex_t dispatch;
 };
 
-struct SliceEntry {
-  KQTaskFn* task;
-  void* context;
-};
-
-struct Job {
-  int32_t next;
-  int32_t total;
-  SliceEntry* table;
-  pthread_mutex_t* mutex;
-};
-
 pthread_mutex_t gPoolLock = PTHREAD_MUTEX_INITIALIZER;
+// The one pool's record lives here, so that starting it allocates nothing;
+// gPool points at it while the pool exists.
+alignas(64) unsigned char gPoolStorage[sizeof(WorkerPool)];
 WorkerPool* gPool = nullptr;  // guarded by gPoolLock
 int32_t gUsers = 0;           // guarded by gPoolLock
 
 constexpr int32_t kIdle = 0, kHanded = 1, kLeave = 2, kExitAck = 100;
+
+// The first thread of the process that cannot be started is reported; later
+// ones are not (the work goes on with fewer threads either way).
+std::atomic<bool> gThreadFailureSaid{false};
+
+int startThread(pthread_t* thread, void* (*main)(void*), void* arg) {
+  const int rc = kqCreateThread(thread, main, arg);
+  if (rc != 0 && !gThreadFailureSaid.exchange(true)) {
+    kqLog(stdout, KQ_LOG_INFO, KQ_LOG_TAG,
+          "KQUpScale: a worker thread could not be started (%s); the work runs on fewer threads",
+          std::strerror(rc));
+  }
+  return rc;
+}
 
 // Busy-wait step between two sequentially consistent loads of the counter
 // being watched (those loads are the barrier). A yield now and then keeps a
@@ -102,14 +112,14 @@ void* workerMain(void* arg) {
       pthread_mutex_unlock(&slot->mutex);
     }
     // Claim the job. The dispatcher withdraws it from a worker that has not
-    // claimed it by the time every slice is taken, so a late wake-up finds
+    // claimed it by the time every piece is taken, so a late wake-up finds
     // nothing to do and never touches a job that has already returned. The
     // request to leave is a state of its own, read in the same step: a
     // worker woken late for a withdrawn job while the pool stops leaves and
     // never mistakes the stop for that job.
     int32_t seen = kHanded;
     if (slot->pending.compare_exchange_strong(seen, kIdle)) {
-      slot->jobFn(slot->jobArg);
+      slot->jobFn(slot->jobArg, slot->index);
       slot->done.fetch_add(1);
     } else if (seen == kLeave) {
       break;
@@ -119,69 +129,128 @@ void* workerMain(void* arg) {
   return nullptr;
 }
 
-// Takes slices in increasing index order until none is left.
-void runJob(void* arg) {
-  Job* job = static_cast<Job*>(arg);
+// One step's pieces, taken in increasing order by whichever worker is free.
+struct PieceJob {
+  std::atomic<int32_t> next;
+  int32_t count;
+  KQPieceFn* fn;
+  void* user;
+};
+
+void takePieces(void* arg, int32_t worker) {
+  PieceJob* job = static_cast<PieceJob*>(arg);
   for (;;) {
-    pthread_mutex_lock(job->mutex);
-    const int32_t i = job->next;
-    const SliceEntry* entry = i < job->total ? &job->table[i] : nullptr;
-    job->next = i + 1;
-    pthread_mutex_unlock(job->mutex);
-    if (entry == nullptr) return;
-    entry->task(entry->context);
+    const int32_t i = job->next.fetch_add(1);
+    if (i >= job->count) return;
+    job->fn(job->user, i, worker);
   }
 }
 
-bool dispatchOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split, void* context,
-                    uint32_t contextSize, int32_t threadCount) {
-  bool ran = false;
+// Runs `job` on the calling thread (worker 0) and on pool slots 1 .. k - 1,
+// k = min(pool size, workers).
+void runOnPool(WorkerPool* pool, PieceJob* job, int32_t workers) {
   pthread_mutex_lock(&pool->dispatch);
+  const int32_t k = pool->count < workers ? pool->count : workers;
+  for (int32_t i = 1; i < k; ++i) {
+    WorkerSlot* slot = &pool->slots[i];
+    slot->jobFn = takePieces;
+    slot->jobArg = job;
+    slot->done.store(0);
+    slot->pending.store(kHanded);
+    pthread_mutex_lock(&slot->mutex);
+    slot->wake = 1;
+    pthread_cond_signal(&slot->cond);
+    pthread_mutex_unlock(&slot->mutex);
+  }
+  takePieces(job, 0);
+  // Every piece is taken. Workers that have not woken up yet lose their
+  // claim (they would find no piece anyway); only those that claimed the job
+  // can still be running a piece, and they are waited for.
+  for (int32_t i = 1; i < k; ++i) {
+    WorkerSlot* slot = &pool->slots[i];
+    int32_t handed = kHanded;
+    if (slot->pending.compare_exchange_strong(handed, kIdle)) continue;
+    uint32_t rounds = 0;
+    while (slot->done.load() == 0) spinPause(&rounds);
+  }
+  pthread_mutex_unlock(&pool->dispatch);
+}
+
+struct TeamMember {
+  PieceJob* job;
+  int32_t worker;
+};
+
+void* teamMemberMain(void* arg) {
+  const TeamMember* m = static_cast<const TeamMember*>(arg);
+  takePieces(m->job, m->worker);
+  return nullptr;
+}
+
+// Runs `job` on the calling thread and `workers` - 1 threads started for it.
+void runOnTeam(PieceJob* job, int32_t workers) {
+  pthread_t threads[kKqMaxThreads];
+  TeamMember members[kKqMaxThreads];
+  bool started[kKqMaxThreads] = {};
+  for (int32_t i = 1; i < workers; ++i) {
+    members[i] = TeamMember{job, i};
+    started[i] = startThread(&threads[i], teamMemberMain, &members[i]) == 0;
+  }
+  takePieces(job, 0);
+  for (int32_t i = 1; i < workers; ++i)
+    if (started[i]) pthread_join(threads[i], nullptr);
+}
+
+WorkerPool* currentPool() {
+  pthread_mutex_lock(&gPoolLock);
+  WorkerPool* pool = gPool;
+  pthread_mutex_unlock(&gPoolLock);
+  return pool;
+}
+
+// --- the original parallel-for -----------------------------------------
+
+void runSingleSlice(KQTaskFn* task, KQSplitFn* split, void* context) {
+  split(0, 1, 0, context);
+  task(context);
+}
+
+// Slices of a parallel-for as pieces: slice i runs its task on copy i.
+struct SliceCopies {
+  KQTaskFn* task;
+  uint8_t* copies;
+  uint32_t size;
+};
+
+void runSliceCopy(void* user, int32_t piece, int32_t) {
+  const SliceCopies* s = static_cast<const SliceCopies*>(user);
+  s->task(s->copies + size_t(piece) * s->size);
+}
+
+bool parallelForOnPool(WorkerPool* pool, KQTaskFn* task, KQSplitFn* split, void* context,
+                       uint32_t contextSize, int32_t threadCount) {
   int32_t slices = threadCount > kKqMaxSlices / 4 ? kKqMaxSlices : 4 * threadCount;
   if (slices < 0) slices = 0;
-  pthread_mutex_t jobMutex = PTHREAD_MUTEX_INITIALIZER;
-  SliceEntry table[kKqMaxSlices];
-  Job job{0, slices, table, &jobMutex};
   uint8_t* copies = static_cast<uint8_t*>(kqMalloc(uint32_t(slices) * contextSize));
-  if (copies != nullptr) {
-    for (int32_t s = 0; s < slices; ++s) {
-      void* copy = copies + size_t(s) * contextSize;
-      std::memcpy(copy, context, contextSize);
-      split(s, slices, 1, copy);
-      table[s] = SliceEntry{task, copy};
-    }
-    for (int32_t i = 1; i < pool->count; ++i) {
-      WorkerSlot* slot = &pool->slots[i];
-      slot->jobFn = runJob;
-      slot->jobArg = &job;
-      slot->done.store(0);
-      slot->pending.store(kHanded);
-      pthread_mutex_lock(&slot->mutex);
-      slot->wake = 1;
-      pthread_cond_signal(&slot->cond);
-      pthread_mutex_unlock(&slot->mutex);
-    }
-    runJob(&job);
-    // Every slice is taken. Workers that have not woken up yet lose their
-    // claim (they would find no slice anyway); only those that claimed the
-    // job can still be running a slice, and they are waited for.
-    for (int32_t i = 1; i < pool->count; ++i) {
-      WorkerSlot* slot = &pool->slots[i];
-      int32_t handed = kHanded;
-      if (slot->pending.compare_exchange_strong(handed, kIdle)) continue;
-      uint32_t rounds = 0;
-      while (slot->done.load() == 0) spinPause(&rounds);
-    }
-    kqFree(copies);
-    ran = true;
+  if (copies == nullptr) return false;
+  for (int32_t s = 0; s < slices; ++s) {
+    void* copy = copies + size_t(s) * contextSize;
+    std::memcpy(copy, context, contextSize);
+    split(s, slices, 1, copy);
   }
-  pthread_mutex_destroy(&jobMutex);
-  pthread_mutex_unlock(&pool->dispatch);
-  return ran;
+  SliceCopies sc{task, copies, contextSize};
+  PieceJob job;
+  job.next.store(0);
+  job.count = slices;
+  job.fn = runSliceCopy;
+  job.user = &sc;
+  // Every slot of the pool takes part, whatever count the caller gave.
+  runOnPool(pool, &job, kKqMaxThreads);
+  kqFree(copies);
+  return true;
 }
 
 struct TeamSlot {
-  const char* name;
   KQTaskFn* task;
   void* context;
   int32_t index;
@@ -197,9 +266,8 @@ struct Team {
   bool started[kKqMaxThreads];
 };
 
-void* teamMain(void* arg) {
+void* teamSlotMain(void* arg) {
   TeamSlot* slot = static_cast<TeamSlot*>(arg);
-  nameThisThread(slot->name);
   slot->task(slot->context);
   pthread_mutex_lock(&slot->mutex);
   slot->done = 1;
@@ -208,16 +276,10 @@ void* teamMain(void* arg) {
   return nullptr;
 }
 
-void runSingleSlice(KQTaskFn* task, KQSplitFn* split, void* context) {
-  split(0, 1, 0, context);
-  task(context);
-}
-
-// Ad-hoc team of n (2..32) threads, one slice each. All memory is obtained
-// before the first thread starts, so a failure leaves nothing half done: the
-// work then runs as one slice on the calling thread.
-void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize, int32_t n,
-             const char* name) {
+// Ad-hoc team of n (2..32) threads, one slice each, the caller waiting. All
+// memory is obtained before the first thread starts, so a failure leaves
+// nothing half done: the work then runs as one slice on the calling thread.
+void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize, int32_t n) {
   Team* team = static_cast<Team*>(kqMalloc(sizeof(Team)));
   TeamSlot* slots = static_cast<TeamSlot*>(kqMalloc(uint32_t(sizeof(TeamSlot)) * uint32_t(n)));
   uint8_t* copies =
@@ -233,7 +295,6 @@ void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSi
   team->slots = slots;
   for (int32_t i = 0; i < n; ++i) {
     TeamSlot* slot = &slots[i];
-    slot->name = name;
     slot->task = task;
     pthread_cond_init(&slot->cond, nullptr);
     slot->done = 0;
@@ -242,7 +303,7 @@ void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSi
     std::memcpy(slot->context, context, contextSize);
     split(i, n, 0, slot->context);
     slot->index = i;
-    team->started[i] = pthread_create(&team->threads[i], nullptr, teamMain, slot) == 0;
+    team->started[i] = startThread(&team->threads[i], teamSlotMain, slot) == 0;
   }
   for (int32_t i = 0; i < n; ++i) {
     TeamSlot* slot = &slots[i];
@@ -266,23 +327,94 @@ void runTeam(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSi
 }
 
 void teamDispatch(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
-                  int32_t threadCount, const char* name) {
+                  int32_t threadCount) {
   const int32_t n = threadCount > kKqMaxThreads ? kKqMaxThreads : threadCount;
   if (n < 2) {
     runSingleSlice(task, split, context);
     return;
   }
-  runTeam(task, split, context, contextSize, n, name);
+  runTeam(task, split, context, contextSize, n);
 }
 
-WorkerPool* currentPool() {
+// --- fork ----------------------------------------------------------------
+
+// Around fork() every lock of the library's process-wide state is taken (in
+// the order the library itself takes them: pool, working memory, log), so
+// the child starts from consistent records. The child has none of the
+// parent's other threads: it forgets the pool they use (its next call starts
+// one of its own) and gives up no blocks they hold (its copies of them are
+// free to reuse).
+void forkPrepare() {
   pthread_mutex_lock(&gPoolLock);
-  WorkerPool* pool = gPool;
-  pthread_mutex_unlock(&gPoolLock);
-  return pool;
+  kqWorkspaceAtFork(KQForkPhase::kPrepare);
+  kqLogAtFork(KQForkPhase::kPrepare);
 }
+
+void forkParent() {
+  kqLogAtFork(KQForkPhase::kParent);
+  kqWorkspaceAtFork(KQForkPhase::kParent);
+  pthread_mutex_unlock(&gPoolLock);
+}
+
+void forkChild() {
+  kqLogAtFork(KQForkPhase::kChild);
+  kqWorkspaceAtFork(KQForkPhase::kChild);
+  pthread_mutex_init(&gPoolLock, nullptr);
+  gPool = nullptr;
+  gUsers = 0;
+}
+
+pthread_once_t gForkOnce = PTHREAD_ONCE_INIT;
+
+void registerForkHandlers() { pthread_atfork(forkPrepare, forkParent, forkChild); }
 
 }  // namespace
+
+// --- parallel steps --------------------------------------------------------
+
+int32_t kqStepWorkers(int32_t threads) {
+  if (threads < 0) return threads < -kKqMaxThreads ? kKqMaxThreads : -threads;
+  if (threads > 1) return threads > kKqMaxThreads ? kKqMaxThreads : threads;
+  return 1;
+}
+
+void kqRunPieces(int32_t count, int32_t threads, KQPieceFn* fn, void* user) {
+  if (count < 1) return;
+  const int32_t workers = kqStepWorkers(threads);
+  if (workers == 1 || count == 1) {
+    for (int32_t i = 0; i < count; ++i) fn(user, i, 0);
+    return;
+  }
+  PieceJob job;
+  job.next.store(0);
+  job.count = count;
+  job.fn = fn;
+  job.user = user;
+  WorkerPool* pool = threads > 1 ? currentPool() : nullptr;
+  if (pool != nullptr) {
+    runOnPool(pool, &job, workers);
+  } else {
+    runOnTeam(&job, workers);
+  }
+}
+
+int32_t KQRowPieces::first(int32_t piece) const {
+  if (piece >= count) return end;
+  const int64_t units = (int64_t(end) - begin + grain - 1) / grain;
+  return begin + int32_t(int64_t(grain) * (units * piece / count));
+}
+
+KQRowPieces kqRowPieces(int32_t begin, int32_t end, int32_t grain, int32_t threads) {
+  KQRowPieces rows{begin, end, grain < 1 ? 1 : grain, 0};
+  if (end <= begin) return rows;
+  const int64_t units = (int64_t(end) - begin + rows.grain - 1) / rows.grain;
+  const int32_t workers = kqStepWorkers(threads);
+  const int64_t wanted = workers == 1 ? 1 : 4 * int64_t(workers);
+  rows.count = int32_t(wanted < units ? wanted : units);
+  return rows;
+}
+
+// --- the original parallel-for -------------------------------------------
 
 bool kqParallelFor(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
                    int32_t threadCount) {
@@ -291,15 +423,15 @@ bool kqParallelFor(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t con
     return true;
   }
   if (WorkerPool* pool = currentPool()) {
-    return dispatchOnPool(pool, task, split, context, contextSize, threadCount);
+    return parallelForOnPool(pool, task, split, context, contextSize, threadCount);
   }
-  teamDispatch(task, split, context, contextSize, threadCount, nullptr);
+  teamDispatch(task, split, context, contextSize, threadCount);
   return true;
 }
 
 void kqParallelForThreads(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
                           int32_t threadCount) {
-  teamDispatch(task, split, context, contextSize, threadCount, nullptr);
+  teamDispatch(task, split, context, contextSize, threadCount);
 }
 
 void kqParallelRun(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t contextSize,
@@ -320,7 +452,10 @@ void kqParallelRun(KQTaskFn* task, KQSplitFn* split, void* context, uint32_t con
   }
 }
 
+// --- the pool --------------------------------------------------------------
+
 void kqPoolStart(int32_t threadCount, int32_t spinningCount, const char* name) {
+  kqForkSafetyInstall();
   const int32_t n = threadCount > kKqMaxThreads ? kKqMaxThreads : threadCount;
   if (spinningCount < 0) spinningCount = 4;
   pthread_mutex_lock(&gPoolLock);
@@ -337,14 +472,7 @@ void kqPoolStart(int32_t threadCount, int32_t spinningCount, const char* name) {
     pthread_mutex_unlock(&gPoolLock);
     return;
   }
-  // The record is requested n times over (room for 32 slots is already in
-  // it).
-  void* memory = kqMalloc(uint32_t(n) * uint32_t(sizeof(WorkerPool)));
-  if (memory == nullptr) {
-    pthread_mutex_unlock(&gPoolLock);
-    return;
-  }
-  WorkerPool* pool = new (memory) WorkerPool;
+  WorkerPool* pool = new (gPoolStorage) WorkerPool;
   pool->count = n;
   pthread_mutex_init(&pool->dispatch, nullptr);
   for (int32_t i = 0; i < n; ++i) {
@@ -360,15 +488,13 @@ void kqPoolStart(int32_t threadCount, int32_t spinningCount, const char* name) {
     slot->spinning = i < spinningCount ? 1 : 0;
     pthread_cond_init(&slot->cond, nullptr);
     pthread_mutex_init(&slot->mutex, nullptr);
-    if (i > 0) {
-      if (pthread_create(&pool->threads[i], nullptr, workerMain, slot) != 0) {
-        // Without its thread the slot would never report done; shrink the
-        // pool to the slots that run.
-        pthread_cond_destroy(&slot->cond);
-        pthread_mutex_destroy(&slot->mutex);
-        pool->count = i;
-        break;
-      }
+    if (i > 0 && startThread(&pool->threads[i], workerMain, slot) != 0) {
+      // Without its thread the slot would never report done; the pool
+      // keeps the slots that run.
+      pthread_cond_destroy(&slot->cond);
+      pthread_mutex_destroy(&slot->mutex);
+      pool->count = i;
+      break;
     }
   }
   gPool = pool;
@@ -400,7 +526,6 @@ void kqPoolStop() {
   }
   pthread_mutex_destroy(&pool->dispatch);
   pool->~WorkerPool();
-  kqFree(pool);
   gPool = nullptr;
   pthread_mutex_unlock(&gPoolLock);
 }
@@ -418,6 +543,8 @@ int32_t kqPoolUserCount() {
   pthread_mutex_unlock(&gPoolLock);
   return users;
 }
+
+void kqForkSafetyInstall() { pthread_once(&gForkOnce, registerForkHandlers); }
 
 void kqSetThreadAffinity(int32_t mask) {
 #if defined(__linux__)

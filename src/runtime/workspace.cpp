@@ -53,7 +53,17 @@ size_t roundUp(size_t bytes) {
 }
 
 bool serves(const CacheSlot& slot, size_t bytes) {
-  return slot.data != nullptr && slot.bytes >= bytes && slot.bytes - bytes <= slot.bytes / kKqReuseSlack;
+  return slot.data != nullptr && slot.bytes >= bytes &&
+         (slot.bytes <= kKqSmallBlock || slot.bytes - bytes <= slot.bytes / kKqReuseSlack);
+}
+
+// Which free slot a new block of `bytes` takes, lower first: one holding a
+// block of its own class (small or large), then an empty one, then one
+// holding a block of the other class. So one caller whose sizes change keeps
+// one block per class, not one per size.
+int32_t replaceRank(const CacheSlot& slot, size_t bytes) {
+  if (slot.data == nullptr) return 1;
+  return (slot.bytes <= kKqSmallBlock) == (bytes <= kKqSmallBlock) ? 0 : 2;
 }
 
 // Gives the kept blocks back when the library is unloaded, so that leak
@@ -82,9 +92,7 @@ KQBlock kqWorkspaceAcquire(size_t bytes) {
         pthread_mutex_unlock(&gLock);
         return block;
       }
-      // A kept block of another size goes before an empty slot is taken:
-      // one caller whose sizes change keeps one block, not one per size.
-      if (free < 0 || (gSlots[free].data == nullptr && slot.data != nullptr)) free = i;
+      if (free < 0 || replaceRank(slot, want) < replaceRank(gSlots[free], want)) free = i;
     }
     if (free >= 0) {
       CacheSlot& slot = gSlots[free];
@@ -151,4 +159,19 @@ size_t kqWorkspaceKeptBytes() {
   for (const CacheSlot& slot : gSlots) total += slot.data != nullptr ? slot.bytes : 0;
   pthread_mutex_unlock(&gLock);
   return total;
+}
+
+void kqWorkspaceAtFork(KQForkPhase phase) {
+  switch (phase) {
+    case KQForkPhase::kPrepare:
+      pthread_mutex_lock(&gLock);
+      break;
+    case KQForkPhase::kParent:
+      pthread_mutex_unlock(&gLock);
+      break;
+    case KQForkPhase::kChild:
+      pthread_mutex_init(&gLock, nullptr);
+      for (CacheSlot& slot : gSlots) slot.busy = false;
+      break;
+  }
 }

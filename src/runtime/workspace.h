@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "runtime/log.h"
+
 // Blocks kept between calls: one per concurrent caller up to this count.
 // Callers beyond it get a block of their own that is unmapped when they
 // return it.
@@ -16,6 +18,12 @@ constexpr int32_t kKqCachedBlocks = 2;
 // takes its place. Calls of the same sizes always fit; a smaller call does
 // not keep an outgrown block alive.
 constexpr size_t kKqReuseSlack = 4;
+
+// Blocks of at most this size (the warp's scratch of a call without
+// filters) are kept beside a large one: they serve any request they hold,
+// and a small request replaces a small kept block before a large one, so a
+// caller that alternates a bare warp with filtered calls keeps both.
+constexpr size_t kKqSmallBlock = size_t{1} << 20;
 
 // Blocks are mapped in whole units of this many bytes.
 constexpr size_t kKqBlockGranule = size_t{64} << 10;
@@ -47,3 +55,8 @@ size_t kqWorkspaceTrim();
 
 // Bytes currently kept between calls (in use or not).
 size_t kqWorkspaceKeptBytes();
+
+// The working memory's part of fork safety: its lock is held across fork;
+// in the child, blocks lent to the parent's other threads (which the child
+// does not have) are free again.
+void kqWorkspaceAtFork(KQForkPhase phase);

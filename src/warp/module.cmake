@@ -3,8 +3,8 @@ list(APPEND KQ_CORE_SOURCES
   src/warp/homography.cpp
   src/warp/warp_c.cpp
   src/warp/warp_dsp.cpp
-  src/warp/warp_dispatch.cpp
-  src/warp/warp_driver.cpp)
+  src/warp/warp_engine.cpp
+  src/warp/warp_family.cpp)
 list(APPEND KQ_NEON_SOURCES
   src/warp/arm/warp_neon.cpp)
 list(APPEND KQ_SSE41_SOURCES

@@ -1,6 +1,9 @@
 # Fails unless the shared library's dynamic symbol table defines exactly the
-# three KQUpScale_ functions among the library's own symbols. Symbols of the
-# C/C++ runtime (versioned GLIBC/GCC/CXXABI entries) are not ours.
+# three KQUpScale_ functions among the library's own symbols (symbols of the
+# C/C++ runtime, versioned GLIBC/GCC/CXXABI entries, are not ours), and
+# unless it imports nothing that can throw: no operator new, no exception
+# raised or thrown by the C++ runtime. Nothing a call does can then throw
+# into the noexcept exported functions or out of a worker thread.
 if(NOT NM OR NOT LIB)
   message(FATAL_ERROR "usage: -DNM=<nm> -DLIB=<libKQUpScale.so>")
 endif()
@@ -35,4 +38,22 @@ endif()
 if(NOT nfound EQUAL 3)
   message(FATAL_ERROR "expected the three KQUpScale_ functions, found: ${found}")
 endif()
-message(STATUS "exports OK: ${found}")
+
+execute_process(COMMAND ${NM} -D --undefined-only ${LIB}
+  OUTPUT_VARIABLE undefined RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIB}")
+endif()
+string(REPLACE "\n" ";" lines "${undefined}")
+set(throwing)
+foreach(line IN LISTS lines)
+  # _Znw* / _Zna*: operator new and new[]; __cxa_throw, __cxa_allocate_exception
+  # and the std::__throw_* helpers: anything that raises an exception.
+  if(line MATCHES " U (_Znw[jm][^ ]*|_Zna[jm][^ ]*|__cxa_throw[^ ]*|__cxa_allocate_exception[^ ]*|_ZSt[0-9]+__throw_[^ ]*)$")
+    list(APPEND throwing "${CMAKE_MATCH_1}")
+  endif()
+endforeach()
+if(throwing)
+  message(FATAL_ERROR "the library imports allocating or throwing runtime functions: ${throwing}")
+endif()
+message(STATUS "exports OK: ${found}; nothing imported can throw")

@@ -15,8 +15,7 @@
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
 #include "warp/homography.h"
-#include "warp/warp_dispatch.h"
-#include "warp/warp_driver.h"
+#include "warp/warp_family.h"
 #include "warp/warp_dsp.h"
 
 namespace {

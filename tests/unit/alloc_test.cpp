@@ -123,7 +123,7 @@ TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
   EXPECT_EQ(SystemSpy::mapLengths.size(), 1u);
 
   // Much smaller or larger: the kept block goes and the new one stays.
-  for (size_t bytes : {mb, 5 * mb}) {
+  for (size_t bytes : {2 * mb, 5 * mb}) {
     KQBlock c = kqWorkspaceAcquire(bytes);
     ASSERT_NE(c.data, nullptr);
     kqWorkspaceRelease(&c);
@@ -131,7 +131,23 @@ TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
   }
   EXPECT_EQ(SystemSpy::mapLengths.size(), 3u);
   EXPECT_EQ(SystemSpy::unmapLengths.size(), 2u);
-  EXPECT_EQ(kqWorkspaceTrim(), SystemSpy::mapLengths.back());
+
+  // A small block (a bare warp's) is kept beside the large one, and serves
+  // any small request it holds: alternating the two maps nothing more.
+  const size_t large = kqWorkspaceKeptBytes();
+  for (size_t bytes : {kKqSmallBlock / 2, 5 * mb, kKqSmallBlock / 8, kKqSmallBlock / 2, 5 * mb}) {
+    KQBlock d = kqWorkspaceAcquire(bytes);
+    ASSERT_NE(d.data, nullptr);
+    kqWorkspaceRelease(&d);
+  }
+  EXPECT_EQ(SystemSpy::mapLengths.size(), 4u);
+  EXPECT_EQ(SystemSpy::unmapLengths.size(), 2u);
+  EXPECT_EQ(kqWorkspaceKeptBytes(), large + SystemSpy::mapLengths.back());
+  // A second small size replaces the small block, not the large one.
+  KQBlock e = kqWorkspaceAcquire(kKqSmallBlock);
+  kqWorkspaceRelease(&e);
+  EXPECT_EQ(kqWorkspaceKeptBytes(), large + kKqSmallBlock);
+  EXPECT_EQ(kqWorkspaceTrim(), large + kKqSmallBlock);
   EXPECT_EQ(kqWorkspaceKeptBytes(), 0u);
 }
 

@@ -14,7 +14,8 @@ TEST(Cpu, HwcapDecodingMatchesRecordedDevices) {
 }
 
 TEST(Cpu, LevelsRiseFromScalarAndStayWithinTheBuild) {
-  const std::vector<uint32_t> levels = kqCpuLevels();
+  const KQCpuLevels l = kqCpuLevels();
+  const std::vector<uint32_t> levels(l.begin(), l.end());
   ASSERT_FALSE(levels.empty());
   EXPECT_EQ(levels.front(), 0u);
   for (size_t i = 1; i < levels.size(); ++i) {
@@ -35,7 +36,8 @@ TEST(Cpu, LevelsAreNamedByTheirHighestSet) {
   EXPECT_STREQ(kqCpuLevelName(KQ_CPU_SSE41 | KQ_CPU_AVX2), "avx2");
   EXPECT_STREQ(kqCpuLevelName(KQ_CPU_SSE41 | KQ_CPU_AVX2 | KQ_CPU_AVX512), "avx512");
   // Benchmark and test names must not collide.
-  const std::vector<uint32_t> levels = kqCpuLevels();
+  const KQCpuLevels l = kqCpuLevels();
+  const std::vector<uint32_t> levels(l.begin(), l.end());
   for (size_t i = 1; i < levels.size(); ++i)
     EXPECT_STRNE(kqCpuLevelName(levels[i]), kqCpuLevelName(levels[i - 1]));
 }

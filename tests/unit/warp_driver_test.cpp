@@ -3,7 +3,7 @@
 // part; tiles that leave gaps and the same bytes on every target (float
 // evaluation order in the row set-up), the golden checksums'; across thread
 // counts, the stress test's.
-#include "warp/warp_driver.h"
+#include "warp/warp_family.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "warp/homography.h"
-#include "warp/warp_dispatch.h"
+#include "warp/warp_family.h"
 
 namespace {
 
