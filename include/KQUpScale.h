@@ -132,21 +132,25 @@ KQ_API int32_t KQUpScale_ScaleImage(const KQYUVMultiPlaneImage* in,
  *                beyond 32 the products wrap into meaningless pixels.
  *                0.0 (and -0.0): off. Below 0 or NaN: off as well, and then
  *                with noiseReduction off too no luma stage runs at all: the
- *                caller's luma plane keeps the bytes it had (the chroma is
- *                still written).
+ *                caller's luma plane keeps the bytes it had, and the chroma
+ *                (still written) is filtered, when chromaNoiseReduction is
+ *                on, with those old luma bytes as its guide.
  * @param numThreads  how the work is spread; the bytes are the same for
  *                every value:
- *                > 1: over the process-wide worker pool. The first of the
- *                  calls running at one time that asks for a pool creates
- *                  it with min(numThreads, 32) threads (the calling thread
- *                  counted); calls that start while it exists use it as it
- *                  is, also a pool created by a call that passed 1, which has
- *                  no worker thread. The last of them to return joins its
- *                  threads: no thread outlives the calls.
- *                0 or 1: the calling thread only (1 creates the pool above).
- *                < 0: min(|numThreads|, 32) threads started for each
- *                  parallel step while the calling thread waits, joined
- *                  before the step ends; no pool.
+ *                > 1: the calling thread and the process-wide worker pool.
+ *                  The first of the calls running at one time that asks for
+ *                  a pool creates it with min(numThreads, 32) threads (the
+ *                  calling thread counted); calls that start while it exists
+ *                  use it as it is, at most numThreads threads of it. The
+ *                  last of them to return joins its threads: no thread
+ *                  outlives the calls.
+ *                0 or 1: the calling thread only.
+ *                < 0: the calling thread and min(|numThreads|, 32) - 1
+ *                  threads started for each parallel step and joined before
+ *                  the step ends; no pool.
+ *                A thread that cannot be started is no failure: its share of
+ *                the work goes to the others (the first such thread of the
+ *                process is reported in one information line).
  * @param affinityMask  >= 1: the calling thread is first bound to the CPUs
  *                whose bits are set (bit i = CPU i); the binding stays after
  *                the call returns. A mask the system refuses is logged and
@@ -155,6 +159,14 @@ KQ_API int32_t KQUpScale_ScaleImage(const KQYUVMultiPlaneImage* in,
  *         by the caller, and nothing outside the planes a valid record
  *         describes is read or written. Calls on different threads may run at
  *         once on different images.
+ *
+ * Resources: a call takes one block of working memory before it writes any
+ * output byte (kept for the next call of the same sizes); when it cannot be
+ * had, the call is refused ("... working memory could not be allocated;
+ * nothing written") and the output is untouched. Apart from it and its
+ * threads a call allocates nothing and throws nothing. It needs under 20 KiB
+ * of the calling thread's stack. A process may fork() while calls run on
+ * other threads: the child's own calls work, with a pool of their own.
  */
 KQ_API int32_t KQUpScale_ScaleImageFromROI(
     const KQYUVMultiPlaneImage* in, const KQYUVMultiPlaneImage* out,

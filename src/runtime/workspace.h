@@ -23,7 +23,7 @@ constexpr size_t kKqReuseSlack = 4;
 // filters) are kept beside a large one: they serve any request they hold,
 // and a small request replaces a small kept block before a large one, so a
 // caller that alternates a bare warp with filtered calls keeps both.
-constexpr size_t kKqSmallBlock = size_t{1} << 20;
+constexpr size_t kKqSmallBlock = size_t{2} << 20;
 
 // Blocks are mapped in whole units of this many bytes.
 constexpr size_t kKqBlockGranule = size_t{64} << 10;

@@ -483,8 +483,9 @@ Extent rowExtent(const KQWarpRequest& req, int32_t ty) {
 // of this many tiles; a group's bytes do not depend on the grouping.
 constexpr int32_t kTileGroup = 8;
 
-// Room for this many chains per tile, on average over a tile row.
-constexpr size_t kChainsPerTile = 4;
+// Room for this many chains per tile, on average over a tile row (uniform
+// enlargements give their tiles one to three).
+constexpr size_t kChainsPerTile = 3;
 
 // Planes a request warps: plane 1 too when it is given (not for pairs).
 int32_t planesOf(const KQWarpRequest& req) {

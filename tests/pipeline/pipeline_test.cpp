@@ -279,9 +279,9 @@ TEST_F(Pipeline, RepeatedCallsReuseTheirWorkingMemory) {
   std::vector<int> mapsPerCall;
   std::vector<std::vector<uint8_t>> results;
   for (const auto& call :
-       {std::make_pair(all, 1280), std::make_pair(all, 1280), std::make_pair(bare, 1280),
-        std::make_pair(all, 1280), std::make_pair(bare, 1280), std::make_pair(all, 640),
-        std::make_pair(all, 640)}) {
+       {std::make_pair(all, 1600), std::make_pair(all, 1600), std::make_pair(bare, 1600),
+        std::make_pair(all, 1600), std::make_pair(bare, 1600), std::make_pair(all, 800),
+        std::make_pair(all, 800)}) {
     TestSystem::maps = 0;
     results.push_back(run(src, call.second, call.second * 3 / 4, call.first, 2));
     mapsPerCall.push_back(TestSystem::maps);
@@ -293,7 +293,7 @@ TEST_F(Pipeline, RepeatedCallsReuseTheirWorkingMemory) {
   EXPECT_EQ(results[3], results[0]);
   EXPECT_EQ(results[4], results[2]);
   EXPECT_EQ(results[6], results[5]);
-  EXPECT_EQ(results[0], run(src, 1280, 960, all, 2));
+  EXPECT_EQ(results[0], run(src, 1600, 1200, all, 2));
 }
 
 }  // namespace

@@ -106,16 +106,16 @@ class WorkspaceTest : public AllocTest {
 
 TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
   const size_t mb = size_t{1} << 20;
-  KQBlock a = kqWorkspaceAcquire(3 * mb + 5);
+  KQBlock a = kqWorkspaceAcquire(8 * mb + 5);
   ASSERT_NE(a.data, nullptr);
-  EXPECT_GE(a.bytes, 3 * mb + 5);
+  EXPECT_GE(a.bytes, 8 * mb + 5);
   uint8_t* first = a.data;
   kqWorkspaceRelease(&a);
   EXPECT_EQ(a.data, nullptr);
   EXPECT_TRUE(SystemSpy::unmapLengths.empty());  // kept
 
   // The same size, and a slightly smaller one, get the kept block back.
-  for (size_t bytes : {3 * mb + 5, 3 * mb - 1000}) {
+  for (size_t bytes : {8 * mb + 5, 8 * mb - 1000}) {
     KQBlock b = kqWorkspaceAcquire(bytes);
     EXPECT_EQ(b.data, first);
     kqWorkspaceRelease(&b);
@@ -123,7 +123,7 @@ TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
   EXPECT_EQ(SystemSpy::mapLengths.size(), 1u);
 
   // Much smaller or larger: the kept block goes and the new one stays.
-  for (size_t bytes : {2 * mb, 5 * mb}) {
+  for (size_t bytes : {4 * mb, 12 * mb}) {
     KQBlock c = kqWorkspaceAcquire(bytes);
     ASSERT_NE(c.data, nullptr);
     kqWorkspaceRelease(&c);
@@ -135,7 +135,7 @@ TEST_F(WorkspaceTest, SameSizeReusesAndOtherSizesReplace) {
   // A small block (a bare warp's) is kept beside the large one, and serves
   // any small request it holds: alternating the two maps nothing more.
   const size_t large = kqWorkspaceKeptBytes();
-  for (size_t bytes : {kKqSmallBlock / 2, 5 * mb, kKqSmallBlock / 8, kKqSmallBlock / 2, 5 * mb}) {
+  for (size_t bytes : {kKqSmallBlock / 2, 12 * mb, kKqSmallBlock / 8, kKqSmallBlock / 2, 12 * mb}) {
     KQBlock d = kqWorkspaceAcquire(bytes);
     ASSERT_NE(d.data, nullptr);
     kqWorkspaceRelease(&d);
