@@ -3,6 +3,7 @@
 # tests and tools call the exported functions without the .so.
 list(APPEND KQ_CORE_SOURCES
   src/api/pipeline.cpp
+  src/api/plan.cpp
   src/api/upscale_api.cpp)
 list(APPEND KQ_TEST_SOURCES
   tests/pipeline/pipeline_test.cpp

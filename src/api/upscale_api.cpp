@@ -21,8 +21,8 @@ KQ_API int32_t KQUpScale_ScaleImageFromROI(const KQYUVMultiPlaneImage* in,
                                            int32_t noiseReduction, int32_t chromaNoiseReduction,
                                            float sharpening, int32_t numThreads,
                                            int32_t affinityMask) noexcept {
-  return kqUpScaleRun(in, out, left, top, right, bottom, noiseReduction, chromaNoiseReduction,
-                      sharpening, numThreads, affinityMask);
+  return kqUpScaleRun(KQUpScaleCall{in, out, left, top, right, bottom, noiseReduction,
+                                    chromaNoiseReduction, sharpening, numThreads, affinityMask});
 }
 
 }  // extern "C"

@@ -272,8 +272,7 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
   ctx.luma = luma->data;
 
   struct PassSetup {
-    int32_t timer;
-    const char* label;
+    KQStage stage;
     int32_t margin;
     const uint8_t* inU;
     const uint8_t* inV;
@@ -281,11 +280,10 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
     uint8_t* outV;
   };
   const PassSetup passes[3] = {
-      {80, "kromafiltteri 1 iteraatio", params.margin1, srcU->data, srcV->data, half1U->data,
-       half1V->data},
-      {81, "kromafiltteri 2 iteraatio", params.margin2, half1U->data, half1V->data,
-       half2U->data, half2V->data},
-      {83, "kromafiltteri 3 iteraatio", 2, half2U->data, half2V->data, dstU->data, dstV->data},
+      {KQStage::kChromaPass1, params.margin1, srcU->data, srcV->data, half1U->data, half1V->data},
+      {KQStage::kChromaPass2, params.margin2, half1U->data, half1V->data, half2U->data,
+       half2V->data},
+      {KQStage::kChromaPass3, 2, half2U->data, half2V->data, dstU->data, dstV->data},
   };
   for (int p = 0; p < 3; ++p) {
     const PassSetup& s = passes[p];
@@ -297,7 +295,7 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
     ctx.inV = s.inV;
     ctx.outU = s.outU;
     ctx.outV = s.outV;
-    kqTimerStart(s.timer);
+    kqStageStart(s.stage);
     // Ranges start on even rows, as the passes' row pairs need.
     KQChromaPassFn* kernel = dsp->pass[p][params.kind - 1];
     kqParallelRows(0, g.he, 2, threads, [&ctx, kernel](int32_t first, int32_t end, int32_t) {
@@ -306,7 +304,7 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
       rows.endRow = end;
       kernel(&rows);
     });
-    kqTimerStop(s.label, s.timer);
+    kqStageStop(s.stage);
   }
   fixUpBorders(dstU->data, g.w, g.h);
   fixUpBorders(dstV->data, g.w, g.h);

@@ -205,22 +205,22 @@ void kqLumaNoiseReductionDsp(const KQImage8* input, KQImage8* output, const KQIm
   const int32_t width = input->width, height = input->height;
 
   const KQLumaNrContext ctx = {input, output, reference, height - 1, 0, strength, dsp};
-  kqTimerStart(92);
+  kqStageStart(KQStage::kNoiseInterior);
   // Output rows 4 .. height - 5: their neighbourhoods reach 4 rows up and
   // down (planes of fewer than 9 rows are all frame).
   if (height >= 9)
     kqParallelRows(4, height - 4, 1, threads,
                    [&ctx](int32_t first, int32_t end, int32_t) { interiorRows(&ctx, first, end); });
-  kqTimerStop("paapilu", 92);
+  kqStageStop(KQStage::kNoiseInterior);
 
   // The frame's top and bottom four rows, on the calling thread (its left
   // and right strips were done with the interior rows).
-  kqTimerStart(101);
+  kqStageStart(KQStage::kNoiseBorder);
   borderRuns(input, output, 0, width, 0, 4, dsp);
   borderRuns(input, output, 0, width, height - 4, height, dsp);
-  kqTimerStop("pilu reunat c", 101);
+  kqStageStop(KQStage::kNoiseBorder);
 
-  kqTimerStart(99);
+  kqStageStart(KQStage::kNoiseBlend);
   if (reference == nullptr) {
     // The rows pass 1 did not blend: the top and bottom four (all of them
     // on planes of fewer than 9 rows).
@@ -233,7 +233,7 @@ void kqLumaNoiseReductionDsp(const KQImage8* input, KQImage8* output, const KQIm
     kqParallelRows(0, height, 4, threads,
                    [&ctx](int32_t first, int32_t end, int32_t) { blendRows(&ctx, first, end); });
   }
-  kqTimerStop("pilun painotus", 99);
+  kqStageStop(KQStage::kNoiseBlend);
 }
 
 void kqLumaNoiseReduction(const KQImage8* input, KQImage8* output, const KQImage8* reference,

@@ -23,7 +23,7 @@ void sharpenRows(const KQSharpenContext* c) {
   KQSharpenParams params;
   params.gain = kqSaturateToInt32(double(c->strength) * 256.0);
   params.threshold = kqSaturateToInt32(double(c->detailThreshold) * 1.5);
-  if (c->kind == 6) {
+  if (c->kind == kKqSharpenFlat5Tap) {
     params.wOuter = 19, params.wInner = 19, params.wCentre = 52;
   } else {
     params.wOuter = 7, params.wInner = 31, params.wCentre = 52;
@@ -32,7 +32,7 @@ void sharpenRows(const KQSharpenContext* c) {
   for (int32_t y = c->start; y < c->end; ++y) {
     uint8_t* out = c->output->data + size_t(y) * stride;
     const uint8_t* rows[7];
-    if (c->kind == 7) {
+    if (c->kind == kKqSharpen7Tap) {
       // Near the top the upper rows come from below; from 4 rows before the
       // bottom on, the lower rows come from above.
       int32_t idx[7];
@@ -91,9 +91,10 @@ void kqImageSharpeningDsp(const KQImage8* input, KQImage8* output, const KQImage
   if (mask != nullptr &&
       (!kqImage8Valid(mask) || mask->width != input->width || mask->height != input->height))
     mask = nullptr;
-  kqTimerStart(95);
-  kqTimerStart(91);
-  if (kernelKind == 4 || kernelKind == 6 || kernelKind == 7) {
+  kqStageStart(KQStage::kSharpenOuter);
+  kqStageStart(KQStage::kSharpenRows);
+  if (kernelKind == kKqSharpen5Tap || kernelKind == kKqSharpenFlat5Tap ||
+      kernelKind == kKqSharpen7Tap) {
     const KQSharpenContext ctx = {input,    output,     mask, 0, input->height, strength,
                                   kernelKind, detailThreshold, dsp};
     kqParallelRows(0, input->height, 1, threads, [&ctx](int32_t first, int32_t end, int32_t) {
@@ -107,8 +108,8 @@ void kqImageSharpeningDsp(const KQImage8* input, KQImage8* output, const KQImage
           int(kernelKind));
     std::memcpy(output->data, input->data, size_t(input->width) * size_t(input->height));
   }
-  kqTimerStop("kqImageSharpening", 91);
-  kqTimerStop("kqImageSharpening uusi neon", 95);
+  kqStageStop(KQStage::kSharpenRows);
+  kqStageStop(KQStage::kSharpenOuter);
 }
 
 void kqImageSharpening(const KQImage8* input, KQImage8* output, const KQImage8* mask, float strength,

@@ -7,6 +7,10 @@
 
 struct KQLumaDsp;
 
+// Sharpening kernels by their blur: the 5-tap blur 7, 31, 52, 31, 7 (the
+// pipeline's), the flatter 19, 19, 52, 19, 19, and a 7-tap blur.
+enum KQSharpenKind : int32_t { kKqSharpen5Tap = 4, kKqSharpenFlat5Tap = 6, kKqSharpen7Tap = 7 };
+
 // Sharpens `input` into `output` (distinct planes of the same size).
 // gain = (int)(strength * 256) and threshold = (int)(detailThreshold * 1.5)
 // (saturating conversions, NaN gives 0), both used as signed 16-bit values.

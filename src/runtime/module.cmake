@@ -4,6 +4,7 @@ list(APPEND KQ_CORE_SOURCES
   src/runtime/cpu.cpp
   src/runtime/log.cpp
   src/runtime/pool.cpp
+  src/runtime/stages.cpp
   src/runtime/timer.cpp
   src/runtime/version.cpp
   src/runtime/workspace.cpp)

@@ -12,6 +12,7 @@ namespace {
 
 // -1: not decided yet (read the environment on first use), 0: off, 1: on.
 std::atomic<int> gEnabled{-1};
+std::atomic<const KQStageReceiver*> gReceiver{nullptr};
 
 // Stage ids are small integers; each thread keeps its own start times.
 constexpr int kMaxStage = 128;
@@ -26,7 +27,7 @@ bool enabledNow() {
     gEnabled.compare_exchange_strong(expected, state);
     state = gEnabled.load(std::memory_order_relaxed);
   }
-  return state == 1;
+  return state == 1 || gReceiver.load(std::memory_order_acquire) != nullptr;
 }
 
 }  // namespace
@@ -34,6 +35,11 @@ bool enabledNow() {
 void kqTimerSetEnabled(bool enabled) { gEnabled.store(enabled ? 1 : 0); }
 
 bool kqTimerEnabled() { return enabledNow(); }
+
+void kqTimerSetReceiver(const KQStageReceiver* receiver) {
+  gReceiver.store(receiver != nullptr && receiver->fn != nullptr ? receiver : nullptr,
+                  std::memory_order_release);
+}
 
 void kqTimerStart(int32_t stage) {
   if (!enabledNow() || stage < 0 || stage >= kMaxStage) return;
@@ -44,7 +50,18 @@ double kqTimerStop(const char* label, int32_t stage) {
   if (!enabledNow() || stage < 0 || stage >= kMaxStage) return 0.0;
   const std::chrono::duration<double, std::milli> elapsed =
       std::chrono::steady_clock::now() - tStart[stage];
-  kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "stage %s (%d): %.3f ms", label != nullptr ? label : "?",
-        static_cast<int>(stage), elapsed.count());
+  if (const KQStageReceiver* r = gReceiver.load(std::memory_order_acquire)) {
+    r->fn(r->user, stage, elapsed.count());
+  } else {
+    kqLog(stderr, KQ_LOG_INFO, KQ_LOG_TAG, "stage %s (%d): %.3f ms",
+          label != nullptr ? label : "?", static_cast<int>(stage), elapsed.count());
+  }
   return elapsed.count();
+}
+
+void kqStageStart(KQStage stage) { kqTimerStart(kqStageId(stage)); }
+
+double kqStageStop(KQStage stage) {
+  const KQStageInfo* info = kqStageInfo(stage);
+  return kqTimerStop(info != nullptr ? info->label : nullptr, kqStageId(stage));
 }
