@@ -211,15 +211,16 @@ std::string checkOutputSize(int64_t width, int64_t height) {
 
 std::string checkCall(const Frame& in, const Frame& out, const Region& region,
                       const Settings& settings) {
-  if (in.width < 1 || in.height < 1) return "input image is empty (" + size(in.width, in.height) + ")";
+  if (in.width < 1 || in.height < 1)
+    return "input image is empty (" + size(in.width, in.height) + ")";
   if (in.width > INT32_MAX || in.height > INT32_MAX)
     return "input image " + size(in.width, in.height) + " is too large";
   int64_t workW = in.width, workH = in.height;
   if (!region.whole) {
     if (region.x < 0 || region.y < 0 || region.width < 1 || region.height < 1 ||
         region.width > in.width - region.x || region.height > in.height - region.y)
-      return "region (x " + std::to_string(region.x) + ", y " + std::to_string(region.y) +
-             ", " + size(region.width, region.height) + ") does not lie inside the " +
+      return "region (x " + std::to_string(region.x) + ", y " + std::to_string(region.y) + ", " +
+             size(region.width, region.height) + ") does not lie inside the " +
              size(in.width, in.height) + " input";
     // The library rounds a region's sides down to multiples of 4.
     workW = region.width & ~int64_t{3};

@@ -1,11 +1,10 @@
 // kqupscale_module.cpp - the `kqupscale` Python module: NV21/NV12 images held
 // in NumPy arrays enlarged by the library, and RGB arrays through the
 // command-line tool's colour conversion (libyuv, BT.601 limited range).
+#include <KQUpScale.h>
 #include <libyuv.h>
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
-
-#include <KQUpScale.h>
 
 #include <algorithm>
 #include <cctype>
@@ -23,15 +22,13 @@ namespace {
 
 std::string shapeText(const py::array& a) {
   std::string text = "(";
-  for (py::ssize_t i = 0; i < a.ndim(); ++i)
-    text += (i ? ", " : "") + std::to_string(a.shape(i));
+  for (py::ssize_t i = 0; i < a.ndim(); ++i) text += (i ? ", " : "") + std::to_string(a.shape(i));
   return text + (a.ndim() == 1 ? ",)" : ")");
 }
 
 std::string stridesText(const py::array& a) {
   std::string text = "(";
-  for (py::ssize_t i = 0; i < a.ndim(); ++i)
-    text += (i ? ", " : "") + std::to_string(a.strides(i));
+  for (py::ssize_t i = 0; i < a.ndim(); ++i) text += (i ? ", " : "") + std::to_string(a.strides(i));
   return text + (a.ndim() == 1 ? ",)" : ")");
 }
 
@@ -67,9 +64,10 @@ kqbind::Plane lumaPlane(const py::array& y, const char* name, int64_t* width, in
   p.pixelStride = strideOf(y, 1, 1);
   p.rowStride = strideOf(y, 0, *width);
   if (p.pixelStride != 1 || p.rowStride < 0)
-    refuse(std::string(name) + " must have its pixels 1 byte apart and rows in ascending order "
-           "(strides (row stride, 1)), got strides " + stridesText(y) +
-           "; np.ascontiguousarray makes such a copy");
+    refuse(std::string(name) +
+           " must have its pixels 1 byte apart and rows in ascending order "
+           "(strides (row stride, 1)), got strides " +
+           stridesText(y) + "; np.ascontiguousarray makes such a copy");
   p.data = dataOf(y);
   p.bytes = *width > 0 && *height > 0 ? (*height - 1) * p.rowStride + *width : 0;
   return p;
@@ -91,8 +89,8 @@ void chromaPlanes(const py::array& uv, const char* name, int64_t width, int64_t 
            ") for a " + std::to_string(width) + "x" + std::to_string(height) +
            " luma (height // 2 rows of width // 2 pairs), got " + shapeText(uv));
   const int64_t rowStride = strideOf(uv, 0, 2 * w2);
-  const bool bytesOk = pairs ? strideOf(uv, 1, 2) == 2 && strideOf(uv, 2, 1) == 1
-                             : strideOf(uv, 1, 1) == 1;
+  const bool bytesOk =
+      pairs ? strideOf(uv, 1, 2) == 2 && strideOf(uv, 2, 1) == 1 : strideOf(uv, 1, 1) == 1;
   if (!bytesOk || rowStride < 0)
     refuse(std::string(name) + " must hold its pairs 2 bytes apart, the two bytes of a pair " +
            "adjacent and rows in ascending order (strides " +
@@ -126,8 +124,7 @@ std::vector<int64_t> intSequence(const py::object& obj, size_t n, const std::str
       }
     }
   }
-  if (values.size() != n)
-    refuse(what + ", got " + std::string(py::str(py::repr(obj))));
+  if (values.size() != n) refuse(what + ", got " + std::string(py::str(py::repr(obj))));
   return values;
 }
 
@@ -329,8 +326,7 @@ py::array upscaleRgb(const py::object& rgbObj, const py::object& size, const py:
   const kqbind::Region region = parseRoi(roi);
   if (!region.whole && (region.x < 0 || region.y < 0 || region.width < 1 || region.height < 1 ||
                         region.width > w - region.x || region.height > h - region.y))
-    refuse("roi does not lie inside the " + std::to_string(w) + "x" + std::to_string(h) +
-           " image");
+    refuse("roi does not lie inside the " + std::to_string(w) + "x" + std::to_string(h) + " image");
 
   // An odd-sized picture goes in with its last column / row repeated; it is
   // enlarged at the scale asked for, to even sides, and the result cut back
@@ -381,7 +377,8 @@ py::array upscaleRgb(const py::object& rgbObj, const py::object& size, const py:
   return std::move(result);
 }
 
-constexpr const char* kUpscaleDoc = R"doc(Enlarges a two-plane 4:2:0 image to `size` = (width, height).
+constexpr const char* kUpscaleDoc =
+    R"doc(Enlarges a two-plane 4:2:0 image to `size` = (width, height).
 
 y   uint8 array (height, width); pixels 1 byte apart, rows at any stride of
     at least the width (slices of a larger array and padded rows are read
@@ -419,8 +416,9 @@ PYBIND11_MODULE(kqupscale, m) {
   m.doc() =
       "Enlarges NV21/NV12 images held in NumPy arrays with libKQUpScale (upscale), and RGB "
       "arrays through BT.601 limited-range conversion (upscale_rgb, rgb_to_nv, nv_to_rgb).";
-  m.def("version", [] { return std::string(KQUpScale_GetVersion()); },
-        "The library's version string.");
+  m.def(
+      "version", [] { return std::string(KQUpScale_GetVersion()); },
+      "The library's version string.");
   m.def("upscale", &upscale, py::arg("y"), py::arg("uv"), py::arg("size") = py::none(),
         py::kw_only(), py::arg("order") = "nv21", py::arg("roi") = py::none(),
         py::arg("noise_reduction") = 3, py::arg("chroma_noise_reduction") = 4,
@@ -428,8 +426,7 @@ PYBIND11_MODULE(kqupscale, m) {
         kUpscaleDoc);
   m.def("upscale_rgb", &upscaleRgb, py::arg("rgb"), py::arg("size"), py::kw_only(),
         py::arg("roi") = py::none(), py::arg("noise_reduction") = 3,
-        py::arg("chroma_noise_reduction") = 4, py::arg("sharpening") = 0.6,
-        py::arg("threads") = 0,
+        py::arg("chroma_noise_reduction") = 4, py::arg("sharpening") = 0.6, py::arg("threads") = 0,
         "Enlarges an RGB (height, width, 3) or RGBA (height, width, 4) uint8 array to size = "
         "(width, height), through NV21 as rgb_to_nv and nv_to_rgb convert. Any strides (a BGR "
         "image as bgr[..., ::-1]); odd sides as the command-line tool handles them; alpha comes "
