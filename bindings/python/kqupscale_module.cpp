@@ -140,10 +140,13 @@ kqbind::Region parseRoi(const py::object& roi) {
   return region;
 }
 
+// A new zero-filled array: numpy.zeros takes zeroed pages from the system
+// without writing them, and no byte that the library does not write (a call
+// that cannot get its working memory writes nothing) is left uninitialised.
 py::array_t<uint8_t> zeros(std::vector<py::ssize_t> shape) {
-  py::array_t<uint8_t> a(shape);
-  std::memset(a.mutable_data(), 0, size_t(a.nbytes()));
-  return a;
+  py::tuple dims(shape.size());
+  for (size_t i = 0; i < shape.size(); ++i) dims[i] = py::int_(shape[i]);
+  return py::module_::import("numpy").attr("zeros")(dims, "uint8");
 }
 
 // Runs a checked call without the GIL, so that other Python threads go on
