@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite in every configuration we ship for:
 #   native      x86_64 (scalar, SSE4.1, AVX2 and AVX-512 kernels compared
-#               byte for byte),
+#               byte for byte), with the Python and Java bindings and
+#               their tests,
 #   armv7       32-bit ARM NEON with the softfp float ABI under qemu-arm,
 #   aarch64     aarch64 under qemu-aarch64,
 #   asan        GCC's AddressSanitizer + UndefinedBehaviorSanitizer,
@@ -59,7 +60,7 @@ mkdir -p build-test
 start=$(date +%s)
 for c in "${configs[@]}"; do
   case "$c" in
-    native)  run_config native -DCMAKE_BUILD_TYPE=Release ;;
+    native)  run_config native -DCMAKE_BUILD_TYPE=Release -DKQ_BUILD_PYTHON=ON -DKQ_BUILD_JAVA=ON ;;
     armv7)   run_config armv7 -DCMAKE_BUILD_TYPE=Release \
                -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/armv7a-linux-softfp.cmake" ;;
     aarch64) run_config aarch64 -DCMAKE_BUILD_TYPE=Release \
