@@ -171,6 +171,19 @@ constexpr ptrdiff_t kLine = 64;
 // S = D * 2048 stays within +-2^24 and 8 * D is finite.
 constexpr float kMaxStep = 8192.0f;
 
+// What a tile's rows are laid out over: the corner matrices (the tile's own
+// anchors the bottom-right of its rectangle, its left, upper and upper-left
+// neighbours the left and top edges), the rectangle's first row, its
+// columns x0 .. x1 and the blend's divisor over its rows.
+struct RowFrame {
+  const Homography* upLeft;
+  const Homography* left;
+  const Homography* up;
+  const Homography* own;
+  int32_t y0, span;  // span = x1 - x0
+  float tDen, fx0, fx1;
+};
+
 // Left ends (lx, ly) and per-pixel steps d of output rows y .. y + n - 1:
 // the corner matrices blended by each row's position t in the rectangle.
 // The step is divided in double and rounded to float; a single column
@@ -178,17 +191,18 @@ constexpr float kMaxStep = 8192.0f;
 // are copied to locals and the rows are independent, so the compiler runs
 // the loop over vectors; every operation is the same IEEE one in the same
 // order as for a single row.
-void rowGeometry(const Homography& upLeft, const Homography& left, const Homography& up,
-                 const Homography& own, int32_t y, int32_t n, int32_t y0, float tDen, float fx0,
-                 float fx1, int32_t span, float* lxOut, float* lyOut, float* dOut) {
-  const float a0 = upLeft.h[0], a1 = upLeft.h[1], a2 = upLeft.h[2];
-  const float a3 = upLeft.h[3], a4 = upLeft.h[4], a5 = upLeft.h[5];
-  const float b0 = left.h[0], b1 = left.h[1], b2 = left.h[2];
-  const float b3 = left.h[3], b4 = left.h[4], b5 = left.h[5];
-  const float c0 = up.h[0], c1 = up.h[1], c2 = up.h[2];
-  const float e0 = own.h[0], e1 = own.h[1], e2 = own.h[2];
-  const double columns = double(span);
-  const bool hasStep = span > 0;
+void rowGeometry(const RowFrame& f, int32_t y, int32_t n, float* lxOut, float* lyOut,
+                 float* dOut) {
+  const float a0 = f.upLeft->h[0], a1 = f.upLeft->h[1], a2 = f.upLeft->h[2];
+  const float a3 = f.upLeft->h[3], a4 = f.upLeft->h[4], a5 = f.upLeft->h[5];
+  const float b0 = f.left->h[0], b1 = f.left->h[1], b2 = f.left->h[2];
+  const float b3 = f.left->h[3], b4 = f.left->h[4], b5 = f.left->h[5];
+  const float c0 = f.up->h[0], c1 = f.up->h[1], c2 = f.up->h[2];
+  const float e0 = f.own->h[0], e1 = f.own->h[1], e2 = f.own->h[2];
+  const float fx0 = f.fx0, fx1 = f.fx1, tDen = f.tDen;
+  const int32_t y0 = f.y0;
+  const double columns = double(f.span);
+  const bool hasStep = f.span > 0;
   for (int32_t j = 0; j < n; ++j) {
     const float t = static_cast<float>(y + j - y0) / tDen;
     const float u = 1.0f - t;
@@ -206,6 +220,13 @@ void rowGeometry(const Homography& upLeft, const Homography& left, const Homogra
   }
 }
 
+// A worker's scratch for the tiles of one tile row: the chain arena and
+// room for one row's block codes.
+struct WorkerScratch {
+  Arena arena;
+  int32_t* codes;
+};
+
 // One tile's rows, taken one output row at a time, so that the tiles of a
 // tile row can write the destination row by row across all of them (long
 // runs of stores, which the hardware streams far better than a tile's
@@ -213,38 +234,34 @@ void rowGeometry(const Homography& upLeft, const Homography& left, const Homogra
 // order: its rows read only the source and its own earlier rows.
 class TileRows {
  public:
-  // Sets up tile (tx, ty) of plane `plane` of `req` over rect, writing up
-  // to `last` (see kqWarpTileRect). False when the tile writes nothing.
-  // inverseTile is the tile's entry of the inverse grid (tileColumns wide).
-  bool start(const KQWarpRequest& req, int32_t plane, const int32_t* rect, const int32_t* last,
-             const Homography* inverseTile, int32_t tx, int32_t ty, Arena* arena,
-             int32_t* codeScratch) {
-    const KQWarpSource& src = req.source[plane];
-    const KQWarpTarget& dst = req.target[plane];
+  // Sets up a tile of `req` (see KQWarpTileSpec). False when the tile
+  // writes nothing.
+  bool start(const KQWarpRequest& req, const KQWarpTileSpec& tile, WorkerScratch* scratch) {
+    const KQWarpSource& src = req.source[tile.plane];
+    const KQWarpTarget& dst = req.target[tile.plane];
     // Rows are laid out over x0..x1 and blended over y0..y1; only columns up
     // to lastX and rows up to lastY are written.
-    x0_ = rect[0] > 0 ? rect[0] : 0;
-    y0_ = rect[1] > 0 ? rect[1] : 0;
-    const int32_t x1 = rect[2] < dst.width - 1 ? rect[2] : dst.width - 1;
-    const int32_t y1 = rect[3] < dst.height - 1 ? rect[3] : dst.height - 1;
-    if (x1 < x0_ || y1 < y0_) return false;
-    const int32_t lastX = last[0] < x1 ? last[0] : x1;
-    lastY_ = last[1] < y1 ? last[1] : y1;
-    if (lastX < x0_ || lastY_ < y0_) return false;
-    firstY_ = y0_;
-    batchStart_ = batchEnd_ = y0_;
+    x0_ = tile.rect[0] > 0 ? tile.rect[0] : 0;
+    const int32_t y0 = tile.rect[1] > 0 ? tile.rect[1] : 0;
+    const int32_t x1 = tile.rect[2] < dst.width - 1 ? tile.rect[2] : dst.width - 1;
+    const int32_t y1 = tile.rect[3] < dst.height - 1 ? tile.rect[3] : dst.height - 1;
+    if (x1 < x0_ || y1 < y0) return false;
+    const int32_t lastX = tile.last[0] < x1 ? tile.last[0] : x1;
+    lastY_ = tile.last[1] < y1 ? tile.last[1] : y1;
+    if (lastX < x0_ || lastY_ < y0) return false;
+    firstY_ = y0;
+    batchStart_ = batchEnd_ = y0;
 
-    // The tile's own matrix anchors the bottom-right of the rectangle, its
-    // left, upper and upper-left neighbours the left and top edges.
     const int32_t cols = req.tileColumns;
-    own_ = inverseTile;
-    left_ = tx > 0 ? own_ - 1 : own_;
-    up_ = ty > 0 ? own_ - cols : own_;
-    upLeft_ = ty > 0 ? left_ - cols : left_;
-    tDen_ = y1 == y0_ ? 1.0f : static_cast<float>(y1 - y0_);
-    fx0_ = static_cast<float>(x0_);
-    fx1_ = static_cast<float>(x1);
-    span_ = x1 - x0_;
+    frame_.own = tile.inverseTile;
+    frame_.left = tile.tx > 0 ? frame_.own - 1 : frame_.own;
+    frame_.up = tile.ty > 0 ? frame_.own - cols : frame_.own;
+    frame_.upLeft = tile.ty > 0 ? frame_.left - cols : frame_.left;
+    frame_.y0 = y0;
+    frame_.span = x1 - x0_;
+    frame_.tDen = y1 == y0 ? 1.0f : static_cast<float>(y1 - y0);
+    frame_.fx0 = static_cast<float>(x0_);
+    frame_.fx1 = static_cast<float>(x1);
 
     dsp_ = req.dsp;
     luma_ = req.kind == KQWarpKind::kLuma;
@@ -264,7 +281,7 @@ class TileRows {
     held_->rows = 0;
     heldChain_ = -1;
     heldDst_ = nullptr;
-    chains_.reset(count_, arena, codeScratch);
+    chains_.reset(count_, &scratch->arena, scratch->codes);
     return true;
   }
 
@@ -282,38 +299,10 @@ class TileRows {
 
   // Output row y; rows come in order from firstRow() to lastRow().
   void row(int32_t y) {
-    if (y >= batchEnd_) {
-      const int32_t n = lastY_ - y + 1 < kBatch ? lastY_ - y + 1 : kBatch;
-      rowGeometry(*upLeft_, *left_, *up_, *own_, y, n, y0_, tDen_, fx0_, fx1_, span_, batchX_,
-                  batchY_, batchD_);
-      batchStart_ = y;
-      batchEnd_ = y + n;
-    }
-    const int32_t k = y - batchStart_;
-    const float lx = batchX_[k], ly = batchY_[k], d = batchD_[k];
-
-    // Nearest sample: half a pixel added to both coordinates, then
-    // truncated. The step was taken before, so the half moves the whole row
-    // without changing its step. The key is made from these values rather
-    // than read back from the record: a load spanning two fields just
-    // stored one by one would wait for both stores to complete.
-    const float x = luma_ ? lx : lx + 0.5f;
-    const int32_t step = static_cast<int32_t>(d * 2048.0f);
-    const float blockStep = d * 8.0f;
-    const SamplingKey key(x, blockStep, step);
-
     KQWarpRow& row = *next_;
-    row.srcWidth = srcW_;
-    row.count = count_;
-    row.rows = 1;
-    row.step = step;
-    row.blockStep = blockStep;
-    row.x = x;
-    row.codes = nullptr;
-    row.plan = nullptr;
-    row.planReady = nullptr;
-    uint8_t* out = dstData_ + ptrdiff_t(y) * pitch_;
     int32_t sampledRow = 0;  // the nearest sample's source row
+    const SamplingKey key = sample(y, &row, &sampledRow);
+    uint8_t* out = dstData_ + ptrdiff_t(y) * pitch_;
     // Ask for the destination row kWriteAhead rows down: a store that
     // misses the cache waits for its line to be read first. The lines go to
     // the second-level cache only: kWriteAhead rows of a wide output held in
@@ -322,22 +311,6 @@ class TileRows {
     if (y + kWriteAhead <= lastY_) {
       const uint8_t* ahead = out + kWriteAhead * pitch_;
       for (size_t b = 0; b < rowBytes_; b += kLine) __builtin_prefetch(ahead + b, 1, 2);
-    }
-    if (luma_) {
-      // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
-      const float cy = clampRowCoord(ly, srcH_);
-      const int32_t iy = rowIndex(cy, srcH_);
-      const int32_t iy1 = iy + 1 < srcH_ ? iy + 1 : srcH_ - 1;
-      row.src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
-      row.src1 = srcData_ + ptrdiff_t(iy1) * srcStride_;
-      const int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
-      row.w1[0] = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
-    } else {
-      const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH_), srcH_);
-      sampledRow = iy;
-      row.src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
-      row.src1 = row.src0;
-      row.w1[0] = 0;
     }
     // The row repeats the held row's sampling when it reads the same source
     // rows with the same floats (no chain look-up needed), or on the same
@@ -364,22 +337,7 @@ class TileRows {
         return;
       }
       chains_.attach(rowChain, &row);
-      if (pairs_) {
-        // Later rows read the source rows below this one: ask for the one
-        // kReadAhead rows down over this row's span of pairs.
-        const int32_t ahead = sampledRow + kReadAhead;
-        if (ahead < srcH_) {
-          const float xs = x, xe = x + float(count_) * d;
-          int32_t c0 = int32_t(xs < xe ? xs : xe), c1 = int32_t(xs < xe ? xe : xs) + 1;
-          c0 = c0 < 0 ? 0 : c0;
-          c1 = c1 > srcW_ - 1 ? srcW_ - 1 : c1;
-          const uint8_t* r = srcData_ + ptrdiff_t(ahead) * srcStride_;
-          for (int32_t c = c0 & ~31; c <= c1; c += 32) __builtin_prefetch(r + 2 * c);
-        }
-        dsp_->nearestPairRow(out, &row, swap_);
-      } else {
-        dsp_->nearestRow(out, &row);
-      }
+      writeNearest(out, row, sampledRow);
     }
     heldChain_ = rowChain;
     heldKey_ = key;
@@ -393,6 +351,74 @@ class TileRows {
   }
 
  private:
+  // Sets up `row` for output row y: its start and steps, its source rows
+  // (and the nearest sample's in *sampledRow) and its vertical weight.
+  // Returns the row's sampling key.
+  SamplingKey sample(int32_t y, KQWarpRow* row, int32_t* sampledRow) {
+    if (y >= batchEnd_) {
+      const int32_t n = lastY_ - y + 1 < kBatch ? lastY_ - y + 1 : kBatch;
+      rowGeometry(frame_, y, n, batchX_, batchY_, batchD_);
+      batchStart_ = y;
+      batchEnd_ = y + n;
+    }
+    const int32_t k = y - batchStart_;
+    const float lx = batchX_[k], ly = batchY_[k], d = batchD_[k];
+    // Nearest sample: half a pixel added to both coordinates, then
+    // truncated. The step was taken before, so the half moves the whole row
+    // without changing its step. The key is made from these values rather
+    // than read back from the record: a load spanning two fields just
+    // stored one by one would wait for both stores to complete.
+    const float x = luma_ ? lx : lx + 0.5f;
+    const int32_t step = static_cast<int32_t>(d * 2048.0f);
+    const float blockStep = d * 8.0f;
+    row->srcWidth = srcW_;
+    row->count = count_;
+    row->rows = 1;
+    row->step = step;
+    row->blockStep = blockStep;
+    row->x = x;
+    row->codes = nullptr;
+    row->plan = nullptr;
+    row->planReady = nullptr;
+    if (luma_) {
+      // Bilinear: rows iy and iy + 1 weighted by the 1/16-quantised fraction.
+      const float cy = clampRowCoord(ly, srcH_);
+      const int32_t iy = rowIndex(cy, srcH_);
+      const int32_t iy1 = iy + 1 < srcH_ ? iy + 1 : srcH_ - 1;
+      row->src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
+      row->src1 = srcData_ + ptrdiff_t(iy1) * srcStride_;
+      const int32_t w1 = static_cast<int32_t>((cy - static_cast<float>(iy)) * 16.0f);
+      row->w1[0] = w1 > 15 ? 15 : w1 < 0 ? 0 : w1;  // bounds matter only beyond 2^24 rows
+    } else {
+      const int32_t iy = rowIndex(clampRowCoord(ly + 0.5f, srcH_), srcH_);
+      *sampledRow = iy;
+      row->src0 = srcData_ + ptrdiff_t(iy) * srcStride_;
+      row->src1 = row->src0;
+      row->w1[0] = 0;
+    }
+    return SamplingKey(x, blockStep, step);
+  }
+
+  // A nearest-sample row computed afresh.
+  void writeNearest(uint8_t* out, const KQWarpRow& row, int32_t sampledRow) {
+    if (!pairs_) {
+      dsp_->nearestRow(out, &row);
+      return;
+    }
+    // Later rows read the source rows below this one: ask for the one
+    // kReadAhead rows down over this row's span of pairs.
+    const int32_t ahead = sampledRow + kReadAhead;
+    if (ahead < srcH_) {
+      const float xs = row.x, xe = row.x + float(count_) * (row.blockStep / 8.0f);
+      int32_t c0 = int32_t(xs < xe ? xs : xe), c1 = int32_t(xs < xe ? xe : xs) + 1;
+      c0 = c0 < 0 ? 0 : c0;
+      c1 = c1 > srcW_ - 1 ? srcW_ - 1 : c1;
+      const uint8_t* r = srcData_ + ptrdiff_t(ahead) * srcStride_;
+      for (int32_t c = c0 & ~31; c <= c1; c += 32) __builtin_prefetch(r + 2 * c);
+    }
+    dsp_->nearestPairRow(out, &row, swap_);
+  }
+
   // Each row's left end and step are worked out for a batch of rows in a
   // loop of its own: the rows are independent there, so their divisions and
   // conversions overlap instead of waiting on the grouping, which branches
@@ -401,13 +427,9 @@ class TileRows {
 
   const KQWarpDsp* dsp_ = nullptr;
   bool luma_ = false;
-  const Homography* own_ = nullptr;
-  const Homography* left_ = nullptr;
-  const Homography* up_ = nullptr;
-  const Homography* upLeft_ = nullptr;
-  int32_t x0_ = 0, y0_ = 0, firstY_ = 0, lastY_ = -1, span_ = 0, count_ = 0, srcW_ = 0, srcH_ = 0;
+  RowFrame frame_ = {};
+  int32_t x0_ = 0, firstY_ = 0, lastY_ = -1, count_ = 0, srcW_ = 0, srcH_ = 0;
   int32_t batchStart_ = 0, batchEnd_ = 0;  // rows batchStart_ .. batchEnd_ - 1 are in the batch
-  float tDen_ = 1.0f, fx0_ = 0.0f, fx1_ = 0.0f;
   ptrdiff_t pitch_ = 0, srcStride_ = 0;
   size_t rowBytes_ = 0;
   const uint8_t* srcData_ = nullptr;
@@ -552,18 +574,21 @@ void warpGroup(const Run& run, int32_t ty, int32_t tx0, int32_t count, int32_t b
                uint8_t* base) {
   const KQWarpRequest& req = *run.req;
   TileRows* tiles = reinterpret_cast<TileRows*>(base);
-  int32_t* codes = reinterpret_cast<int32_t*>(base + run.layout.tiles);
-  Arena arena;
-  arena.reset(base + run.layout.tiles + run.layout.codes, run.layout.arena);
+  WorkerScratch scratch;
+  scratch.codes = reinterpret_cast<int32_t*>(base + run.layout.tiles);
+  scratch.arena.reset(base + run.layout.tiles + run.layout.codes, run.layout.arena);
   int32_t started = 0, first = 0, last = -1;
   for (int32_t plane = 0; plane < planesOf(req); ++plane) {
     if (!planeUsable(req, plane)) continue;
     for (int32_t i = 0; i < count; ++i) {
-      int32_t rect[4], limit[2];
-      kqWarpTileRect(req, tx0 + i, ty, rect, limit);
+      KQWarpTileSpec tile;
+      tile.plane = plane;
+      tile.tx = tx0 + i;
+      tile.ty = ty;
+      tile.inverseTile = &req.inverseGrid[int64_t(ty) * req.tileColumns + tile.tx];
+      kqWarpTileRect(req, tile.tx, ty, tile.rect, tile.last);
       TileRows* t = new (&tiles[started]) TileRows;
-      const Homography* inverse = &req.inverseGrid[int64_t(ty) * req.tileColumns + tx0 + i];
-      if (!t->start(req, plane, rect, limit, inverse, tx0 + i, ty, &arena, codes)) continue;
+      if (!t->start(req, tile, &scratch)) continue;
       first = started == 0 || t->firstRow() < first ? t->firstRow() : first;
       last = started == 0 || t->lastRow() > last ? t->lastRow() : last;
       ++started;
@@ -607,25 +632,22 @@ size_t kqWarpTileScratchBytes(const KQWarpRequest& request) {
   return request.dsp != nullptr && request.tileColumns >= 1 ? scratchLayout(request).total + 64 : 0;
 }
 
-void kqWarpTile(const KQWarpRequest& request, int32_t plane, const int32_t rect[4],
-                const int32_t last[2], const Homography* inverseTile, int32_t tx, int32_t ty,
-                uint8_t* scratch, size_t scratchBytes) {
+void kqWarpTile(const KQWarpRequest& request, const KQWarpTileSpec& tile, uint8_t* scratch,
+                size_t scratchBytes) {
   const size_t need = kqWarpTileScratchBytes(request);
-  if (need == 0 || scratch == nullptr || scratchBytes < need || plane < 0 || plane > 1 ||
-      !planeUsable(request, plane) || rect == nullptr || inverseTile == nullptr)
+  if (need == 0 || scratch == nullptr || scratchBytes < need || tile.plane < 0 ||
+      tile.plane > 1 || !planeUsable(request, tile.plane) || tile.inverseTile == nullptr)
     return;
-  const int32_t all[2] = {INT32_MAX, INT32_MAX};
   uint8_t* base = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(scratch) + 63) &
                                              ~uintptr_t{63});
   const ScratchLayout layout = scratchLayout(request);
-  Arena arena;
-  arena.reset(base + layout.tiles + layout.codes, layout.arena);
-  TileRows* tile = new (base) TileRows;
-  if (!tile->start(request, plane, rect, last != nullptr ? last : all, inverseTile, tx, ty, &arena,
-                   reinterpret_cast<int32_t*>(base + layout.tiles)))
-    return;
-  for (int32_t y = tile->firstRow(); y <= tile->lastRow(); ++y) tile->row(y);
-  tile->finish();
+  WorkerScratch rows;
+  rows.codes = reinterpret_cast<int32_t*>(base + layout.tiles);
+  rows.arena.reset(base + layout.tiles + layout.codes, layout.arena);
+  TileRows* t = new (base) TileRows;
+  if (!t->start(request, tile, &rows)) return;
+  for (int32_t y = t->firstRow(); y <= t->lastRow(); ++y) t->row(y);
+  t->finish();
 }
 
 size_t kqWarpScratchBytes(const KQWarpRequest& request, int32_t workers) {

@@ -77,12 +77,21 @@ void kqWarpRun(const KQWarpRequest& request, int32_t threads, uint8_t* scratch,
 void kqWarpTileRect(const KQWarpRequest& request, int32_t tx, int32_t ty, int32_t rect[4],
                     int32_t last[2]);
 
-// One tile (tx, ty) of plane `plane` over `rect`, writing columns and rows
-// up to `last` (null: the whole rectangle), sampled through `inverseTile`
-// (the tile's entry of a tileColumns-wide inverse grid; the left and upper
-// neighbours are read for tx > 0 and ty > 0): the bytes kqWarpRun gives
-// that tile. `scratch` holds at least kqWarpTileScratchBytes(request) bytes.
+// One tile of a warp: tile (tx, ty) of plane `plane`, its rows laid out over
+// `rect` and written up to column last[0] and row last[1] (as
+// kqWarpTileRect gives them; INT32_MAX for the whole rectangle), sampled
+// through inverseTile, the tile's entry of a tileColumns-wide inverse grid
+// (the left and upper neighbours are read for tx > 0 and ty > 0).
+struct KQWarpTileSpec {
+  int32_t plane;
+  int32_t rect[4];
+  int32_t last[2];
+  const Homography* inverseTile;
+  int32_t tx, ty;
+};
+
+// Warps one tile: the bytes kqWarpRun gives it. `scratch` holds at least
+// kqWarpTileScratchBytes(request) bytes.
 size_t kqWarpTileScratchBytes(const KQWarpRequest& request);
-void kqWarpTile(const KQWarpRequest& request, int32_t plane, const int32_t rect[4],
-                const int32_t last[2], const Homography* inverseTile, int32_t tx, int32_t ty,
-                uint8_t* scratch, size_t scratchBytes);
+void kqWarpTile(const KQWarpRequest& request, const KQWarpTileSpec& tile, uint8_t* scratch,
+                size_t scratchBytes);

@@ -92,14 +92,20 @@ KQWarpRequest requestOf(const KQWarpDsp* dsp, bool luma, const KQImage8* planes,
 void warpOneTile(const KQWarpDsp* dsp, bool luma, KQImage8* planeList, void* extra,
                  const int32_t* rect, const int32_t* last, const Homography* inverseTile,
                  int32_t cols, int32_t tx, int32_t ty) {
-  if (planeList == nullptr) return;
+  if (planeList == nullptr || rect == nullptr) return;
   KQWarpRequest req = requestOf(dsp, luma, planeList, nullptr, extra);
   req.tileColumns = cols;
   const size_t bytes = kqWarpTileScratchBytes(req);
   if (bytes == 0 || bytes >= 0x7FFFFFFF) return;
   void* scratch = kqMalloc(uint32_t(bytes));
   if (scratch == nullptr) return;
-  kqWarpTile(req, 0, rect, last, inverseTile, tx, ty, static_cast<uint8_t*>(scratch), bytes);
+  KQWarpTileSpec tile = {0, {rect[0], rect[1], rect[2], rect[3]}, {INT32_MAX, INT32_MAX},
+                         inverseTile, tx, ty};
+  if (last != nullptr) {
+    tile.last[0] = last[0];
+    tile.last[1] = last[1];
+  }
+  kqWarpTile(req, tile, static_cast<uint8_t*>(scratch), bytes);
   kqFree(scratch);
 }
 

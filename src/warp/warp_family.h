@@ -14,13 +14,6 @@
 // Image counts 1..50 have a kernel group; other counts do nothing.
 constexpr int32_t kKqWarpMaxImages = 50;
 
-// A plane list: KQImage8 records by value, the imageCount sources first and
-// the destination after them ({source, destination} for one image).
-struct WarpPlaneList {
-  KQImage8 source;
-  KQImage8 destination;
-};
-
 // A source plane read where it lies: when the luma kernel gets one of these
 // as `extra`, the rows of planeList[0] are `stride` bytes apart (at least
 // its width) instead of packed.
@@ -43,6 +36,9 @@ struct KQWarpChromaPairs {
   bool swap;
 };
 
+// A plane list is KQImage8 records by value, the sources first and the
+// destination after them ({source, destination} for one image).
+//
 // A kernel of the family: fills the rectangle rect = {x0, y0, x1, y1}
 // (inclusive, destination pixels) of planeList[1] from planeList[0],
 // sampled through inverseTile, the entry of tile (tx, ty) of a cols-wide
