@@ -47,7 +47,7 @@ struct Run {
   KQYUVMultiPlaneImage source = {};
   KQImage8 callerY = {};              // the caller's luma plane, packed rows
   const KQImage8* lumaSoFar = nullptr;  // the newest luma
-  Homography forwardGrid[kGridTiles], inverseGrid[kGridTiles];
+  KQScalingGrids grids = {};
   // Chroma rows lie back to back at this pitch in the caller's plane (one
   // byte less than the row stride for an odd width), followed by padX bytes
   // of padding.
@@ -122,19 +122,16 @@ void takePlanes(Run& run) {
 }
 
 void makeGrids(Run& run) {
-  Homography forwardScale, inverseScale;
-  int32_t limitX = run.plan.width - 4, limitY = run.plan.height - 4;
-  kqCreateScalingHomographies(run.forwardGrid, run.inverseGrid, &forwardScale, &inverseScale,
-                              run.plan.width, run.plan.height, run.call.out->width,
-                              run.call.out->height, &limitX, &limitY);
+  kqScalingGrids(run.plan.width, run.plan.height, run.call.out->width, run.call.out->height,
+                 &run.grids);
 }
 
 // A warp of `kind` through the call's grids, with the plan's scratch.
 KQWarpRequest warpOf(Run& run, KQWarpKind kind) {
   KQWarpRequest r = {};
   r.kind = kind;
-  r.forwardGrid = run.forwardGrid;
-  r.inverseGrid = run.inverseGrid;
+  r.forwardGrid = run.grids.forward;
+  r.inverseGrid = run.grids.inverse;
   r.tileColumns = r.tileRows = kKqGridSide;
   r.tileLimit = kGridTiles;
   r.dsp = kqWarpDspGet();
@@ -157,7 +154,7 @@ void warpLuma(Run& run) {
 }
 
 void warpChroma(Run& run) {
-  kqHalveHomographyTranslations(run.forwardGrid, run.inverseGrid);
+  kqHalveHomographyTranslations(run.grids.forward, run.grids.inverse);
   const KQYUVMultiPlaneImage* out = run.call.out;
   if (run.plan.chromaFilter) {
     KQWarpRequest planes = warpOf(run, KQWarpKind::kChromaPlanes);
@@ -199,11 +196,18 @@ void sharpenLuma(Run& run) {
 
 void denoiseChroma(Run& run) {
   if (!run.plan.chromaFilter) return;
-  // In place: the warped chroma is both the source and the result.
-  kqChromaNoiseReduction(&run.callerY, run.get(kOutU), run.get(kOutV), run.get(kOutU),
-                         run.get(kOutV), run.get(kHalf1U), run.get(kHalf1V), run.get(kHalf2U),
-                         run.get(kHalf2V), nullptr, 0,
-                         static_cast<float>(run.call.chromaNoiseReduction), run.call.threads);
+  // In place, guided by the output luma: the warped chroma is both the
+  // source and the result.
+  const KQChromaJob job = {&run.callerY,
+                           run.get(kOutU),
+                           run.get(kOutV),
+                           run.get(kOutU),
+                           run.get(kOutV),
+                           {run.get(kHalf1U), run.get(kHalf1V), run.get(kHalf2U), run.get(kHalf2V)},
+                           nullptr,
+                           0,
+                           static_cast<float>(run.call.chromaNoiseReduction)};
+  kqChromaFilter(job, run.call.threads, kqChromaDspGet());
 }
 
 void spreadLuma(Run& run) {

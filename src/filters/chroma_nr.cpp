@@ -83,7 +83,7 @@ struct Geometry {
 
 // Checks every record the passes touch; false leaves the planes unchanged.
 bool checkPlanes(const KQImage8* luma, const KQImage8* srcU, const KQImage8* srcV,
-                 const KQImage8* dstU, const KQImage8* dstV, const KQImage8* const half[4],
+                 const KQImage8* dstU, const KQImage8* dstV, KQImage8* const half[4],
                  Geometry* g) {
   if (!validPlane(srcU) || !validPlane(srcV) || !validPlane(dstU) || !validPlane(dstV))
     return false;
@@ -233,24 +233,20 @@ void kqChromaSplit(int32_t slice, int32_t sliceCount, int32_t poolFlag, void* co
   c->endRow = end;
 }
 
-void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const KQImage8* srcV,
-                               KQImage8* dstU, KQImage8* dstV, KQImage8* half1U,
-                               KQImage8* half1V, KQImage8* half2U, KQImage8* half2V,
-                               const KQImage8* guide, int32_t mode, float strength,
-                               int32_t threads, const KQChromaDsp* dsp) {
-  const KQImage8* const half[4] = {half1U, half1V, half2U, half2V};
-  Geometry g;
-  if (dsp == nullptr || !checkPlanes(luma, srcU, srcV, dstU, dstV, half, &g)) return;
-  KQChromaParams params;
-  if (!kqChromaSetup(mode, strength, g.ratio, &params)) return;
+namespace {
 
+// The pass context shared by the three passes: geometry, tables, the
+// source and luma planes and the guide (a single zero byte without one).
+KQChromaPassContext passContext(const KQChromaJob& job, const Geometry& g,
+                                const KQChromaParams& params) {
   KQChromaPassContext ctx;
   std::memset(&ctx, 0, sizeof ctx);
-  ctx.lumaWidth = luma->width;
+  ctx.lumaWidth = job.luma->width;
   ctx.chromaWidth = g.w;
   ctx.evenHeight = g.he;
   ctx.lumaRatio = g.ratio;
   ctx.guide = &kNoGuide;
+  const KQImage8* guide = job.guide;
   if (validPlane(guide) && guide->width >= 1 && guide->height >= 1) {
     // 16.16 scale from chroma to guide positions; the smaller axis ratio
     // keeps every position of the work area inside the guide.
@@ -267,35 +263,44 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
   }
   ctx.weights = &params.weights[0][0];
   ctx.slopes = &params.slopes[0][0];
-  ctx.srcU = srcU->data;
-  ctx.srcV = srcV->data;
-  ctx.luma = luma->data;
+  ctx.srcU = job.srcU->data;
+  ctx.srcV = job.srcV->data;
+  ctx.luma = job.luma->data;
+  return ctx;
+}
 
-  struct PassSetup {
+}  // namespace
+
+void kqChromaFilter(const KQChromaJob& job, int32_t threads, const KQChromaDsp* dsp) {
+  Geometry g;
+  if (dsp == nullptr ||
+      !checkPlanes(job.luma, job.srcU, job.srcV, job.dstU, job.dstV, job.half, &g))
+    return;
+  KQChromaParams params;
+  if (!kqChromaSetup(job.mode, job.strength, g.ratio, &params)) return;
+  KQChromaPassContext ctx = passContext(job, g, params);
+  struct Pass {
     KQStage stage;
     int32_t margin;
-    const uint8_t* inU;
-    const uint8_t* inV;
-    uint8_t* outU;
-    uint8_t* outV;
+    const KQImage8* inU;
+    const KQImage8* inV;
+    KQImage8* outU;
+    KQImage8* outV;
   };
-  const PassSetup passes[3] = {
-      {KQStage::kChromaPass1, params.margin1, srcU->data, srcV->data, half1U->data, half1V->data},
-      {KQStage::kChromaPass2, params.margin2, half1U->data, half1V->data, half2U->data,
-       half2V->data},
-      {KQStage::kChromaPass3, 2, half2U->data, half2V->data, dstU->data, dstV->data},
+  const Pass passes[3] = {
+      {KQStage::kChromaPass1, params.margin1, job.srcU, job.srcV, job.half[0], job.half[1]},
+      {KQStage::kChromaPass2, params.margin2, job.half[0], job.half[1], job.half[2], job.half[3]},
+      {KQStage::kChromaPass3, 2, job.half[2], job.half[3], job.dstU, job.dstV},
   };
   for (int p = 0; p < 3; ++p) {
-    const PassSetup& s = passes[p];
-    ctx.margin = s.margin;
-    ctx.firstRow = 0;
-    ctx.endRow = g.he;
-    ctx.tailCount = kqChromaTailCount(p + 1, g.w, s.margin);
-    ctx.inU = s.inU;
-    ctx.inV = s.inV;
-    ctx.outU = s.outU;
-    ctx.outV = s.outV;
-    kqStageStart(s.stage);
+    const Pass& pass = passes[p];
+    ctx.margin = pass.margin;
+    ctx.tailCount = kqChromaTailCount(p + 1, g.w, pass.margin);
+    ctx.inU = pass.inU->data;
+    ctx.inV = pass.inV->data;
+    ctx.outU = pass.outU->data;
+    ctx.outV = pass.outV->data;
+    kqStageStart(pass.stage);
     // Ranges start on even rows, as the passes' row pairs need.
     KQChromaPassFn* kernel = dsp->pass[p][params.kind - 1];
     kqParallelRows(0, g.he, 2, threads, [&ctx, kernel](int32_t first, int32_t end, int32_t) {
@@ -304,10 +309,20 @@ void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const
       rows.endRow = end;
       kernel(&rows);
     });
-    kqStageStop(s.stage);
+    kqStageStop(pass.stage);
   }
-  fixUpBorders(dstU->data, g.w, g.h);
-  fixUpBorders(dstV->data, g.w, g.h);
+  fixUpBorders(job.dstU->data, g.w, g.h);
+  fixUpBorders(job.dstV->data, g.w, g.h);
+}
+
+void kqChromaNoiseReductionDsp(const KQImage8* luma, const KQImage8* srcU, const KQImage8* srcV,
+                               KQImage8* dstU, KQImage8* dstV, KQImage8* half1U,
+                               KQImage8* half1V, KQImage8* half2U, KQImage8* half2V,
+                               const KQImage8* guide, int32_t mode, float strength,
+                               int32_t threads, const KQChromaDsp* dsp) {
+  const KQChromaJob job = {luma,  srcU, srcV, dstU, dstV, {half1U, half1V, half2U, half2V},
+                           guide, mode, strength};
+  kqChromaFilter(job, threads, dsp);
 }
 
 void kqChromaNoiseReduction(const KQImage8* luma, const KQImage8* srcU, const KQImage8* srcV,

@@ -6,6 +6,26 @@
 #include "filters/chroma_dsp.h"
 #include "image/image8.h"
 
+// One run of the filter: U and V (srcU/srcV, written to dstU/dstV; the
+// same planes for both when it works in place), the luma that guides it,
+// four scratch planes half1U, half1V, half2U, half2V, an optional guide
+// plane and the mode and strength (see kqChromaNoiseReduction).
+struct KQChromaJob {
+  const KQImage8* luma;
+  const KQImage8* srcU;
+  const KQImage8* srcV;
+  KQImage8* dstU;
+  KQImage8* dstV;
+  KQImage8* half[4];
+  const KQImage8* guide;
+  int32_t mode;
+  float strength;
+};
+
+// Runs `job` over `threads` (the thread-count rule of kqRunPieces) with the
+// kernel table `dsp`.
+void kqChromaFilter(const KQChromaJob& job, int32_t threads, const KQChromaDsp* dsp);
+
 // Denoises U and V (srcU/srcV, written to dstU/dstV; the pipeline passes the
 // same planes for both) in three passes: full size -> half size, half size ->
 // half size, half size -> full size guided by `luma` (the output luma, at

@@ -64,13 +64,11 @@ void kqFitSourceToAspect(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
   *fittedHeight = srcHeight;
 }
 
-void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGrid,
-                                 Homography* forwardScale, Homography* inverseScale,
-                                 int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
-                                 int32_t dstHeight, int32_t* srcLimitX, int32_t* srcLimitY) {
+void kqScalingGrids(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, int32_t dstHeight,
+                    KQScalingGrids* out) {
   kqFitSourceToAspect(srcWidth, srcHeight, dstWidth, dstHeight, &srcWidth, &srcHeight);
-  *srcLimitX = srcWidth - 4;
-  *srcLimitY = srcHeight - 4;
+  out->limitX = srcWidth - 4;
+  out->limitY = srcHeight - 4;
 
   // Margin: the far output edge lands 3 source pixels inside the region in
   // the tighter dimension. Ratios in double, the smaller one rounded to float.
@@ -90,13 +88,29 @@ void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGri
   // reciprocals of sx and sy, not srcWidth / dstWidth.
   const float sx = float(dstWidth) / float(srcWidth);
   const float sy = float(dstHeight) / float(srcHeight);
-  setDiagonal(forwardScale, sx, sy, 0.0f, 0.0f);
-  setDiagonal(inverseScale, 1.0f / sx, 1.0f / sy, 0.0f, 0.0f);
+  setDiagonal(&out->forwardScale, sx, sy, 0.0f, 0.0f);
+  setDiagonal(&out->inverseScale, 1.0f / sx, 1.0f / sy, 0.0f, 0.0f);
 
   for (int32_t i = 0; i < kKqGridTiles; ++i) {
-    multiply(&forwardGrid[i], *forwardScale, localForward);
-    multiply(&inverseGrid[i], localInverse, *inverseScale);
+    multiply(&out->forward[i], out->forwardScale, localForward);
+    multiply(&out->inverse[i], localInverse, out->inverseScale);
   }
+}
+
+void kqCreateScalingHomographies(Homography* forwardGrid, Homography* inverseGrid,
+                                 Homography* forwardScale, Homography* inverseScale,
+                                 int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
+                                 int32_t dstHeight, int32_t* srcLimitX, int32_t* srcLimitY) {
+  KQScalingGrids g;
+  kqScalingGrids(srcWidth, srcHeight, dstWidth, dstHeight, &g);
+  for (int32_t i = 0; i < kKqGridTiles; ++i) {
+    forwardGrid[i] = g.forward[i];
+    inverseGrid[i] = g.inverse[i];
+  }
+  *forwardScale = g.forwardScale;
+  *inverseScale = g.inverseScale;
+  *srcLimitX = g.limitX;
+  *srcLimitY = g.limitY;
 }
 
 void kqHalveHomographyTranslations(Homography* forwardGrid, Homography* inverseGrid) {

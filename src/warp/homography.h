@@ -25,6 +25,21 @@ struct HomographyGrid {
 void kqFitSourceToAspect(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
                          int32_t dstHeight, int32_t* fittedWidth, int32_t* fittedHeight);
 
+// The grids of one enlargement: forward (source to output) and inverse
+// (output to source), the two scale matrices diag(sx, sy, 1) and
+// diag(1/sx, 1/sy, 1), and the source limits (the fitted size less 4).
+struct KQScalingGrids {
+  Homography forward[kKqGridTiles];
+  Homography inverse[kKqGridTiles];
+  Homography forwardScale, inverseScale;
+  int32_t limitX, limitY;
+};
+
+// Builds the grids for enlarging a srcWidth x srcHeight region to
+// dstWidth x dstHeight, as kqCreateScalingHomographies describes.
+void kqScalingGrids(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, int32_t dstHeight,
+                    KQScalingGrids* out);
+
 // Builds the forward (source to output) and inverse (output to source) grids
 // for enlarging a srcWidth x srcHeight region to dstWidth x dstHeight.
 // The region is first cropped at its right or bottom edge to the output's
