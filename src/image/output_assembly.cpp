@@ -53,28 +53,37 @@ void kqAddPaddingToYChannelWithBuffer(KQImage8* view, int32_t padX, uint8_t* row
   }
 }
 
-void interleaveChromaRows(void* context) {
-  const ChromaMergeRange* range = static_cast<const ChromaMergeRange*>(context);
-  const KQYUVMultiPlaneImage* record = range->record;
+namespace {
+
+// Output chroma rows [first, end) of `record` from rows of outU / outV: each
+// row's pairs in the record's byte order, then padX bytes of 128. Rows lie
+// back to back at (width & ~1) + padX bytes from the start of the plane: for
+// an odd width one byte less than the row stride, and a range must find its
+// first row exactly where a pass over all rows puts it.
+void mergeRows(const KQPlanesDsp* dsp, const KQYUVMultiPlaneImage* record, const KQImage8* outU,
+               const KQImage8* outV, int32_t padX, int32_t first, int32_t end) {
   const int32_t code = record->type;
   if (code != kCodeVU && code != kCodeUV) return;
-  if (range->first > range->last || range->first < 0) return;
+  if (first < 0 || end <= first) return;
   // V,U order puts V on the even bytes, U,V order U.
-  const KQImage8* even = code == kCodeVU ? range->outV : range->outU;
-  const KQImage8* odd = code == kCodeVU ? range->outU : range->outV;
+  const KQImage8* even = code == kCodeVU ? outV : outU;
+  const KQImage8* odd = code == kCodeVU ? outU : outV;
   const int32_t pairs = record->width / 2;
-  const size_t srcStride = size_t(range->outU->width);
-  const int32_t padX = range->padX;
-  // Rows lie back to back at this pitch from the start of the plane: for an
-  // odd width it is one byte less than the luma's row stride, and a slice
-  // must find its first row exactly where the serial pass puts it.
+  const size_t srcStride = size_t(outU->width);
   const size_t pitch = size_t(record->width & ~1) + size_t(padX);
-  uint8_t* dst = record->chromaData + pitch * size_t(range->first);
-  KQMergeUVRowFn* merge = range->dsp->mergeUVRow;
-  for (int32_t r = range->first; r <= range->last; ++r, dst += pitch) {
-    merge(dst, even->data + size_t(r) * srcStride, odd->data + size_t(r) * srcStride, pairs);
+  uint8_t* dst = record->chromaData + pitch * size_t(first);
+  for (int32_t r = first; r < end; ++r, dst += pitch) {
+    dsp->mergeUVRow(dst, even->data + size_t(r) * srcStride, odd->data + size_t(r) * srcStride,
+                    pairs);
     std::memset(dst + 2 * size_t(pairs), kNeutralChroma, size_t(padX));
   }
+}
+
+}  // namespace
+
+void interleaveChromaRows(void* context) {
+  const ChromaMergeRange* r = static_cast<const ChromaMergeRange*>(context);
+  mergeRows(r->dsp, r->record, r->outU, r->outV, r->padX, r->first, r->last + 1);
 }
 
 void kqSetUVDataWithDsp(const KQImage8* outU, const KQImage8* outV,
@@ -97,22 +106,12 @@ void kqSetUVDataWithDsp(const KQImage8* outU, const KQImage8* outV,
   if (pitch > 0 && pitch * rows > planeBytes) rows = planeBytes / pitch;
   if (rows < 1 || pitch < 1) return;
 
-  ChromaMergeRange context;
-  context.record = record;
-  context.outU = outU;
-  context.outV = outV;
-  context.last = int32_t(rows) - 1;
-  context.first = 0;
-  context.padX = padX;
-  context.padY = padY;
-  context.dsp = dsp;
+  // padY is not needed: the rows follow each other whatever the scanlines.
+  (void)padY;
   // Every count but those above 1 runs on the calling thread.
   kqParallelRows(0, int32_t(rows), 1, numThreads > 1 ? numThreads : 1,
-                 [&context](int32_t first, int32_t end, int32_t) {
-                   ChromaMergeRange range = context;
-                   range.first = first;
-                   range.last = end - 1;
-                   interleaveChromaRows(&range);
+                 [=](int32_t first, int32_t end, int32_t) {
+                   mergeRows(dsp, record, outU, outV, padX, first, end);
                  });
 }
 

@@ -24,45 +24,35 @@ int32_t boundedThreads(int32_t numThreads) {
   return numThreads < -kKqMaxThreads ? -kKqMaxThreads : numThreads;
 }
 
-// Chroma step shared by both variants: the rows of `context` spread by the
-// common thread-count rule.
-void runChromaSplit(const ChromaSplitRange* context, int32_t numThreads) {
-  kqParallelRows(0, context->end, 1, numThreads, [context](int32_t first, int32_t end, int32_t) {
-    ChromaSplitRange rows = *context;
-    rows.first = first;
-    rows.end = end;
-    deinterleaveChromaRows(&rows);
-  });
+// Rows [first, end) of `width` bytes, rows srcStride apart in the source,
+// packed in the destination.
+void copyRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t width, int32_t first,
+              int32_t end) {
+  if (first < 0 || end <= first) return;
+  const size_t w = size_t(width);
+  if (srcStride == ptrdiff_t(width)) {
+    // Source rows are packed as well: one block.
+    std::memcpy(dst + size_t(first) * w, src + size_t(first) * w, size_t(end - first) * w);
+    return;
+  }
+  for (int32_t r = first; r < end; ++r)
+    std::memcpy(dst + size_t(r) * w, src + size_t(r) * size_t(srcStride), w);
 }
 
-// Luma rows of a LumaCopyRange or LumaCropRange (rows [0, last]) spread by
-// the common thread-count rule.
-template <typename Range>
-void runLumaRows(const Range& range, void (*task)(void*), int32_t numThreads) {
-  kqParallelRows(0, range.last + 1, 1, numThreads, [&range, task](int32_t first, int32_t end, int32_t) {
-    Range rows = range;
-    rows.first = first;
-    rows.last = end - 1;
-    task(&rows);
-  });
-}
-
-// Chroma of `image` (its chromaData already pointing at the first pair to
-// take) into inU / inV, rows [0, inU->height). The caller has checked that
-// the source holds 2 * inU->width bytes in each of those rows.
-void takeChroma(const KQYUVMultiPlaneImage* image, KQImage8* inU, KQImage8* inV, int32_t numThreads,
-                const KQPlanesDsp* dsp) {
-  if (image->type != kCodeVU && image->type != kCodeUV) return;
-  ChromaSplitRange context;
-  context.image = image;
-  context.inU = inU;
-  context.inV = inV;
-  context.end = inU->height;
-  context.first = 0;
-  context.rowPadding = image->yRowStride - image->width;
-  context.bottomPadding = image->yScanlines - image->height;
-  context.dsp = dsp;
-  runChromaSplit(&context, numThreads);
+// Chroma rows [first, end) of interleaved pairs (rows srcStride apart) into
+// the packed planes u and v. Internal code 10 (V,U) puts V on the even
+// bytes, code 11 (U,V) U.
+void splitRows(const KQPlanesDsp* dsp, const uint8_t* src, ptrdiff_t srcStride, int32_t code,
+               KQImage8* u, KQImage8* v, int32_t first, int32_t end) {
+  if (first < 0 || end <= first) return;
+  if (code != kCodeVU && code != kCodeUV) return;  // other layouts are not built
+  uint8_t* even = code == kCodeVU ? v->data : u->data;
+  uint8_t* odd = code == kCodeVU ? u->data : v->data;
+  const int32_t pairs = u->width;
+  for (int32_t r = first; r < end; ++r) {
+    const size_t d = size_t(r) * size_t(pairs);
+    dsp->splitUVRow(even + d, odd + d, src + size_t(r) * size_t(srcStride), pairs);
+  }
 }
 
 // The source record describes a readable image: planes present, sizes of at
@@ -136,68 +126,38 @@ void splitChromaRows(int32_t slice, int32_t sliceCount, int32_t /*poolFlag*/, vo
 }
 
 void copyLumaRows(void* context) {
-  const LumaCopyRange* range = static_cast<const LumaCopyRange*>(context);
-  if (range->last < range->first || range->first < 0) return;
-  const size_t width = size_t(range->width);
-  const size_t rows = size_t(range->last - range->first + 1);
-  if (range->padding == 0) {
-    // Source rows are packed as well: one block.
-    const size_t offset = size_t(range->first) * width;
-    std::memcpy(range->dst + offset, range->src + offset, rows * width);
-    return;
-  }
-  const size_t srcStride = width + size_t(range->padding);
-  for (int32_t r = range->first; r <= range->last; ++r) {
-    std::memcpy(range->dst + size_t(r) * width, range->src + size_t(r) * srcStride, width);
-  }
+  const LumaCopyRange* r = static_cast<const LumaCopyRange*>(context);
+  copyRows(r->dst, r->src, ptrdiff_t(r->width) + r->padding, r->width, r->first, r->last + 1);
 }
 
 void cropLumaRows(void* context) {
-  const LumaCropRange* range = static_cast<const LumaCropRange*>(context);
-  if (range->last < range->first || range->first < 0) return;
-  const size_t width = size_t(range->width);
-  const size_t srcStride = width + size_t(range->padding);
-  const uint8_t* src = range->src + size_t(range->left);
-  for (int32_t r = range->first; r <= range->last; ++r) {
-    std::memcpy(range->dst + size_t(r) * width, src + size_t(r + range->top) * srcStride, width);
-  }
+  const LumaCropRange* r = static_cast<const LumaCropRange*>(context);
+  const ptrdiff_t stride = ptrdiff_t(r->width) + r->padding;
+  copyRows(r->dst, r->src + r->left + stride * r->top, stride, r->width, r->first, r->last + 1);
 }
 
 void deinterleaveChromaRows(void* context) {
-  const ChromaSplitRange* range = static_cast<const ChromaSplitRange*>(context);
-  const int32_t code = range->image->type;
-  if (range->first >= range->end || range->first < 0) return;
-  if (code != kCodeVU && code != kCodeUV) return;  // other layouts are not built
-  // V,U order: even bytes are V. U,V order: even bytes are U.
-  uint8_t* even = code == kCodeVU ? range->inV->data : range->inU->data;
-  uint8_t* odd = code == kCodeVU ? range->inU->data : range->inV->data;
-  const int32_t pairs = range->inU->width;
-  const size_t srcStride = size_t(range->image->yRowStride);
-  const uint8_t* src = range->image->chromaData;
-  KQSplitUVRowFn* split = range->dsp->splitUVRow;
-  for (int32_t r = range->first; r < range->end; ++r) {
-    const size_t d = size_t(r) * size_t(pairs);
-    split(even + d, odd + d, src + size_t(r) * srcStride, pairs);
-  }
+  const ChromaSplitRange* r = static_cast<const ChromaSplitRange*>(context);
+  splitRows(r->dsp, r->image->chromaData, r->image->yRowStride, r->image->type, r->inU, r->inV,
+            r->first, r->end);
 }
 
 void kqTakeYUVPlanesWithDsp(const KQYUVMultiPlaneImage* image, KQImage8* inY, KQImage8* inU,
                             KQImage8* inV, int32_t numThreads, const KQPlanesDsp* dsp) {
   if (image == nullptr || dsp == nullptr) return;
   numThreads = boundedThreads(numThreads);
-  if (lumaReadable(image) && planeIs(inY, image->width, image->height)) {
-    LumaCopyRange luma;
-    luma.first = 0;
-    luma.last = image->height - 1;
-    luma.dst = inY->data;
-    luma.src = image->yData;
-    luma.width = image->width;
-    luma.padding = image->yRowStride - image->width;
-    runLumaRows(luma, copyLumaRows, numThreads);
+  const int32_t w = image->width, h = image->height;
+  if (lumaReadable(image) && planeIs(inY, w, h)) {
+    kqParallelRows(0, h, 1, numThreads, [image, inY](int32_t first, int32_t end, int32_t) {
+      copyRows(inY->data, image->yData, image->yRowStride, image->width, first, end);
+    });
   }
-  if (chromaReadable(image) && planeIs(inU, image->width / 2, image->height / 2) &&
-      planeIs(inV, image->width / 2, image->height / 2)) {
-    takeChroma(image, inU, inV, numThreads, dsp);
+  if (chromaReadable(image) && planeIs(inU, w / 2, h / 2) && planeIs(inV, w / 2, h / 2)) {
+    kqParallelRows(0, h / 2, 1, numThreads,
+                   [image, inU, inV, dsp](int32_t first, int32_t end, int32_t) {
+                     splitRows(dsp, image->chromaData, image->yRowStride, image->type, inU, inV,
+                               first, end);
+                   });
   }
 }
 
@@ -220,28 +180,25 @@ void kqTakeYUVPlanesFromROIWithDsp(KQYUVMultiPlaneImage* image, KQImage8* inY, K
   const int32_t w = int32_t(w64);
   const int32_t h = int32_t(h64);
 
-  if (lumaReadable(image) && planeIs(inY, w, h)) {
-    LumaCropRange luma;
-    luma.first = 0;
-    luma.last = h - 1;
-    luma.dst = inY->data;
-    luma.src = image->yData;
-    luma.width = w;
-    luma.padding = image->yRowStride - w;
-    luma.top = top;
-    luma.left = left;
-    runLumaRows(luma, cropLumaRows, numThreads);
-  }
-  // The region's chroma starts at byte `left` of chroma row top / 2. An odd
-  // left lands on the second byte of a pair and so swaps U and V; that is
-  // how the stage is defined and callers rely on the exact bytes. Work on a
-  // copy so the caller's record never changes, even for a moment.
-  if (chromaReadable(image) && planeIs(inU, w / 2, h / 2) && planeIs(inV, w / 2, h / 2)) {
-    KQYUVMultiPlaneImage shifted = *image;
-    shifted.chromaData =
+  // The region as a whole image of its own: luma from (left, top), chroma
+  // from byte `left` of chroma row top / 2. An odd left lands on the second
+  // byte of a pair and so swaps U and V; that is how the stage is defined
+  // and callers rely on the exact bytes. The caller's record never changes.
+  // Planes the whole image could not be read from are not read here either.
+  KQYUVMultiPlaneImage region = *image;
+  region.width = w;
+  region.height = h;
+  region.yScanlines = h;
+  if (lumaReadable(image))
+    region.yData = image->yData + size_t(top) * size_t(image->yRowStride) + size_t(left);
+  else
+    inY = nullptr;
+  if (chromaReadable(image))
+    region.chromaData =
         image->chromaData + size_t(left) + size_t(image->yRowStride) * size_t(top / 2);
-    takeChroma(&shifted, inU, inV, numThreads, dsp);
-  }
+  else
+    inU = inV = nullptr;
+  kqTakeYUVPlanesWithDsp(&region, inY, inU, inV, numThreads, dsp);
 }
 
 void kqTakeYUVPlanesFromROI(KQYUVMultiPlaneImage* image, KQImage8* inY, KQImage8* inU,

@@ -3,6 +3,7 @@ list(APPEND KQ_CORE_SOURCES
   src/runtime/alloc.cpp
   src/runtime/cpu.cpp
   src/runtime/log.cpp
+  src/runtime/parallel_for.cpp
   src/runtime/pool.cpp
   src/runtime/stages.cpp
   src/runtime/timer.cpp

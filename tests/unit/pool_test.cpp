@@ -1,6 +1,7 @@
 // pool_test.cpp - worker pool: slice hand-out and context copies, the
 // thread-count rules and caps, the use count, stopping while workers wake,
 // and thread affinity (concurrent callers: stress_test.cpp).
+#include "runtime/parallel_for.h"
 #include "runtime/pool.h"
 
 #include <gtest/gtest.h>
