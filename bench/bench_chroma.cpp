@@ -36,9 +36,10 @@ void benchChroma(benchmark::State& st, uint32_t level, float strength) {
   KQImage8 u{kW, kH, planes.u.data()}, v{kW, kH, planes.v.data()};
   KQImage8 h[4];
   for (int i = 0; i < 4; ++i) h[i] = KQImage8{kW / 2, kH / 2, planes.h[i].data()};
+  const KQChromaJob job = {&luma, &u, &v, &u, &v, {&h[0], &h[1], &h[2], &h[3]}, nullptr, 0,
+                           strength};
   for (auto _ : st) {
-    kqChromaNoiseReductionDsp(&luma, &u, &v, &u, &v, &h[0], &h[1], &h[2], &h[3], nullptr, 0,
-                              strength, threads, &dsp);
+    kqChromaFilter(job, threads, &dsp);
     benchmark::ClobberMemory();
   }
   if (threads > 1) kqPoolStop();

@@ -68,7 +68,7 @@ void registerLumaBenches() {
             KQLumaDsp dsp;
             kqLumaDspInit(&dsp, level);
             runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
-              kqImageSharpeningDsp(in, out, nullptr, 1.0f, 0.0f, 4, t, &dsp);
+              kqImageSharpeningDsp(in, out, nullptr, 1.0f, 0.0f, kKqSharpen5Tap, t, &dsp);
             });
           })
           ->Unit(benchmark::kMillisecond)
@@ -82,7 +82,7 @@ void registerLumaBenches() {
               KQLumaDsp dsp;
               kqLumaDspInit(&dsp, level);
               runStage(st, threads, [&](const KQImage8* in, KQImage8* out, int t) {
-                kqImageSharpeningDsp(in, out, nullptr, 1.0f, 4.0f, 4, t, &dsp);
+                kqImageSharpeningDsp(in, out, nullptr, 1.0f, 4.0f, kKqSharpen5Tap, t, &dsp);
               });
             })
             ->Unit(benchmark::kMillisecond)

@@ -10,8 +10,8 @@
 #include "bench_util.h"
 #include "runtime/pool.h"
 #include "warp/homography.h"
-#include "warp/warp_family.h"
 #include "warp/warp_dsp.h"
+#include "warp/warp_engine.h"
 
 #if defined(KQ_BENCH_LIBYUV)
 #include <libyuv/scale.h>
@@ -40,16 +40,26 @@ void benchWarp(benchmark::State& state, uint32_t level, WarpSize s, bool luma, i
   const int32_t sw = s.sw / div, sh = s.sh / div, dw = s.dw / div, dh = s.dh / div;
   std::vector<uint8_t> src0 = kqBenchPlane(sw, sh, 1), src1 = kqBenchPlane(sw, sh, 2);
   std::vector<uint8_t> dst0(size_t(dw) * dh), dst1(size_t(dw) * dh);
-  KQImage8 a[2] = {{sw, sh, src0.data()}, {dw, dh, dst0.data()}};
-  KQImage8 b[2] = {{sw, sh, src1.data()}, {dw, dh, dst1.data()}};
-  Homography fwd[kKqGridTiles], inv[kKqGridTiles], fs, is;
-  int32_t lx, ly;
-  kqCreateScalingHomographies(fwd, inv, &fs, &is, s.sw, s.sh, s.dw, s.dh, &lx, &ly);
-  if (!luma) kqHalveHomographyTranslations(fwd, inv);
+  KQScalingGrids grids;
+  kqScalingGrids(s.sw, s.sh, s.dw, s.dh, &grids);
+  if (!luma) kqHalveHomographyTranslations(grids.forward, grids.inverse);
+  KQWarpRequest request = {};
+  request.kind = luma ? KQWarpKind::kLuma : KQWarpKind::kChromaPlanes;
+  request.source[0] = {src0.data(), sw, sh, sw};
+  request.target[0] = {dst0.data(), dw, dh, dw};
+  if (!luma) {
+    request.source[1] = {src1.data(), sw, sh, sw};
+    request.target[1] = {dst1.data(), dw, dh, dw};
+  }
+  request.forwardGrid = grids.forward;
+  request.inverseGrid = grids.inverse;
+  request.tileColumns = request.tileRows = 4;
+  request.tileLimit = kKqGridTiles;
+  request.dsp = &dsp;
+  std::vector<uint8_t> scratch(kqWarpScratchBytes(request, kqStepWorkers(threads)));
   if (threads > 1) kqPoolStart(threads, 0, "KQBench");
   for (auto _ : state) {
-    warpAllDsp(&dsp, a, luma ? nullptr : b, nullptr, fwd, inv, 0, lx / div, 0, ly / div, 1, 0, 0,
-               threads, luma ? 0 : 1, luma ? 1 : 0, 4, 4);
+    kqWarpRun(request, threads, scratch.data(), scratch.size());
     benchmark::DoNotOptimize(dst0.data());
     benchmark::DoNotOptimize(dst1.data());
     benchmark::ClobberMemory();
