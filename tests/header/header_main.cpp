@@ -39,7 +39,8 @@ const SizeCase kSizeCases[] = {
     {"portrait: the height leads", 480, 640, 2.0, 960, 1280},
     {"odd source at 3: halves round up", 641, 481, 3.0, 1924, 1444},
     {"odd source at 1.5", 641, 481, 1.5, 962, 722},
-    {"short side taken from the long one", 1000, 748, 1.3, 1300, 972},
+    {"1.3 on a region's 1000x748", 1000, 748, 1.3, 1300, 972},
+    {"the short side follows the rounded long side, not 748.8", 1000, 748, 1.0011, 1002, 750},
     {"shrunk to the 2x2 minimum", 4, 4, 0.01, 2, 2},
     {"tall source: the width stays at 2", 4, 400, 0.01, 2, 4},
     {"tiny output whose cut keeps 4x4", 8, 4, 0.5, 4, 2},
@@ -86,11 +87,10 @@ bool callWritesOutput(int32_t width, int32_t height, int32_t outW, int32_t outH)
     }
   const size_t lumaBytes = size_t(outW) * outH;
   std::vector<uint8_t> out(lumaBytes + lumaBytes / 2, 0);
-  KQYUVMultiPlaneImage src = {8,     width, height, 1,    width,         height, 2,
-                              width, 2,     width,  in.data(), in.data() + size_t(width) * height,
-                              nullptr};
-  KQYUVMultiPlaneImage dst = {8, outW, outH, 1, outW, outH, 2, outW, 2, outW, out.data(),
-                              out.data() + lumaBytes, nullptr};
+  KQYUVMultiPlaneImage src = {8,     width, height, 1,         width, height, 2,
+                              width, 2,     width,  in.data(), vu,    nullptr};
+  KQYUVMultiPlaneImage dst = {
+      8, outW, outH, 1, outW, outH, 2, outW, 2, outW, out.data(), out.data() + lumaBytes, nullptr};
   KQUpScale_ScaleImage(&src, &dst, 0, 0, 0.0f, 1, 0);
   for (size_t i = 0; i < lumaBytes; ++i)
     if (out[i] != 100) return false;
