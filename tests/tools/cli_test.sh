@@ -83,6 +83,43 @@ mkdir -p outdir
 "$tool" in.png out2.png -o outdir/ --scale 0.5 >multi.txt 2>&1 &&
   [[ -f outdir/in_kq.png && -f outdir/out2_kq.png ]] && grep -q '\[2/2\]' multi.txt &&
   grep -q ' -> outdir/in_kq.png: 320x240 ' multi.txt && ok || bad "several inputs: $(cat multi.txt)"
+# A region with an odd left or top keeps its colours: the tool moves the
+# corner to even (an odd left would exchange U and V, red turning blue).
+# Picture: red, green, blue and yellow quadrants. The chroma at the middle of
+# each quadrant of the output must be that colour's (V,U) in BT.601 limited
+# range, within 24. Table: name | --roi | raw output (its byte order).
+"$make_jpeg" quad.jpg 64 48 quad || bad "make_test_jpeg quad"
+colours=("237,90" "34,54" "110,237" "143,16")  # (V,U) of red, green, blue, yellow
+while IFS='|' read -r name roi out; do
+  if ! "$tool" quad.jpg --roi "$roi" -o "$out" --format "${out##*.}" -q; then
+    bad "colours, $name: refused"
+    continue
+  fi
+  IFS=, read -r _ _ rw rh <<<"$roi"
+  w=$(((rw & ~3) * 2)) h=$(((rh & ~3) * 2)) seen="" wrong=0
+  for q in 0 1 2 3; do
+    x=$(((q % 2 * 2 + 1) * w / 4)) y=$(((q / 2 * 2 + 1) * h / 4))
+    read -r v u < <(od -An -tu1 -j$((w * h + y / 2 * w + x / 2 * 2)) -N2 "$out")
+    [[ $out == *.nv12 ]] && read -r v u <<<"$u $v"
+    IFS=, read -r wv wu <<<"${colours[q]}"
+    seen+=" $v,$u"
+    ((v - wv > 24 || wv - v > 24 || u - wu > 24 || wu - u > 24)) && wrong=1
+  done
+  ((wrong == 0)) && ok || bad "colours, $name: (V,U)$seen; want ${colours[*]}"
+done <<'EOF'
+even corner|0,0,64,48|c1.nv21
+odd left|1,0,60,48|c2.nv21
+odd top|0,1,64,44|c3.nv21
+odd left and top|1,1,60,44|c4.nv21
+odd left and top, NV12|3,5,56,40|c5.nv12
+odd left, region to the right edge|1,0,63,48|c6.nv21
+EOF
+# The corner moves to even and the region keeps its size: the same bytes as
+# asking for the even corner, and a line says so.
+"$tool" quad.jpg --roi 1,1,60,44 -o c7.nv21 >/dev/null 2>moved.txt &&
+  "$tool" quad.jpg --roi 0,0,60,44 -o c8.nv21 -q && cmp -s c7.nv21 c8.nv21 &&
+  grep -q "region 1,1,60,44 starts at 0,0" moved.txt && ok || bad "odd corner: $(cat moved.txt)"
+
 # Stages are listed by id with what they do; the library's own labels stay
 # inside it.
 "$tool" in.png -o timed.png --timing --threads 2 >timing.txt 2>&1 &&

@@ -139,7 +139,12 @@ bool parseSize(const std::string& text, int* w, int* h) {
   return in.eof() && *w >= 1 && *h >= 1 && *w <= 65535 && *h <= 65535;
 }
 
-Region parseRegion(const std::string& text, int width, int height) {
+// The region x,y,w,h of a width x height picture. Its left and top are
+// rounded down to even, keeping its size: 4:2:0 chroma covers 2x2 pixels,
+// and a region starting at an odd column would take every chroma pair from
+// the middle of two pairs, which the library reads with U and V exchanged
+// (red comes out blue). `*moved` says whether the corner moved.
+Region parseRegion(const std::string& text, int width, int height, bool* moved) {
   int x, y, w, h;
   char c1 = 0, c2 = 0, c3 = 0;
   std::istringstream in(text);
@@ -149,6 +154,9 @@ Region parseRegion(const std::string& text, int width, int height) {
   if (x < 0 || y < 0 || w < 4 || h < 4 || int64_t(x) + w > width || int64_t(y) + h > height)
     throw ToolError("region " + text + " lies outside the " + std::to_string(width) + "x" +
                     std::to_string(height) + " image or is smaller than 4x4");
+  *moved = (x | y) & 1;
+  x &= ~1;
+  y &= ~1;
   return Region{x, y, x + w - 1, y + h - 1};
 }
 
@@ -386,9 +394,14 @@ void processFile(const std::string& inPath, const std::string& outPath, const Op
   Region region;
   int workW = in.width, workH = in.height;
   if (!o.roi.empty()) {
-    region = parseRegion(o.roi, in.width, in.height);
+    bool moved = false;
+    region = parseRegion(o.roi, in.width, in.height, &moved);
     workW = (region.right - region.left + 1) & ~3;
     workH = (region.bottom - region.top + 1) & ~3;
+    if (moved && !o.quiet)
+      std::fprintf(stderr,
+                   "kqupscale: region %s starts at %d,%d (4:2:0 colour needs an even corner)\n",
+                   o.roi.c_str(), region.left, region.top);
   }
   if (workW < 4 || workH < 4) throw ToolError("'" + inPath + "' is smaller than 4x4 pixels");
   int64_t outW, outH;
