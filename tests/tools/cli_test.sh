@@ -57,7 +57,8 @@ if "$tool" --demo --demo-dir demo --threads 2 >demo.txt 2>&1 &&
 else bad "demo: $(cat demo.txt)"; fi
 
 # JPEG inputs the tool cannot write: odd sizes are enlarged whole (641x481
-# at 2x is 1282x962, not 1280x960), CMYK comes out in its colours.
+# at 2x is 1282x962, not 1280x960; at 3x 1923x1443 rounds up to 1924x1444),
+# CMYK comes out in its colours.
 cp demo/demo_input.png in.png
 "$make_jpeg" odd.jpg 641 481 rgb && "$make_jpeg" cmyk.jpg 64 48 cmyk || bad "make_test_jpeg"
 expect_outputs <<'EOF'
@@ -67,6 +68,8 @@ expect_outputs <<'EOF'
 [[ $(stat -c %s frame.nv21) -eq $((640 * 480 * 3 / 2)) ]];in.png -o frame.nv21 --roi 0,0,320,240 --scale 2
 [[ $(stat -c %s big.nv12) -eq $((1280 * 720 * 3 / 2)) ]];frame.nv21 --size 640x480 -o big.nv12 --out-size 1280x720
 [[ $(png_size odd.png) == 1282x962 ]];odd.jpg -o odd.png
+[[ $(png_size odd3.png) == 1924x1444 ]];odd.jpg -o odd3.png --scale 3
+[[ $(png_size odd15.png) == 962x722 ]];odd.jpg -o odd15.png --scale 1.5
 [[ $(png_size odd_fixed.png) == 800x600 ]];odd.jpg -o odd_fixed.png --out-size 800x600
 [[ -s photo.jpg ]];demo/demo_output.png -o photo.jpg --scale 1
 EOF
@@ -158,6 +161,7 @@ head -c 3000 photo.jpg >trunc.jpg
 head -c $((size - 2)) photo.jpg >trunc2.jpg
 cp photo.jpg rst.jpg && printf '\xff\xd3' | dd of=rst.jpg bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
 mkdir -p a b dup && cp in.png a/x.png && cp in.png b/x.png
+"$make_jpeg" tiny.jpg 6 4 rgb || bad "make_test_jpeg tiny"
 expect_errors <<'EOF'
 missing file|o1*||nofile.png -o o1.png
 not a PNG|o2*||garbage.png -o o2.png
@@ -182,6 +186,8 @@ unknown output type|o14*|output format|nofile.png -o o14.bmp
 output below a file|in.png.*|is not a folder|nofile.png -o in.png/x.png
 missing folder|nodir*|does not exist|in.png out2.png -o nodir
 two inputs, one output name|dup/*|would both be written|a/x.png b/x.png -o dup/
+output the library refuses|o20*|refused by the library|in.png --out-size 2560x8 -o o20.png
+scale too small|o21*|too small to enlarge|tiny.jpg --scale 0.5 -o o21.png
 EOF
 # A write that fails part way (a file size limit, its signal ignored so that
 # write() reports EFBIG) leaves neither the output nor its temporary file.

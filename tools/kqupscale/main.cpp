@@ -91,12 +91,23 @@ struct StageTime {
   double ms;
 };
 
-// Library log lines: stage timings are collected; other lines are shown as
-// the log level asks (--verbose, --quiet, or the KQ_LOG variable).
+// Library log lines: stage timings are collected; a refused call's line
+// ("KQUpScale: <why>; nothing written", which the header documents) is kept
+// for the tool's own error; other lines are shown as the log level asks
+// (--verbose, --quiet, or the KQ_LOG variable).
 std::vector<StageTime> gStages;
+std::string gRefusal;
 
 void logSink(void*, FILE*, int32_t priority, const char* tag, const char* message) {
   const std::string text(message);
+  const std::string refused = "; nothing written";
+  if (priority >= KQ_LOG_ERROR && text.size() > refused.size() &&
+      text.compare(text.size() - refused.size(), refused.size(), refused) == 0) {
+    const std::string prefix = "KQUpScale: ";
+    const size_t from = text.rfind(prefix, 0) == 0 ? prefix.size() : 0;
+    gRefusal = text.substr(from, text.size() - refused.size() - from);
+    return;
+  }
   if (text.rfind("stage ", 0) == 0) {
     // "stage <label> (<id>): <ms> ms"
     const size_t open = text.rfind(" (");
@@ -301,7 +312,8 @@ struct Settings {
 };
 
 // Runs the library on `in` (optionally a region) into a new image of
-// outW x outH; returns the wall time in milliseconds.
+// outW x outH; returns the wall time in milliseconds. A call the library
+// refuses (it writes nothing) is an error, not an empty picture.
 double upscale(const Nv21Image& in, const Region& region, int outW, int outH, const Settings& s,
                Nv21Image* out) {
   out->width = outW;
@@ -325,10 +337,15 @@ double upscale(const Nv21Image& in, const Region& region, int outW, int outH, co
                            nullptr};
   KQYUVMultiPlaneImage dst{code, outW, outH, 1,        outW,      outH,   2,
                            outW, 2,    outW, out->y(), out->uv(), nullptr};
+  gRefusal.clear();
   const auto t0 = std::chrono::steady_clock::now();
   KQUpScale_ScaleImageFromROI(&src, &dst, region.left, region.top, region.right, region.bottom,
                               s.nr, s.chromaNr, s.sharpen, s.threads, s.affinity);
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+  const auto t1 = std::chrono::steady_clock::now();
+  if (!gRefusal.empty())
+    throw ToolError("enlarging to " + std::to_string(outW) + "x" + std::to_string(outH) +
+                    " refused by the library: " + gRefusal);
+  return std::chrono::duration<double, std::milli>(t1 - t0).count();
 }
 
 void printStages() {
@@ -358,8 +375,8 @@ void checkOutputSize(int64_t w, int64_t h) {
                     " is beyond the memory bound (at most 256 megapixels and 32768 per side)");
 }
 
-// The output size: exact with --out-size, else the work size times the
-// scale rounded to even numbers.
+// The output size: exact with --out-size, else the one the header's
+// helper gives for the scale (even sides, the work size's aspect ratio).
 void outputSize(const Options& o, int workW, int workH, int64_t* outW, int64_t* outH) {
   if (!o.outSize.empty()) {
     int w = 0, h = 0;
@@ -369,8 +386,18 @@ void outputSize(const Options& o, int workW, int workH, int64_t* outW, int64_t* 
     return;
   }
   const double f = o.scale > 0 ? o.scale : 2.0;
-  *outW = int64_t(std::lround(f * workW / 2.0)) * 2;
-  *outH = int64_t(std::lround(f * workH / 2.0)) * 2;
+  int32_t w = 0, h = 0;
+  if (!KQUpScale_OutputSize(workW, workH, f, &w, &h)) {
+    // Refused: beyond 2 GiB of luma (then beyond the tool's own bound too),
+    // or a few pixels that keep less than 4x4 of the source.
+    checkOutputSize(std::llround(f * workW), std::llround(f * workH));
+    std::ostringstream why;
+    why << "scale " << f << " makes a " << workW << "x" << workH
+        << " picture too small to enlarge (less than 4x4 source pixels would be used)";
+    throw ToolError(why.str());
+  }
+  *outW = w;
+  *outH = h;
 }
 
 // Keeps the top-left width x height of an image (both even).
