@@ -176,6 +176,19 @@ bool isDirectory(const std::string& path) {
   return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+// Creates a folder and the missing folders above it, as mkdir -p does.
+void makeFolders(const std::string& path) {
+  int failure = 0;
+  for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+    const std::string part = path.substr(0, end);
+    if (!part.empty() && ::mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) failure = errno;
+    if (end == std::string::npos) break;
+  }
+  if (!isDirectory(path))
+    throw ToolError("cannot create the output folder '" + path +
+                    "': " + std::strerror(failure != 0 ? failure : ENOTDIR));
+}
+
 std::string baseName(const std::string& path) {
   const size_t slash = path.find_last_of('/');
   std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -261,13 +274,17 @@ Picture readInput(const std::string& path, const Options& o) {
   return picture;
 }
 
-// Everything about an output path that can be known before the work: its
-// format, and that its folder exists and can be written to.
-void checkOutputPath(const std::string& path) {
+// What can be known about an output path before the work: its format and
+// name (checkOutputName), and that its folder exists and can be written to
+// (checkOutputFolder).
+void checkOutputName(const std::string& path) {
   if (kindFromExtension(path) == FileKind::kUnknown)
     throw ToolError("cannot tell the output format of '" + path +
                     "' (use .png, .jpg, .yuv, .nv12 or .nv21)");
   if (isDirectory(path)) throw ToolError("output '" + path + "' is a folder");
+}
+
+void checkOutputFolder(const std::string& path) {
   const std::string folder = folderOf(path);
   struct stat st;
   if (::stat(folder.c_str(), &st) != 0)
@@ -587,36 +604,63 @@ int main(int argc, char** argv) {
         throw ToolError("4:2:0 output needs an even width and height, got " + o.outSize);
       checkOutputSize(w, h);
     }
-    const bool toFolder = o.inputs.size() > 1 || isDirectory(o.output) || o.output.back() == '/';
-    if (toFolder && !isDirectory(o.output))
-      throw ToolError("output folder '" + o.output + "' does not exist");
+    // -o names a folder when it ends in '/' or is one; a missing folder is
+    // created (as mkdir -p), once nothing else is wrong.
+    const bool toFolder = o.output.back() == '/' || isDirectory(o.output);
+    const size_t count = o.inputs.size();
+    if (count > 1 && !toFolder)
+      throw ToolError(std::to_string(count) + " inputs need an output folder, and '" + o.output +
+                      "' is not one (give -o DIR/; it is created when missing)");
     std::vector<std::string> outputs;
     for (const std::string& in : o.inputs) {
       std::string ext = extensionOf(in);
       if (kindFromExtension(in) == FileKind::kUnknown) ext = ".png";
       outputs.push_back(toFolder ? joinPath(o.output, baseName(in) + "_kq" + ext) : o.output);
-      checkOutputPath(outputs.back());
+      checkOutputName(outputs.back());
       // Two inputs of one name (a/x.jpg, b/x.jpg) would overwrite each other.
       for (size_t j = 0; j + 1 < outputs.size(); ++j)
         if (outputs[j] == outputs.back())
           throw ToolError("'" + o.inputs[j] + "' and '" + in + "' would both be written to '" +
                           outputs.back() + "' (rename one, or run them separately)");
     }
+    if (toFolder) makeFolders(o.output);
+    for (const std::string& out : outputs) checkOutputFolder(out);
 
-    int failures = 0;
-    for (size_t i = 0; i < o.inputs.size(); ++i) {
+    // In a batch, an input that fails is reported and skipped; the outputs
+    // of the others are written, and the last line names the failures.
+    std::vector<std::string> failed;
+    for (size_t i = 0; i < count; ++i) {
       const std::string& in = o.inputs[i];
-      if (o.inputs.size() > 1 && !o.quiet)
-        std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, o.inputs.size(), in.c_str());
+      if (count > 1 && !o.quiet) std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, count, in.c_str());
       try {
         processFile(in, outputs[i], o, s);
+        continue;
       } catch (const ToolError& e) {
-        if (o.inputs.size() == 1) throw;
-        std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
-        ++failures;
+        if (count == 1) throw;
+        // The line names the input unless the message already does.
+        const std::string what = e.what();
+        const std::string name = what.find(in) == std::string::npos ? in + ": " : "";
+        std::fprintf(stderr, "kqupscale: error: %s%s\n", name.c_str(), what.c_str());
+      } catch (const std::bad_alloc&) {
+        if (count == 1) throw;
+        std::fprintf(stderr, "kqupscale: error: %s: out of memory\n", in.c_str());
       }
+      failed.push_back(in);
     }
-    return failures == 0 ? 0 : 1;
+    if (failed.empty()) {
+      if (count > 1 && !o.quiet)
+        std::fprintf(stderr, "kqupscale: %zu of %zu inputs written to %s\n", count, count,
+                     o.output.c_str());
+      return 0;
+    }
+    std::string names;
+    for (const std::string& in : failed) names += (names.empty() ? "" : ", ") + in;
+    std::string written;
+    if (failed.size() < count)
+      written = "; the other " + std::to_string(count - failed.size()) + " written to " + o.output;
+    std::fprintf(stderr, "kqupscale: error: %zu of %zu inputs failed: %s%s\n", failed.size(), count,
+                 names.c_str(), written.c_str());
+    return 1;
   } catch (const ToolError& e) {
     std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
     return 1;
