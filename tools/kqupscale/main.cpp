@@ -528,11 +528,14 @@ int main(int argc, char** argv) {
       "  kqupscale a.jpg b.jpg c.jpg -o outdir/ --threads 4 --timing");
   app.add_option("inputs", o.inputs, "input files: .png, .jpg, or raw NV12/NV21 with --size");
   app.add_option("-o,--output", o.output,
-                 "output file (.png .jpg .yuv .nv12 .nv21), or a folder for several inputs");
-  auto* scaleOpt = app.add_option("--scale", o.scale, "enlargement factor per side (default 2)")
+                 "output file (.png .jpg .yuv .nv12 .nv21), or a folder DIR/ (made when missing), "
+                 "which several inputs need");
+  auto* scaleOpt = app.add_option("--scale", o.scale,
+                                  "enlargement factor per side (default 2; sides rounded to even)")
                        ->check(finiteRange(0.01, 64.0));
   app.add_option("--out-size", o.outSize, "output size WxH (even)")->excludes(scaleOpt);
-  app.add_option("--roi", o.roi, "region x,y,w,h of the input to enlarge");
+  app.add_option("--roi", o.roi,
+                 "region x,y,w,h of the input to enlarge (an odd x or y moves down to even)");
   app.add_option("--size", o.rawSize, "size WxH of raw NV12/NV21 input");
   app.add_option("--format", o.format,
                  "raw layout: nv12 or nv21 (default: from the extension, else nv21)")
