@@ -180,9 +180,11 @@ KQ_API int32_t KQUpScale_ScaleImageFromROI(
  * from that at the source's aspect ratio and rounded the same way. The call
  * does not stretch: when the output's aspect ratio differs from the
  * source's, it cuts the source at its right or bottom edge to the output's
- * ratio, so keeping the two ratios as close as even sizes allow keeps that
- * cut to a row or column or two (none when both scaled sides are even
- * whole numbers, as 640x480 at 2 or 1.5).
+ * ratio. Keeping the two ratios as close as even sizes allow keeps that cut
+ * small: nothing when both scaled sides are even whole numbers (640x480 at
+ * 2 or 1.5); for scales of 1 and more and a source at most twice as long
+ * as wide, at most 2 source rows or columns (3 when a side is odd). A thin
+ * source loses more, as its short output side can only be even.
  * @return 1 on success. 0 when the call would refuse every such size: width
  *         or height below 4, scale not a finite number above 0, a packed
  *         output luma plane (width * height bytes) above 0x7FFFFFFF bytes,
