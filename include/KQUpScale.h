@@ -174,6 +174,63 @@ KQ_API int32_t KQUpScale_ScaleImageFromROI(
     int32_t noiseReduction, int32_t chromaNoiseReduction, float sharpening,
     int32_t numThreads, int32_t affinityMask) KQ_NOEXCEPT;
 
+/**
+ * Computes an output size that the calls above accept for enlarging a source
+ * by `scale` per side (below 1 it shrinks). Not exported: compiled into the
+ * caller. The kqupscale tool sizes its outputs with it.
+ *
+ * @param width,height  the size the call enlarges: the input's width and
+ *                height for a whole-image call; for a region, its width and
+ *                height after clamping, each rounded down to a multiple of 4
+ *                as the call rounds them.
+ * @param scale   enlargement per side, a finite number above 0.
+ * @param outWidth,outHeight  receive the size; written only on success.
+ *
+ * Both sides come out even, as 4:2:0 output needs, and at least 2. The
+ * longer source side times `scale` is rounded to the nearest even number
+ * (halves up: 641 x 3 = 1923 gives 1924); the shorter side is then taken
+ * from that at the source's aspect ratio and rounded the same way. The call
+ * does not stretch: when the output's aspect ratio differs from the
+ * source's, it cuts the source at its right or bottom edge to the output's
+ * ratio. Keeping the two ratios as close as even sizes allow keeps that cut
+ * small: nothing when both scaled sides are even whole numbers (640x480 at
+ * 2 or 1.5); for scales of 1 and more and a source at most twice as long
+ * as wide, at most 2 source rows or columns (3 when a side is odd). A thin
+ * source loses more, as its short output side can only be even.
+ * @return 1 on success. 0 when the call would refuse every such size: width
+ *         or height below 4, scale not a finite number above 0, a packed
+ *         output luma plane (width * height bytes) above 0x7FFFFFFF bytes,
+ *         or an output so small that the cut leaves less than 4x4 source
+ *         pixels (a 6x4 source at 0.5 would give 4x2, a 3x4 cut).
+ */
+static inline int32_t KQUpScale_OutputSize(int32_t width, int32_t height, double scale,
+                                           int32_t* outWidth, int32_t* outHeight) KQ_NOEXCEPT {
+  const int wide = width >= height;
+  const double longSide = wide ? width : height;
+  const double shortSide = wide ? height : width;
+  int64_t longOut, shortOut, w, h;
+  float srcRatio, outRatio;
+  /* `!(a < b)` also catches NaN and infinity. */
+  if (width < 4 || height < 4 || !(scale > 0.0) || !(longSide * scale < 4294967296.0)) return 0;
+  longOut = 2 * (int64_t)(longSide * scale / 2.0 + 0.5);
+  if (longOut < 2) longOut = 2;
+  if (longOut > 0x3FFFFFFF) return 0; /* the short side is at least 2 */
+  shortOut = 2 * (int64_t)((double)longOut * shortSide / longSide / 2.0 + 0.5);
+  if (shortOut < 2) shortOut = 2;
+  w = wide ? longOut : shortOut;
+  h = wide ? shortOut : longOut;
+  if (w * h > 0x7FFFFFFF) return 0;
+  /* The call's cut, in its single-precision arithmetic: it keeps
+   * width / outRatio rows or outRatio * height columns, made even. */
+  srcRatio = (float)width / (float)height;
+  outRatio = (float)w / (float)h;
+  if (srcRatio < outRatio && (float)width / outRatio < 4.0f) return 0;
+  if (srcRatio > outRatio && outRatio * (float)height < 4.0f) return 0;
+  *outWidth = (int32_t)w;
+  *outHeight = (int32_t)h;
+  return 1;
+}
+
 #ifdef __cplusplus
 }
 #endif

@@ -12,3 +12,9 @@ _Static_assert(sizeof(KQYUVMultiPlaneImage) == (sizeof(void*) == 4 ? 52 : 64), "
 
 size_t kqHeaderCheckRecordSizeC(void) { return sizeof(KQYUVMultiPlaneImage); }
 const char* (*kqHeaderCheckVersionFnC(void))(void) { return KQUpScale_GetVersion; }
+
+/* The output-size helper compiled as C, for comparison with the C++ build. */
+int32_t kqHeaderCheckOutputSizeC(int32_t width, int32_t height, double scale, int32_t* outWidth,
+                                 int32_t* outHeight) {
+  return KQUpScale_OutputSize(width, height, scale, outWidth, outHeight);
+}

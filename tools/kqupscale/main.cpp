@@ -91,12 +91,23 @@ struct StageTime {
   double ms;
 };
 
-// Library log lines: stage timings are collected; other lines are shown as
-// the log level asks (--verbose, --quiet, or the KQ_LOG variable).
+// Library log lines: stage timings are collected; a refused call's line
+// ("KQUpScale: <why>; nothing written", which the header documents) is kept
+// for the tool's own error; other lines are shown as the log level asks
+// (--verbose, --quiet, or the KQ_LOG variable).
 std::vector<StageTime> gStages;
+std::string gRefusal;
 
 void logSink(void*, FILE*, int32_t priority, const char* tag, const char* message) {
   const std::string text(message);
+  const std::string refused = "; nothing written";
+  if (priority >= KQ_LOG_ERROR && text.size() > refused.size() &&
+      text.compare(text.size() - refused.size(), refused.size(), refused) == 0) {
+    const std::string prefix = "KQUpScale: ";
+    const size_t from = text.rfind(prefix, 0) == 0 ? prefix.size() : 0;
+    gRefusal = text.substr(from, text.size() - refused.size() - from);
+    return;
+  }
   if (text.rfind("stage ", 0) == 0) {
     // "stage <label> (<id>): <ms> ms"
     const size_t open = text.rfind(" (");
@@ -139,7 +150,12 @@ bool parseSize(const std::string& text, int* w, int* h) {
   return in.eof() && *w >= 1 && *h >= 1 && *w <= 65535 && *h <= 65535;
 }
 
-Region parseRegion(const std::string& text, int width, int height) {
+// The region x,y,w,h of a width x height picture. Its left and top are
+// rounded down to even, keeping its size: 4:2:0 chroma covers 2x2 pixels,
+// and a region starting at an odd column would take every chroma pair from
+// the middle of two pairs, which the library reads with U and V exchanged
+// (red comes out blue). `*moved` says whether the corner moved.
+Region parseRegion(const std::string& text, int width, int height, bool* moved) {
   int x, y, w, h;
   char c1 = 0, c2 = 0, c3 = 0;
   std::istringstream in(text);
@@ -149,12 +165,28 @@ Region parseRegion(const std::string& text, int width, int height) {
   if (x < 0 || y < 0 || w < 4 || h < 4 || int64_t(x) + w > width || int64_t(y) + h > height)
     throw ToolError("region " + text + " lies outside the " + std::to_string(width) + "x" +
                     std::to_string(height) + " image or is smaller than 4x4");
+  *moved = (x | y) & 1;
+  x &= ~1;
+  y &= ~1;
   return Region{x, y, x + w - 1, y + h - 1};
 }
 
 bool isDirectory(const std::string& path) {
   struct stat st;
   return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Creates a folder and the missing folders above it, as mkdir -p does.
+void makeFolders(const std::string& path) {
+  int failure = 0;
+  for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+    const std::string part = path.substr(0, end);
+    if (!part.empty() && ::mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) failure = errno;
+    if (end == std::string::npos) break;
+  }
+  if (!isDirectory(path))
+    throw ToolError("cannot create the output folder '" + path +
+                    "': " + std::strerror(failure != 0 ? failure : ENOTDIR));
 }
 
 std::string baseName(const std::string& path) {
@@ -242,13 +274,17 @@ Picture readInput(const std::string& path, const Options& o) {
   return picture;
 }
 
-// Everything about an output path that can be known before the work: its
-// format, and that its folder exists and can be written to.
-void checkOutputPath(const std::string& path) {
+// What can be known about an output path before the work: its format and
+// name (checkOutputName), and that its folder exists and can be written to
+// (checkOutputFolder).
+void checkOutputName(const std::string& path) {
   if (kindFromExtension(path) == FileKind::kUnknown)
     throw ToolError("cannot tell the output format of '" + path +
                     "' (use .png, .jpg, .yuv, .nv12 or .nv21)");
   if (isDirectory(path)) throw ToolError("output '" + path + "' is a folder");
+}
+
+void checkOutputFolder(const std::string& path) {
   const std::string folder = folderOf(path);
   struct stat st;
   if (::stat(folder.c_str(), &st) != 0)
@@ -293,7 +329,8 @@ struct Settings {
 };
 
 // Runs the library on `in` (optionally a region) into a new image of
-// outW x outH; returns the wall time in milliseconds.
+// outW x outH; returns the wall time in milliseconds. A call the library
+// refuses (it writes nothing) is an error, not an empty picture.
 double upscale(const Nv21Image& in, const Region& region, int outW, int outH, const Settings& s,
                Nv21Image* out) {
   out->width = outW;
@@ -317,10 +354,15 @@ double upscale(const Nv21Image& in, const Region& region, int outW, int outH, co
                            nullptr};
   KQYUVMultiPlaneImage dst{code, outW, outH, 1,        outW,      outH,   2,
                            outW, 2,    outW, out->y(), out->uv(), nullptr};
+  gRefusal.clear();
   const auto t0 = std::chrono::steady_clock::now();
   KQUpScale_ScaleImageFromROI(&src, &dst, region.left, region.top, region.right, region.bottom,
                               s.nr, s.chromaNr, s.sharpen, s.threads, s.affinity);
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+  const auto t1 = std::chrono::steady_clock::now();
+  if (!gRefusal.empty())
+    throw ToolError("enlarging to " + std::to_string(outW) + "x" + std::to_string(outH) +
+                    " refused by the library: " + gRefusal);
+  return std::chrono::duration<double, std::milli>(t1 - t0).count();
 }
 
 void printStages() {
@@ -350,8 +392,8 @@ void checkOutputSize(int64_t w, int64_t h) {
                     " is beyond the memory bound (at most 256 megapixels and 32768 per side)");
 }
 
-// The output size: exact with --out-size, else the work size times the
-// scale rounded to even numbers.
+// The output size: exact with --out-size, else the one the header's
+// helper gives for the scale (even sides, the work size's aspect ratio).
 void outputSize(const Options& o, int workW, int workH, int64_t* outW, int64_t* outH) {
   if (!o.outSize.empty()) {
     int w = 0, h = 0;
@@ -361,8 +403,18 @@ void outputSize(const Options& o, int workW, int workH, int64_t* outW, int64_t* 
     return;
   }
   const double f = o.scale > 0 ? o.scale : 2.0;
-  *outW = int64_t(std::lround(f * workW / 2.0)) * 2;
-  *outH = int64_t(std::lround(f * workH / 2.0)) * 2;
+  int32_t w = 0, h = 0;
+  if (!KQUpScale_OutputSize(workW, workH, f, &w, &h)) {
+    // Refused: beyond 2 GiB of luma (then beyond the tool's own bound too),
+    // or a few pixels that keep less than 4x4 of the source.
+    checkOutputSize(std::llround(f * workW), std::llround(f * workH));
+    std::ostringstream why;
+    why << "scale " << f << " makes a " << workW << "x" << workH
+        << " picture too small to enlarge (less than 4x4 source pixels would be used)";
+    throw ToolError(why.str());
+  }
+  *outW = w;
+  *outH = h;
 }
 
 // Keeps the top-left width x height of an image (both even).
@@ -386,9 +438,14 @@ void processFile(const std::string& inPath, const std::string& outPath, const Op
   Region region;
   int workW = in.width, workH = in.height;
   if (!o.roi.empty()) {
-    region = parseRegion(o.roi, in.width, in.height);
+    bool moved = false;
+    region = parseRegion(o.roi, in.width, in.height, &moved);
     workW = (region.right - region.left + 1) & ~3;
     workH = (region.bottom - region.top + 1) & ~3;
+    if (moved && !o.quiet)
+      std::fprintf(stderr,
+                   "kqupscale: region %s starts at %d,%d (4:2:0 colour needs an even corner)\n",
+                   o.roi.c_str(), region.left, region.top);
   }
   if (workW < 4 || workH < 4) throw ToolError("'" + inPath + "' is smaller than 4x4 pixels");
   int64_t outW, outH;
@@ -471,11 +528,14 @@ int main(int argc, char** argv) {
       "  kqupscale a.jpg b.jpg c.jpg -o outdir/ --threads 4 --timing");
   app.add_option("inputs", o.inputs, "input files: .png, .jpg, or raw NV12/NV21 with --size");
   app.add_option("-o,--output", o.output,
-                 "output file (.png .jpg .yuv .nv12 .nv21), or a folder for several inputs");
-  auto* scaleOpt = app.add_option("--scale", o.scale, "enlargement factor per side (default 2)")
+                 "output file (.png .jpg .yuv .nv12 .nv21), or a folder DIR/ (made when missing), "
+                 "which several inputs need");
+  auto* scaleOpt = app.add_option("--scale", o.scale,
+                                  "enlargement factor per side (default 2; sides rounded to even)")
                        ->check(finiteRange(0.01, 64.0));
   app.add_option("--out-size", o.outSize, "output size WxH (even)")->excludes(scaleOpt);
-  app.add_option("--roi", o.roi, "region x,y,w,h of the input to enlarge");
+  app.add_option("--roi", o.roi,
+                 "region x,y,w,h of the input to enlarge (an odd x or y moves down to even)");
   app.add_option("--size", o.rawSize, "size WxH of raw NV12/NV21 input");
   app.add_option("--format", o.format,
                  "raw layout: nv12 or nv21 (default: from the extension, else nv21)")
@@ -547,36 +607,63 @@ int main(int argc, char** argv) {
         throw ToolError("4:2:0 output needs an even width and height, got " + o.outSize);
       checkOutputSize(w, h);
     }
-    const bool toFolder = o.inputs.size() > 1 || isDirectory(o.output) || o.output.back() == '/';
-    if (toFolder && !isDirectory(o.output))
-      throw ToolError("output folder '" + o.output + "' does not exist");
+    // -o names a folder when it ends in '/' or is one; a missing folder is
+    // created (as mkdir -p), once nothing else is wrong.
+    const bool toFolder = o.output.back() == '/' || isDirectory(o.output);
+    const size_t count = o.inputs.size();
+    if (count > 1 && !toFolder)
+      throw ToolError(std::to_string(count) + " inputs need an output folder, and '" + o.output +
+                      "' is not one (give -o DIR/; it is created when missing)");
     std::vector<std::string> outputs;
     for (const std::string& in : o.inputs) {
       std::string ext = extensionOf(in);
       if (kindFromExtension(in) == FileKind::kUnknown) ext = ".png";
       outputs.push_back(toFolder ? joinPath(o.output, baseName(in) + "_kq" + ext) : o.output);
-      checkOutputPath(outputs.back());
+      checkOutputName(outputs.back());
       // Two inputs of one name (a/x.jpg, b/x.jpg) would overwrite each other.
       for (size_t j = 0; j + 1 < outputs.size(); ++j)
         if (outputs[j] == outputs.back())
           throw ToolError("'" + o.inputs[j] + "' and '" + in + "' would both be written to '" +
                           outputs.back() + "' (rename one, or run them separately)");
     }
+    if (toFolder) makeFolders(o.output);
+    for (const std::string& out : outputs) checkOutputFolder(out);
 
-    int failures = 0;
-    for (size_t i = 0; i < o.inputs.size(); ++i) {
+    // In a batch, an input that fails is reported and skipped; the outputs
+    // of the others are written, and the last line names the failures.
+    std::vector<std::string> failed;
+    for (size_t i = 0; i < count; ++i) {
       const std::string& in = o.inputs[i];
-      if (o.inputs.size() > 1 && !o.quiet)
-        std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, o.inputs.size(), in.c_str());
+      if (count > 1 && !o.quiet) std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, count, in.c_str());
       try {
         processFile(in, outputs[i], o, s);
+        continue;
       } catch (const ToolError& e) {
-        if (o.inputs.size() == 1) throw;
-        std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
-        ++failures;
+        if (count == 1) throw;
+        // The line names the input unless the message already does.
+        const std::string what = e.what();
+        const std::string name = what.find(in) == std::string::npos ? in + ": " : "";
+        std::fprintf(stderr, "kqupscale: error: %s%s\n", name.c_str(), what.c_str());
+      } catch (const std::bad_alloc&) {
+        if (count == 1) throw;
+        std::fprintf(stderr, "kqupscale: error: %s: out of memory\n", in.c_str());
       }
+      failed.push_back(in);
     }
-    return failures == 0 ? 0 : 1;
+    if (failed.empty()) {
+      if (count > 1 && !o.quiet)
+        std::fprintf(stderr, "kqupscale: %zu of %zu inputs written to %s\n", count, count,
+                     o.output.c_str());
+      return 0;
+    }
+    std::string names;
+    for (const std::string& in : failed) names += (names.empty() ? "" : ", ") + in;
+    std::string written;
+    if (failed.size() < count)
+      written = "; the other " + std::to_string(count - failed.size()) + " written to " + o.output;
+    std::fprintf(stderr, "kqupscale: error: %zu of %zu inputs failed: %s%s\n", failed.size(), count,
+                 names.c_str(), written.c_str());
+    return 1;
   } catch (const ToolError& e) {
     std::fprintf(stderr, "kqupscale: error: %s\n", e.what());
     return 1;
