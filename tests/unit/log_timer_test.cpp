@@ -4,11 +4,13 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "runtime/log.h"
 #include "runtime/timer.h"
 #include "runtime/version.h"
 #include "support/log_capture.h"
+#include "support/yuv_image.h"
 
 namespace {
 
@@ -69,6 +71,30 @@ TEST(Timer, SilentByDefaultAndReportsStagesWhenEnabled) {
   kqTimerSetEnabled(false);
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_EQ(log.lines()[0].message.rfind("stage Chroma noise reduction (14): ", 0), 0u);
+}
+
+// A receiver gets every stage of a call, each when it ends, in the order a
+// call runs them (a group after the stages it encloses), with the ids of the
+// stage table; the log gets no stage line meanwhile.
+TEST(Timer, ReceiverGetsEveryStageOfACallInOrder) {
+  KqLogCapture log;
+  std::vector<int32_t> stops;
+  KQStageReceiver receiver = {
+      [](void* user, int32_t stage, double ms) {
+        EXPECT_GE(ms, 0.0);
+        static_cast<std::vector<int32_t>*>(user)->push_back(stage);
+      },
+      &stops};
+  kqTimerSetReceiver(&receiver);
+  const KqYuv src = KqYuv::camera(64, 48, 2);
+  KqYuv dst(128, 96, 132);
+  const KQYUVMultiPlaneImage in = src.record(8), out = dst.record(8);
+  KQUpScale_ScaleImage(&in, &out, 3, 4, 0.6f, 2, 0);
+  kqTimerSetReceiver(nullptr);
+  EXPECT_EQ(stops, (std::vector<int32_t>{0, 1, 2, 3, 92, 101, 99, 12, 91, 95, 13, 80, 81, 83, 14,
+                                         4, 21, 22, 5}));
+  for (int32_t id : stops) EXPECT_NE(kqStageInfo(KQStage(id)), nullptr) << id;
+  for (const KqLogLine& line : log.lines()) EXPECT_NE(line.message.rfind("stage ", 0), 0u);
 }
 
 // "Name vX.Y.Z (Platform/NN-bit, date, <40 hex digits>)"

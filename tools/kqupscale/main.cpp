@@ -55,48 +55,22 @@ struct Region {
   int left = -1, top = -1, right = -1, bottom = -1;
 };
 
-// What each stage timer of the library measures, in the order the stages
-// run; `depth` nests a stage inside the one above it. The library's own
-// labels are internal names (some not in English) and are not shown.
-struct StageInfo {
-  int id;
-  int depth;
-  const char* what;
-};
-constexpr StageInfo kStages[] = {
-    {0, 0, "input planes split into luma, U and V"},
-    {1, 0, "scaling matrices"},
-    {2, 0, "luma warp (bilinear)"},
-    {3, 0, "chroma warp (nearest sample)"},
-    {4, 0, "filters, all three"},
-    {12, 1, "luma noise filter"},
-    {92, 2, "inner rows, side strips and their blend"},
-    {101, 2, "top and bottom border rows"},
-    {99, 2, "blend of the border rows"},
-    {13, 1, "sharpening"},
-    {91, 2, "sharpening rows"},
-    {95, 2, "sharpening rows (second timer, same span)"},
-    {14, 1, "chroma noise filter"},
-    {80, 2, "pass 1: full to half size"},
-    {81, 2, "pass 2: at half size"},
-    {83, 2, "pass 3: half to full size along luma edges"},
-    {5, 0, "output assembly"},
-    {21, 1, "luma rows spread to the output row stride"},
-    {22, 1, "U and V interleaved into the output"},
-};
-
+// Stage times as the library's stage timers report them (stage ids and
+// descriptions: runtime/stages.h).
 struct StageTime {
   int id;
-  std::string label;
   double ms;
 };
 
-// Library log lines: stage timings are collected; a refused call's line
-// ("KQUpScale: <why>; nothing written", which the header documents) is kept
-// for the tool's own error; other lines are shown as the log level asks
-// (--verbose, --quiet, or the KQ_LOG variable).
+// Library log lines: a refused call's line ("KQUpScale: <why>; nothing
+// written", which the header documents) is kept for the tool's own error;
+// other lines are shown as the log level asks (--verbose, --quiet, or the
+// KQ_LOG variable). Stage times come from the timers' receiver.
 std::vector<StageTime> gStages;
 std::string gRefusal;
+
+void collectStage(void*, int32_t stage, double ms) { gStages.push_back({stage, ms}); }
+const KQStageReceiver kStageReceiver = {collectStage, nullptr};
 
 void logSink(void*, FILE*, int32_t priority, const char* tag, const char* message) {
   const std::string text(message);
@@ -107,16 +81,6 @@ void logSink(void*, FILE*, int32_t priority, const char* tag, const char* messag
     const size_t from = text.rfind(prefix, 0) == 0 ? prefix.size() : 0;
     gRefusal = text.substr(from, text.size() - refused.size() - from);
     return;
-  }
-  if (text.rfind("stage ", 0) == 0) {
-    // "stage <label> (<id>): <ms> ms"
-    const size_t open = text.rfind(" (");
-    const size_t colon = text.rfind("): ");
-    if (open != std::string::npos && colon != std::string::npos && open > 6) {
-      gStages.push_back({std::atoi(text.c_str() + open + 2), text.substr(6, open - 6),
-                         std::atof(text.c_str() + colon + 3)});
-      return;
-    }
   }
   if (kqLogWanted(priority))
     std::fprintf(stderr, "%c/%s: %s\n", kqLogPriorityLetter(priority), tag, message);
@@ -365,22 +329,17 @@ double upscale(const Nv21Image& in, const Region& region, int outW, int outH, co
   return std::chrono::duration<double, std::milli>(t1 - t0).count();
 }
 
+// The stages in the order a call runs them, each with what it does, nested
+// in its group.
 void printStages() {
-  std::vector<bool> shown(gStages.size(), false);
-  auto print = [](int id, int depth, const std::string& what, double ms) {
-    const int indent = 2 * depth;
-    std::printf("  %3d  %*s%-*s %9.2f ms\n", id, indent, "", 46 - indent, what.c_str(), ms);
-  };
-  for (const StageInfo& info : kStages) {
-    for (size_t i = 0; i < gStages.size(); ++i) {
-      if (gStages[i].id != info.id) continue;
-      print(info.id, info.depth, info.what, gStages[i].ms);
-      shown[i] = true;
+  for (size_t k = 0; k < kKqStageCount; ++k) {
+    const KQStageInfo& info = kKqStages[k];
+    for (const StageTime& t : gStages) {
+      if (t.id != kqStageId(info.id)) continue;
+      const int indent = 2 * info.depth;
+      std::printf("  %3d  %*s%-*s %9.2f ms\n", t.id, indent, "", 46 - indent, info.what, t.ms);
     }
   }
-  // Stages this table does not know yet keep the library's label.
-  for (size_t i = 0; i < gStages.size(); ++i)
-    if (!shown[i]) print(gStages[i].id, 0, gStages[i].label, gStages[i].ms);
   gStages.clear();
 }
 
@@ -580,7 +539,7 @@ int main(int argc, char** argv) {
   if (o.verbose) kqLogSetLevel(KQ_LOG_LEVEL_INFO);
   if (o.quiet) kqLogSetLevel(KQ_LOG_LEVEL_OFF);
   kqLogSetSink(logSink, nullptr);
-  kqTimerSetEnabled(o.timing || o.demo);
+  if (o.timing || o.demo) kqTimerSetReceiver(&kStageReceiver);
   if (o.threads == 0)
     o.threads = int(std::min(8u, std::max(1u, std::thread::hardware_concurrency())));
 
