@@ -70,7 +70,7 @@ constexpr int32_t kWindow = 32;
 // the clamped columns win .. win + 31 (kCopy: the window leaves the row), or
 // pixel by pixel in the 32-bit lane arithmetic (kNone: the pixels spread
 // over more than 32 bytes).
-enum GroupForm : int32_t { kInside = 0, kCopy = 1, kNone = 2 };
+enum GroupForm : int32_t { kInside = 0, kCopy = 1, kNone = 2, kInside16 = 3 };
 
 struct alignas(16) Group {
   uint8_t sel[kGroup];   // left byte of each pixel in the window (xi - win)
@@ -123,6 +123,13 @@ void buildGroup(const KQWarpRow* row, int32_t k0, Group* g) {
     win = lo;
     g->form = kCopy;
   }
+#if !defined(__aarch64__)
+  const int32_t win16 = lo < width - 16 ? lo : width - 16;
+  if (g->form == kInside && hi - lo <= 14 && win16 >= 0 && win16 >= hi - 14) {
+    win = win16;
+    g->form = kInside16;
+  }
+#endif
   g->win = win;
   for (int32_t i = 0; i < kGroup; ++i) {
     g->sel[i] = uint8_t(xi[i] - win);
@@ -159,11 +166,11 @@ Plan planOf(const KQWarpRow* row) {
 // The 32-byte window as a table, and 16 look-ups in it.
 #if defined(__aarch64__)
 using Window = uint8x16x2_t;
-inline Window windowAt(const uint8_t* p) { return vld1q_u8_x2(p); }
-inline uint8x16_t pick(const Window& w, uint8x16_t idx) { return vqtbl2q_u8(w, idx); }
+inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) { return vld1q_u8_x2(p); }
+inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) { return vqtbl2q_u8(w, idx); }
 #else
 using Window = uint8x8x4_t;
-inline Window windowAt(const uint8_t* p) {
+inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) {
   Window w;
   const uint8x16_t a = vld1q_u8(p), b = vld1q_u8(p + 16);
   w.val[0] = vget_low_u8(a);
@@ -172,7 +179,22 @@ inline Window windowAt(const uint8_t* p) {
   w.val[3] = vget_high_u8(b);
   return w;
 }
-inline uint8x16_t pick(const Window& w, uint8x16_t idx) {
+// armv7 also has groups whose bytes fit 16 (every group of an enlargement by
+// 1.1 or more): their window is one q register, the pair of d registers that
+// vtbl2 takes as it is (a 32-byte window costs register moves into the four
+// consecutive ones vtbl4 takes).
+using Window16 = uint8x8x2_t;
+inline __attribute__((always_inline)) Window16 window16At(const uint8_t* p) {
+  const uint8x16_t a = vld1q_u8(p);
+  Window16 w;
+  w.val[0] = vget_low_u8(a);
+  w.val[1] = vget_high_u8(a);
+  return w;
+}
+inline __attribute__((always_inline)) uint8x16_t pick(const Window16& w, uint8x16_t idx) {
+  return vcombine_u8(vtbl2_u8(w, vget_low_u8(idx)), vtbl2_u8(w, vget_high_u8(idx)));
+}
+inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) {
   return vcombine_u8(vtbl4_u8(w, vget_low_u8(idx)), vtbl4_u8(w, vget_high_u8(idx)));
 }
 #endif
@@ -182,7 +204,8 @@ struct Halves {
 };
 
 // h of a group's 16 pixels from a window of source row bytes.
-inline Halves horizontal(const Group& g, const Window& w) {
+template <class W>
+inline __attribute__((always_inline)) Halves horizontal(const Group& g, const W& w) {
   const uint8x16_t l = pick(w, vld1q_u8(g.sel)), r = pick(w, vld1q_u8(g.selR));
   const uint8x16_t f = vld1q_u8(g.f), nf = vld1q_u8(g.nf);
   uint16x8_t lo = vmull_u8(vget_low_u8(l), vget_low_u8(nf));
@@ -213,12 +236,16 @@ __attribute__((noinline)) Halves edgeHorizontal(const Group& g, const KQWarpRow*
   return Halves{vld1q_u16(h), vld1q_u16(h + 8)};
 }
 
-// The high bytes of 16 sums: the output pixels.
-inline uint8x16_t highBytes(uint16x8_t lo, uint16x8_t hi) {
+// Stores the output pixels of one row, the high bytes of u + d * w1 (16-bit
+// lanes): an add that keeps the high halves does the shift and the narrowing.
+inline __attribute__((always_inline)) void storeRow(uint8_t* out, uint16x8_t uLo, uint16x8_t uHi,
+                                                    uint16x8_t dLo, uint16x8_t dHi,
+                                                    uint16x8_t w1) {
+  const uint8x8_t lo = vaddhn_u16(uLo, vmulq_u16(dLo, w1));
 #if defined(__aarch64__)
-  return vuzp2q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
+  vst1q_u8(out, vaddhn_high_u16(lo, uHi, vmulq_u16(dHi, w1)));
 #else
-  return vcombine_u8(vshrn_n_u16(lo, 8), vshrn_n_u16(hi, 8));
+  vst1q_u8(out, vcombine_u8(lo, vaddhn_u16(uHi, vmulq_u16(dHi, w1))));
 #endif
 }
 
@@ -235,6 +262,11 @@ void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, cons
     if (g.form == kInside) {
       hl = horizontal(g, windowAt(s1 + g.win));
       if (!kReuse) hu = horizontal(g, windowAt(s0 + g.win));
+#if !defined(__aarch64__)
+    } else if (g.form == kInside16) {
+      hl = horizontal(g, window16At(s1 + g.win));
+      if (!kReuse) hu = horizontal(g, window16At(s0 + g.win));
+#endif
     } else {
       hl = edgeHorizontal(g, row, s1);
       if (!kReuse) hu = edgeHorizontal(g, row, s0);
@@ -246,8 +278,7 @@ void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, cons
     const uint16x8_t uLo = vshlq_n_u16(hu.lo, 4), uHi = vshlq_n_u16(hu.hi, 4);
     uint8_t* out = dst + g.k0;
     for (int32_t r = 0; r < kRows; ++r, out += dstStride)
-      vst1q_u8(out, highBytes(vaddq_u16(uLo, vmulq_u16(dLo, w1[r])),
-                              vaddq_u16(uHi, vmulq_u16(dHi, w1[r]))));
+      storeRow(out, uLo, uHi, dLo, dHi, w1[r]);
   }
 }
 
