@@ -140,7 +140,7 @@ void buildGroup(const KQWarpRow* row, int32_t k0, Group* g) {
 }
 
 // The plan of a row that takes one, built on first use.
-Plan planOf(const KQWarpRow* row) {
+Plan planOf(const KQWarpRow* row, void (*build)(const KQWarpRow*, int32_t, Group*)) {
   Plan p;
   p.header = row->plan + ((64 - (reinterpret_cast<uintptr_t>(row->plan) & 63)) & 63);
   if (*row->planReady != 0) {
@@ -156,7 +156,7 @@ Plan planOf(const KQWarpRow* row) {
   if (*row->planReady == 0) {
     for (int32_t c = 0; c < p.count; ++c) {
       const int32_t k0 = c * kGroup + kGroup > row->count ? row->count - kGroup : c * kGroup;
-      buildGroup(row, k0, &p.groups[c]);
+      build(row, k0, &p.groups[c]);
     }
     *row->planReady = 1;
   }
@@ -172,11 +172,10 @@ inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_
 using Window = uint8x8x4_t;
 inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) {
   Window w;
-  const uint8x16_t a = vld1q_u8(p), b = vld1q_u8(p + 16);
-  w.val[0] = vget_low_u8(a);
-  w.val[1] = vget_high_u8(a);
-  w.val[2] = vget_low_u8(b);
-  w.val[3] = vget_high_u8(b);
+  w.val[0] = vld1_u8(p);
+  w.val[1] = vld1_u8(p + 8);
+  w.val[2] = vld1_u8(p + 16);
+  w.val[3] = vld1_u8(p + 24);
   return w;
 }
 // armv7 also has groups whose bytes fit 16 (every group of an enlargement by
@@ -185,10 +184,9 @@ inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) {
 // consecutive ones vtbl4 takes).
 using Window16 = uint8x8x2_t;
 inline __attribute__((always_inline)) Window16 window16At(const uint8_t* p) {
-  const uint8x16_t a = vld1q_u8(p);
   Window16 w;
-  w.val[0] = vget_low_u8(a);
-  w.val[1] = vget_high_u8(a);
+  w.val[0] = vld1_u8(p);
+  w.val[1] = vld1_u8(p + 8);
   return w;
 }
 inline __attribute__((always_inline)) uint8x16_t pick(const Window16& w, uint8x16_t idx) {
@@ -284,7 +282,7 @@ void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, cons
 
 bool plannedRow(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
   if (!takesPlan(row)) return false;
-  const Plan plan = planOf(row);
+  const Plan plan = planOf(row, buildGroup);
   // In an enlargement the next call's upper row is this call's lower row,
   // and the same chain gives it the same h.
   const uint8_t* keptRow;
@@ -344,11 +342,63 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
   }
 }
 
+namespace {
+
+// Planned nearest-sample rows, by groups of 16 pixels as the bilinear ones:
+// each pixel's clamped column clampCol(xi) is picked out of a 32-byte window
+// inside the row with one table look-up (the clamping in the look-up bytes,
+// so the plane's edges need no copy); a group whose columns spread over more
+// than 32 bytes goes pixel by pixel. Planes narrower than a window take the
+// blocks.
+void buildNearestGroup(const KQWarpRow* row, int32_t k0, Group* g) {
+  std::memset(g, 0, sizeof *g);
+  g->k0 = k0;
+  const int32_t width = row->srcWidth;
+  int32_t col[kGroup], lo = width, hi = 0;
+  for (int32_t i = 0; i < kGroup; ++i) {
+    int32_t xi, frac;
+    kqwarp::pixelPosition(row->codes, row->step, k0 + i, &xi, &frac);
+    col[i] = kqwarp::clampCol(xi, width);
+    lo = col[i] < lo ? col[i] : lo;
+    hi = col[i] > hi ? col[i] : hi;
+  }
+  if (hi - lo > kWindow - 1) {
+    g->form = kNone;
+    return;
+  }
+  g->form = kInside;
+  g->win = lo < width - kWindow ? lo : width - kWindow;
+  for (int32_t i = 0; i < kGroup; ++i) g->sel[i] = uint8_t(col[i] - g->win);
+}
+
+bool plannedNearest(uint8_t* dst, const KQWarpRow* row) {
+  if (!takesPlan(row) || row->srcWidth < kWindow) return false;
+  const Plan plan = planOf(row, buildNearestGroup);
+  const uint8_t* s = row->src0;
+  for (int32_t c = 0; c < plan.count; ++c) {
+    const Group& g = plan.groups[c];
+    if (g.form == kInside) {
+      vst1q_u8(dst + g.k0, pick(windowAt(s + g.win), vld1q_u8(g.sel)));
+      continue;
+    }
+
+    for (int32_t i = 0; i < kGroup; ++i) {
+      int32_t xi, frac;
+      kqwarp::pixelPosition(row->codes, row->step, g.k0 + i, &xi, &frac);
+      dst[g.k0 + i] = s[kqwarp::clampCol(xi, row->srcWidth)];
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
 void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
   if (!kqwarp::vectorStep(row->step)) {
     kqWarpNearestRow_c(dst, row);
     return;
   }
+  if (plannedNearest(dst, row)) return;
   const int32_t count = row->count, width = row->srcWidth;
   const uint8x8_t off = laneOffsets(row->step);
   uint8_t edge[16] = {};
