@@ -342,7 +342,11 @@ struct SharpenNeon {
     lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(b), vget_low_u8(d)), wi);
     hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(b), vget_high_u8(d)), wi);
     lo = vmlal_u8(lo, vget_low_u8(c), wc);
+#if defined(__aarch64__)
+    hi = vmlal_high_u8(hi, c, vcombine_u8(wc, wc));  // umlal2: no move of the high half
+#else
     hi = vmlal_u8(hi, vget_high_u8(c), wc);
+#endif
   }
 
   // V of columns x .. x + 15: (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7,
@@ -389,10 +393,78 @@ struct SharpenNeon {
                                   respond<kSmallGain, kThreshold>(hi, vget_high_u8(o))));
   }
 
+  // V of the 16 columns from x (the centre row's bytes there in *centre).
+  uint8x16_t vBlock(int32_t x, uint8x16_t* centre) const {
+    const uint8x16_t r0 = vld1q_u8(rows[0] + x), r1 = vld1q_u8(rows[1] + x);
+    const uint8x16_t r2 = vld1q_u8(rows[2] + x), r3 = vld1q_u8(rows[3] + x);
+    const uint8x16_t r4 = vld1q_u8(rows[4] + x);
+    uint16x8_t lo, hi;
+    taps(r0, r1, r2, r3, r4, lo, hi);
+    *centre = r2;
+    return vcombine_u8(vqrshrn_n_u16(lo, 7), vqrshrn_n_u16(hi, 7));
+  }
+
+  // 16 outputs from V of the 16 columns before them (prev), at them (cur)
+  // and after them (next), and the original bytes o.
+  template <bool kSmallGain, bool kThreshold>
+  uint8x16_t outBlock(uint8x16_t prev, uint8x16_t cur, uint8x16_t next, uint8x16_t o) const {
+    uint16x8_t lo, hi;
+    taps(vextq_u8(prev, cur, 14), vextq_u8(prev, cur, 15), cur, vextq_u8(cur, next, 1),
+         vextq_u8(cur, next, 2), lo, hi);
+    return vcombine_u8(respond<kSmallGain, kThreshold>(lo, vget_low_u8(o)),
+                       respond<kSmallGain, kThreshold>(hi, vget_high_u8(o)));
+  }
+
+  // Columns [0, nv), nv >= 32 (aarch64): both passes in registers, V of the next 16
+  // columns computed before the outputs of the current 16 (vext takes the
+  // neighbours across blocks). V(-1) = V(-2) = V(0) come from a first
+  // "previous" block of V(0), V(nv) = V(nv + 1) = V(nv - 1) from a last
+  // "next" block of V(nv - 1); where nv is no multiple of 16 the last block
+  // ends at nv, overlapping the one before (equal bytes written twice).
+  template <bool kSmallGain, bool kThreshold>
+  void rowInRegisters(uint8_t* dst, int32_t nv) const {
+    const SharpenNeon k = *this;  // weights in registers, not behind `this`
+    uint8x16_t o, oNext;
+    uint8x16_t cur = k.vBlock(0, &o);
+    uint8x16_t prev = vdupq_lane_u8(vget_low_u8(cur), 0);
+    const int32_t last = nv - 16;
+    int32_t x = 0;
+    for (; x + 16 < last; x += 16) {
+      const uint8x16_t next = k.vBlock(x + 16, &oNext);
+      vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold>(prev, cur, next, o));
+      prev = cur;
+      cur = next;
+      o = oNext;
+    }
+    // Now x + 16 >= last >= x, and last - x is 0, 8 or 16 (nv is a multiple
+    // of 8): the block at x (unless it is the last one), then the one that
+    // ends at nv, its V from the blocks in hand where they overlap it.
+    uint8x16_t oLast;
+    const uint8x16_t vLast = k.vBlock(last, &oLast);
+    const uint8x16_t after = vdupq_lane_u8(vget_high_u8(vLast), 7);  // V(nv - 1)
+    if (x == last) {
+      vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold>(prev, vLast, after, o));
+      return;
+    }
+    const bool aligned = x + 16 == last;
+    const uint8x16_t next = aligned ? vLast : vextq_u8(vLast, vLast, 8);  // V(x + 16), ..
+    const uint8x16_t before = aligned ? cur : vextq_u8(prev, cur, 8);     // V(last - 16), ..
+    vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold>(prev, cur, next, o));
+    vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold>(before, vLast, after, oLast));
+  }
+
   // Columns [0, nv), nv >= 8. The rows must be readable and dst writable
   // for max(nv, 16) columns (the caller pads a row of 8).
   template <bool kSmallGain, bool kThreshold>
   void row(uint8_t* dst, int32_t nv) const {
+#if defined(__aarch64__)
+    // armv7 keeps the line buffer: with half the registers the blocks in
+    // flight cost more moves than the buffer's loads and stores.
+    if (nv >= 32) {
+      rowInRegisters<kSmallGain, kThreshold>(dst, nv);
+      return;
+    }
+#endif
     const SharpenNeon k = *this;  // weights in registers, not behind `this`
     uint8_t buf[kLeft + kChunk + 16 + 2];
     uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)
