@@ -5,7 +5,8 @@
       instructions per function (the profile's blocks mapped onto BINARY's symbols), largest first
   arm_profile.py mca PROFILE BINARY --objdump OBJDUMP --triple T --cpus C1,C2
                  --kernel LABEL[:PIXELS]=SYMBOL [--kernel ...] --pixels P [--mca llvm-mca]
-      for each kernel: the hot loops of the hottest function whose name contains SYMBOL (the
+      for each kernel: the hot loops of the hottest function whose name contains SYMBOL (or one
+      of several, SYMBOL1|SYMBOL2: a row's loops may lie in helpers the compiler kept apart; the
       innermost backward branch around its hottest block, then around the hottest block outside
       the loops found so far, while such a loop executes at least 15 % of the function's
       instructions), each fed to llvm-mca for each cpu; prints each loop's instructions,
@@ -115,7 +116,7 @@ def hot_loops(blocks, syms, pattern, objdump, binary, share=0.1):
     """The innermost loops of the hottest function matching pattern that each execute at least
     `share` of its instructions (at most 4, none enclosing another), hottest first:
     (function, [(body, iterations), ...], share of the function's instructions they hold)."""
-    cands = [s for s in syms if pattern in s[2]]
+    cands = [s for s in syms if any(p in s[2] for p in pattern.split("|"))]
     per_fn = []
     for s in cands:
         inside = {a: ne for a, ne in blocks.items() if s[0] <= a < s[0] + s[1]}
