@@ -413,19 +413,26 @@ KQ_INLINE Out<L> means(const Acc<L>& a) {
 // The far taps of a row's first and last steps (16 lanes): the look-up bytes
 // that move lane i - s to lane i (up) or lane i + s to lane i (down), the
 // lanes that nothing moves into keeping their own value, as the reference
-// replaces a tap outside the work area by the centre.
+// replaces a tap outside the work area by the centre. Made where a first or
+// last step needs them, so that nothing of them stays in registers across
+// the steps between.
 struct Shift {
-  uint8x16_t up, down;
+  int s;
 };
 
-KQ_INLINE Shift shiftOf(int s) {
-  uint8_t up[16], down[16];
-  for (int i = 0; i < 16; ++i) {
-    up[i] = uint8_t(i >= s ? i - s : i);
-    down[i] = uint8_t(i + s < 16 ? i + s : i);
-  }
-  return Shift{vld1q_u8(up), vld1q_u8(down)};
+KQ_INLINE uint8x16_t shiftUp(const Shift& sh) {
+  static const uint8_t kLanes[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const uint8x16_t i = vld1q_u8(kLanes), s = vdupq_n_u8(uint8_t(sh.s));
+  return vbslq_u8(vcgeq_u8(i, s), vsubq_u8(i, s), i);
 }
+
+KQ_INLINE uint8x16_t shiftDown(const Shift& sh) {
+  static const uint8_t kLanes[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const uint8x16_t i = vld1q_u8(kLanes), s = vaddq_u8(i, vdupq_n_u8(uint8_t(sh.s)));
+  return vbslq_u8(vcltq_u8(s, vdupq_n_u8(16)), s, i);
+}
+
+KQ_INLINE Shift shiftOf(int s) { return Shift{s}; }
 
 enum StepKind { kInner, kFirst, kLast };
 template <int kKind>
@@ -478,14 +485,14 @@ KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const 
   const size_t up = size_t(yUp) * w + X0, down = size_t(yDown) * w + X0;
   addTap<L, kShift>(&far, t, ce, L::every4th(lumaUp), L::even(c->inU + up), L::even(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift>(&far, t, ce, Q::move(l00, sh.up), Q::move(u00, sh.up), Q::move(v00, sh.up));
+    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)), Q::move(v00, shiftUp(sh)));
   } else {
     addTap<L, kShift>(&far, t, ce, L::every4th(lumaY - 2 * M), L::even(c->inU + row - M),
                       L::even(c->inV + row - M));
   }
   if constexpr (kKind == kLast) {
-    addTap<L, kShift>(&far, t, ce, Q::move(l00, sh.down), Q::move(u00, sh.down),
-                      Q::move(v00, sh.down));
+    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftDown(sh)), Q::move(u00, shiftDown(sh)),
+                      Q::move(v00, shiftDown(sh)));
   } else {
     addTap<L, kShift>(&far, t, ce, L::every4th(lumaY + 2 * M), L::even(c->inU + row + M),
                       L::even(c->inV + row + M));
@@ -520,15 +527,15 @@ KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const Tables& t, const 
   Acc<L> a = accStart<L>(1);
   addTap<L, kShift>(&a, t, ce, L::every4th(lumaUp), L::load(c->inU + up), L::load(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, sh.up), Q::move(mu, sh.up), Q::move(mv, sh.up));
+    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)), Q::move(mv, shiftUp(sh)));
   } else {
     addTap<L, kShift>(&a, t, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
                       L::load(c->inV + at - m));
   }
   addTap<L, kShift>(&a, t, ce, ce.y, mu, mv);
   if constexpr (kKind == kLast) {
-    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, sh.down), Q::move(mu, sh.down),
-                      Q::move(mv, sh.down));
+    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
+                      Q::move(mv, shiftDown(sh)));
   } else {
     addTap<L, kShift>(&a, t, ce, L::every4th(lumaY + 4 * m), L::load(c->inU + at + m),
                       L::load(c->inV + at + m));
@@ -563,15 +570,15 @@ KQ_INLINE Out<L> pass3Step(const KQChromaPassContext* c, const Tables& t, const 
   addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaUp), L::repeat(c->inU + up),
                        L::repeat(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift, g>(&a, t, ce, Q::move(my, sh.up), Q::move(mu, sh.up), Q::move(mv, sh.up));
+    addTap<L, kShift, g>(&a, t, ce, Q::move(my, shiftUp(sh)), Q::move(mu, shiftUp(sh)), Q::move(mv, shiftUp(sh)));
   } else {
     addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY - 4), L::repeat(c->inU + mid - 1),
                          L::repeat(c->inV + mid - 1));
   }
   addTap<L, kShift, g>(&a, t, ce, my, mu, mv);
   if constexpr (kKind == kLast) {
-    addTap<L, kShift, g>(&a, t, ce, Q::move(my, sh.down), Q::move(mu, sh.down),
-                         Q::move(mv, sh.down));
+    addTap<L, kShift, g>(&a, t, ce, Q::move(my, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
+                         Q::move(mv, shiftDown(sh)));
   } else {
     addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY + 4), L::repeat(c->inU + mid + 1),
                          L::repeat(c->inV + mid + 1));
