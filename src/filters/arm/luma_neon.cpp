@@ -117,7 +117,8 @@ inline uint32x4_t exactQuotient(uint32x4_t n, uint32x4_t d) {
 // column x, r[k] at the tap rows' column x + s (row 0 the centre row, then
 // y - 2, y + 2, y - 4, y + 4). Two groups of seven taps (the first with the
 // centre's own weight 30) keep N in u16 and D in u8 lanes.
-inline uint8x16_t borderBlock(const uint8_t* c0, const uint8_t* const r[5]) {
+inline __attribute__((always_inline)) uint8x16_t borderBlock(const uint8_t* c0,
+                                                         const uint8_t* const r[5]) {
   const uint8x16_t k30 = vdupq_n_u8(30);
   const uint8x16_t c = vld1q_u8(c0);
   uint16x8_t aLo = vmull_u8(vget_low_u8(c), vdup_n_u8(30));
