@@ -11,8 +11,8 @@
 //               stages alone, on the planes the pipeline hands them (made before the work):
 //                 stage.intake        the chroma split into U and V planes for the chroma filter
 //                 stage.luma-warp     the bilinear luma warp
-//                 stage.chroma-pairs  the nearest-sample warp of interleaved pairs (no chroma filter)
-//                 stage.chroma-warp   the nearest-sample warp of the U and V planes
+//                 stage.chroma-pairs  the nearest-sample warp of interleaved pairs (no chroma
+//                 filter) stage.chroma-warp   the nearest-sample warp of the U and V planes
 //                 stage.luma-nr       luma noise reduction, strength 3
 //                 stage.sharpen       sharpening, strength 0.6
 //                 stage.chroma-nr     chroma noise reduction, strength 4 (its three passes)
@@ -60,9 +60,7 @@ constexpr int32_t kGridSide = 4;
 struct Plane {
   std::vector<uint8_t> bytes;
   KQImage8 image{};
-  Plane(int32_t w, int32_t h) : bytes(size_t(w) * size_t(h), 0) {
-    image = {w, h, bytes.data()};
-  }
+  Plane(int32_t w, int32_t h) : bytes(size_t(w) * size_t(h), 0) { image = {w, h, bytes.data()}; }
 };
 
 // The planes and grids of one workload's pipeline, as the pipeline makes them for a whole-image
@@ -131,8 +129,8 @@ struct Stages {
   void chromaWarp() {
     KQImage8 uList[2] = {inU.image, outU.image};
     KQImage8 vList[2] = {inV.image, outV.image};
-    warpAll(uList, vList, nullptr, chromaForward, chromaInverse, 0, limitX / 2, 0, limitY / 2, 1,
-            0, 0, 1, 1, 0, kGridSide, kGridSide);
+    warpAll(uList, vList, nullptr, chromaForward, chromaInverse, 0, limitX / 2, 0, limitY / 2, 1, 0,
+            0, 1, 1, 0, kGridSide, kGridSide);
   }
 
   void chromaPairs() {
@@ -140,8 +138,8 @@ struct Stages {
                             ptrdiff_t(outW & ~1), false};
     KQImage8 list[2] = {{workW / 2, workH / 2, source.chromaData},
                         {outW / 2, outH / 2, out.image.chromaData}};
-    warpAll(list, nullptr, &pairs, chromaForward, chromaInverse, 0, limitX / 2, 0, limitY / 2, 1,
-            0, 0, 1, 1, 0, kGridSide, kGridSide);
+    warpAll(list, nullptr, &pairs, chromaForward, chromaInverse, 0, limitX / 2, 0, limitY / 2, 1, 0,
+            0, 1, 1, 0, kGridSide, kGridSide);
   }
 
   void lumaNr() {
@@ -182,9 +180,9 @@ struct Stages {
     c.srcU = outU.image.data;
     c.srcV = outV.image.data;
     c.luma = lumaY.image.data;
-    const uint8_t* inputs[3][2] = {
-        {outU.image.data, outV.image.data}, {h1U.image.data, h1V.image.data},
-        {h2U.image.data, h2V.image.data}};
+    const uint8_t* inputs[3][2] = {{outU.image.data, outV.image.data},
+                                   {h1U.image.data, h1V.image.data},
+                                   {h2U.image.data, h2V.image.data}};
     uint8_t* outputs[3][2] = {{h1U.image.data, h1V.image.data},
                               {h2U.image.data, h2V.image.data},
                               {filtU.image.data, filtV.image.data}};
@@ -240,18 +238,30 @@ int main(int argc, char** argv) {
     if (name == "stage.chroma-nr1" || name == "stage.chroma-nr2" || name == "stage.chroma-nr3")
       s.chromaNr();  // the passes' inputs
     for (int r = 0; r < reps; ++r) {
-      if (name == "stage.intake") s.intake();
-      else if (name == "stage.luma-warp") s.lumaWarp(&s.lumaY.image);
-      else if (name == "stage.chroma-pairs") s.chromaPairs();
-      else if (name == "stage.chroma-warp") s.chromaWarp();
-      else if (name == "stage.luma-nr") s.lumaNr();
-      else if (name == "stage.sharpen") s.sharpen();
-      else if (name == "stage.chroma-nr") s.chromaNr();
-      else if (name == "stage.chroma-nr1") s.chromaPass(1);
-      else if (name == "stage.chroma-nr2") s.chromaPass(2);
-      else if (name == "stage.chroma-nr3") s.chromaPass(3);
-      else if (name == "stage.interleave") s.interleave();
-      else return usage();
+      if (name == "stage.intake")
+        s.intake();
+      else if (name == "stage.luma-warp")
+        s.lumaWarp(&s.lumaY.image);
+      else if (name == "stage.chroma-pairs")
+        s.chromaPairs();
+      else if (name == "stage.chroma-warp")
+        s.chromaWarp();
+      else if (name == "stage.luma-nr")
+        s.lumaNr();
+      else if (name == "stage.sharpen")
+        s.sharpen();
+      else if (name == "stage.chroma-nr")
+        s.chromaNr();
+      else if (name == "stage.chroma-nr1")
+        s.chromaPass(1);
+      else if (name == "stage.chroma-nr2")
+        s.chromaPass(2);
+      else if (name == "stage.chroma-nr3")
+        s.chromaPass(3);
+      else if (name == "stage.interleave")
+        s.interleave();
+      else
+        return usage();
     }
     return 0;
   }

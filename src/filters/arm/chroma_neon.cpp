@@ -390,8 +390,8 @@ KQ_INLINE void addTap(Acc<L>* a, const Tables& t, const Centre<L>& c, typename L
   if (kLumaGain > 0) dY = L::template qshl<kLumaGain>(dY);
   const B wV = weightOf<L, kShift>(L::abd(c.v, tV), t);
   const B wU = weightOf<L, kShift>(L::abd(c.u, tU), t);
-  const B uv = L::mulHigh(wV, wU);  // <= 254
-  const B h = L::mulHigh(uv, weightOf<L, kShift>(dY, t));  // the product >> 8, <= 253
+  const B uv = L::mulHigh(wV, wU);                           // <= 254
+  const B h = L::mulHigh(uv, weightOf<L, kShift>(dY, t));    // the product >> 8, <= 253
   const B w = L::template sra<4>(L::template shr<3>(h), h);  // <= 46
   a->w = L::add(a->w, w);
   L::mlal(&a->u, w, tU);
@@ -485,7 +485,8 @@ KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const 
   const size_t up = size_t(yUp) * w + X0, down = size_t(yDown) * w + X0;
   addTap<L, kShift>(&far, t, ce, L::every4th(lumaUp), L::even(c->inU + up), L::even(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)), Q::move(v00, shiftUp(sh)));
+    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)),
+                      Q::move(v00, shiftUp(sh)));
   } else {
     addTap<L, kShift>(&far, t, ce, L::every4th(lumaY - 2 * M), L::even(c->inU + row - M),
                       L::even(c->inV + row - M));
@@ -527,7 +528,8 @@ KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const Tables& t, const 
   Acc<L> a = accStart<L>(1);
   addTap<L, kShift>(&a, t, ce, L::every4th(lumaUp), L::load(c->inU + up), L::load(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)), Q::move(mv, shiftUp(sh)));
+    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)),
+                      Q::move(mv, shiftUp(sh)));
   } else {
     addTap<L, kShift>(&a, t, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
                       L::load(c->inV + at - m));
@@ -545,46 +547,58 @@ KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const Tables& t, const 
   return means(a);
 }
 
+// The rows a pass 3 step reads, at their column 0: worked out once per
+// output row, so that a step only adds its column.
+struct Pass3Rows {
+  const uint8_t *srcU, *srcV, *lumaCentre;                 // full-size row Y (luma row 2Y)
+  const uint8_t *lumaMid, *lumaUp, *lumaDown;              // luma rows 4y, 4yUp, 4yDown
+  const uint8_t *uMid, *uUp, *uDown, *vMid, *vUp, *vDown;  // half-size rows y, yUp, yDown
+};
+
+KQ_INLINE Pass3Rows pass3Rows(const KQChromaPassContext* c, int Y, int yUp, int y, int yDown) {
+  const size_t w = size_t(c->chromaWidth), wh = w / 2, lw = size_t(c->lumaWidth);
+  return Pass3Rows{c->srcU + size_t(Y) * w,        c->srcV + size_t(Y) * w,
+                   c->luma + size_t(2 * Y) * lw,   c->luma + size_t(4 * y) * lw,
+                   c->luma + size_t(4 * yUp) * lw, c->luma + size_t(4 * yDown) * lw,
+                   c->inU + size_t(y) * wh,        c->inU + size_t(yUp) * wh,
+                   c->inU + size_t(yDown) * wh,    c->inV + size_t(y) * wh,
+                   c->inV + size_t(yUp) * wh,      c->inV + size_t(yDown) * wh};
+}
+
 // Pass 3: full-size outputs 2*hx0.. of row Y. The source bytes are loaded
 // before any store (in-place use).
 template <class L, int kShift, int kKind>
-KQ_INLINE Out<L> pass3Step(const KQChromaPassContext* c, const Tables& t, const Shift& sh, int hx0,
-                           int Y, int yUp, int y, int yDown) {
+KQ_INLINE Out<L> pass3Step(const Pass3Rows& r, const Tables& t, const Shift& sh, int hx0) {
   using B = typename L::B;
-  const size_t w = size_t(c->chromaWidth), wh = w / 2, lw = size_t(c->lumaWidth);
   const int X0 = 2 * hx0;
-  const size_t at = size_t(Y) * w + X0;
   Centre<L> ce;
-  ce.u = L::load(c->srcU + at);
-  ce.v = L::load(c->srcV + at);
-  ce.y = L::even(c->luma + size_t(2 * Y) * lw + 2 * X0);
-  const uint8_t* lumaY = c->luma + size_t(4 * y) * lw + 4 * hx0;
-  const uint8_t* lumaUp = c->luma + size_t(4 * yUp) * lw + 4 * hx0;
-  const uint8_t* lumaDown = c->luma + size_t(4 * yDown) * lw + 4 * hx0;
-  const size_t mid = size_t(y) * wh + hx0, up = size_t(yUp) * wh + hx0,
-               down = size_t(yDown) * wh + hx0;
+  ce.u = L::load(r.srcU + X0);
+  ce.v = L::load(r.srcV + X0);
+  ce.y = L::even(r.lumaCentre + 2 * X0);
+  const uint8_t* lumaY = r.lumaMid + 4 * hx0;
   // Own colour, weight 1.
   Acc<L> a{L::dup(1), L::widen(ce.u), L::widen(ce.v)};
   constexpr int g = kKqChromaPass3LumaGain;
-  const B my = L::lumaRepeat(lumaY), mu = L::repeat(c->inU + mid), mv = L::repeat(c->inV + mid);
-  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaUp), L::repeat(c->inU + up),
-                       L::repeat(c->inV + up));
+  const B my = L::lumaRepeat(lumaY), mu = L::repeat(r.uMid + hx0), mv = L::repeat(r.vMid + hx0);
+  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(r.lumaUp + 4 * hx0), L::repeat(r.uUp + hx0),
+                       L::repeat(r.vUp + hx0));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift, g>(&a, t, ce, Q::move(my, shiftUp(sh)), Q::move(mu, shiftUp(sh)), Q::move(mv, shiftUp(sh)));
+    const uint8x16_t idx = shiftUp(sh);
+    addTap<L, kShift, g>(&a, t, ce, Q::move(my, idx), Q::move(mu, idx), Q::move(mv, idx));
   } else {
-    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY - 4), L::repeat(c->inU + mid - 1),
-                         L::repeat(c->inV + mid - 1));
+    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY - 4), L::repeat(r.uMid + hx0 - 1),
+                         L::repeat(r.vMid + hx0 - 1));
   }
   addTap<L, kShift, g>(&a, t, ce, my, mu, mv);
   if constexpr (kKind == kLast) {
-    addTap<L, kShift, g>(&a, t, ce, Q::move(my, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
-                         Q::move(mv, shiftDown(sh)));
+    const uint8x16_t idx = shiftDown(sh);
+    addTap<L, kShift, g>(&a, t, ce, Q::move(my, idx), Q::move(mu, idx), Q::move(mv, idx));
   } else {
-    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY + 4), L::repeat(c->inU + mid + 1),
-                         L::repeat(c->inV + mid + 1));
+    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY + 4), L::repeat(r.uMid + hx0 + 1),
+                         L::repeat(r.vMid + hx0 + 1));
   }
-  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaDown), L::repeat(c->inU + down),
-                       L::repeat(c->inV + down));
+  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(r.lumaDown + 4 * hx0), L::repeat(r.uDown + hx0),
+                       L::repeat(r.vDown + hx0));
   return means(a);
 }
 
@@ -661,8 +675,8 @@ struct NeonBlocks {
   }
 
   template <int kPass, int kShift>
-  static void halfSizeRun(const KQChromaPassContext* context, const Tables& t, int x0, int n,
-                          int y, int yUp, int yDown) {
+  static void halfSizeRun(const KQChromaPassContext* context, const Tables& t, int x0, int n, int y,
+                          int yUp, int yDown) {
     // A local copy: the stores cannot change it, so its fields stay in
     // registers across the steps.
     const KQChromaPassContext local = *context;
@@ -687,26 +701,29 @@ struct NeonBlocks {
     };
     const bool first = x0 == 0, last = x0 + n == wh;
     if (kPass == 1 && c->inU == c->srcU && c->inV == c->srcV) {
-      steps(x0, n, first, last, s,
-            [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-              return pass1Step<decltype(lanes), kShift, decltype(kind)::value, true>(c, t, sh, x,
-                                                                                    y, yUp, yDown);
-            },
-            store);
+      steps(
+          x0, n, first, last, s,
+          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass1Step<decltype(lanes), kShift, decltype(kind)::value, true>(c, t, sh, x, y,
+                                                                                   yUp, yDown);
+          },
+          store);
     } else if (kPass == 1) {
-      steps(x0, n, first, last, s,
-            [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-              return pass1Step<decltype(lanes), kShift, decltype(kind)::value, false>(
-                  c, t, sh, x, y, yUp, yDown);
-            },
-            store);
+      steps(
+          x0, n, first, last, s,
+          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass1Step<decltype(lanes), kShift, decltype(kind)::value, false>(c, t, sh, x, y,
+                                                                                    yUp, yDown);
+          },
+          store);
     } else {
-      steps(x0, n, first, last, s,
-            [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-              return pass2Step<decltype(lanes), kShift, decltype(kind)::value>(c, t, sh, x, y, yUp,
-                                                                              yDown);
-            },
-            store);
+      steps(
+          x0, n, first, last, s,
+          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass2Step<decltype(lanes), kShift, decltype(kind)::value>(c, t, sh, x, y, yUp,
+                                                                             yDown);
+          },
+          store);
     }
   }
 
@@ -736,16 +753,17 @@ struct NeonBlocks {
     const Shift sh = shiftOf(2);
     uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
     uint8_t* const outV = c->outV + size_t(Y) * size_t(c->chromaWidth);
-    steps(X0, n, X0 == 0, X0 + n == we, 2,
-          [&](int X, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass3Step<decltype(lanes), kShift, decltype(kind)::value>(c, t, sh, X / 2, Y,
-                                                                            yUp, y, yDown);
-          },
-          [&](int X, const auto& o) __attribute__((always_inline)) {
-            using L = std::conditional_t<sizeof(o.u) == 16, Q, D>;
-            L::store(outU + X, o.u);
-            L::store(outV + X, o.v);
-          });
+    const Pass3Rows rows = pass3Rows(c, Y, yUp, y, yDown);
+    steps(
+        X0, n, X0 == 0, X0 + n == we, 2,
+        [&](int X, auto kind, auto lanes) __attribute__((always_inline)) {
+          return pass3Step<decltype(lanes), kShift, decltype(kind)::value>(rows, t, sh, X / 2);
+        },
+        [&](int X, const auto& o) __attribute__((always_inline)) {
+          using L = std::conditional_t<sizeof(o.u) == 16, Q, D>;
+          L::store(outU + X, o.u);
+          L::store(outV + X, o.v);
+        });
   }
 };
 

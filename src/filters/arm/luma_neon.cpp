@@ -83,12 +83,12 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
     nrTap(vld1q_u8(dn4 + x + 2), c, k30, bLo, bHi, wb);
     const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
     const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-    vst1q_u8(dst + x,
-             nrBytes(nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo)),
-                     nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo)),
-                     nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi)),
-                     nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)),
-                              vget_high_u16(dHi))));
+    vst1q_u8(
+        dst + x,
+        nrBytes(nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo)),
+                nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo)),
+                nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi)),
+                nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi))));
   }
 }
 
@@ -118,7 +118,7 @@ inline uint32x4_t exactQuotient(uint32x4_t n, uint32x4_t d) {
 // y - 2, y + 2, y - 4, y + 4). Two groups of seven taps (the first with the
 // centre's own weight 30) keep N in u16 and D in u8 lanes.
 inline __attribute__((always_inline)) uint8x16_t borderBlock(const uint8_t* c0,
-                                                         const uint8_t* const r[5]) {
+                                                             const uint8_t* const r[5]) {
   const uint8x16_t k30 = vdupq_n_u8(30);
   const uint8x16_t c = vld1q_u8(c0);
   uint16x8_t aLo = vmull_u8(vget_low_u8(c), vdup_n_u8(30));
@@ -142,12 +142,12 @@ inline __attribute__((always_inline)) uint8x16_t borderBlock(const uint8_t* c0,
   nrTap(vld1q_u8(r[4] + 2), c, k30, bLo, bHi, wb);
   const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
   const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-  const uint32x4_t q0 = exactQuotient(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)),
-                                      vmovl_u16(vget_low_u16(dLo)));
+  const uint32x4_t q0 =
+      exactQuotient(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vmovl_u16(vget_low_u16(dLo)));
   const uint32x4_t q1 = exactQuotient(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)),
                                       vmovl_u16(vget_high_u16(dLo)));
-  const uint32x4_t q2 = exactQuotient(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)),
-                                      vmovl_u16(vget_low_u16(dHi)));
+  const uint32x4_t q2 =
+      exactQuotient(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vmovl_u16(vget_low_u16(dHi)));
   const uint32x4_t q3 = exactQuotient(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)),
                                       vmovl_u16(vget_high_u16(dHi)));
   return vcombine_u8(vmovn_u16(vcombine_u16(vmovn_u32(q0), vmovn_u32(q1))),

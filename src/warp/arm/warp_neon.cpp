@@ -105,7 +105,8 @@ void buildGroup(const KQWarpRow* row, int32_t k0, Group* g) {
   std::memset(g, 0, sizeof *g);
   g->k0 = k0;
   int32_t xi[kGroup], fr[kGroup];
-  for (int32_t i = 0; i < kGroup; ++i) kqwarp::pixelPosition(row->codes, row->step, k0 + i, &xi[i], &fr[i]);
+  for (int32_t i = 0; i < kGroup; ++i)
+    kqwarp::pixelPosition(row->codes, row->step, k0 + i, &xi[i], &fr[i]);
   int32_t lo = xi[0], hi = xi[0];
   for (int32_t i = 1; i < kGroup; ++i) {
     lo = xi[i] < lo ? xi[i] : lo;
@@ -167,7 +168,9 @@ Plan planOf(const KQWarpRow* row, void (*build)(const KQWarpRow*, int32_t, Group
 #if defined(__aarch64__)
 using Window = uint8x16x2_t;
 inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) { return vld1q_u8_x2(p); }
-inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) { return vqtbl2q_u8(w, idx); }
+inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) {
+  return vqtbl2q_u8(w, idx);
+}
 #else
 using Window = uint8x8x4_t;
 inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) {
@@ -237,8 +240,7 @@ __attribute__((noinline)) Halves edgeHorizontal(const Group& g, const KQWarpRow*
 // Stores the output pixels of one row, the high bytes of u + d * w1 (16-bit
 // lanes): an add that keeps the high halves does the shift and the narrowing.
 inline __attribute__((always_inline)) void storeRow(uint8_t* out, uint16x8_t uLo, uint16x8_t uHi,
-                                                    uint16x8_t dLo, uint16x8_t dHi,
-                                                    uint16x8_t w1) {
+                                                    uint16x8_t dLo, uint16x8_t dHi, uint16x8_t w1) {
   const uint8x8_t lo = vaddhn_u16(uLo, vmulq_u16(dLo, w1));
 #if defined(__aarch64__)
   vst1q_u8(out, vaddhn_high_u16(lo, uHi, vmulq_u16(dHi, w1)));
@@ -275,8 +277,7 @@ void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, cons
     const uint16x8_t dLo = vsubq_u16(hl.lo, hu.lo), dHi = vsubq_u16(hl.hi, hu.hi);
     const uint16x8_t uLo = vshlq_n_u16(hu.lo, 4), uHi = vshlq_n_u16(hu.hi, 4);
     uint8_t* out = dst + g.k0;
-    for (int32_t r = 0; r < kRows; ++r, out += dstStride)
-      storeRow(out, uLo, uHi, dLo, dHi, w1[r]);
+    for (int32_t r = 0; r < kRows; ++r, out += dstStride) storeRow(out, uLo, uHi, dLo, dHi, w1[r]);
   }
 }
 
