@@ -22,14 +22,15 @@ out=$root/build-arm-bench
 quick=0
 [[ "${1:-}" == "--quick" ]] && quick=1
 
-apt_get() { apt-get -o DPkg::Lock::Timeout=900 "$@"; }
 SUDO=""
 if [[ $(id -u) -ne 0 ]]; then SUDO="sudo"; fi
+# apt waits for another installer's lock instead of failing.
+run_apt() { $SUDO env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=900 "$@"; }
 
 scripts/install-deps.sh
 if ! command -v python3 >/dev/null; then
-  $SUDO apt_get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt_get install -y -qq --no-install-recommends python3 >/dev/null
+  run_apt update -qq
+  run_apt install -y -qq --no-install-recommends python3 >/dev/null
 fi
 mkdir -p "$out"
 
@@ -44,10 +45,15 @@ if [[ ! -e $yuvroot/usr/lib/aarch64-linux-gnu/libyuv.so.0 ]]; then
     $SUDO dpkg --add-architecture arm64
   fi
   if ! apt-cache policy libyuv0:arm64 2>/dev/null | grep -q 'Candidate: [0-9]'; then
-    $SUDO apt_get update -qq
+    # A list that fails for another architecture need not stop the one we need.
+    run_apt update -qq || true
   fi
   mkdir -p "$out/debs" "$yuvroot"
-  (cd "$out/debs" && apt_get download libyuv0:arm64 libjpeg62-turbo:arm64 >/dev/null 2>&1)
+  if ! (cd "$out/debs" && apt-get -o DPkg::Lock::Timeout=900 download libyuv0:arm64 \
+          libjpeg62-turbo:arm64 >"$out/debs/download.log" 2>&1); then
+    echo "could not download libyuv0:arm64 and libjpeg62-turbo:arm64 (see $out/debs/download.log)" >&2
+    exit 1
+  fi
   for deb in "$out"/debs/*_arm64.deb; do dpkg -x "$deb" "$yuvroot"; done
 fi
 # The headers are the host's libyuv-dev (the same version; scale.h is the same on every target).
