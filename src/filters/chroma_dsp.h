@@ -54,9 +54,19 @@ struct KQChromaPassContext {
 //    be even and at least 2.
 using KQChromaPassFn = void(void* context);
 
-// The filter's kernels: pass[p][kind - 1].
+// The rounded means of the kernels: out[i] = kqChromaMean(sums[i], weights[i])
+// for i < n, where 1 <= weights[i] <= 1 + 8 * 46 (pass 1's largest weight)
+// and sums[i] <= 255 * weights[i]. Vector versions compute them as their
+// kernels do (the slot exists so that the kernel checks can hold that
+// arithmetic against the reference over every reachable pair).
+using KQChromaMeansFn = void(uint8_t* out, const uint32_t* sums, const uint32_t* weights,
+                             int32_t n);
+KQChromaMeansFn kqChromaMeans_c, kqChromaMeans_neon;
+
+// The filter's kernels: pass[p][kind - 1], and the means.
 struct KQChromaDsp {
   KQChromaPassFn* pass[3][5];
+  KQChromaMeansFn* means;
 };
 
 // Fills `dsp` with the best kernels that `cpuFlags` allows (scalar first,

@@ -5,7 +5,7 @@
 
 void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
   dsp->nrRow = kqLumaNrRow_c;
-  dsp->nrBorderRun = kqLumaNrBorderRun_c;  // no NEON version: armv7 has no vector division
+  dsp->nrBorderRun = kqLumaNrBorderRun_c;
   dsp->blendRow = kqLumaBlendRow_c;
   dsp->blendRefRow = kqLumaBlendRefRow_c;
   dsp->recipEstimate = kqRecipEstimate_c;
@@ -14,6 +14,7 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
 #if KQ_HAVE_NEON
   if (cpuFlags & KQ_CPU_NEON) {
     dsp->nrRow = kqLumaNrRow_neon;
+    dsp->nrBorderRun = kqLumaNrBorderRun_neon;
     dsp->blendRow = kqLumaBlendRow_neon;
     dsp->blendRefRow = kqLumaBlendRefRow_neon;
     dsp->recipEstimate = kqRecipEstimate_neon;

@@ -106,8 +106,8 @@ using KQSharpenRow7Fn = void(uint8_t* dst, const uint8_t* const* rows, int32_t w
 
 KQLumaNrRowFn kqLumaNrRow_c, kqLumaNrRow_neon, kqLumaNrRow_sse41, kqLumaNrRow_avx2,
     kqLumaNrRow_avx512;
-KQLumaNrBorderRunFn kqLumaNrBorderRun_c, kqLumaNrBorderRun_sse41, kqLumaNrBorderRun_avx2,
-    kqLumaNrBorderRun_avx512;
+KQLumaNrBorderRunFn kqLumaNrBorderRun_c, kqLumaNrBorderRun_neon, kqLumaNrBorderRun_sse41,
+    kqLumaNrBorderRun_avx2, kqLumaNrBorderRun_avx512;
 KQLumaBlendRowFn kqLumaBlendRow_c, kqLumaBlendRow_neon, kqLumaBlendRow_sse41, kqLumaBlendRow_avx2,
     kqLumaBlendRow_avx512;
 KQLumaBlendRefRowFn kqLumaBlendRefRow_c, kqLumaBlendRefRow_neon, kqLumaBlendRefRow_sse41;

@@ -191,4 +191,29 @@ TEST(ChromaMean, FloatMeanIsTheRoundedQuotientOverTheReachableSums) {
     }
 }
 
+// The vector means against the reference over every pair the kernels can
+// reach: each weight of pass 1's range (pass 2 and 3 stay below it) with
+// every sum up to 255 times it (pass 3's own colour reaches the top).
+TEST(ChromaMean, VectorMeansMatchOverTheReachablePairs) {
+  const int visited = kqForEachImpl(
+      kqChromaDspInit, &KQChromaDsp::means,
+      [](const KQChromaDsp& dsp, const KQChromaDsp& ref, uint32_t) {
+        std::vector<uint32_t> sums, weights;
+        std::vector<uint8_t> got, want;
+        for (uint32_t weight = 1; weight <= 1 + 8 * 46; ++weight) {
+          const uint32_t n = 255 * weight + 1;  // odd counts: partial last groups too
+          sums.resize(n);
+          weights.assign(n, weight);
+          for (uint32_t s = 0; s < n; ++s) sums[s] = s;
+          got.assign(n, 0);
+          want.assign(n, 1);
+          dsp.means(got.data(), sums.data(), weights.data(), int32_t(n));
+          ref.means(want.data(), sums.data(), weights.data(), int32_t(n));
+          for (uint32_t s = 0; s < n; ++s)
+            ASSERT_EQ(int(want[s]), int(got[s])) << "sum " << s << " weight " << weight;
+        }
+      });
+  if (visited == 0) GTEST_SKIP() << "no level has means of its own";
+}
+
 }  // namespace

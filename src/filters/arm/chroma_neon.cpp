@@ -1,26 +1,61 @@
 // chroma_neon.cpp - NEON kernels of the chroma noise reduction (armv7 and
 // aarch64, one source).
 //
-// Eight output pixels per step. Per tap and lane:
-//   d   = |centre - tap|                       (u8, vabd)
-//   k   = min(d >> shift, 8), r = d & (step-1)
-//   wgt = W[k] - rshrn(S[k] * r, shift)         (W, S: 16-entry tables, 0 from 8 on)
-//   w   = ((wV * wU) >> 8) * wY                 (u16, <= 64770)
-//   w   = (w >> 11) + (w >> 12)                 (<= 46)
-//   sum += w, sumU += w * tapU, sumV += w * tapV (u16; see the pass notes)
-// then mean = floor((2 sumU + sum) / (2 sum)) per lane in 32 bits.
-// The vector loops cover 4:2:0 luma without a guide; other ratios, guided
-// pixels and the columns outside the vector range use the per-pixel code.
+// The weights are computed in 8-bit lanes. Per tap and lane:
+//   d   = |centre - tap|                        (u8, vabd)
+//   k   = d >> shift, r = d & (step - 1)
+//   wgt = W[k] - ((S[k] * r + step / 2) >> shift)
+//                                               (W, S: 16-entry tables, 0 from
+//                                                8 on; a look-up past 15 gives 0)
+//   h   = ((wV * wU) >> 8) * wY >> 8            (high bytes of u16 products)
+//   w   = (h >> 3) + (h >> 4)                   (= (p >> 11) + (p >> 12) of the
+//                                                product p, <= 46)
+//   sum += w (u8: at most 1 + 5 * 46 = 231), sumU += w * tapU, sumV += w * tapV
+//                                               (u16: at most 58905)
+// and the means truncate(sum / weight + 0.5) from one reciprocal of each
+// weight that U and V share (meanQuad). Pass 1 has 8 taps: its block and far
+// taps keep sums of their own (each within the bounds above).
+//
+// A step makes 16 outputs in q registers (type Q) or 8 in d registers
+// (type D). aarch64 takes 16 throughout; armv7, with half the registers,
+// takes 8 inside a row and 16 only for a row's first and last steps, whose
+// clamped far taps come from moving the centre vectors of their own lanes.
+// Where the plane is wide enough (wholeRows) the whole row is vector code;
+// otherwise the runs are the blocks of 8 inside the margins (chroma_rows.h)
+// and runs shorter than a step take the per-pixel code.
 #include <arm_neon.h>
+
+#include <cstring>
+#include <type_traits>
 
 #include "filters/chroma_dsp.h"
 #include "filters/chroma_rows.h"
 
 namespace {
 
+// Everything below is inlined into the pass steps: the taps pass their
+// vectors in registers, not through memory.
+#define KQ_INLINE inline __attribute__((always_inline))
+
+// A 16-entry byte table (indices past 15 give 0 in every look-up).
+#if defined(__aarch64__)
+using Table = uint8x16_t;
+KQ_INLINE Table tableOf(const uint8_t* t) { return vld1q_u8(t); }
+#else
+using Table = uint8x8x2_t;
+KQ_INLINE Table tableOf(const uint8_t* t) {
+  Table r;
+  r.val[0] = vld1_u8(t);
+  r.val[1] = vld1_u8(t + 8);
+  return r;
+}
+#endif
+
+// The per-call tables: row 0 of the weights and slopes (entries 8..15 zero),
+// and the weight of a tap equal to the centre (every difference 0).
 struct Tables {
-  uint8x8x2_t w;  // row 0 weights 0..7, then zeros
-  uint8x8x2_t s;  // row 0 slopes 0..7, then zeros
+  Table w, s;
+  uint8_t centreWeight;
 };
 
 Tables loadTables(const KQChromaPassContext* c) {
@@ -30,86 +65,386 @@ Tables loadTables(const KQChromaPassContext* c) {
     s[k] = c->slopes[k];
   }
   Tables t;
-  t.w.val[0] = vld1_u8(w);
-  t.w.val[1] = vld1_u8(w + 8);
-  t.s.val[0] = vld1_u8(s);
-  t.s.val[1] = vld1_u8(s + 8);
+  t.w = tableOf(w);
+  t.s = tableOf(s);
+  const int w0 = c->weights[0];  // the table weight of d = 0
+  const int32_t p = ((w0 * w0) >> 8) * w0;
+  t.centreWeight = uint8_t((p >> 11) + (p >> 12));
   return t;
 }
 
-template <int kShift>
-inline uint8x8_t weightOf(uint8x8_t d, const Tables& t) {
-  const uint8x8_t k = vmin_u8(vshr_n_u8(d, kShift), vdup_n_u8(8));
-  const uint8x8_t r = vand_u8(d, vdup_n_u8((1 << kShift) - 1));
-  // (S[k] * r + step / 2) >> shift, never above S[k]: fits 8 bits.
-  const uint8x8_t corr = vrshrn_n_u16(vmull_u8(vtbl2_u8(t.s, k), r), kShift);
-  return vsub_u8(vtbl2_u8(t.w, k), corr);
-}
-
-struct Acc {
-  uint16x8_t w, u, v;
-};
-
-template <int kShift, int kLumaGain = 0>
-inline void addTap(Acc* a, const Tables& t, uint8x8_t cY, uint8x8_t cU, uint8x8_t cV, uint8x8_t tY,
-                   uint8x8_t tU, uint8x8_t tV) {
-  // min(|dY| << gain, 255): a saturating shift.
-  const uint8x8_t dY = kLumaGain > 0 ? vqshl_n_u8(vabd_u8(cY, tY), kLumaGain) : vabd_u8(cY, tY);
-  const uint8x8_t wY = weightOf<kShift>(dY, t);
-  const uint8x8_t wU = weightOf<kShift>(vabd_u8(cU, tU), t);
-  const uint8x8_t wV = weightOf<kShift>(vabd_u8(cV, tV), t);
-  const uint8x8_t uv = vshrn_n_u16(vmull_u8(wV, wU), 8);  // <= 254
-  const uint16x8_t p = vmull_u8(uv, wY);                  // <= 64770
-  const uint16x8_t w = vaddq_u16(vshrq_n_u16(p, 11), vshrq_n_u16(p, 12));
-  const uint8x8_t w8 = vmovn_u16(w);
-  a->w = vaddq_u16(a->w, w);
-  a->u = vmlal_u8(a->u, w8, tU);
-  a->v = vmlal_u8(a->v, w8, tV);
-}
-
-// Rounded mean of 4 lanes (sum <= 255 * (weight - 1), weight < 2^10).
-inline uint32x4_t mean4(uint32x4_t sum, uint32x4_t weight) {
+// Means truncate(sum / weight + 0.5) of 4 lanes from r, the reciprocal of the
+// weight, for weight <= 369 and sum <= 255 * weight: the exact quotient
+// floor((2 sum + weight) / (2 weight)), which the reference's float mean is
+// (see kqChromaMean). The quotient sum / weight lies at least 1 / (2 weight)
+// from every half other than its own, so an error smaller than that cannot
+// move it across one:
+//  - armv7, without a vector division, refines the reciprocal estimate twice
+//    (r within a relative 2^-21 of 1 / weight) and truncates
+//    sum * r + (0.5 + 2^-11): the product is within 2^-13 of sum / weight, so
+//    the bias keeps a whole result above its integer and 2^-11 + 2^-13 stays
+//    below 1 / (2 weight);
+//  - aarch64 divides once for r = (1 + 2^-19) / weight and rounds the product
+//    to the nearest integer: sum * r lies above sum / weight by a relative
+//    2^-19 less the rounding errors (2^-23), so a quotient with a half rounds
+//    up as the reference's does, and by at most (sum / weight) * 2^-18, which
+//    is below 1 / (2 weight) as sum < 2^17.
+KQ_INLINE float32x4_t reciprocal(float32x4_t w) {
 #if defined(__aarch64__)
-  float32x4_t q = vdivq_f32(vcvtq_f32_u32(sum), vcvtq_f32_u32(weight));
-  q = vaddq_f32(q, vdupq_n_f32(0.5f));
-  q = vminq_f32(q, vdupq_n_f32(255.0f));
-  return vcvtq_u32_f32(q);
+  return vdivq_f32(vdupq_n_f32(1.0f + 1.0f / 524288.0f), w);
 #else
-  // No vector division on armv7: estimate floor(num / den) with a refined
-  // reciprocal (off by at most one) and correct it with exact integer
-  // products. This equals the reference's float result (see kqChromaMean).
-  const uint32x4_t num = vaddq_u32(vshlq_n_u32(sum, 1), weight);
-  const uint32x4_t den = vshlq_n_u32(weight, 1);
-  const float32x4_t fden = vcvtq_f32_u32(den);
-  float32x4_t r = vrecpeq_f32(fden);
-  r = vmulq_f32(vrecpsq_f32(fden, r), r);
-  r = vmulq_f32(vrecpsq_f32(fden, r), r);
-  float32x4_t q = vmulq_f32(vcvtq_f32_u32(num), r);
-  q = vminq_f32(q, vdupq_n_f32(256.0f));
-  uint32x4_t qi = vcvtq_u32_f32(q);
-  qi = vaddq_u32(qi, vcgtq_u32(vmulq_u32(qi, den), num));                  // -1 where too large
-  qi = vsubq_u32(qi, vcleq_u32(vaddq_u32(vmulq_u32(qi, den), den), num));  // +1 where too small
-  return qi;
+  float32x4_t r = vrecpeq_f32(w);
+  r = vmulq_f32(vrecpsq_f32(w, r), r);
+  return vmulq_f32(vrecpsq_f32(w, r), r);
 #endif
 }
 
-inline uint8x8_t mean8(uint32x4_t sumLo, uint32x4_t sumHi, uint16x8_t weight) {
-  const uint32x4_t lo = mean4(sumLo, vmovl_u16(vget_low_u16(weight)));
-  const uint32x4_t hi = mean4(sumHi, vmovl_u16(vget_high_u16(weight)));
-  return vmovn_u16(vcombine_u16(vmovn_u32(lo), vmovn_u32(hi)));
+KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
+#if defined(__aarch64__)
+  return vcvtnq_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r));
+#else
+  const float32x4_t bias = vdupq_n_f32(0.5f + 1.0f / 2048.0f);
+  return vcvtq_u32_f32(vaddq_f32(vmulq_f32(vcvtq_f32_u32(sum), r), bias));
+#endif
 }
 
-inline uint8x8_t mean8(uint16x8_t sum, uint16x8_t weight) {
-  return mean8(vmovl_u16(vget_low_u16(sum)), vmovl_u16(vget_high_u16(sum)), weight);
+// Reciprocals of 8 weights (u16), lanes 0..3 and 4..7.
+struct Recip8 {
+  float32x4_t lo, hi;
+};
+KQ_INLINE Recip8 recip8(uint16x8_t w) {
+  return Recip8{reciprocal(vcvtq_f32_u32(vmovl_u16(vget_low_u16(w)))),
+                reciprocal(vcvtq_f32_u32(vmovl_u16(vget_high_u16(w))))};
 }
 
-// Pass 1: outputs x0..x0+7 of half-size row y, i.e. full-size columns
-// 2*x0..2*x0+15. vld2 splits a source row into even (the block's first
-// pixel) and odd columns; vld4 on the luma row gives L(2x) in val[0] and
-// L(2x+1) in val[2]. Block and far sums are kept apart (each <= 46920).
-template <int kShift>
-inline void pass1Block(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
-                       int yDown) {
+// The low halves of 32-bit (16-bit) values that fit them.
+KQ_INLINE uint16x8_t narrow32(uint32x4_t lo, uint32x4_t hi) {
+#if defined(__aarch64__)
+  return vuzp1q_u16(vreinterpretq_u16_u32(lo), vreinterpretq_u16_u32(hi));
+#else
+  return vcombine_u16(vmovn_u32(lo), vmovn_u32(hi));
+#endif
+}
+
+// Means of 8 lanes: 32-bit sums, or 16-bit ones.
+KQ_INLINE uint16x8_t mean8(uint32x4_t sumLo, uint32x4_t sumHi, const Recip8& r) {
+  return narrow32(meanQuad(sumLo, r.lo), meanQuad(sumHi, r.hi));
+}
+KQ_INLINE uint16x8_t mean8(uint16x8_t sum, const Recip8& r) {
+  return mean8(vmovl_u16(vget_low_u16(sum)), vmovl_u16(vget_high_u16(sum)), r);
+}
+// The same for the sum of two 16-bit sums (pass 1's block and far taps).
+KQ_INLINE uint16x8_t mean8(uint16x8_t a, uint16x8_t b, const Recip8& r) {
+  return mean8(vaddl_u16(vget_low_u16(a), vget_low_u16(b)),
+               vaddl_u16(vget_high_u16(a), vget_high_u16(b)), r);
+}
+
+// Sixteen lanes in q registers.
+struct Q {
+  static constexpr int kOut = 16;
+  using B = uint8x16_t;
+  struct Words {
+    uint16x8_t lo, hi;
+  };
+  struct Recip {
+    Recip8 lo, hi;
+  };
+
+  static KQ_INLINE B dup(uint8_t v) { return vdupq_n_u8(v); }
+  static KQ_INLINE B abd(B a, B b) { return vabdq_u8(a, b); }
+  template <int n>
+  static KQ_INLINE B qshl(B a) {
+    return vqshlq_n_u8(a, n);
+  }
+  template <int n>
+  static KQ_INLINE B shr(B a) {
+    return vshrq_n_u8(a, n);
+  }
+  template <int n>
+  static KQ_INLINE B shl(B a) {
+    return vshlq_n_u8(a, n);
+  }
+  template <int n>
+  static KQ_INLINE B sra(B acc, B a) {
+    return vsraq_n_u8(acc, a, n);
+  }
+  static KQ_INLINE B add(B a, B b) { return vaddq_u8(a, b); }
+  static KQ_INLINE B sub(B a, B b) { return vsubq_u8(a, b); }
+  static KQ_INLINE B lookup(const Table& t, B i) {
+#if defined(__aarch64__)
+    return vqtbl1q_u8(t, i);
+#else
+    return vcombine_u8(vtbl2_u8(t, vget_low_u8(i)), vtbl2_u8(t, vget_high_u8(i)));
+#endif
+  }
+  static KQ_INLINE Words mull(B a, B b) {
+#if defined(__aarch64__)
+    return Words{vmull_u8(vget_low_u8(a), vget_low_u8(b)), vmull_high_u8(a, b)};
+#else
+    return Words{vmull_u8(vget_low_u8(a), vget_low_u8(b)),
+                 vmull_u8(vget_high_u8(a), vget_high_u8(b))};
+#endif
+  }
+  static KQ_INLINE void mlal(Words* acc, B a, B b) {
+    acc->lo = vmlal_u8(acc->lo, vget_low_u8(a), vget_low_u8(b));
+#if defined(__aarch64__)
+    acc->hi = vmlal_high_u8(acc->hi, a, b);
+#else
+    acc->hi = vmlal_u8(acc->hi, vget_high_u8(a), vget_high_u8(b));
+#endif
+  }
+  // (a * b) >> 8, and (a * b + 128) >> 8, as bytes.
+  static KQ_INLINE B mulHigh(B a, B b) {
+    const Words p = mull(a, b);
+#if defined(__aarch64__)
+    return vuzp2q_u8(vreinterpretq_u8_u16(p.lo), vreinterpretq_u8_u16(p.hi));
+#else
+    return vcombine_u8(vshrn_n_u16(p.lo, 8), vshrn_n_u16(p.hi, 8));
+#endif
+  }
+  static KQ_INLINE B mulRound(B a, B b) {
+    const Words p = mull(a, b);
+#if defined(__aarch64__)
+    return vrshrn_high_n_u16(vrshrn_n_u16(p.lo, 8), p.hi, 8);
+#else
+    return vcombine_u8(vrshrn_n_u16(p.lo, 8), vrshrn_n_u16(p.hi, 8));
+#endif
+  }
+  static KQ_INLINE Words widen(B a) {
+    return Words{vmovl_u8(vget_low_u8(a)), vmovl_u8(vget_high_u8(a))};
+  }
+  static KQ_INLINE Words zeros() { return Words{vdupq_n_u16(0), vdupq_n_u16(0)}; }
+
+  static KQ_INLINE Recip recip(B w) {
+    return Recip{recip8(vmovl_u8(vget_low_u8(w))), recip8(vmovl_u8(vget_high_u8(w)))};
+  }
+  static KQ_INLINE Recip recip(B a, B b) {
+    return Recip{recip8(vaddl_u8(vget_low_u8(a), vget_low_u8(b))),
+                 recip8(vaddl_u8(vget_high_u8(a), vget_high_u8(b)))};
+  }
+  static KQ_INLINE B bytes(uint16x8_t lo, uint16x8_t hi) {
+#if defined(__aarch64__)
+    return vuzp1q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
+#else
+    return vcombine_u8(vmovn_u16(lo), vmovn_u16(hi));
+#endif
+  }
+  static KQ_INLINE B mean(const Words& s, const Recip& r) {
+    return bytes(mean8(s.lo, r.lo), mean8(s.hi, r.hi));
+  }
+  static KQ_INLINE B mean(const Words& a, const Words& b, const Recip& r) {
+    return bytes(mean8(a.lo, b.lo, r.lo), mean8(a.hi, b.hi, r.hi));
+  }
+
+  // Loads of the outputs' bytes: 16 bytes; bytes 0, 2, .. (and 1, 3, ..) of
+  // 32; bytes 0, 4, .. (and 2, 6, ..) of 64; 8 bytes each repeated twice
+  // (8 half-size samples for 16 full-size pixels), and every 4th of 32 bytes
+  // repeated alike (the samples' luma).
+  static KQ_INLINE B load(const uint8_t* p) { return vld1q_u8(p); }
+  static KQ_INLINE void store(uint8_t* p, B v) { vst1q_u8(p, v); }
+  static KQ_INLINE B even(const uint8_t* p) { return vld2q_u8(p).val[0]; }
+  static KQ_INLINE void evenOdd(const uint8_t* p, B* e, B* o) {
+    const uint8x16x2_t v = vld2q_u8(p);
+    *e = v.val[0];
+    *o = v.val[1];
+  }
+  static KQ_INLINE B every4th(const uint8_t* p) { return vld4q_u8(p).val[0]; }
+  static KQ_INLINE void every4thPair(const uint8_t* p, B* o0, B* o2) {
+    const uint8x16x4_t v = vld4q_u8(p);
+    *o0 = v.val[0];
+    *o2 = v.val[2];
+  }
+  static KQ_INLINE B twice(uint8x8_t v) {
+#if defined(__aarch64__)
+    const uint8x16_t q = vcombine_u8(v, vdup_n_u8(0));
+    return vzip1q_u8(q, q);
+#else
+    const uint8x8x2_t z = vzip_u8(v, v);
+    return vcombine_u8(z.val[0], z.val[1]);
+#endif
+  }
+  static KQ_INLINE B repeat(const uint8_t* p) { return twice(vld1_u8(p)); }
+  static KQ_INLINE B lumaRepeat(const uint8_t* p) { return twice(vld4_u8(p).val[0]); }
+
+  // Lane idx[i] of v in lane i (a far tap of a row's first or last step).
+  static KQ_INLINE B move(B v, B idx) {
+#if defined(__aarch64__)
+    return vqtbl1q_u8(v, idx);
+#else
+    uint8x8x2_t t;
+    t.val[0] = vget_low_u8(v);
+    t.val[1] = vget_high_u8(v);
+    return vcombine_u8(vtbl2_u8(t, vget_low_u8(idx)), vtbl2_u8(t, vget_high_u8(idx)));
+#endif
+  }
+};
+
+// Eight lanes in d registers.
+struct D {
+  static constexpr int kOut = 8;
+  using B = uint8x8_t;
+  struct Words {
+    uint16x8_t all;
+  };
+  using Recip = Recip8;
+
+  static KQ_INLINE B dup(uint8_t v) { return vdup_n_u8(v); }
+  static KQ_INLINE B abd(B a, B b) { return vabd_u8(a, b); }
+  template <int n>
+  static KQ_INLINE B qshl(B a) {
+    return vqshl_n_u8(a, n);
+  }
+  template <int n>
+  static KQ_INLINE B shr(B a) {
+    return vshr_n_u8(a, n);
+  }
+  template <int n>
+  static KQ_INLINE B shl(B a) {
+    return vshl_n_u8(a, n);
+  }
+  template <int n>
+  static KQ_INLINE B sra(B acc, B a) {
+    return vsra_n_u8(acc, a, n);
+  }
+  static KQ_INLINE B add(B a, B b) { return vadd_u8(a, b); }
+  static KQ_INLINE B sub(B a, B b) { return vsub_u8(a, b); }
+  static KQ_INLINE B lookup(const Table& t, B i) {
+#if defined(__aarch64__)
+    return vqtbl1_u8(t, i);
+#else
+    return vtbl2_u8(t, i);
+#endif
+  }
+  static KQ_INLINE Words mull(B a, B b) { return Words{vmull_u8(a, b)}; }
+  static KQ_INLINE void mlal(Words* acc, B a, B b) { acc->all = vmlal_u8(acc->all, a, b); }
+  static KQ_INLINE B mulHigh(B a, B b) { return vshrn_n_u16(vmull_u8(a, b), 8); }
+  static KQ_INLINE B mulRound(B a, B b) { return vrshrn_n_u16(vmull_u8(a, b), 8); }
+  static KQ_INLINE Words widen(B a) { return Words{vmovl_u8(a)}; }
+  static KQ_INLINE Words zeros() { return Words{vdupq_n_u16(0)}; }
+
+  static KQ_INLINE Recip recip(B w) { return recip8(vmovl_u8(w)); }
+  static KQ_INLINE Recip recip(B a, B b) { return recip8(vaddl_u8(a, b)); }
+  static KQ_INLINE B mean(const Words& s, const Recip& r) { return vmovn_u16(mean8(s.all, r)); }
+  static KQ_INLINE B mean(const Words& a, const Words& b, const Recip& r) {
+    return vmovn_u16(mean8(a.all, b.all, r));
+  }
+
+  static KQ_INLINE B load(const uint8_t* p) { return vld1_u8(p); }
+  static KQ_INLINE void store(uint8_t* p, B v) { vst1_u8(p, v); }
+  static KQ_INLINE B even(const uint8_t* p) { return vld2_u8(p).val[0]; }
+  static KQ_INLINE void evenOdd(const uint8_t* p, B* e, B* o) {
+    const uint8x8x2_t v = vld2_u8(p);
+    *e = v.val[0];
+    *o = v.val[1];
+  }
+  static KQ_INLINE B every4th(const uint8_t* p) { return vld4_u8(p).val[0]; }
+  static KQ_INLINE void every4thPair(const uint8_t* p, B* o0, B* o2) {
+    const uint8x8x4_t v = vld4_u8(p);
+    *o0 = v.val[0];
+    *o2 = v.val[2];
+  }
+  // 4 samples (of the 8 bytes loaded), and the luma every 4th of 32 bytes.
+  static KQ_INLINE B repeat(const uint8_t* p) {
+    const uint8x8_t v = vld1_u8(p);
+    return vzip_u8(v, v).val[0];
+  }
+  static KQ_INLINE B lumaRepeat(const uint8_t* p) {
+    const uint8x8_t v = vld4_u8(p).val[0];
+    return vzip_u8(v, v).val[0];
+  }
+};
+
+// The table weight of differences d.
+template <class L, int kShift>
+KQ_INLINE typename L::B weightOf(typename L::B d, const Tables& t) {
+  const typename L::B k = L::template shr<kShift>(d);
+  // r << (8 - shift), the bits above r dropped by the 8-bit shift; then
+  // (S[k] * r + step / 2) >> shift = (S[k] * (r << (8 - shift)) + 128) >> 8,
+  // never above S[k]: 8 bits.
+  const typename L::B r8 = L::template shl<8 - kShift>(d);
+  return L::sub(L::lookup(t.w, k), L::mulRound(L::lookup(t.s, k), r8));
+}
+
+template <class L>
+struct Centre {
+  typename L::B y, u, v;
+};
+
+template <class L>
+struct Acc {
+  typename L::B w;
+  typename L::Words u, v;
+};
+
+template <class L>
+KQ_INLINE Acc<L> accStart(uint8_t weight) {
+  return Acc<L>{L::dup(weight), L::zeros(), L::zeros()};
+}
+
+template <class L, int kShift, int kLumaGain = 0>
+KQ_INLINE void addTap(Acc<L>* a, const Tables& t, const Centre<L>& c, typename L::B tY,
+                      typename L::B tU, typename L::B tV) {
+  using B = typename L::B;
+  // min(|dY| << gain, 255): a saturating shift.
+  B dY = L::abd(c.y, tY);
+  if (kLumaGain > 0) dY = L::template qshl<kLumaGain>(dY);
+  const B wV = weightOf<L, kShift>(L::abd(c.v, tV), t);
+  const B wU = weightOf<L, kShift>(L::abd(c.u, tU), t);
+  const B uv = L::mulHigh(wV, wU);                           // <= 254
+  const B h = L::mulHigh(uv, weightOf<L, kShift>(dY, t));    // the product >> 8, <= 253
+  const B w = L::template sra<4>(L::template shr<3>(h), h);  // <= 46
+  a->w = L::add(a->w, w);
+  L::mlal(&a->u, w, tU);
+  L::mlal(&a->v, w, tV);
+}
+
+// One step's outputs, computed before either is stored.
+template <class L>
+struct Out {
+  typename L::B u, v;
+};
+
+template <class L>
+KQ_INLINE Out<L> means(const Acc<L>& a) {
+  const typename L::Recip r = L::recip(a.w);
+  return Out<L>{L::mean(a.u, r), L::mean(a.v, r)};
+}
+
+// The far taps of a row's first and last steps (16 lanes): the look-up bytes
+// that move lane i - s to lane i (up) or lane i + s to lane i (down), the
+// lanes that nothing moves into keeping their own value, as the reference
+// replaces a tap outside the work area by the centre. Made where a first or
+// last step needs them, so that nothing of them stays in registers across
+// the steps between.
+struct Shift {
+  int s;
+};
+
+KQ_INLINE uint8x16_t shiftUp(const Shift& sh) {
+  static const uint8_t kLanes[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const uint8x16_t i = vld1q_u8(kLanes), s = vdupq_n_u8(uint8_t(sh.s));
+  return vbslq_u8(vcgeq_u8(i, s), vsubq_u8(i, s), i);
+}
+
+KQ_INLINE uint8x16_t shiftDown(const Shift& sh) {
+  static const uint8_t kLanes[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const uint8x16_t i = vld1q_u8(kLanes), s = vaddq_u8(i, vdupq_n_u8(uint8_t(sh.s)));
+  return vbslq_u8(vcltq_u8(s, vdupq_n_u8(16)), s, i);
+}
+
+KQ_INLINE Shift shiftOf(int s) { return Shift{s}; }
+
+enum StepKind { kInner, kFirst, kLast };
+template <int kKind>
+using Kind = std::integral_constant<int, kKind>;
+
+// Pass 1: outputs x0.. of half-size row y (full-size columns 2*x0..).
+// kCentre: the block's first tap is the centre itself (the pass reads the
+// source planes as its input), so its weight is the table's weight of 0.
+template <class L, int kShift, int kKind, bool kCentre>
+KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const Shift& sh, int x0,
+                           int y, int yUp, int yDown) {
+  using B = typename L::B;
   const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
   const int M = c->margin;
   const int X0 = 2 * x0, Y = 2 * y;
@@ -118,143 +453,338 @@ inline void pass1Block(const KQChromaPassContext* c, const Tables& t, int x0, in
   const uint8_t* lumaUp = c->luma + size_t(2 * yUp) * lw + 2 * X0;
   const uint8_t* lumaDown = c->luma + size_t(2 * yDown) * lw + 2 * X0;
   const size_t row = size_t(Y) * w + X0;
-  const uint8x8x2_t u0 = vld2_u8(c->inU + row), u1 = vld2_u8(c->inU + row + w);
-  const uint8x8x2_t v0 = vld2_u8(c->inV + row), v1 = vld2_u8(c->inV + row + w);
-  const uint8x8x4_t l0 = vld4_u8(lumaY), l1 = vld4_u8(lumaY1);
-  const uint8x8_t cU = vld2_u8(c->srcU + row).val[0];
-  const uint8x8_t cV = vld2_u8(c->srcV + row).val[0];
-  const uint8x8_t cY = l0.val[0];
+  B u00, u01, v00, v01, l00, l02;
+  L::evenOdd(c->inU + row, &u00, &u01);
+  L::evenOdd(c->inV + row, &v00, &v01);
+  L::every4thPair(lumaY, &l00, &l02);
+  Centre<L> ce;
+  ce.y = l00;
+  ce.u = kCentre ? u00 : L::even(c->srcU + row);
+  ce.v = kCentre ? v00 : L::even(c->srcV + row);
 
-  Acc block = {vdupq_n_u16(1), vdupq_n_u16(0), vdupq_n_u16(0)};
-  addTap<kShift>(&block, t, cY, cU, cV, l0.val[0], u0.val[0], v0.val[0]);
-  addTap<kShift>(&block, t, cY, cU, cV, l0.val[2], u0.val[1], v0.val[1]);
-  addTap<kShift>(&block, t, cY, cU, cV, l1.val[0], u1.val[0], v1.val[0]);
-  addTap<kShift>(&block, t, cY, cU, cV, l1.val[2], u1.val[1], v1.val[1]);
+  Acc<L> block = accStart<L>(1);
+  if (kCentre) {
+    const B w0 = L::dup(t.centreWeight);
+    block.w = L::add(block.w, w0);
+    block.u = L::mull(w0, ce.u);
+    block.v = L::mull(w0, ce.v);
+  } else {
+    addTap<L, kShift>(&block, t, ce, l00, u00, v00);
+  }
+  addTap<L, kShift>(&block, t, ce, l02, u01, v01);
+  {
+    B u10, u11, v10, v11, l10, l12;
+    L::evenOdd(c->inU + row + w, &u10, &u11);
+    L::evenOdd(c->inV + row + w, &v10, &v11);
+    L::every4thPair(lumaY1, &l10, &l12);
+    addTap<L, kShift>(&block, t, ce, l10, u10, v10);
+    addTap<L, kShift>(&block, t, ce, l12, u11, v11);
+  }
 
-  Acc far = {vdupq_n_u16(0), vdupq_n_u16(0), vdupq_n_u16(0)};
+  Acc<L> far = accStart<L>(0);
   const size_t up = size_t(yUp) * w + X0, down = size_t(yDown) * w + X0;
-  addTap<kShift>(&far, t, cY, cU, cV, vld4_u8(lumaUp).val[0], vld2_u8(c->inU + up).val[0],
-                 vld2_u8(c->inV + up).val[0]);
-  addTap<kShift>(&far, t, cY, cU, cV, vld4_u8(lumaY - 2 * M).val[0],
-                 vld2_u8(c->inU + row - M).val[0], vld2_u8(c->inV + row - M).val[0]);
-  addTap<kShift>(&far, t, cY, cU, cV, vld4_u8(lumaY + 2 * M).val[0],
-                 vld2_u8(c->inU + row + M).val[0], vld2_u8(c->inV + row + M).val[0]);
-  addTap<kShift>(&far, t, cY, cU, cV, vld4_u8(lumaDown).val[0], vld2_u8(c->inU + down).val[0],
-                 vld2_u8(c->inV + down).val[0]);
+  addTap<L, kShift>(&far, t, ce, L::every4th(lumaUp), L::even(c->inU + up), L::even(c->inV + up));
+  if constexpr (kKind == kFirst) {
+    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)),
+                      Q::move(v00, shiftUp(sh)));
+  } else {
+    addTap<L, kShift>(&far, t, ce, L::every4th(lumaY - 2 * M), L::even(c->inU + row - M),
+                      L::even(c->inV + row - M));
+  }
+  if constexpr (kKind == kLast) {
+    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftDown(sh)), Q::move(u00, shiftDown(sh)),
+                      Q::move(v00, shiftDown(sh)));
+  } else {
+    addTap<L, kShift>(&far, t, ce, L::every4th(lumaY + 2 * M), L::even(c->inU + row + M),
+                      L::even(c->inV + row + M));
+  }
+  addTap<L, kShift>(&far, t, ce, L::every4th(lumaDown), L::even(c->inU + down),
+                    L::even(c->inV + down));
 
-  const uint16x8_t weight = vaddq_u16(block.w, far.w);
-  const size_t o = size_t(y) * (w / 2) + x0;
-  vst1_u8(c->outU + o, mean8(vaddl_u16(vget_low_u16(block.u), vget_low_u16(far.u)),
-                             vaddl_u16(vget_high_u16(block.u), vget_high_u16(far.u)), weight));
-  vst1_u8(c->outV + o, mean8(vaddl_u16(vget_low_u16(block.v), vget_low_u16(far.v)),
-                             vaddl_u16(vget_high_u16(block.v), vget_high_u16(far.v)), weight));
+  // Weights up to 369 and sums up to 93840: 16 and 32 bits.
+  const typename L::Recip r = L::recip(block.w, far.w);
+  return Out<L>{L::mean(block.u, far.u, r), L::mean(block.v, far.v, r)};
 }
 
-// Pass 2: outputs x0..x0+7 of half-size row y. Source centres are the even
-// columns of full-size row 2y; luma of a half-size position x is L(4x) on
-// luma row 4y (vld4 val[0]).
-template <int kShift>
-inline void pass2Block(const KQChromaPassContext* c, const Tables& t, int x0, int y, int yUp,
-                       int yDown) {
+// Pass 2: outputs x0.. of half-size row y. Source centres are the even
+// columns of full-size row 2y; the luma of a half-size position x is L(4x) on
+// luma row 4y.
+template <class L, int kShift, int kKind>
+KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const Tables& t, const Shift& sh, int x0,
+                           int y, int yUp, int yDown) {
+  using B = typename L::B;
   const size_t w = size_t(c->chromaWidth), wh = w / 2, lw = size_t(c->lumaWidth);
   const int m = c->margin / 2;
   const uint8_t* lumaY = c->luma + size_t(4 * y) * lw + 4 * x0;
   const uint8_t* lumaUp = c->luma + size_t(4 * yUp) * lw + 4 * x0;
   const uint8_t* lumaDown = c->luma + size_t(4 * yDown) * lw + 4 * x0;
   const size_t src = size_t(2 * y) * w + 2 * x0;
-  const uint8x8_t cU = vld2_u8(c->srcU + src).val[0];
-  const uint8x8_t cV = vld2_u8(c->srcV + src).val[0];
-  const uint8x8_t cY = vld4_u8(lumaY).val[0];
+  Centre<L> ce;
+  ce.u = L::even(c->srcU + src);
+  ce.v = L::even(c->srcV + src);
+  ce.y = L::every4th(lumaY);
   const size_t at = size_t(y) * wh + x0, up = size_t(yUp) * wh + x0, down = size_t(yDown) * wh + x0;
-  Acc a = {vdupq_n_u16(1), vdupq_n_u16(0), vdupq_n_u16(0)};
-  addTap<kShift>(&a, t, cY, cU, cV, vld4_u8(lumaUp).val[0], vld1_u8(c->inU + up),
-                 vld1_u8(c->inV + up));
-  addTap<kShift>(&a, t, cY, cU, cV, vld4_u8(lumaY - 4 * m).val[0], vld1_u8(c->inU + at - m),
-                 vld1_u8(c->inV + at - m));
-  addTap<kShift>(&a, t, cY, cU, cV, cY, vld1_u8(c->inU + at), vld1_u8(c->inV + at));
-  addTap<kShift>(&a, t, cY, cU, cV, vld4_u8(lumaY + 4 * m).val[0], vld1_u8(c->inU + at + m),
-                 vld1_u8(c->inV + at + m));
-  addTap<kShift>(&a, t, cY, cU, cV, vld4_u8(lumaDown).val[0], vld1_u8(c->inU + down),
-                 vld1_u8(c->inV + down));
-  vst1_u8(c->outU + at, mean8(a.u, a.w));
-  vst1_u8(c->outV + at, mean8(a.v, a.w));
+  const B mu = L::load(c->inU + at), mv = L::load(c->inV + at);
+  Acc<L> a = accStart<L>(1);
+  addTap<L, kShift>(&a, t, ce, L::every4th(lumaUp), L::load(c->inU + up), L::load(c->inV + up));
+  if constexpr (kKind == kFirst) {
+    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)),
+                      Q::move(mv, shiftUp(sh)));
+  } else {
+    addTap<L, kShift>(&a, t, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
+                      L::load(c->inV + at - m));
+  }
+  addTap<L, kShift>(&a, t, ce, ce.y, mu, mv);
+  if constexpr (kKind == kLast) {
+    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
+                      Q::move(mv, shiftDown(sh)));
+  } else {
+    addTap<L, kShift>(&a, t, ce, L::every4th(lumaY + 4 * m), L::load(c->inU + at + m),
+                      L::load(c->inV + at + m));
+  }
+  addTap<L, kShift>(&a, t, ce, L::every4th(lumaDown), L::load(c->inU + down),
+                    L::load(c->inV + down));
+  return means(a);
 }
 
-// Four half-size samples, each repeated for the two full-size pixels it holds.
-inline uint8x8_t repeat4(const uint8_t* p) {
-  const uint8x8_t v = vld1_u8(p);
-  return vzip_u8(v, v).val[0];
-}
+// The rows a pass 3 step reads, at their column 0: worked out once per
+// output row, so that a step only adds its column.
+struct Pass3Rows {
+  const uint8_t *srcU, *srcV, *lumaCentre;                 // full-size row Y (luma row 2Y)
+  const uint8_t *lumaMid, *lumaUp, *lumaDown;              // luma rows 4y, 4yUp, 4yDown
+  const uint8_t *uMid, *uUp, *uDown, *vMid, *vUp, *vDown;  // half-size rows y, yUp, yDown
+};
 
-// Luma at the full-size positions of four half-size samples (every 4th luma
-// byte of a 16-byte run), each repeated twice.
-inline uint8x8_t lumaRepeat4(const uint8_t* p) {
-  const uint8x16_t v = vld1q_u8(p);
-  uint8x8x2_t pair;
-  pair.val[0] = vget_low_u8(v);
-  pair.val[1] = vget_high_u8(v);
-  static const uint8_t kIndex[8] = {0, 0, 4, 4, 8, 8, 12, 12};
-  return vtbl2_u8(pair, vld1_u8(kIndex));
-}
-
-// Pass 3: full-size outputs 2*hx0..2*hx0+7 of row Y. The source bytes are
-// loaded before the stores to the same addresses (in-place use).
-template <int kShift>
-inline void pass3Block(const KQChromaPassContext* c, const Tables& t, int hx0, int Y, int yUp,
-                       int y, int yDown) {
+KQ_INLINE Pass3Rows pass3Rows(const KQChromaPassContext* c, int Y, int yUp, int y, int yDown) {
   const size_t w = size_t(c->chromaWidth), wh = w / 2, lw = size_t(c->lumaWidth);
-  const int X0 = 2 * hx0;
-  const size_t at = size_t(Y) * w + X0;
-  const uint8x8_t cU = vld1_u8(c->srcU + at);
-  const uint8x8_t cV = vld1_u8(c->srcV + at);
-  const uint8x8_t cY = vld2_u8(c->luma + size_t(2 * Y) * lw + 2 * X0).val[0];
-  const uint8_t* lumaY = c->luma + size_t(4 * y) * lw + 4 * hx0;
-  const uint8_t* lumaUp = c->luma + size_t(4 * yUp) * lw + 4 * hx0;
-  const uint8_t* lumaDown = c->luma + size_t(4 * yDown) * lw + 4 * hx0;
-  const size_t mid = size_t(y) * wh + hx0, up = size_t(yUp) * wh + hx0,
-               down = size_t(yDown) * wh + hx0;
-  Acc a = {vdupq_n_u16(1), vmovl_u8(cU), vmovl_u8(cV)};  // own colour, weight 1
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaUp),
-                                         repeat4(c->inU + up), repeat4(c->inV + up));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY - 4),
-                                         repeat4(c->inU + mid - 1), repeat4(c->inV + mid - 1));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY),
-                                         repeat4(c->inU + mid), repeat4(c->inV + mid));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaY + 4),
-                                         repeat4(c->inU + mid + 1), repeat4(c->inV + mid + 1));
-  addTap<kShift, kKqChromaPass3LumaGain>(&a, t, cY, cU, cV, lumaRepeat4(lumaDown),
-                                         repeat4(c->inU + down), repeat4(c->inV + down));
-  vst1_u8(c->outU + at, mean8(a.u, a.w));
-  vst1_u8(c->outV + at, mean8(a.v, a.w));
+  return Pass3Rows{c->srcU + size_t(Y) * w,        c->srcV + size_t(Y) * w,
+                   c->luma + size_t(2 * Y) * lw,   c->luma + size_t(4 * y) * lw,
+                   c->luma + size_t(4 * yUp) * lw, c->luma + size_t(4 * yDown) * lw,
+                   c->inU + size_t(y) * wh,        c->inU + size_t(yUp) * wh,
+                   c->inU + size_t(yDown) * wh,    c->inV + size_t(y) * wh,
+                   c->inV + size_t(yUp) * wh,      c->inV + size_t(yDown) * wh};
 }
 
-// The runs, one block of 8 outputs per step; never whole rows (the edge
-// pixels are the per-pixel code's).
+// Pass 3: full-size outputs 2*hx0.. of row Y. The source bytes are loaded
+// before any store (in-place use).
+template <class L, int kShift, int kKind>
+KQ_INLINE Out<L> pass3Step(const Pass3Rows& r, const Tables& t, const Shift& sh, int hx0) {
+  using B = typename L::B;
+  const int X0 = 2 * hx0;
+  Centre<L> ce;
+  ce.u = L::load(r.srcU + X0);
+  ce.v = L::load(r.srcV + X0);
+  ce.y = L::even(r.lumaCentre + 2 * X0);
+  const uint8_t* lumaY = r.lumaMid + 4 * hx0;
+  // Own colour, weight 1.
+  Acc<L> a{L::dup(1), L::widen(ce.u), L::widen(ce.v)};
+  constexpr int g = kKqChromaPass3LumaGain;
+  const B my = L::lumaRepeat(lumaY), mu = L::repeat(r.uMid + hx0), mv = L::repeat(r.vMid + hx0);
+  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(r.lumaUp + 4 * hx0), L::repeat(r.uUp + hx0),
+                       L::repeat(r.vUp + hx0));
+  if constexpr (kKind == kFirst) {
+    const uint8x16_t idx = shiftUp(sh);
+    addTap<L, kShift, g>(&a, t, ce, Q::move(my, idx), Q::move(mu, idx), Q::move(mv, idx));
+  } else {
+    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY - 4), L::repeat(r.uMid + hx0 - 1),
+                         L::repeat(r.vMid + hx0 - 1));
+  }
+  addTap<L, kShift, g>(&a, t, ce, my, mu, mv);
+  if constexpr (kKind == kLast) {
+    const uint8x16_t idx = shiftDown(sh);
+    addTap<L, kShift, g>(&a, t, ce, Q::move(my, idx), Q::move(mu, idx), Q::move(mv, idx));
+  } else {
+    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY + 4), L::repeat(r.uMid + hx0 + 1),
+                         L::repeat(r.vMid + hx0 + 1));
+  }
+  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(r.lumaDown + 4 * hx0), L::repeat(r.uDown + hx0),
+                       L::repeat(r.vDown + hx0));
+  return means(a);
+}
+
+// The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8.
+#if defined(__aarch64__)
+using Inner = Q;
+#else
+using Inner = D;
+#endif
+
+// Steps over [x0, x0 + n): with `first` a Q step at x0 clamps its left far
+// taps, with `last` a Q step ending at x0 + n its right far taps (reach
+// outputs away, at most 16); the steps between are Inner steps. Where they do
+// not tile the run, the last Inner step ends where the final step starts,
+// overlapping the one before it; the two are computed before either is
+// stored, so that every step reads the source bytes of its outputs as they
+// were (pass 3 runs in place) and the overlap gets equal bytes twice. Before a
+// clamping last step, the Inner step before it starts early enough that its
+// right far taps stay inside the row. compute(x, kind, lanes) makes the
+// outputs at x, store(x, out) stores them.
+template <class Compute, class Store>
+KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute compute,
+                     Store store) {
+  constexpr int k = Inner::kOut;
+  const int end = x0 + n;
+  int x = x0;
+  if (first) {
+    store(x, compute(x, Kind<kFirst>(), Q()));
+    x += Q::kOut;
+  }
+  const int lastX = end - (last ? Q::kOut : k);
+  for (; x + k <= lastX; x += k) store(x, compute(x, Kind<kInner>(), Inner()));
+  // [x, lastX) is shorter than one Inner step.
+  int before = x;
+  if (last && before > lastX + Q::kOut - k - reach) before = lastX + Q::kOut - k - reach;
+  if (last) {
+    if (x < lastX) {
+      const auto a = compute(before, Kind<kInner>(), Inner());
+      const auto b = compute(lastX, Kind<kLast>(), Q());
+      store(before, a);
+      store(lastX, b);
+    } else {
+      store(lastX, compute(lastX, Kind<kLast>(), Q()));
+    }
+  } else if (x < lastX) {
+    const auto a = compute(before, Kind<kInner>(), Inner());
+    const auto b = compute(lastX, Kind<kInner>(), Inner());
+    store(before, a);
+    store(lastX, b);
+  } else if (x == lastX) {
+    store(lastX, compute(lastX, Kind<kInner>(), Inner()));
+  }
+}
+
+// The Blocks of chroma_rows.h.
 struct NeonBlocks {
   static constexpr bool kVector = true;
   using Tables = ::Tables;
+
   template <int kShift>
   static Tables load(const KQChromaPassContext* c) {
     return loadTables(c);
   }
-  static bool wholeRows(const KQChromaPassContext*, int) { return false; }
+
+  // Whole rows where the first and last steps and the steps between them fit
+  // (see steps): passes 1 and 2 need the far tap distance s = margin / 2
+  // within one Q step and 32 + 2 s outputs, pass 3 (s = 1 half-size column,
+  // two outputs) 36 outputs.
+  static bool wholeRows(const KQChromaPassContext* c, int pass) {
+    const int wh = c->chromaWidth / 2;
+    if (pass == 3) return 2 * wh >= 36;
+    const int s = c->margin / 2;
+    return c->margin >= 2 && s <= 16 && wh >= 32 + 2 * s;
+  }
+
+  template <int kPass, int kShift>
+  static void halfSizeRun(const KQChromaPassContext* context, const Tables& t, int x0, int n, int y,
+                          int yUp, int yDown) {
+    // A local copy: the stores cannot change it, so its fields stay in
+    // registers across the steps.
+    const KQChromaPassContext local = *context;
+    const KQChromaPassContext* c = &local;
+    if (n < Inner::kOut) {
+      for (int x = x0; x < x0 + n; ++x) {
+        if (kPass == 1)
+          kqChromaPass1Pixel(c, kShift, x, y);
+        else
+          kqChromaPass2Pixel(c, kShift, x, y);
+      }
+      return;
+    }
+    const int wh = c->chromaWidth / 2, s = c->margin / 2;
+    const Shift sh = shiftOf(s);
+    uint8_t* const outU = c->outU + size_t(y) * size_t(wh);
+    uint8_t* const outV = c->outV + size_t(y) * size_t(wh);
+    auto store = [&](int x, const auto& o) __attribute__((always_inline)) {
+      using L = std::conditional_t<sizeof(o.u) == 16, Q, D>;
+      L::store(outU + x, o.u);
+      L::store(outV + x, o.v);
+    };
+    const bool first = x0 == 0, last = x0 + n == wh;
+    if (kPass == 1 && c->inU == c->srcU && c->inV == c->srcV) {
+      steps(
+          x0, n, first, last, s,
+          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass1Step<decltype(lanes), kShift, decltype(kind)::value, true>(c, t, sh, x, y,
+                                                                                   yUp, yDown);
+          },
+          store);
+    } else if (kPass == 1) {
+      steps(
+          x0, n, first, last, s,
+          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass1Step<decltype(lanes), kShift, decltype(kind)::value, false>(c, t, sh, x, y,
+                                                                                    yUp, yDown);
+          },
+          store);
+    } else {
+      steps(
+          x0, n, first, last, s,
+          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass2Step<decltype(lanes), kShift, decltype(kind)::value>(c, t, sh, x, y, yUp,
+                                                                             yDown);
+          },
+          store);
+    }
+  }
+
   template <int kShift>
   static void pass1(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
                     int yDown) {
-    for (int x = x0; x < x0 + n; x += 8) pass1Block<kShift>(c, t, x, y, yUp, yDown);
+    halfSizeRun<1, kShift>(c, t, x0, n, y, yUp, yDown);
   }
+
   template <int kShift>
   static void pass2(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y, int yUp,
                     int yDown) {
-    for (int x = x0; x < x0 + n; x += 8) pass2Block<kShift>(c, t, x, y, yUp, yDown);
+    halfSizeRun<2, kShift>(c, t, x0, n, y, yUp, yDown);
   }
+
+  // Outputs are full-size columns X = 2 * hx; n is even.
   template <int kShift>
-  static void pass3(const KQChromaPassContext* c, const Tables& t, int X0, int n, int Y, int yUp,
-                    int y, int yDown) {
-    for (int X = X0; X < X0 + n; X += 8) pass3Block<kShift>(c, t, X / 2, Y, yUp, y, yDown);
+  static void pass3(const KQChromaPassContext* context, const Tables& t, int X0, int n, int Y,
+                    int yUp, int y, int yDown) {
+    const KQChromaPassContext local = *context;
+    const KQChromaPassContext* c = &local;
+    if (n < Inner::kOut) {
+      for (int X = X0; X < X0 + n; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
+      return;
+    }
+    const int we = (c->chromaWidth / 2) * 2;
+    const Shift sh = shiftOf(2);
+    uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
+    uint8_t* const outV = c->outV + size_t(Y) * size_t(c->chromaWidth);
+    const Pass3Rows rows = pass3Rows(c, Y, yUp, y, yDown);
+    steps(
+        X0, n, X0 == 0, X0 + n == we, 2,
+        [&](int X, auto kind, auto lanes) __attribute__((always_inline)) {
+          return pass3Step<decltype(lanes), kShift, decltype(kind)::value>(rows, t, sh, X / 2);
+        },
+        [&](int X, const auto& o) __attribute__((always_inline)) {
+          using L = std::conditional_t<sizeof(o.u) == 16, Q, D>;
+          L::store(outU + X, o.u);
+          L::store(outV + X, o.v);
+        });
   }
 };
 
 }  // namespace
 
-void kqChromaDspInit_neon(KQChromaDsp* dsp) { kqChromaFillPassTable<NeonBlocks>(dsp); }
+void kqChromaDspInit_neon(KQChromaDsp* dsp) {
+  kqChromaFillPassTable<NeonBlocks>(dsp);
+  dsp->means = kqChromaMeans_neon;
+}
+
+// The kernels' means, 4 at a time (a partial last group through a padded
+// copy).
+void kqChromaMeans_neon(uint8_t* out, const uint32_t* sums, const uint32_t* weights, int32_t n) {
+  for (int32_t i = 0; i < n; i += 4) {
+    uint32_t s[4] = {0, 0, 0, 0}, w[4] = {1, 1, 1, 1};
+    const int32_t m = n - i < 4 ? n - i : 4;
+    std::memcpy(s, sums + i, size_t(m) * 4);
+    std::memcpy(w, weights + i, size_t(m) * 4);
+    const uint32x4_t q = meanQuad(vld1q_u32(s), reciprocal(vcvtq_f32_u32(vld1q_u32(w))));
+    uint32_t r[4];
+    vst1q_u32(r, q);
+    for (int32_t k = 0; k < m; ++k) out[i + k] = uint8_t(r[k]);
+  }
+}

@@ -18,11 +18,29 @@ inline void nrTap(uint8x16_t p, uint8x16_t c, uint8x16_t k30, uint16x8_t& accLo,
   wsum = vaddq_u8(wsum, w);
 }
 
-// trunc(min(255, float(n) * vrecpe(float(d)))) for 4 lanes.
-inline uint16x4_t nrDivide(uint32x4_t n, uint16x4_t d) {
+// trunc(float(n) * vrecpe(float(d))) for 4 lanes, at most 257 (n / d <= 255
+// and the estimate at most 2^-8 above 1 / d); the saturating narrow to bytes
+// makes it min(255, ..) (aarch64 clamps the float instead: GCC schedules
+// that loop better).
+inline uint32x4_t nrDivide(uint32x4_t n, uint16x4_t d) {
   const float32x4_t est = vrecpeq_f32(vcvtq_f32_u32(vmovl_u16(d)));
-  const float32x4_t q = vminq_f32(vmulq_f32(vcvtq_f32_u32(n), est), vdupq_n_f32(255.0f));
-  return vmovn_u32(vcvtq_u32_f32(q));
+  float32x4_t q = vmulq_f32(vcvtq_f32_u32(n), est);
+#if defined(__aarch64__)
+  q = vminq_f32(q, vdupq_n_f32(255.0f));
+#endif
+  return vcvtq_u32_f32(q);
+}
+
+// Sixteen quotients (each at most 257) as bytes, saturated at 255.
+inline uint8x16_t nrBytes(uint32x4_t q0, uint32x4_t q1, uint32x4_t q2, uint32x4_t q3) {
+#if defined(__aarch64__)
+  const uint16x8_t lo = vuzp1q_u16(vreinterpretq_u16_u32(q0), vreinterpretq_u16_u32(q1));
+  const uint16x8_t hi = vuzp1q_u16(vreinterpretq_u16_u32(q2), vreinterpretq_u16_u32(q3));
+  return vuzp1q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
+#else
+  return vcombine_u8(vqmovn_u16(vcombine_u16(vmovn_u32(q0), vmovn_u32(q1))),
+                     vqmovn_u16(vcombine_u16(vmovn_u32(q2), vmovn_u32(q3))));
+#endif
 }
 
 }  // namespace
@@ -65,22 +83,143 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
     nrTap(vld1q_u8(dn4 + x + 2), c, k30, bLo, bHi, wb);
     const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
     const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-    const uint16x4_t r0 =
-        nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo));
-    const uint16x4_t r1 =
-        nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo));
-    const uint16x4_t r2 =
-        nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi));
-    const uint16x4_t r3 =
-        nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi));
-    vst1q_u8(dst + x,
-             vcombine_u8(vmovn_u16(vcombine_u16(r0, r1)), vmovn_u16(vcombine_u16(r2, r3))));
+    vst1q_u8(
+        dst + x,
+        nrBytes(nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo)),
+                nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo)),
+                nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi)),
+                nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi))));
   }
 }
+
+namespace {
+
+// Exact floor(n / d) of 4 lanes, n < 2^17, 30 <= d <= 480: the reference's
+// float quotient truncated (a quotient that is not whole lies at least 1 / d
+// below the next integer, far more than the rounding of a quotient below
+// 256). aarch64 divides; armv7 has no vector division and truncates
+// n * r + 2^-11 with r the reciprocal estimate refined twice (relative error
+// below 2^-21): the product is then within 2^-13 of n / d, so the bias keeps
+// a whole quotient above its integer and stays below the 1 / d margin.
+inline uint32x4_t exactQuotient(uint32x4_t n, uint32x4_t d) {
+  const float32x4_t fn = vcvtq_f32_u32(n), fd = vcvtq_f32_u32(d);
+#if defined(__aarch64__)
+  return vcvtq_u32_f32(vdivq_f32(fn, fd));
+#else
+  float32x4_t r = vrecpeq_f32(fd);
+  r = vmulq_f32(vrecpsq_f32(fd, r), r);
+  r = vmulq_f32(vrecpsq_f32(fd, r), r);
+  return vcvtq_u32_f32(vaddq_f32(vmulq_f32(fn, r), vdupq_n_f32(1.0f / 2048.0f)));
+#endif
+}
+
+// Sixteen centres of the border kernel: c0 points at the centre row's
+// column x, r[k] at the tap rows' column x + s (row 0 the centre row, then
+// y - 2, y + 2, y - 4, y + 4). Two groups of seven taps (the first with the
+// centre's own weight 30) keep N in u16 and D in u8 lanes.
+inline __attribute__((always_inline)) uint8x16_t borderBlock(const uint8_t* c0,
+                                                             const uint8_t* const r[5]) {
+  const uint8x16_t k30 = vdupq_n_u8(30);
+  const uint8x16_t c = vld1q_u8(c0);
+  uint16x8_t aLo = vmull_u8(vget_low_u8(c), vdup_n_u8(30));
+  uint16x8_t aHi = vmull_u8(vget_high_u8(c), vdup_n_u8(30));
+  uint8x16_t wa = k30;
+  nrTap(vld1q_u8(r[0] - 6), c, k30, aLo, aHi, wa);
+  nrTap(vld1q_u8(r[0] - 1), c, k30, aLo, aHi, wa);
+  nrTap(vld1q_u8(r[0] + 1), c, k30, aLo, aHi, wa);
+  nrTap(vld1q_u8(r[0] + 6), c, k30, aLo, aHi, wa);
+  nrTap(vld1q_u8(r[1] - 4), c, k30, aLo, aHi, wa);
+  nrTap(vld1q_u8(r[1]), c, k30, aLo, aHi, wa);
+  nrTap(vld1q_u8(r[1] + 4), c, k30, aLo, aHi, wa);
+  uint16x8_t bLo = vdupq_n_u16(0), bHi = vdupq_n_u16(0);
+  uint8x16_t wb = vdupq_n_u8(0);
+  nrTap(vld1q_u8(r[2] - 4), c, k30, bLo, bHi, wb);
+  nrTap(vld1q_u8(r[2]), c, k30, bLo, bHi, wb);
+  nrTap(vld1q_u8(r[2] + 4), c, k30, bLo, bHi, wb);
+  nrTap(vld1q_u8(r[3] - 2), c, k30, bLo, bHi, wb);
+  nrTap(vld1q_u8(r[3] + 2), c, k30, bLo, bHi, wb);
+  nrTap(vld1q_u8(r[4] - 2), c, k30, bLo, bHi, wb);
+  nrTap(vld1q_u8(r[4] + 2), c, k30, bLo, bHi, wb);
+  const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
+  const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
+  const uint32x4_t q0 =
+      exactQuotient(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vmovl_u16(vget_low_u16(dLo)));
+  const uint32x4_t q1 = exactQuotient(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)),
+                                      vmovl_u16(vget_high_u16(dLo)));
+  const uint32x4_t q2 =
+      exactQuotient(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vmovl_u16(vget_low_u16(dHi)));
+  const uint32x4_t q3 = exactQuotient(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)),
+                                      vmovl_u16(vget_high_u16(dHi)));
+  return vcombine_u8(vmovn_u16(vcombine_u16(vmovn_u32(q0), vmovn_u32(q1))),
+                     vmovn_u16(vcombine_u16(vmovn_u32(q2), vmovn_u32(q3))));
+}
+
+}  // namespace
+
+// Blocks of 16 centres straight from the rows (the caller keeps every tap of
+// the run inside them), the last one ending at the run's end; a run shorter
+// than a block goes through zero-padded copies of the bytes it reads.
+void kqLumaNrBorderRun_neon(uint8_t* dst, const uint8_t* const* rows, int32_t x, int32_t count,
+                            int32_t s) {
+  if (count <= 0) return;
+  if (count >= 16) {
+    const int32_t end = x + count;
+    for (int32_t i = x;; i += 16) {
+      if (i > end - 16) i = end - 16;
+      const uint8_t* r[5] = {rows[0] + i + s, rows[1] + i + s, rows[2] + i + s, rows[3] + i + s,
+                             rows[4] + i + s};
+      vst1q_u8(dst + i, borderBlock(rows[0] + i, r));
+      if (i == end - 16) return;
+    }
+  }
+  // Tap bytes from column x + s - 6 to x + count - 1 + s + 6 at buf[k][0..],
+  // the centres at centre[0..].
+  uint8_t buf[5][48] = {}, centre[16] = {}, out[16];
+  const uint8_t* r[5];
+  for (int32_t k = 0; k < 5; ++k) {
+    std::memcpy(buf[k], rows[k] + x + s - 6, size_t(count + 12));
+    r[k] = buf[k] + 6;
+  }
+  std::memcpy(centre, rows[0] + x, size_t(count));
+  vst1q_u8(out, borderBlock(centre, r));
+  std::memcpy(dst + x, out, size_t(count));
+}
+
+namespace {
+
+// The plain blend with a weight of 0..128 (strengths 0..10): 8-bit factors,
+// v <= 128 * 255, so v >> 7 is at most 255.
+inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x8_t w, uint8x8_t iw) {
+  uint16x8_t lo = vmull_u8(vget_low_u8(f), w);
+  lo = vmlal_u8(lo, vget_low_u8(o), iw);
+#if defined(__aarch64__)
+  uint16x8_t hi = vmull_high_u8(f, vcombine_u8(w, w));
+  hi = vmlal_high_u8(hi, o, vcombine_u8(iw, iw));
+  return vshrn_high_n_u16(vshrn_n_u16(lo, 7), hi, 7);
+#else
+  uint16x8_t hi = vmull_u8(vget_high_u8(f), w);
+  hi = vmlal_u8(hi, vget_high_u8(o), iw);
+  return vcombine_u8(vshrn_n_u16(lo, 7), vshrn_n_u16(hi, 7));
+#endif
+}
+
+}  // namespace
 
 // v = w * f + (128 - w) * o in wrapping u16 lanes, min(255, v >> 7).
 void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32_t weight) {
   const int32_t n = width & ~7;
+  if (uint32_t(weight) <= 128) {
+    const uint8x8_t w = vdup_n_u8(uint8_t(weight)), iw = vdup_n_u8(uint8_t(128 - weight));
+    int32_t x = 0;
+    for (; x + 16 <= n; x += 16)
+      vst1q_u8(dst + x, blendSmall(vld1q_u8(dst + x), vld1q_u8(orig + x), w, iw));
+    if (x < n) {  // 8 left
+      uint16x8_t v = vmull_u8(vld1_u8(dst + x), w);
+      v = vmlal_u8(v, vld1_u8(orig + x), iw);
+      vst1_u8(dst + x, vshrn_n_u16(v, 7));
+    }
+    return;
+  }
   const uint16x8_t w = vdupq_n_u16(uint16_t(weight));
   const uint16x8_t iw = vdupq_n_u16(uint16_t(128u - uint32_t(weight)));
   const uint16x8_t k255 = vdupq_n_u16(255);
@@ -204,7 +343,11 @@ struct SharpenNeon {
     lo = vmlaq_u16(lo, vaddl_u8(vget_low_u8(b), vget_low_u8(d)), wi);
     hi = vmlaq_u16(hi, vaddl_u8(vget_high_u8(b), vget_high_u8(d)), wi);
     lo = vmlal_u8(lo, vget_low_u8(c), wc);
+#if defined(__aarch64__)
+    hi = vmlal_high_u8(hi, c, vcombine_u8(wc, wc));  // umlal2: no move of the high half
+#else
     hi = vmlal_u8(hi, vget_high_u8(c), wc);
+#endif
   }
 
   // V of columns x .. x + 15: (o*(r0+r4) + i*(r1+r3) + c*r2 + 64) >> 7,
@@ -251,10 +394,78 @@ struct SharpenNeon {
                                   respond<kSmallGain, kThreshold>(hi, vget_high_u8(o))));
   }
 
+  // V of the 16 columns from x (the centre row's bytes there in *centre).
+  uint8x16_t vBlock(int32_t x, uint8x16_t* centre) const {
+    const uint8x16_t r0 = vld1q_u8(rows[0] + x), r1 = vld1q_u8(rows[1] + x);
+    const uint8x16_t r2 = vld1q_u8(rows[2] + x), r3 = vld1q_u8(rows[3] + x);
+    const uint8x16_t r4 = vld1q_u8(rows[4] + x);
+    uint16x8_t lo, hi;
+    taps(r0, r1, r2, r3, r4, lo, hi);
+    *centre = r2;
+    return vcombine_u8(vqrshrn_n_u16(lo, 7), vqrshrn_n_u16(hi, 7));
+  }
+
+  // 16 outputs from V of the 16 columns before them (prev), at them (cur)
+  // and after them (next), and the original bytes o.
+  template <bool kSmallGain, bool kThreshold>
+  uint8x16_t outBlock(uint8x16_t prev, uint8x16_t cur, uint8x16_t next, uint8x16_t o) const {
+    uint16x8_t lo, hi;
+    taps(vextq_u8(prev, cur, 14), vextq_u8(prev, cur, 15), cur, vextq_u8(cur, next, 1),
+         vextq_u8(cur, next, 2), lo, hi);
+    return vcombine_u8(respond<kSmallGain, kThreshold>(lo, vget_low_u8(o)),
+                       respond<kSmallGain, kThreshold>(hi, vget_high_u8(o)));
+  }
+
+  // Columns [0, nv), nv >= 32 (aarch64): both passes in registers, V of the next 16
+  // columns computed before the outputs of the current 16 (vext takes the
+  // neighbours across blocks). V(-1) = V(-2) = V(0) come from a first
+  // "previous" block of V(0), V(nv) = V(nv + 1) = V(nv - 1) from a last
+  // "next" block of V(nv - 1); where nv is no multiple of 16 the last block
+  // ends at nv, overlapping the one before (equal bytes written twice).
+  template <bool kSmallGain, bool kThreshold>
+  void rowInRegisters(uint8_t* dst, int32_t nv) const {
+    const SharpenNeon k = *this;  // weights in registers, not behind `this`
+    uint8x16_t o, oNext;
+    uint8x16_t cur = k.vBlock(0, &o);
+    uint8x16_t prev = vdupq_lane_u8(vget_low_u8(cur), 0);
+    const int32_t last = nv - 16;
+    int32_t x = 0;
+    for (; x + 16 < last; x += 16) {
+      const uint8x16_t next = k.vBlock(x + 16, &oNext);
+      vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold>(prev, cur, next, o));
+      prev = cur;
+      cur = next;
+      o = oNext;
+    }
+    // Now x + 16 >= last >= x, and last - x is 0, 8 or 16 (nv is a multiple
+    // of 8): the block at x (unless it is the last one), then the one that
+    // ends at nv, its V from the blocks in hand where they overlap it.
+    uint8x16_t oLast;
+    const uint8x16_t vLast = k.vBlock(last, &oLast);
+    const uint8x16_t after = vdupq_lane_u8(vget_high_u8(vLast), 7);  // V(nv - 1)
+    if (x == last) {
+      vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold>(prev, vLast, after, o));
+      return;
+    }
+    const bool aligned = x + 16 == last;
+    const uint8x16_t next = aligned ? vLast : vextq_u8(vLast, vLast, 8);  // V(x + 16), ..
+    const uint8x16_t before = aligned ? cur : vextq_u8(prev, cur, 8);     // V(last - 16), ..
+    vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold>(prev, cur, next, o));
+    vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold>(before, vLast, after, oLast));
+  }
+
   // Columns [0, nv), nv >= 8. The rows must be readable and dst writable
   // for max(nv, 16) columns (the caller pads a row of 8).
   template <bool kSmallGain, bool kThreshold>
   void row(uint8_t* dst, int32_t nv) const {
+#if defined(__aarch64__)
+    // armv7 keeps the line buffer: with half the registers the blocks in
+    // flight cost more moves than the buffer's loads and stores.
+    if (nv >= 32) {
+      rowInRegisters<kSmallGain, kThreshold>(dst, nv);
+      return;
+    }
+#endif
     const SharpenNeon k = *this;  // weights in registers, not behind `this`
     uint8_t buf[kLeft + kChunk + 16 + 2];
     uint8_t* const v = buf + kLeft;  // v[i] = V(x0 + i)

@@ -44,12 +44,271 @@ inline void storeLanes(uint8_t* dst, uint8x8_t v, int32_t lanes) {
 
 }  // namespace
 
+namespace {
+
+// Planned bilinear rows (the tile's rows of one chain: block codes and a
+// plan, in the vector step range, 16 pixels or more) go by groups of 16
+// output pixels, the last group ending at the row's end (it overlaps the one
+// before and writes the same bytes there again). Each group's pixels take
+// their left and right source bytes out of one 32-byte window with table
+// look-ups, so the per-pixel positions are worked out once per chain, into
+// the plan:
+//
+//   L, R  = tbl(window, sel), tbl(window, sel + 1)
+//   h     = (L * (32 - f) + R * f) >> 1                  u16, <= 4080
+//   out   = (h_up * 16 + (h_lo - h_up) * w1) >> 8         per output row
+//
+// (the sum hu * (16 - w1) + hl * w1 written so, its true value at most
+// 65280, comes out exact from the wrapping 16-bit lanes; its high byte is the
+// pixel). The lower source row's h are kept in the plan for the next call,
+// which in an enlargement reads that row as its upper row with the same
+// chain, so each source row is interpolated once per chain.
+constexpr int32_t kGroup = 16;
+constexpr int32_t kWindow = 32;
+
+// How a group finds its bytes: a window inside the row (kInside), a copy of
+// the clamped columns win .. win + 31 (kCopy: the window leaves the row), or
+// pixel by pixel in the 32-bit lane arithmetic (kNone: the pixels spread
+// over more than 32 bytes).
+enum GroupForm : int32_t { kInside = 0, kCopy = 1, kNone = 2, kInside16 = 3 };
+
+struct alignas(16) Group {
+  uint8_t sel[kGroup];   // left byte of each pixel in the window (xi - win)
+  uint8_t selR[kGroup];  // right byte, sel + 1
+  uint8_t f[kGroup];     // 1/32 phase
+  uint8_t nf[kGroup];    // 32 - phase
+  int32_t win, form, k0, spare;
+};
+
+// The plan from its first 64-byte boundary: 64 header bytes (at 0 the source
+// row whose h are kept, at 8 the group count), the kept h (two vectors per
+// group), then the groups.
+struct Plan {
+  uint8_t* header;
+  uint16_t* kept;
+  Group* groups;
+  int32_t count;
+};
+
+constexpr size_t kPlanHeader = 64;
+
+bool takesPlan(const KQWarpRow* row) {
+  if (!kqwarp::vectorStep(row->step) || row->codes == nullptr || row->plan == nullptr ||
+      row->planReady == nullptr || row->count < kGroup)
+    return false;
+  const size_t groups = size_t(row->count + kGroup - 1) / kGroup;
+  return 63 + kPlanHeader + groups * (sizeof(Group) + kGroup * sizeof(uint16_t)) <=
+         kqWarpPlanBytes(row->count);
+}
+
+void buildGroup(const KQWarpRow* row, int32_t k0, Group* g) {
+  std::memset(g, 0, sizeof *g);
+  g->k0 = k0;
+  int32_t xi[kGroup], fr[kGroup];
+  for (int32_t i = 0; i < kGroup; ++i)
+    kqwarp::pixelPosition(row->codes, row->step, k0 + i, &xi[i], &fr[i]);
+  int32_t lo = xi[0], hi = xi[0];
+  for (int32_t i = 1; i < kGroup; ++i) {
+    lo = xi[i] < lo ? xi[i] : lo;
+    hi = xi[i] > hi ? xi[i] : hi;
+  }
+  // A lane reads bytes xi - win and xi - win + 1 (columns within +-2^25).
+  if (hi - lo > kWindow - 2) {
+    g->form = kNone;
+    return;
+  }
+  const int32_t width = row->srcWidth;
+  int32_t win = lo < width - kWindow ? lo : width - kWindow;  // kept inside the row
+  g->form = kInside;
+  if (win < 0 || win < hi - (kWindow - 2)) {
+    win = lo;
+    g->form = kCopy;
+  }
+#if !defined(__aarch64__)
+  const int32_t win16 = lo < width - 16 ? lo : width - 16;
+  if (g->form == kInside && hi - lo <= 14 && win16 >= 0 && win16 >= hi - 14) {
+    win = win16;
+    g->form = kInside16;
+  }
+#endif
+  g->win = win;
+  for (int32_t i = 0; i < kGroup; ++i) {
+    g->sel[i] = uint8_t(xi[i] - win);
+    g->selR[i] = uint8_t(xi[i] - win + 1);
+    g->f[i] = uint8_t(fr[i]);
+    g->nf[i] = uint8_t(32 - fr[i]);
+  }
+}
+
+// The plan of a row that takes one, built on first use.
+Plan planOf(const KQWarpRow* row, void (*build)(const KQWarpRow*, int32_t, Group*)) {
+  Plan p;
+  p.header = row->plan + ((64 - (reinterpret_cast<uintptr_t>(row->plan) & 63)) & 63);
+  if (*row->planReady != 0) {
+    std::memcpy(&p.count, p.header + 8, sizeof p.count);
+  } else {
+    p.count = (row->count + kGroup - 1) / kGroup;
+    std::memset(p.header, 0, kPlanHeader);  // no source row's h kept yet
+    std::memcpy(p.header + 8, &p.count, sizeof p.count);
+  }
+  p.kept = reinterpret_cast<uint16_t*>(p.header + kPlanHeader);
+  p.groups = reinterpret_cast<Group*>(p.header + kPlanHeader +
+                                      size_t(p.count) * kGroup * sizeof(uint16_t));
+  if (*row->planReady == 0) {
+    for (int32_t c = 0; c < p.count; ++c) {
+      const int32_t k0 = c * kGroup + kGroup > row->count ? row->count - kGroup : c * kGroup;
+      build(row, k0, &p.groups[c]);
+    }
+    *row->planReady = 1;
+  }
+  return p;
+}
+
+// The 32-byte window as a table, and 16 look-ups in it.
+#if defined(__aarch64__)
+using Window = uint8x16x2_t;
+inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) { return vld1q_u8_x2(p); }
+inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) {
+  return vqtbl2q_u8(w, idx);
+}
+#else
+using Window = uint8x8x4_t;
+inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) {
+  Window w;
+  w.val[0] = vld1_u8(p);
+  w.val[1] = vld1_u8(p + 8);
+  w.val[2] = vld1_u8(p + 16);
+  w.val[3] = vld1_u8(p + 24);
+  return w;
+}
+// armv7 also has groups whose bytes fit 16 (every group of an enlargement by
+// 1.1 or more): their window is one q register, the pair of d registers that
+// vtbl2 takes as it is (a 32-byte window costs register moves into the four
+// consecutive ones vtbl4 takes).
+using Window16 = uint8x8x2_t;
+inline __attribute__((always_inline)) Window16 window16At(const uint8_t* p) {
+  Window16 w;
+  w.val[0] = vld1_u8(p);
+  w.val[1] = vld1_u8(p + 8);
+  return w;
+}
+inline __attribute__((always_inline)) uint8x16_t pick(const Window16& w, uint8x16_t idx) {
+  return vcombine_u8(vtbl2_u8(w, vget_low_u8(idx)), vtbl2_u8(w, vget_high_u8(idx)));
+}
+inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) {
+  return vcombine_u8(vtbl4_u8(w, vget_low_u8(idx)), vtbl4_u8(w, vget_high_u8(idx)));
+}
+#endif
+
+struct Halves {
+  uint16x8_t lo, hi;  // pixels 0..7 and 8..15 of a group
+};
+
+// h of a group's 16 pixels from a window of source row bytes.
+template <class W>
+inline __attribute__((always_inline)) Halves horizontal(const Group& g, const W& w) {
+  const uint8x16_t l = pick(w, vld1q_u8(g.sel)), r = pick(w, vld1q_u8(g.selR));
+  const uint8x16_t f = vld1q_u8(g.f), nf = vld1q_u8(g.nf);
+  uint16x8_t lo = vmull_u8(vget_low_u8(l), vget_low_u8(nf));
+  lo = vmlal_u8(lo, vget_low_u8(r), vget_low_u8(f));
+#if defined(__aarch64__)
+  uint16x8_t hi = vmull_high_u8(l, nf);
+  hi = vmlal_high_u8(hi, r, f);
+#else
+  uint16x8_t hi = vmull_u8(vget_high_u8(l), vget_high_u8(nf));
+  hi = vmlal_u8(hi, vget_high_u8(r), vget_high_u8(f));
+#endif
+  return Halves{vshrq_n_u16(lo, 1), vshrq_n_u16(hi, 1)};
+}
+
+// The same for a group at the plane's edges: from a copy of the clamped
+// columns, or pixel by pixel.
+__attribute__((noinline)) Halves edgeHorizontal(const Group& g, const KQWarpRow* row,
+                                                const uint8_t* s) {
+  const int32_t width = row->srcWidth;
+  if (g.form == kCopy) {
+    uint8_t buf[kWindow];
+    for (int32_t i = 0; i < kWindow; ++i) buf[i] = s[kqwarp::clampCol(g.win + i, width)];
+    return horizontal(g, windowAt(buf));
+  }
+  uint16_t h[kGroup];
+  for (int32_t i = 0; i < kGroup; ++i)
+    h[i] = kqwarp::pixelHorizontal(s, row->codes, row->step, g.k0 + i, width);
+  return Halves{vld1q_u16(h), vld1q_u16(h + 8)};
+}
+
+// Stores the output pixels of one row, the high bytes of u + d * w1 (16-bit
+// lanes): an add that keeps the high halves does the shift and the narrowing.
+inline __attribute__((always_inline)) void storeRow(uint8_t* out, uint16x8_t uLo, uint16x8_t uHi,
+                                                    uint16x8_t dLo, uint16x8_t dHi, uint16x8_t w1) {
+  const uint8x8_t lo = vaddhn_u16(uLo, vmulq_u16(dLo, w1));
+#if defined(__aarch64__)
+  vst1q_u8(out, vaddhn_high_u16(lo, uHi, vmulq_u16(dHi, w1)));
+#else
+  vst1q_u8(out, vcombine_u8(lo, vaddhn_u16(uHi, vmulq_u16(dHi, w1))));
+#endif
+}
+
+template <int32_t kRows, bool kReuse>
+void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, const Plan& plan) {
+  const uint8_t* s0 = row->src0;
+  const uint8_t* s1 = row->src1;
+  uint16x8_t w1[kRows];
+  for (int32_t r = 0; r < kRows; ++r) w1[r] = vdupq_n_u16(uint16_t(row->w1[r]));
+  uint16_t* kept = plan.kept;
+  for (int32_t c = 0; c < plan.count; ++c, kept += kGroup) {
+    const Group& g = plan.groups[c];
+    Halves hu, hl;
+    if (g.form == kInside) {
+      hl = horizontal(g, windowAt(s1 + g.win));
+      if (!kReuse) hu = horizontal(g, windowAt(s0 + g.win));
+#if !defined(__aarch64__)
+    } else if (g.form == kInside16) {
+      hl = horizontal(g, window16At(s1 + g.win));
+      if (!kReuse) hu = horizontal(g, window16At(s0 + g.win));
+#endif
+    } else {
+      hl = edgeHorizontal(g, row, s1);
+      if (!kReuse) hu = edgeHorizontal(g, row, s0);
+    }
+    if (kReuse) hu = Halves{vld1q_u16(kept), vld1q_u16(kept + 8)};
+    vst1q_u16(kept, hl.lo);
+    vst1q_u16(kept + 8, hl.hi);
+    const uint16x8_t dLo = vsubq_u16(hl.lo, hu.lo), dHi = vsubq_u16(hl.hi, hu.hi);
+    const uint16x8_t uLo = vshlq_n_u16(hu.lo, 4), uHi = vshlq_n_u16(hu.hi, 4);
+    uint8_t* out = dst + g.k0;
+    for (int32_t r = 0; r < kRows; ++r, out += dstStride) storeRow(out, uLo, uHi, dLo, dHi, w1[r]);
+  }
+}
+
+bool plannedRow(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
+  if (!takesPlan(row)) return false;
+  const Plan plan = planOf(row, buildGroup);
+  // In an enlargement the next call's upper row is this call's lower row,
+  // and the same chain gives it the same h.
+  const uint8_t* keptRow;
+  std::memcpy(&keptRow, plan.header, sizeof keptRow);
+  const bool reuse = keptRow == row->src0;
+  kqWarpWithRowCount(row->rows, [&](auto rows) {
+    if (reuse)
+      plannedGroups<decltype(rows)::value, true>(dst, dstStride, row, plan);
+    else
+      plannedGroups<decltype(rows)::value, false>(dst, dstStride, row, plan);
+  });
+  std::memcpy(plan.header, &row->src1, sizeof row->src1);
+  return true;
+}
+
+}  // namespace
+
+// Rows without a plan: block by block.
 void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
   // Steps outside the vector range: the 32-bit lane arithmetic throughout.
   if (!kqwarp::vectorStep(row->step)) {
     kqWarpBilinearRow_c(dst, dstStride, row);
     return;
   }
+  if (plannedRow(dst, dstStride, row)) return;
   const int32_t count = row->count, rows = row->rows, width = row->srcWidth;
   const uint8x8_t off = laneOffsets(row->step);
   const uint8x8_t mask31 = vdup_n_u8(31), v32 = vdup_n_u8(32);
@@ -57,24 +316,6 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
   const uint8_t* s0 = row->src0;
   const uint8_t* s1 = row->src1;
   float p = row->x;
-  // Rows of a chain the tile code has walked: origins from its codes, and
-  // the lower row's horizontal results of the full 16-pixel groups kept in
-  // the plan (after its records) for the next call, whose upper row it
-  // usually is; the same codes give that row the same values.
-  const bool planned = row->codes != nullptr && row->plan != nullptr && row->planReady != nullptr;
-  const int32_t full = planned ? count / 16 * 16 : 0;
-  uint8_t* keptTag = planned ? row->plan + size_t(full / 16 + 1) * kKqWarpPlanRecord : nullptr;
-  uint16_t* kept = planned ? reinterpret_cast<uint16_t*>(keptTag + 16) : nullptr;
-  bool reuse = false;
-  if (planned) {
-    if (*row->planReady == 0) {
-      std::memset(keptTag, 0, 16);
-      *row->planReady = 1;
-    }
-    const uint8_t* keptRow;
-    std::memcpy(&keptRow, keptTag, sizeof keptRow);
-    reuse = keptRow == s0;
-  }
   for (int32_t start = 0; start < count; start += 8) {
     int32_t base, phase;
     kqwarp::nextOrigin(row, start / 8, &p, &base, &phase);  // codes equal the float chain
@@ -86,19 +327,13 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
     const uint8x8_t f = vand_u8(q, mask31);
     const uint8x8_t nf = vsub_u8(v32, f);
     // Left and right neighbours of each lane, upper row then lower row.
-    uint16x8_t hu;
-    if (reuse && start < full) {
-      hu = vld1q_u16(kept + start);
-    } else {
-      const uint8x8_t lu = vtbl1_u8(vld1_u8(u), idx);
-      const uint8x8_t ru = vtbl1_u8(vld1_u8(u + 1), idx);
-      hu = vshrq_n_u16(vmlal_u8(vmull_u8(lu, nf), ru, f), 1);
-    }
+    const uint8x8_t lu = vtbl1_u8(vld1_u8(u), idx);
+    const uint8x8_t ru = vtbl1_u8(vld1_u8(u + 1), idx);
+    const uint16x8_t hu = vshrq_n_u16(vmlal_u8(vmull_u8(lu, nf), ru, f), 1);
     const uint8x8_t ll = vtbl1_u8(vld1_u8(l), idx);
     const uint8x8_t rl = vtbl1_u8(vld1_u8(l + 1), idx);
     const uint16x8_t hl = vshrq_n_u16(vmlal_u8(vmull_u8(ll, nf), rl, f), 1);
-    if (start < full) vst1q_u16(kept + start, hl);
-    // The horizontal results serve every output row of the group.
+    // The horizontal results serve every output row of the block.
     for (int32_t r = 0; r < rows; ++r) {
       const uint16_t w1 = static_cast<uint16_t>(row->w1[r]);
       const uint16x8_t v =
@@ -106,14 +341,65 @@ void kqWarpBilinearRow_neon(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* 
       storeLanes(dst + r * dstStride + start, vmovn_u16(v), lanes);
     }
   }
-  if (planned) std::memcpy(keptTag, &s1, sizeof s1);
 }
+
+namespace {
+
+// Planned nearest-sample rows, by groups of 16 pixels as the bilinear ones:
+// each pixel's clamped column clampCol(xi) is picked out of a 32-byte window
+// inside the row with one table look-up (the clamping in the look-up bytes,
+// so the plane's edges need no copy); a group whose columns spread over more
+// than 32 bytes goes pixel by pixel. Planes narrower than a window take the
+// blocks.
+void buildNearestGroup(const KQWarpRow* row, int32_t k0, Group* g) {
+  std::memset(g, 0, sizeof *g);
+  g->k0 = k0;
+  const int32_t width = row->srcWidth;
+  int32_t col[kGroup], lo = width, hi = 0;
+  for (int32_t i = 0; i < kGroup; ++i) {
+    int32_t xi, frac;
+    kqwarp::pixelPosition(row->codes, row->step, k0 + i, &xi, &frac);
+    col[i] = kqwarp::clampCol(xi, width);
+    lo = col[i] < lo ? col[i] : lo;
+    hi = col[i] > hi ? col[i] : hi;
+  }
+  if (hi - lo > kWindow - 1) {
+    g->form = kNone;
+    return;
+  }
+  g->form = kInside;
+  g->win = lo < width - kWindow ? lo : width - kWindow;
+  for (int32_t i = 0; i < kGroup; ++i) g->sel[i] = uint8_t(col[i] - g->win);
+}
+
+bool plannedNearest(uint8_t* dst, const KQWarpRow* row) {
+  if (!takesPlan(row) || row->srcWidth < kWindow) return false;
+  const Plan plan = planOf(row, buildNearestGroup);
+  const uint8_t* s = row->src0;
+  for (int32_t c = 0; c < plan.count; ++c) {
+    const Group& g = plan.groups[c];
+    if (g.form == kInside) {
+      vst1q_u8(dst + g.k0, pick(windowAt(s + g.win), vld1q_u8(g.sel)));
+      continue;
+    }
+
+    for (int32_t i = 0; i < kGroup; ++i) {
+      int32_t xi, frac;
+      kqwarp::pixelPosition(row->codes, row->step, g.k0 + i, &xi, &frac);
+      dst[g.k0 + i] = s[kqwarp::clampCol(xi, row->srcWidth)];
+    }
+  }
+  return true;
+}
+
+}  // namespace
 
 void kqWarpNearestRow_neon(uint8_t* dst, const KQWarpRow* row) {
   if (!kqwarp::vectorStep(row->step)) {
     kqWarpNearestRow_c(dst, row);
     return;
   }
+  if (plannedNearest(dst, row)) return;
   const int32_t count = row->count, width = row->srcWidth;
   const uint8x8_t off = laneOffsets(row->step);
   uint8_t edge[16] = {};
