@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-// One pass of the chroma filter, as handed to the parallel-for (a byte copy
-// per slice; the split rewrites firstRow/endRow). Rows are counted in
-// full-size chroma rows and are even at every slice boundary.
+// One range of rows of one pass of the chroma filter (each range of a pass
+// gets its own copy with firstRow/endRow set). Rows are counted in
+// full-size chroma rows and are even at every range boundary.
 struct KQChromaPassContext {
   int32_t margin;       // tap distance in full-size chroma pixels (even)
   int32_t firstRow;     // first chroma row of the slice
@@ -31,8 +31,8 @@ struct KQChromaPassContext {
   const uint8_t* guide;  // a single zero byte without a guide
 };
 
-// A pass kernel (the task of one parallel-for slice); `context` points to a
-// KQChromaPassContext. Kernels exist per pass (1, 2, 3) and per kind (1..5,
+// A pass kernel: filters the rows of one range of a pass, as `context`
+// gives them. Kernels exist per pass (1, 2, 3) and per kind (1..5,
 // weight table step 2 << (kind - 1)).
 //  - w = chromaWidth, he = evenHeight, wh = w / 2, hh = he / 2; the work area
 //    is the even part (2 * wh) x he; wh >= 1 and hh >= 1.
@@ -52,7 +52,7 @@ struct KQChromaPassContext {
 //    AVX-512 on wide enough planes; see chroma_rows.h), the vector code
 //    does the margins itself without loading outside its rows; margin must
 //    be even and at least 2.
-using KQChromaPassFn = void(void* context);
+using KQChromaPassFn = void(const KQChromaPassContext* context);
 
 // The rounded means of the kernels: out[i] = kqChromaMean(sums[i], weights[i])
 // for i < n, where 1 <= weights[i] <= 1 + 8 * 46 (pass 1's largest weight)

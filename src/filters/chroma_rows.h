@@ -62,8 +62,7 @@ inline void kqChromaVectorRun(const KQChromaPassContext* c, int pass, int* x0, i
 
 // Pass 1: half-size rows from the full-size planes.
 template <class Blocks, int kShift>
-void kqChromaPass1Rows(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
+void kqChromaPass1Rows(const KQChromaPassContext* c) {
   int first, end;
   kqChromaSliceRows(c, &first, &end);
   const int wh = c->chromaWidth / 2, he = c->evenHeight, M = c->margin;
@@ -81,8 +80,7 @@ void kqChromaPass1Rows(void* context) {
 
 // Pass 2: half size to half size.
 template <class Blocks, int kShift>
-void kqChromaPass2Rows(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
+void kqChromaPass2Rows(const KQChromaPassContext* c) {
   int first, end;
   kqChromaSliceRows(c, &first, &end);
   const int wh = c->chromaWidth / 2, hh = c->evenHeight / 2, m = c->margin / 2;
@@ -99,8 +97,7 @@ void kqChromaPass2Rows(void* context) {
 
 // Pass 3: full-size rows from the half-size result.
 template <class Blocks, int kShift>
-void kqChromaPass3Rows(void* context) {
-  const KQChromaPassContext* c = static_cast<const KQChromaPassContext*>(context);
+void kqChromaPass3Rows(const KQChromaPassContext* c) {
   int first, end;
   kqChromaSliceRows(c, &first, &end);
   const int we = (c->chromaWidth / 2) * 2, hh = c->evenHeight / 2;
