@@ -91,7 +91,11 @@ KQ_API int32_t KQUpScale_ScaleImage(const KQYUVMultiPlaneImage* in,
  * @param in      input image; its planes are only read.
  * @param out     output image; width and height set the output size. Luma
  *                rows go yRowStride apart; the bytes after `width` in each
- *                row and the rows after `height` are left as they are.
+ *                row and the rows after `height` are as they were when the
+ *                call returns. (While it runs, the luma is built as packed
+ *                rows from yData on, which pass over the padding of the rows
+ *                above: the padding bytes are saved first and put back.
+ *                Do not let another thread use them during the call.)
  *                Chroma: height / 2 rows, each width / 2 pairs followed by
  *                yRowStride - width bytes of 128, laid back to back from
  *                chromaData. For an even width that puts row r at r *
