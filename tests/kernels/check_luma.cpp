@@ -129,6 +129,38 @@ TEST(LumaKernels, NoiseReductionRow) {
   });
 }
 
+// The fused interior row and blend: every block count a width allows (the
+// driver stops before the right strip), weights at both ends of 0..128 and
+// the driver's (strength 3), framed outputs; levels without a fused row
+// (null slot) are left out.
+TEST(LumaKernels, NoiseReductionBlendRow) {
+  const int32_t weights[] = {0, 1, 38, 64, 127, 128};
+  int compared = 0;
+  forEachImpl(&KQLumaDsp::nrBlendRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
+    if (dsp.nrBlendRow == nullptr) return;
+    ++compared;
+    for (int width : testWidths()) {
+      const int most = (width - 16) / 16;
+      for (int blocks = most > 2 ? most - 2 : 0; blocks <= most; ++blocks)
+        for (int variant = 0; variant < kVariants; ++variant) {
+          KqRng rng(kqTestSeed() + uint64_t(width) * 37 + uint64_t(blocks) * 5 + variant);
+          KqGuardedBuffer in(size_t(width) * 9);
+          fillInput(in.data(), width, 9, variant, rng);
+          const int32_t weight = weights[(width + variant) % 6];
+          KqFramedPlane a(width, 1), b(width, 1);
+          const uint8_t* centre = in.data() + 4 * width;
+          ref.nrBlendRow(a.data(), centre, width, blocks, weight);
+          dsp.nrBlendRow(b.data(), centre, width, blocks, weight);
+          ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " blocks " << blocks
+                                           << " weight " << weight << " variant " << variant;
+        }
+    }
+  });
+#if defined(__arm__) || defined(__aarch64__)
+  EXPECT_GE(compared, 1) << "the NEON fused row was never compared";
+#endif
+}
+
 // Runs of the border frame: every tap shift the frame uses, runs of every
 // length up to 80 and around the 32- and 64-centre steps, on rows just wide
 // enough for the run's reads (the five rows end right before a guard page),

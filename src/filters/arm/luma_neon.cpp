@@ -43,19 +43,43 @@ inline uint8x16_t nrBytes(uint32x4_t q0, uint32x4_t q1, uint32x4_t q2, uint32x4_
 #endif
 }
 
-}  // namespace
+// The plain blend with a weight of 0..128 (strengths 0..10): 8-bit factors,
+// v <= 128 * 255, so v >> 7 is at most 255.
+inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x8_t w, uint8x8_t iw) {
+  uint16x8_t lo = vmull_u8(vget_low_u8(f), w);
+  lo = vmlal_u8(lo, vget_low_u8(o), iw);
+#if defined(__aarch64__)
+  uint16x8_t hi = vmull_high_u8(f, vcombine_u8(w, w));
+  hi = vmlal_high_u8(hi, o, vcombine_u8(iw, iw));
+  return vshrn_high_n_u16(vshrn_n_u16(lo, 7), hi, 7);
+#else
+  uint16x8_t hi = vmull_u8(vget_high_u8(f), w);
+  hi = vmlal_u8(hi, vget_high_u8(o), iw);
+  return vcombine_u8(vshrn_n_u16(lo, 7), vshrn_n_u16(hi, 7));
+#endif
+}
 
 // 16 centres per step. Each tap is an unaligned 16-byte load at its offset;
 // all of them lie inside the block's 32-byte window [x - 6, x + 25].
 // N is split over two u16 accumulators of 8 taps each (8 * 30 * 255 =
 // 61200 fits) and widened to u32 once; D = sum of two u8 weight sums.
-void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
-  const int32_t blocks = (width - 16) / 16;
+// kBlend: each block's outputs blended with its centres at once (weight
+// 0..128, see blendSmall).
+template <bool kBlend>
+inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8_t* src,
+                                                       ptrdiff_t stride, int32_t blocks,
+                                                       int32_t weight) {
   const uint8x16_t k30 = vdupq_n_u8(30);
+  const uint8x8_t bw = vdup_n_u8(uint8_t(weight)), biw = vdup_n_u8(uint8_t(128 - weight));
   const uint8_t* up4 = src - 4 * stride;
   const uint8_t* up1 = src - stride;
   const uint8_t* dn1 = src + stride;
   const uint8_t* dn4 = src + 4 * stride;
+#if defined(__aarch64__)
+  // Two blocks per iteration: fewer moves between the blocks (armv7, with
+  // half the registers, spills then).
+#pragma GCC unroll 2
+#endif
   for (int32_t j = 0; j < blocks; ++j) {
     const int32_t x = 6 + 16 * j;
     const uint8x16_t c = vld1q_u8(src + x);
@@ -83,13 +107,23 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
     nrTap(vld1q_u8(dn4 + x + 2), c, k30, bLo, bHi, wb);
     const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
     const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-    vst1q_u8(
-        dst + x,
+    const uint8x16_t f =
         nrBytes(nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo)),
                 nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo)),
                 nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi)),
-                nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi))));
+                nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi)));
+    vst1q_u8(dst + x, kBlend ? blendSmall(f, c, bw, biw) : f);
   }
+}
+}  // namespace
+
+void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
+  nrRowBlocks<false>(dst, src, stride, (width - 16) / 16, 0);
+}
+
+void kqLumaNrBlendRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
+                           int32_t weight) {
+  nrRowBlocks<true>(dst, src, stride, blocks, weight);
 }
 
 namespace {
@@ -185,25 +219,6 @@ void kqLumaNrBorderRun_neon(uint8_t* dst, const uint8_t* const* rows, int32_t x,
   std::memcpy(dst + x, out, size_t(count));
 }
 
-namespace {
-
-// The plain blend with a weight of 0..128 (strengths 0..10): 8-bit factors,
-// v <= 128 * 255, so v >> 7 is at most 255.
-inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x8_t w, uint8x8_t iw) {
-  uint16x8_t lo = vmull_u8(vget_low_u8(f), w);
-  lo = vmlal_u8(lo, vget_low_u8(o), iw);
-#if defined(__aarch64__)
-  uint16x8_t hi = vmull_high_u8(f, vcombine_u8(w, w));
-  hi = vmlal_high_u8(hi, o, vcombine_u8(iw, iw));
-  return vshrn_high_n_u16(vshrn_n_u16(lo, 7), hi, 7);
-#else
-  uint16x8_t hi = vmull_u8(vget_high_u8(f), w);
-  hi = vmlal_u8(hi, vget_high_u8(o), iw);
-  return vcombine_u8(vshrn_n_u16(lo, 7), vshrn_n_u16(hi, 7));
-#endif
-}
-
-}  // namespace
 
 // v = w * f + (128 - w) * o in wrapping u16 lanes, min(255, v >> 7).
 void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32_t weight) {
