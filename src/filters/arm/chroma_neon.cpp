@@ -122,8 +122,10 @@ KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
 #if defined(__aarch64__)
   return vcvtnq_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r));
 #else
+  // vmla.f32 rounds the product before the add (it is not fused): the same
+  // two roundings as a multiply and an add.
   const float32x4_t bias = vdupq_n_f32(0.5f + 1.0f / 2048.0f);
-  return vcvtq_u32_f32(vaddq_f32(vmulq_f32(vcvtq_f32_u32(sum), r), bias));
+  return vcvtq_u32_f32(vmlaq_f32(bias, vcvtq_f32_u32(sum), r));
 #endif
 }
 
