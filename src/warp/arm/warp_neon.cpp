@@ -387,7 +387,7 @@ bool plannedNearest(uint8_t* dst, const KQWarpRow* row) {
   for (int32_t c = 0; c < plan.count; ++c) {
     const Group& g = plan.groups[c];
 #if !defined(__aarch64__)
-    if (g.form == kInside16) {
+    if (__builtin_expect(g.form == kInside16, 1)) {  // every group of an enlargement
       // One q register of window, each half of the output stored as the
       // look-up leaves it (no moves into a q register).
       const Window16 w = window16At(s + g.win);
