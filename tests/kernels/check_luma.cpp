@@ -233,10 +233,10 @@ TEST(LumaKernels, BlendRows) {
 // sets, on widths around the vector steps and column chunks; on every other
 // test width, each fill with a random choice of those.
 TEST(LumaKernels, SharpenRow) {
-  const std::vector<int32_t> gains = {0,     1,     -1,    -77,   153,    192,   -192,  193,
-                                      256,   -256,  600,   2047,  2048,   -2048, 4000,  8191,
-                                      -8191, 8192,  -8192, 16383, 32767,  32768, -32768, 65536 + 192,
-                                      65836, 70000, INT32_MIN};
+  const std::vector<int32_t> gains = {0,     1,      -1,          -77,   153,   192,      -192,
+                                      193,   256,    -256,        600,   2047,  2048,     -2048,
+                                      4000,  8191,   -8191,       8192,  -8192, 16383,    32767,
+                                      32768, -32768, 65536 + 192, 65836, 70000, INT32_MIN};
   const std::vector<int32_t> thresholds = {0, 1, 6, 150, 2000, -9, 32767, 32768, 40000, 65536};
   // The driver's two tap sets, then others the contract allows: a centre
   // weight of 128 (outside the signed-byte range of the x86 kernels'

@@ -481,9 +481,9 @@ KQ_INLINE void addTap(Acc<L>* a, const WC& wc, const WL& wl, const Centre<L>& c,
   using B = typename L::B;
   const B wV = wc.template of<L>(L::abd(c.v, tV));
   const B wU = wc.template of<L>(L::abd(c.u, tU));
-  const B uv = L::mulHigh(wV, wU);                                  // <= 254
+  const B uv = L::mulHigh(wV, wU);                                 // <= 254
   const B h = L::mulHigh(uv, wl.template of<L>(L::abd(c.y, tY)));  // the product >> 8, <= 253
-  const B w = L::template sra<4>(L::template shr<3>(h), h);         // <= 46
+  const B w = L::template sra<4>(L::template shr<3>(h), h);        // <= 46
   a->w = L::add(a->w, w);
   L::mlal(&a->u, w, tU);
   L::mlal(&a->v, w, tV);
@@ -533,8 +533,8 @@ using Kind = std::integral_constant<int, kKind>;
 // kCentre: the block's first tap is the centre itself (the pass reads the
 // source planes as its input), so its weight is the table's weight of 0.
 template <class L, class W, int kKind, bool kCentre>
-KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const W& wt, const Shift& sh, int x0,
-                           int y, int yUp, int yDown) {
+KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const W& wt,
+                           const Shift& sh, int x0, int y, int yUp, int yDown) {
   using B = typename L::B;
   const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
   const int M = c->margin;
@@ -577,20 +577,20 @@ KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const 
   addTap<L>(&far, wt, wt, ce, L::every4th(lumaUp), L::even(c->inU + up), L::even(c->inV + up));
   if constexpr (kKind == kFirst) {
     addTap<L>(&far, wt, wt, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)),
-                      Q::move(v00, shiftUp(sh)));
+              Q::move(v00, shiftUp(sh)));
   } else {
     addTap<L>(&far, wt, wt, ce, L::every4th(lumaY - 2 * M), L::even(c->inU + row - M),
-                      L::even(c->inV + row - M));
+              L::even(c->inV + row - M));
   }
   if constexpr (kKind == kLast) {
     addTap<L>(&far, wt, wt, ce, Q::move(l00, shiftDown(sh)), Q::move(u00, shiftDown(sh)),
-                      Q::move(v00, shiftDown(sh)));
+              Q::move(v00, shiftDown(sh)));
   } else {
     addTap<L>(&far, wt, wt, ce, L::every4th(lumaY + 2 * M), L::even(c->inU + row + M),
-                      L::even(c->inV + row + M));
+              L::even(c->inV + row + M));
   }
   addTap<L>(&far, wt, wt, ce, L::every4th(lumaDown), L::even(c->inU + down),
-                    L::even(c->inV + down));
+            L::even(c->inV + down));
 
   // Weights up to 369 and sums up to 93840: 16 and 32 bits.
   const typename L::Recip r = L::recip(block.w, far.w);
@@ -620,21 +620,20 @@ KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const W& wt, const Shif
   addTap<L>(&a, wt, wt, ce, L::every4th(lumaUp), L::load(c->inU + up), L::load(c->inV + up));
   if constexpr (kKind == kFirst) {
     addTap<L>(&a, wt, wt, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)),
-                      Q::move(mv, shiftUp(sh)));
+              Q::move(mv, shiftUp(sh)));
   } else {
     addTap<L>(&a, wt, wt, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
-                      L::load(c->inV + at - m));
+              L::load(c->inV + at - m));
   }
   addTap<L>(&a, wt, wt, ce, ce.y, mu, mv);
   if constexpr (kKind == kLast) {
     addTap<L>(&a, wt, wt, ce, Q::move(ce.y, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
-                      Q::move(mv, shiftDown(sh)));
+              Q::move(mv, shiftDown(sh)));
   } else {
     addTap<L>(&a, wt, wt, ce, L::every4th(lumaY + 4 * m), L::load(c->inU + at + m),
-                      L::load(c->inV + at + m));
+              L::load(c->inV + at + m));
   }
-  addTap<L>(&a, wt, wt, ce, L::every4th(lumaDown), L::load(c->inU + down),
-                    L::load(c->inV + down));
+  addTap<L>(&a, wt, wt, ce, L::every4th(lumaDown), L::load(c->inU + down), L::load(c->inV + down));
   return means(a);
 }
 
@@ -908,8 +907,8 @@ struct NeonBlocks {
 #endif
       return;
     }
-    pass3Steps(c, ByFormula<kShift>(t), ByFormula<kShift, kKqChromaPass3LumaGain>(t), X0 / 2,
-               n / 2, Y, yUp, y, yDown);
+    pass3Steps(c, ByFormula<kShift>(t), ByFormula<kShift, kKqChromaPass3LumaGain>(t), X0 / 2, n / 2,
+               Y, yUp, y, yDown);
   }
 };
 

@@ -219,7 +219,6 @@ void kqLumaNrBorderRun_neon(uint8_t* dst, const uint8_t* const* rows, int32_t x,
   std::memcpy(dst + x, out, size_t(count));
 }
 
-
 // v = w * f + (128 - w) * o in wrapping u16 lanes, min(255, v >> 7).
 void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32_t weight) {
   const int32_t n = width & ~7;
