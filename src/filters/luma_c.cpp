@@ -44,6 +44,15 @@ void kqLumaNrRow_c(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t w
   }
 }
 
+void kqLumaNrBlendRow_c(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
+                        int32_t weight) {
+  if (blocks < 1) return;
+  // A plane width whose interior is exactly these blocks.
+  kqLumaNrRow_c(dst, src, stride, 16 * blocks + 16);
+  for (int32_t x = 6; x < 6 + 16 * blocks; ++x)
+    dst[x] = kqLumaBlendPixel(dst[x], src[x], uint32_t(weight));
+}
+
 namespace {
 
 // The border kernel's value for the centre c: rows are the centre row and

@@ -5,6 +5,7 @@
 
 void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
   dsp->nrRow = kqLumaNrRow_c;
+  dsp->nrBlendRow = kqLumaNrBlendRow_c;
   dsp->nrBorderRun = kqLumaNrBorderRun_c;
   dsp->blendRow = kqLumaBlendRow_c;
   dsp->blendRefRow = kqLumaBlendRefRow_c;
@@ -14,6 +15,7 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
 #if KQ_HAVE_NEON
   if (cpuFlags & KQ_CPU_NEON) {
     dsp->nrRow = kqLumaNrRow_neon;
+    dsp->nrBlendRow = kqLumaNrBlendRow_neon;
     dsp->nrBorderRun = kqLumaNrBorderRun_neon;
     dsp->blendRow = kqLumaBlendRow_neon;
     dsp->blendRefRow = kqLumaBlendRefRow_neon;
@@ -24,6 +26,7 @@ void kqLumaDspInit(KQLumaDsp* dsp, uint32_t cpuFlags) {
 #if KQ_HAVE_SSE41
   if (cpuFlags & KQ_CPU_SSE41) {
     dsp->nrRow = kqLumaNrRow_sse41;
+    dsp->nrBlendRow = nullptr;  // the row and the blend apart
     dsp->nrBorderRun = kqLumaNrBorderRun_sse41;
     dsp->blendRow = kqLumaBlendRow_sse41;
     dsp->blendRefRow = kqLumaBlendRefRow_sse41;

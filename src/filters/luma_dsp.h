@@ -26,6 +26,17 @@
 // columns of `dst` (the output row y). No over-read, no over-write.
 using KQLumaNrRowFn = void(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width);
 
+// The interior row and the plain blend at once: the outputs of
+// KQLumaNrRowFn for the first `blocks` blocks only (columns 6 .. 6 + 16 *
+// blocks - 1; blocks <= (width - 16) / 16 of the plane's width), each
+// blended with the centre row's own byte o as KQLumaBlendRowFn blends it:
+//   dst[x] = min(255, (weight * f + (128 - weight) * o) >> 7)
+// for a weight of 0..128 (strengths 0..10; the driver sends other weights
+// through the row and the blend apart). Reads what KQLumaNrRowFn reads for
+// those blocks; writes only their columns.
+using KQLumaNrBlendRowFn = void(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
+                                int32_t weight);
+
 // ---------------------------------------------------------------------------
 // Noise reduction, one run of the border frame.
 //
@@ -106,6 +117,7 @@ using KQSharpenRow7Fn = void(uint8_t* dst, const uint8_t* const* rows, int32_t w
 
 KQLumaNrRowFn kqLumaNrRow_c, kqLumaNrRow_neon, kqLumaNrRow_sse41, kqLumaNrRow_avx2,
     kqLumaNrRow_avx512;
+KQLumaNrBlendRowFn kqLumaNrBlendRow_c, kqLumaNrBlendRow_neon;
 KQLumaNrBorderRunFn kqLumaNrBorderRun_c, kqLumaNrBorderRun_neon, kqLumaNrBorderRun_sse41,
     kqLumaNrBorderRun_avx2, kqLumaNrBorderRun_avx512;
 KQLumaBlendRowFn kqLumaBlendRow_c, kqLumaBlendRow_neon, kqLumaBlendRow_sse41, kqLumaBlendRow_avx2,
@@ -135,6 +147,9 @@ void kqLumaNrBorder_c(const uint8_t* src, uint8_t* dst, int32_t width, int32_t h
 
 struct KQLumaDsp {
   KQLumaNrRowFn* nrRow;
+  // Null at the levels without a fused row (x86): the driver then runs
+  // nrRow and blendRow apart.
+  KQLumaNrBlendRowFn* nrBlendRow;
   KQLumaNrBorderRunFn* nrBorderRun;
   KQLumaBlendRowFn* blendRow;
   KQLumaBlendRefRowFn* blendRefRow;

@@ -65,22 +65,50 @@ void borderRuns(const KQImage8* in, KQImage8* out, int32_t x0, int32_t x1, int32
   }
 }
 
+// The plain blend of columns [x0, x1) of one row, x1 <= 8 * (width / 8):
+// blendRow's whole groups of 8, then pixel by pixel.
+void blendColumns(const KQLumaDsp* dsp, uint8_t* out, const uint8_t* in, int32_t x0, int32_t x1,
+                  int32_t weight) {
+  if (x1 <= x0) return;
+  const int32_t whole = (x1 - x0) & ~7;
+  dsp->blendRow(out + x0, in + x0, whole, weight);
+  for (int32_t x = x0 + whole; x < x1; ++x)
+    out[x] = kqLumaBlendPixel(out[x], in[x], uint32_t(weight));
+}
+
 // Pass 1 over output rows [first, end) of the interior (4 .. height - 5):
 // each row with the frame's left and right strips of that row right after
 // it, while its rows are still in cache (walked down the plane on their own,
-// the strips miss the cache on every row); the right strip overwrites the
-// interior columns it recomputes. The plain blend (no reference plane) only
-// reads the row's own output and input, so it follows at once as well.
+// the strips miss the cache on every row). The plain blend (no reference
+// plane) only reads the row's own output and input, so it follows at once
+// as well. Where the level has a fused row and the weight is 0..128, the
+// interior up to the right strip is filtered and blended in one, and only
+// the strips are blended after; otherwise the interior row is whole, the
+// right strip overwrites the interior columns it recomputes, and the row is
+// blended after.
 void interiorRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
   const int32_t width = c->input->width;
   const int32_t right = kqLumaNrRightStripStart(width);
   const int32_t weight = kqLumaBlendWeight(c->strength);
+  const KQLumaDsp* dsp = c->dsp;
+  const bool fused =
+      c->reference == nullptr && dsp->nrBlendRow != nullptr && weight >= 0 && weight <= 128;
+  const int32_t blended = width & ~7;  // the blend's columns
   for (int32_t y = first; y < end; ++y) {
     uint8_t* out = rowOf(c->output, y);
-    c->dsp->nrRow(out, rowOf(c->input, y), ptrdiff_t(width), width);
-    borderRuns(c->input, c->output, 0, 6, y, y + 1, c->dsp);
-    borderRuns(c->input, c->output, right, width, y, y + 1, c->dsp);
-    if (c->reference == nullptr) c->dsp->blendRow(out, rowOf(c->input, y), width, weight);
+    const uint8_t* in = rowOf(c->input, y);
+    if (fused)  // right - 6 is a multiple of 16, at most the interior
+      dsp->nrBlendRow(out, in, ptrdiff_t(width), (right - 6) / 16, weight);
+    else
+      dsp->nrRow(out, in, ptrdiff_t(width), width);
+    borderRuns(c->input, c->output, 0, 6, y, y + 1, dsp);
+    borderRuns(c->input, c->output, right, width, y, y + 1, dsp);
+    if (fused) {
+      blendColumns(dsp, out, in, 0, 6 < blended ? 6 : blended, weight);
+      blendColumns(dsp, out, in, right, blended, weight);
+    } else if (c->reference == nullptr) {
+      dsp->blendRow(out, in, width, weight);
+    }
   }
 }
 

@@ -129,6 +129,38 @@ TEST(LumaKernels, NoiseReductionRow) {
   });
 }
 
+// The fused interior row and blend: every block count a width allows (the
+// driver stops before the right strip), weights at both ends of 0..128 and
+// the driver's (strength 3), framed outputs; levels without a fused row
+// (null slot) are left out.
+TEST(LumaKernels, NoiseReductionBlendRow) {
+  const int32_t weights[] = {0, 1, 38, 64, 127, 128};
+  int compared = 0;
+  forEachImpl(&KQLumaDsp::nrBlendRow, [&](const KQLumaDsp& dsp, const KQLumaDsp& ref, uint32_t) {
+    if (dsp.nrBlendRow == nullptr) return;
+    ++compared;
+    for (int width : testWidths()) {
+      const int most = (width - 16) / 16;
+      for (int blocks = most > 2 ? most - 2 : 0; blocks <= most; ++blocks)
+        for (int variant = 0; variant < kVariants; ++variant) {
+          KqRng rng(kqTestSeed() + uint64_t(width) * 37 + uint64_t(blocks) * 5 + variant);
+          KqGuardedBuffer in(size_t(width) * 9);
+          fillInput(in.data(), width, 9, variant, rng);
+          const int32_t weight = weights[(width + variant) % 6];
+          KqFramedPlane a(width, 1), b(width, 1);
+          const uint8_t* centre = in.data() + 4 * width;
+          ref.nrBlendRow(a.data(), centre, width, blocks, weight);
+          dsp.nrBlendRow(b.data(), centre, width, blocks, weight);
+          ASSERT_TRUE(kqFramedEqual(a, b)) << "width " << width << " blocks " << blocks
+                                           << " weight " << weight << " variant " << variant;
+        }
+    }
+  });
+#if defined(__arm__) || defined(__aarch64__)
+  EXPECT_GE(compared, 1) << "the NEON fused row was never compared";
+#endif
+}
+
 // Runs of the border frame: every tap shift the frame uses, runs of every
 // length up to 80 and around the 32- and 64-centre steps, on rows just wide
 // enough for the run's reads (the five rows end right before a guard page),
@@ -194,15 +226,17 @@ TEST(LumaKernels, BlendRows) {
   });
 }
 
-// Every arithmetic path of the sharpening kernels: gains up to 8191 in
-// magnitude (one multiply per lane) and beyond (the full product, gains
-// that wrap in 16 bits), thresholds that wrap to 0 or -32768, several tap
+// Every arithmetic path of the sharpening kernels: gains up to 192 in
+// magnitude (aarch64 adds the response to the bytes with one saturating
+// add there), up to 8191 (one multiply per lane) and beyond (the full
+// product, gains that wrap in 16 bits), thresholds that wrap to 0 or -32768, several tap
 // sets, on widths around the vector steps and column chunks; on every other
 // test width, each fill with a random choice of those.
 TEST(LumaKernels, SharpenRow) {
-  const std::vector<int32_t> gains = {0,     1,     -1,    -77,    153,   256,   -256,     600,
-                                      2047,  2048,  -2048, 4000,   8191,  -8191, 8192,     -8192,
-                                      16383, 32767, 32768, -32768, 65836, 70000, INT32_MIN};
+  const std::vector<int32_t> gains = {0,     1,      -1,          -77,   153,   192,      -192,
+                                      193,   256,    -256,        600,   2047,  2048,     -2048,
+                                      4000,  8191,   -8191,       8192,  -8192, 16383,    32767,
+                                      32768, -32768, 65536 + 192, 65836, 70000, INT32_MIN};
   const std::vector<int32_t> thresholds = {0, 1, 6, 150, 2000, -9, 32767, 32768, 40000, 65536};
   // The driver's two tap sets, then others the contract allows: a centre
   // weight of 128 (outside the signed-byte range of the x86 kernels'

@@ -51,22 +51,41 @@ KQ_INLINE Table tableOf(const uint8_t* t) {
 }
 #endif
 
-// The per-call tables: row 0 of the weights and slopes (entries 8..15 zero),
-// and the weight of a tap equal to the centre (every difference 0).
+// The per-call tables, as bytes (each run loads what its weights need): row
+// 0 of the weights and slopes (entries 8..15 zero); where the weight of every
+// difference from 128 on is 0 (hasLut), the weight of each difference below
+// 128 (lut) and of each pass-3 luma difference d below 32, counted
+// min(255, 4 d) (lutLuma, zero from 32 on then); the weight of a tap equal to
+// the centre (every difference 0).
 struct Tables {
-  Table w, s;
+  uint8_t w[16], s[16];
+  uint8_t lut[128];
+  uint8_t lutLuma[32];
+  bool hasLut;
   uint8_t centreWeight;
 };
 
+template <int kShift>
 Tables loadTables(const KQChromaPassContext* c) {
-  uint8_t w[16] = {0}, s[16] = {0};
-  for (int k = 0; k < 8; ++k) {
-    w[k] = c->weights[k];
-    s[k] = c->slopes[k];
-  }
   Tables t;
-  t.w = tableOf(w);
-  t.s = tableOf(s);
+  std::memset(&t, 0, sizeof t);
+  for (int k = 0; k < 8; ++k) {
+    t.w[k] = c->weights[k];
+    t.s[k] = c->slopes[k];
+  }
+  uint8_t all[256];
+  bool zeroFrom128 = true;
+  for (int d = 0; d < 256; ++d) {
+    all[d] = uint8_t(kqChromaWeightOf(c->weights, c->slopes, d, kShift));
+    if (d >= 128 && all[d] != 0) zeroFrom128 = false;
+  }
+  // The luma weights are zero from 32 on exactly when these are zero from 128 on.
+  t.hasLut = zeroFrom128;
+  std::memcpy(t.lut, all, sizeof t.lut);
+  for (int d = 0; d < 32; ++d) {
+    const int g = d << kKqChromaPass3LumaGain;
+    t.lutLuma[d] = all[g > 255 ? 255 : g];
+  }
   const int w0 = c->weights[0];  // the table weight of d = 0
   const int32_t p = ((w0 * w0) >> 8) * w0;
   t.centreWeight = uint8_t((p >> 11) + (p >> 12));
@@ -103,8 +122,10 @@ KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
 #if defined(__aarch64__)
   return vcvtnq_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r));
 #else
+  // vmla.f32 rounds the product before the add (it is not fused): the same
+  // two roundings as a multiply and an add.
   const float32x4_t bias = vdupq_n_f32(0.5f + 1.0f / 2048.0f);
-  return vcvtq_u32_f32(vaddq_f32(vmulq_f32(vcvtq_f32_u32(sum), r), bias));
+  return vcvtq_u32_f32(vmlaq_f32(bias, vcvtq_f32_u32(sum), r));
 #endif
 }
 
@@ -177,6 +198,13 @@ struct Q {
     return vcombine_u8(vtbl2_u8(t, vget_low_u8(i)), vtbl2_u8(t, vget_high_u8(i)));
 #endif
   }
+#if defined(__aarch64__)
+  // Look-ups of the weights of differences below 128 and 32 (0 beyond).
+  static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
+    return vqtbx4q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
+  }
+  static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2q_u8(t, i); }
+#endif
   static KQ_INLINE Words mull(B a, B b) {
 #if defined(__aarch64__)
     return Words{vmull_u8(vget_low_u8(a), vget_low_u8(b)), vmull_high_u8(a, b)};
@@ -237,11 +265,16 @@ struct Q {
   }
 
   // Loads of the outputs' bytes: 16 bytes; bytes 0, 2, .. (and 1, 3, ..) of
-  // 32; bytes 0, 4, .. (and 2, 6, ..) of 64; 8 bytes each repeated twice
-  // (8 half-size samples for 16 full-size pixels), and every 4th of 32 bytes
-  // repeated alike (the samples' luma).
+  // 32; bytes 0, 4, .. (and 2, 6, ..) of 64. Stores of 16 bytes, and of
+  // 16 + 16 interleaved (even and odd full-size columns).
   static KQ_INLINE B load(const uint8_t* p) { return vld1q_u8(p); }
   static KQ_INLINE void store(uint8_t* p, B v) { vst1q_u8(p, v); }
+  static KQ_INLINE void storeInterleaved(uint8_t* p, B even, B odd) {
+    uint8x16x2_t v;
+    v.val[0] = even;
+    v.val[1] = odd;
+    vst2q_u8(p, v);
+  }
   static KQ_INLINE B even(const uint8_t* p) { return vld2q_u8(p).val[0]; }
   static KQ_INLINE void evenOdd(const uint8_t* p, B* e, B* o) {
     const uint8x16x2_t v = vld2q_u8(p);
@@ -254,17 +287,20 @@ struct Q {
     *o0 = v.val[0];
     *o2 = v.val[2];
   }
-  static KQ_INLINE B twice(uint8x8_t v) {
-#if defined(__aarch64__)
-    const uint8x16_t q = vcombine_u8(v, vdup_n_u8(0));
-    return vzip1q_u8(q, q);
-#else
-    const uint8x8x2_t z = vzip_u8(v, v);
-    return vcombine_u8(z.val[0], z.val[1]);
-#endif
+
+  // Lane i - s (up) or i + s (down) in lane i, lanes that nothing moves into
+  // keeping their own (a far tap of a row's first or last step, s < 16).
+  static KQ_INLINE B lanes() {
+    return vcombine_u8(vcreate_u8(0x0706050403020100ull), vcreate_u8(0x0f0e0d0c0b0a0908ull));
   }
-  static KQ_INLINE B repeat(const uint8_t* p) { return twice(vld1_u8(p)); }
-  static KQ_INLINE B lumaRepeat(const uint8_t* p) { return twice(vld4_u8(p).val[0]); }
+  static KQ_INLINE B moveUp(B v, int s) {
+    const B i = lanes(), d = vdupq_n_u8(uint8_t(s));
+    return move(v, vbslq_u8(vcgeq_u8(i, d), vsubq_u8(i, d), i));
+  }
+  static KQ_INLINE B moveDown(B v, int s) {
+    const B i = lanes(), d = vaddq_u8(i, vdupq_n_u8(uint8_t(s)));
+    return move(v, vbslq_u8(vcltq_u8(d, vdupq_n_u8(16)), d, i));
+  }
 
   // Lane idx[i] of v in lane i (a far tap of a row's first or last step).
   static KQ_INLINE B move(B v, B idx) {
@@ -315,6 +351,14 @@ struct D {
     return vtbl2_u8(t, i);
 #endif
   }
+#if defined(__aarch64__)
+  static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
+    return vqtbx4_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
+  }
+  static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2_u8(t, i); }
+#else
+  static KQ_INLINE B lookup32(const uint8x8x4_t& t, B i) { return vtbl4_u8(t, i); }
+#endif
   static KQ_INLINE Words mull(B a, B b) { return Words{vmull_u8(a, b)}; }
   static KQ_INLINE void mlal(Words* acc, B a, B b) { acc->all = vmlal_u8(acc->all, a, b); }
   static KQ_INLINE B mulHigh(B a, B b) { return vshrn_n_u16(vmull_u8(a, b), 8); }
@@ -331,6 +375,12 @@ struct D {
 
   static KQ_INLINE B load(const uint8_t* p) { return vld1_u8(p); }
   static KQ_INLINE void store(uint8_t* p, B v) { vst1_u8(p, v); }
+  static KQ_INLINE void storeInterleaved(uint8_t* p, B even, B odd) {
+    uint8x8x2_t v;
+    v.val[0] = even;
+    v.val[1] = odd;
+    vst2_u8(p, v);
+  }
   static KQ_INLINE B even(const uint8_t* p) { return vld2_u8(p).val[0]; }
   static KQ_INLINE void evenOdd(const uint8_t* p, B* e, B* o) {
     const uint8x8x2_t v = vld2_u8(p);
@@ -343,27 +393,70 @@ struct D {
     *o0 = v.val[0];
     *o2 = v.val[2];
   }
-  // 4 samples (of the 8 bytes loaded), and the luma every 4th of 32 bytes.
-  static KQ_INLINE B repeat(const uint8_t* p) {
-    const uint8x8_t v = vld1_u8(p);
-    return vzip_u8(v, v).val[0];
+
+  // Lane i - s (up) or i + s (down) in lane i, lanes that nothing moves into
+  // keeping their own (a far tap of a row's first or last step, s < 8).
+  static KQ_INLINE B moveUp(B v, int s) {
+    const uint8x8_t i = vcreate_u8(0x0706050403020100ull), d = vdup_n_u8(uint8_t(s));
+    return vtbl1_u8(v, vbsl_u8(vcge_u8(i, d), vsub_u8(i, d), i));
   }
-  static KQ_INLINE B lumaRepeat(const uint8_t* p) {
-    const uint8x8_t v = vld4_u8(p).val[0];
-    return vzip_u8(v, v).val[0];
+  static KQ_INLINE B moveDown(B v, int s) {
+    const uint8x8_t i = vcreate_u8(0x0706050403020100ull), d = vadd_u8(i, vdup_n_u8(uint8_t(s)));
+    return vtbl1_u8(v, vbsl_u8(vclt_u8(d, vdup_n_u8(8)), d, i));
   }
 };
 
-// The table weight of differences d.
-template <class L, int kShift>
-KQ_INLINE typename L::B weightOf(typename L::B d, const Tables& t) {
-  const typename L::B k = L::template shr<kShift>(d);
-  // r << (8 - shift), the bits above r dropped by the 8-bit shift; then
-  // (S[k] * r + step / 2) >> shift = (S[k] * (r << (8 - shift)) + 128) >> 8,
-  // never above S[k]: 8 bits.
-  const typename L::B r8 = L::template shl<8 - kShift>(d);
-  return L::sub(L::lookup(t.w, k), L::mulRound(L::lookup(t.s, k), r8));
-}
+// How a step weighs its differences d: by the table and its slopes (any
+// table; kGain counts a difference min(255, d << kGain), a saturating shift),
+// or by look-ups of every difference's weight (tables that are zero from 128
+// on: ByLut on aarch64, the pass-3 luma weights ByLutLuma on both). A weigher
+// is made once per run, so that its tables stay in registers.
+template <int kShift, int kGain = 0>
+struct ByFormula {
+  Table w, s;
+  explicit ByFormula(const Tables& t) : w(tableOf(t.w)), s(tableOf(t.s)) {}
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    if (kGain > 0) d = L::template qshl<kGain>(d);
+    const typename L::B k = L::template shr<kShift>(d);
+    // r << (8 - shift), the bits above r dropped by the 8-bit shift; then
+    // (S[k] * r + step / 2) >> shift = (S[k] * (r << (8 - shift)) + 128) >> 8,
+    // never above S[k]: 8 bits.
+    const typename L::B r8 = L::template shl<8 - kShift>(d);
+    return L::sub(L::lookup(w, k), L::mulRound(L::lookup(s, k), r8));
+  }
+};
+
+#if defined(__aarch64__)
+struct ByLut {
+  uint8x16x4_t lo, hi;
+  explicit ByLut(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi(vld1q_u8_x4(t.lut + 64)) {}
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    return L::lookup128(lo, hi, d);
+  }
+};
+
+struct ByLutLuma {
+  uint8x16x2_t t;
+  explicit ByLutLuma(const Tables& tables) : t(vld1q_u8_x2(tables.lutLuma)) {}
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    return L::lookup32(t, d);
+  }
+};
+#else
+struct ByLutLuma {
+  uint8x8x4_t t;
+  explicit ByLutLuma(const Tables& tables) {
+    for (int k = 0; k < 4; ++k) t.val[k] = vld1_u8(tables.lutLuma + 8 * k);
+  }
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    return L::lookup32(t, d);
+  }
+};
+#endif
 
 template <class L>
 struct Centre {
@@ -381,18 +474,16 @@ KQ_INLINE Acc<L> accStart(uint8_t weight) {
   return Acc<L>{L::dup(weight), L::zeros(), L::zeros()};
 }
 
-template <class L, int kShift, int kLumaGain = 0>
-KQ_INLINE void addTap(Acc<L>* a, const Tables& t, const Centre<L>& c, typename L::B tY,
+// One tap: chroma differences weighed by wc, the luma difference by wl.
+template <class L, class WC, class WL>
+KQ_INLINE void addTap(Acc<L>* a, const WC& wc, const WL& wl, const Centre<L>& c, typename L::B tY,
                       typename L::B tU, typename L::B tV) {
   using B = typename L::B;
-  // min(|dY| << gain, 255): a saturating shift.
-  B dY = L::abd(c.y, tY);
-  if (kLumaGain > 0) dY = L::template qshl<kLumaGain>(dY);
-  const B wV = weightOf<L, kShift>(L::abd(c.v, tV), t);
-  const B wU = weightOf<L, kShift>(L::abd(c.u, tU), t);
-  const B uv = L::mulHigh(wV, wU);                           // <= 254
-  const B h = L::mulHigh(uv, weightOf<L, kShift>(dY, t));    // the product >> 8, <= 253
-  const B w = L::template sra<4>(L::template shr<3>(h), h);  // <= 46
+  const B wV = wc.template of<L>(L::abd(c.v, tV));
+  const B wU = wc.template of<L>(L::abd(c.u, tU));
+  const B uv = L::mulHigh(wV, wU);                                 // <= 254
+  const B h = L::mulHigh(uv, wl.template of<L>(L::abd(c.y, tY)));  // the product >> 8, <= 253
+  const B w = L::template sra<4>(L::template shr<3>(h), h);        // <= 46
   a->w = L::add(a->w, w);
   L::mlal(&a->u, w, tU);
   L::mlal(&a->v, w, tV);
@@ -441,9 +532,9 @@ using Kind = std::integral_constant<int, kKind>;
 // Pass 1: outputs x0.. of half-size row y (full-size columns 2*x0..).
 // kCentre: the block's first tap is the centre itself (the pass reads the
 // source planes as its input), so its weight is the table's weight of 0.
-template <class L, int kShift, int kKind, bool kCentre>
-KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const Shift& sh, int x0,
-                           int y, int yUp, int yDown) {
+template <class L, class W, int kKind, bool kCentre>
+KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const W& wt,
+                           const Shift& sh, int x0, int y, int yUp, int yDown) {
   using B = typename L::B;
   const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
   const int M = c->margin;
@@ -469,37 +560,37 @@ KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const 
     block.u = L::mull(w0, ce.u);
     block.v = L::mull(w0, ce.v);
   } else {
-    addTap<L, kShift>(&block, t, ce, l00, u00, v00);
+    addTap<L>(&block, wt, wt, ce, l00, u00, v00);
   }
-  addTap<L, kShift>(&block, t, ce, l02, u01, v01);
+  addTap<L>(&block, wt, wt, ce, l02, u01, v01);
   {
     B u10, u11, v10, v11, l10, l12;
     L::evenOdd(c->inU + row + w, &u10, &u11);
     L::evenOdd(c->inV + row + w, &v10, &v11);
     L::every4thPair(lumaY1, &l10, &l12);
-    addTap<L, kShift>(&block, t, ce, l10, u10, v10);
-    addTap<L, kShift>(&block, t, ce, l12, u11, v11);
+    addTap<L>(&block, wt, wt, ce, l10, u10, v10);
+    addTap<L>(&block, wt, wt, ce, l12, u11, v11);
   }
 
   Acc<L> far = accStart<L>(0);
   const size_t up = size_t(yUp) * w + X0, down = size_t(yDown) * w + X0;
-  addTap<L, kShift>(&far, t, ce, L::every4th(lumaUp), L::even(c->inU + up), L::even(c->inV + up));
+  addTap<L>(&far, wt, wt, ce, L::every4th(lumaUp), L::even(c->inU + up), L::even(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)),
-                      Q::move(v00, shiftUp(sh)));
+    addTap<L>(&far, wt, wt, ce, Q::move(l00, shiftUp(sh)), Q::move(u00, shiftUp(sh)),
+              Q::move(v00, shiftUp(sh)));
   } else {
-    addTap<L, kShift>(&far, t, ce, L::every4th(lumaY - 2 * M), L::even(c->inU + row - M),
-                      L::even(c->inV + row - M));
+    addTap<L>(&far, wt, wt, ce, L::every4th(lumaY - 2 * M), L::even(c->inU + row - M),
+              L::even(c->inV + row - M));
   }
   if constexpr (kKind == kLast) {
-    addTap<L, kShift>(&far, t, ce, Q::move(l00, shiftDown(sh)), Q::move(u00, shiftDown(sh)),
-                      Q::move(v00, shiftDown(sh)));
+    addTap<L>(&far, wt, wt, ce, Q::move(l00, shiftDown(sh)), Q::move(u00, shiftDown(sh)),
+              Q::move(v00, shiftDown(sh)));
   } else {
-    addTap<L, kShift>(&far, t, ce, L::every4th(lumaY + 2 * M), L::even(c->inU + row + M),
-                      L::even(c->inV + row + M));
+    addTap<L>(&far, wt, wt, ce, L::every4th(lumaY + 2 * M), L::even(c->inU + row + M),
+              L::even(c->inV + row + M));
   }
-  addTap<L, kShift>(&far, t, ce, L::every4th(lumaDown), L::even(c->inU + down),
-                    L::even(c->inV + down));
+  addTap<L>(&far, wt, wt, ce, L::every4th(lumaDown), L::even(c->inU + down),
+            L::even(c->inV + down));
 
   // Weights up to 369 and sums up to 93840: 16 and 32 bits.
   const typename L::Recip r = L::recip(block.w, far.w);
@@ -509,8 +600,8 @@ KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const 
 // Pass 2: outputs x0.. of half-size row y. Source centres are the even
 // columns of full-size row 2y; the luma of a half-size position x is L(4x) on
 // luma row 4y.
-template <class L, int kShift, int kKind>
-KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const Tables& t, const Shift& sh, int x0,
+template <class L, class W, int kKind>
+KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const W& wt, const Shift& sh, int x0,
                            int y, int yUp, int yDown) {
   using B = typename L::B;
   const size_t w = size_t(c->chromaWidth), wh = w / 2, lw = size_t(c->lumaWidth);
@@ -526,24 +617,23 @@ KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const Tables& t, const 
   const size_t at = size_t(y) * wh + x0, up = size_t(yUp) * wh + x0, down = size_t(yDown) * wh + x0;
   const B mu = L::load(c->inU + at), mv = L::load(c->inV + at);
   Acc<L> a = accStart<L>(1);
-  addTap<L, kShift>(&a, t, ce, L::every4th(lumaUp), L::load(c->inU + up), L::load(c->inV + up));
+  addTap<L>(&a, wt, wt, ce, L::every4th(lumaUp), L::load(c->inU + up), L::load(c->inV + up));
   if constexpr (kKind == kFirst) {
-    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)),
-                      Q::move(mv, shiftUp(sh)));
+    addTap<L>(&a, wt, wt, ce, Q::move(ce.y, shiftUp(sh)), Q::move(mu, shiftUp(sh)),
+              Q::move(mv, shiftUp(sh)));
   } else {
-    addTap<L, kShift>(&a, t, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
-                      L::load(c->inV + at - m));
+    addTap<L>(&a, wt, wt, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
+              L::load(c->inV + at - m));
   }
-  addTap<L, kShift>(&a, t, ce, ce.y, mu, mv);
+  addTap<L>(&a, wt, wt, ce, ce.y, mu, mv);
   if constexpr (kKind == kLast) {
-    addTap<L, kShift>(&a, t, ce, Q::move(ce.y, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
-                      Q::move(mv, shiftDown(sh)));
+    addTap<L>(&a, wt, wt, ce, Q::move(ce.y, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
+              Q::move(mv, shiftDown(sh)));
   } else {
-    addTap<L, kShift>(&a, t, ce, L::every4th(lumaY + 4 * m), L::load(c->inU + at + m),
-                      L::load(c->inV + at + m));
+    addTap<L>(&a, wt, wt, ce, L::every4th(lumaY + 4 * m), L::load(c->inU + at + m),
+              L::load(c->inV + at + m));
   }
-  addTap<L, kShift>(&a, t, ce, L::every4th(lumaDown), L::load(c->inU + down),
-                    L::load(c->inV + down));
+  addTap<L>(&a, wt, wt, ce, L::every4th(lumaDown), L::load(c->inU + down), L::load(c->inV + down));
   return means(a);
 }
 
@@ -565,41 +655,67 @@ KQ_INLINE Pass3Rows pass3Rows(const KQChromaPassContext* c, int Y, int yUp, int 
                    c->inV + size_t(yUp) * wh,      c->inV + size_t(yDown) * wh};
 }
 
-// Pass 3: full-size outputs 2*hx0.. of row Y. The source bytes are loaded
-// before any store (in-place use).
-template <class L, int kShift, int kKind>
-KQ_INLINE Out<L> pass3Step(const Pass3Rows& r, const Tables& t, const Shift& sh, int hx0) {
+// Both parities' outputs.
+template <class L>
+struct Out2 {
+  Out<L> even, odd;
+};
+
+// The five taps of pass 3 for half-size columns hx0.. (one per lane), added
+// to the sums a[i] of the kN outputs with centres ce[i].
+template <class L, class WC, class WL, int kKind, int kN>
+KQ_INLINE void pass3Taps(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0, Acc<L> (&a)[kN],
+                         const Centre<L> (&ce)[kN]) {
   using B = typename L::B;
-  const int X0 = 2 * hx0;
-  Centre<L> ce;
-  ce.u = L::load(r.srcU + X0);
-  ce.v = L::load(r.srcV + X0);
-  ce.y = L::even(r.lumaCentre + 2 * X0);
+  auto tap = [&](B tY, B tU, B tV) __attribute__((always_inline)) {
+    for (int i = 0; i < kN; ++i) addTap<L>(&a[i], wc, wl, ce[i], tY, tU, tV);
+  };
   const uint8_t* lumaY = r.lumaMid + 4 * hx0;
-  // Own colour, weight 1.
-  Acc<L> a{L::dup(1), L::widen(ce.u), L::widen(ce.v)};
-  constexpr int g = kKqChromaPass3LumaGain;
-  const B my = L::lumaRepeat(lumaY), mu = L::repeat(r.uMid + hx0), mv = L::repeat(r.vMid + hx0);
-  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(r.lumaUp + 4 * hx0), L::repeat(r.uUp + hx0),
-                       L::repeat(r.vUp + hx0));
+  const B my = L::every4th(lumaY), mu = L::load(r.uMid + hx0), mv = L::load(r.vMid + hx0);
+  tap(L::every4th(r.lumaUp + 4 * hx0), L::load(r.uUp + hx0), L::load(r.vUp + hx0));
   if constexpr (kKind == kFirst) {
-    const uint8x16_t idx = shiftUp(sh);
-    addTap<L, kShift, g>(&a, t, ce, Q::move(my, idx), Q::move(mu, idx), Q::move(mv, idx));
+    tap(L::moveUp(my, 1), L::moveUp(mu, 1), L::moveUp(mv, 1));
   } else {
-    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY - 4), L::repeat(r.uMid + hx0 - 1),
-                         L::repeat(r.vMid + hx0 - 1));
+    tap(L::every4th(lumaY - 4), L::load(r.uMid + hx0 - 1), L::load(r.vMid + hx0 - 1));
   }
-  addTap<L, kShift, g>(&a, t, ce, my, mu, mv);
+  tap(my, mu, mv);
   if constexpr (kKind == kLast) {
-    const uint8x16_t idx = shiftDown(sh);
-    addTap<L, kShift, g>(&a, t, ce, Q::move(my, idx), Q::move(mu, idx), Q::move(mv, idx));
+    tap(L::moveDown(my, 1), L::moveDown(mu, 1), L::moveDown(mv, 1));
   } else {
-    addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(lumaY + 4), L::repeat(r.uMid + hx0 + 1),
-                         L::repeat(r.vMid + hx0 + 1));
+    tap(L::every4th(lumaY + 4), L::load(r.uMid + hx0 + 1), L::load(r.vMid + hx0 + 1));
   }
-  addTap<L, kShift, g>(&a, t, ce, L::lumaRepeat(r.lumaDown + 4 * hx0), L::repeat(r.uDown + hx0),
-                       L::repeat(r.vDown + hx0));
-  return means(a);
+  tap(L::every4th(r.lumaDown + 4 * hx0), L::load(r.uDown + hx0), L::load(r.vDown + hx0));
+}
+
+// Pass 3: the full-size outputs of half-size columns hx0.. (one per lane) of
+// row Y, X = 2 hx (even) and 2 hx + 1 (odd). Both parities of a column have
+// the same taps, the half-size samples themselves: aarch64 loads each tap
+// once for both, armv7 (half the registers) runs the taps once per parity.
+// The source bytes are loaded before any store (in-place use).
+template <class L, class WC, class WL, int kKind>
+KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0) {
+  Centre<L> ce[2];
+  L::evenOdd(r.srcU + 2 * hx0, &ce[0].u, &ce[1].u);
+  L::evenOdd(r.srcV + 2 * hx0, &ce[0].v, &ce[1].v);
+  L::every4thPair(r.lumaCentre + 4 * hx0, &ce[0].y, &ce[1].y);
+  // Own colour, weight 1.
+  auto start = [](const Centre<L>& c) __attribute__((always_inline)) {
+    return Acc<L>{L::dup(1), L::widen(c.u), L::widen(c.v)};
+  };
+#if defined(__aarch64__)
+  Acc<L> a[2] = {start(ce[0]), start(ce[1])};
+  pass3Taps<L, WC, WL, kKind>(r, wc, wl, hx0, a, ce);
+  return Out2<L>{means(a[0]), means(a[1])};
+#else
+  auto half = [&](const Centre<L>& c) __attribute__((always_inline)) {
+    Acc<L> a[1] = {start(c)};
+    const Centre<L> one[1] = {c};
+    pass3Taps<L, WC, WL, kKind>(r, wc, wl, hx0, a, one);
+    return means(a[0]);
+  };
+  const Out<L> even = half(ce[0]);
+  return Out2<L>{even, half(ce[1])};
+#endif
 }
 
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8.
@@ -609,39 +725,41 @@ using Inner = Q;
 using Inner = D;
 #endif
 
-// Steps over [x0, x0 + n): with `first` a Q step at x0 clamps its left far
-// taps, with `last` a Q step ending at x0 + n its right far taps (reach
-// outputs away, at most 16); the steps between are Inner steps. Where they do
-// not tile the run, the last Inner step ends where the final step starts,
-// overlapping the one before it; the two are computed before either is
-// stored, so that every step reads the source bytes of its outputs as they
-// were (pass 3 runs in place) and the overlap gets equal bytes twice. Before a
-// clamping last step, the Inner step before it starts early enough that its
-// right far taps stay inside the row. compute(x, kind, lanes) makes the
+// Steps over [x0, x0 + n): with `first` an Edge step at x0 clamps its left
+// far taps, with `last` an Edge step ending at x0 + n its right far taps
+// (reach lanes away, at most Edge::kOut; passes 1 and 2 take Q edges, whose
+// 16 lanes hold their far taps, pass 3 Inner ones); the steps between are
+// Inner steps. Where they do not tile the run, the last Inner step ends where
+// the final step starts, overlapping the one before it; the two are computed
+// before either is stored, so that every step reads the source bytes of its
+// outputs as they were (pass 3 runs in place) and the overlap gets equal
+// bytes twice. Before a clamping last step, the Inner step before it starts
+// early enough that its right far taps stay inside the row. A run with both
+// edges is at least two Edge steps long. compute(x, kind, lanes) makes the
 // outputs at x, store(x, out) stores them.
-template <class Compute, class Store>
+template <class Edge, class Compute, class Store>
 KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute compute,
                      Store store) {
-  constexpr int k = Inner::kOut;
+  constexpr int k = Inner::kOut, e = Edge::kOut;
   const int end = x0 + n;
   int x = x0;
   if (first) {
-    store(x, compute(x, Kind<kFirst>(), Q()));
-    x += Q::kOut;
+    store(x, compute(x, Kind<kFirst>(), Edge()));
+    x += e;
   }
-  const int lastX = end - (last ? Q::kOut : k);
+  const int lastX = end - (last ? e : k);
   for (; x + k <= lastX; x += k) store(x, compute(x, Kind<kInner>(), Inner()));
   // [x, lastX) is shorter than one Inner step.
   int before = x;
-  if (last && before > lastX + Q::kOut - k - reach) before = lastX + Q::kOut - k - reach;
+  if (last && before > lastX + e - k - reach) before = lastX + e - k - reach;
   if (last) {
     if (x < lastX) {
       const auto a = compute(before, Kind<kInner>(), Inner());
-      const auto b = compute(lastX, Kind<kLast>(), Q());
+      const auto b = compute(lastX, Kind<kLast>(), Edge());
       store(before, a);
       store(lastX, b);
     } else {
-      store(lastX, compute(lastX, Kind<kLast>(), Q()));
+      store(lastX, compute(lastX, Kind<kLast>(), Edge()));
     }
   } else if (x < lastX) {
     const auto a = compute(before, Kind<kInner>(), Inner());
@@ -660,36 +778,28 @@ struct NeonBlocks {
 
   template <int kShift>
   static Tables load(const KQChromaPassContext* c) {
-    return loadTables(c);
+    return loadTables<kShift>(c);
   }
 
   // Whole rows where the first and last steps and the steps between them fit
   // (see steps): passes 1 and 2 need the far tap distance s = margin / 2
-  // within one Q step and 32 + 2 s outputs, pass 3 (s = 1 half-size column,
-  // two outputs) 36 outputs.
+  // within one Q step and 32 + 2 s outputs, pass 3 (steps over half-size
+  // columns, s = 1) two Inner steps.
   static bool wholeRows(const KQChromaPassContext* c, int pass) {
     const int wh = c->chromaWidth / 2;
-    if (pass == 3) return 2 * wh >= 36;
+    if (pass == 3) return wh >= 2 * Inner::kOut;
     const int s = c->margin / 2;
     return c->margin >= 2 && s <= 16 && wh >= 32 + 2 * s;
   }
 
-  template <int kPass, int kShift>
-  static void halfSizeRun(const KQChromaPassContext* context, const Tables& t, int x0, int n, int y,
-                          int yUp, int yDown) {
+  // The steps of a pass 1 or 2 run, weighed by wt.
+  template <int kPass, class W>
+  static void halfSizeSteps(const KQChromaPassContext* context, const Tables& t, const W& wt,
+                            int x0, int n, int y, int yUp, int yDown) {
     // A local copy: the stores cannot change it, so its fields stay in
     // registers across the steps.
     const KQChromaPassContext local = *context;
     const KQChromaPassContext* c = &local;
-    if (n < Inner::kOut) {
-      for (int x = x0; x < x0 + n; ++x) {
-        if (kPass == 1)
-          kqChromaPass1Pixel(c, kShift, x, y);
-        else
-          kqChromaPass2Pixel(c, kShift, x, y);
-      }
-      return;
-    }
     const int wh = c->chromaWidth / 2, s = c->margin / 2;
     const Shift sh = shiftOf(s);
     uint8_t* const outU = c->outU + size_t(y) * size_t(wh);
@@ -701,30 +811,51 @@ struct NeonBlocks {
     };
     const bool first = x0 == 0, last = x0 + n == wh;
     if (kPass == 1 && c->inU == c->srcU && c->inV == c->srcV) {
-      steps(
+      steps<Q>(
           x0, n, first, last, s,
           [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass1Step<decltype(lanes), kShift, decltype(kind)::value, true>(c, t, sh, x, y,
-                                                                                   yUp, yDown);
+            return pass1Step<decltype(lanes), W, decltype(kind)::value, true>(c, t, wt, sh, x, y,
+                                                                              yUp, yDown);
           },
           store);
     } else if (kPass == 1) {
-      steps(
+      steps<Q>(
           x0, n, first, last, s,
           [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass1Step<decltype(lanes), kShift, decltype(kind)::value, false>(c, t, sh, x, y,
-                                                                                    yUp, yDown);
+            return pass1Step<decltype(lanes), W, decltype(kind)::value, false>(c, t, wt, sh, x, y,
+                                                                               yUp, yDown);
           },
           store);
     } else {
-      steps(
+      steps<Q>(
           x0, n, first, last, s,
           [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass2Step<decltype(lanes), kShift, decltype(kind)::value>(c, t, sh, x, y, yUp,
-                                                                             yDown);
+            return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, sh, x, y, yUp,
+                                                                        yDown);
           },
           store);
     }
+  }
+
+  template <int kPass, int kShift>
+  static void halfSizeRun(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y,
+                          int yUp, int yDown) {
+    if (n < Inner::kOut) {
+      for (int x = x0; x < x0 + n; ++x) {
+        if (kPass == 1)
+          kqChromaPass1Pixel(c, kShift, x, y);
+        else
+          kqChromaPass2Pixel(c, kShift, x, y);
+      }
+      return;
+    }
+#if defined(__aarch64__)
+    if (t.hasLut) {
+      halfSizeSteps<kPass>(c, t, ByLut(t), x0, n, y, yUp, yDown);
+      return;
+    }
+#endif
+    halfSizeSteps<kPass>(c, t, ByFormula<kShift>(t), x0, n, y, yUp, yDown);
   }
 
   template <int kShift>
@@ -739,31 +870,45 @@ struct NeonBlocks {
     halfSizeRun<2, kShift>(c, t, x0, n, y, yUp, yDown);
   }
 
-  // Outputs are full-size columns X = 2 * hx; n is even.
-  template <int kShift>
-  static void pass3(const KQChromaPassContext* context, const Tables& t, int X0, int n, int Y,
-                    int yUp, int y, int yDown) {
+  // The steps of a pass 3 run over half-size columns [hx0, hx0 + hn) of full-size
+  // row Y, chroma weighed by wc, luma by wl.
+  template <class WC, class WL>
+  static void pass3Steps(const KQChromaPassContext* context, const WC& wc, const WL& wl, int hx0,
+                         int hn, int Y, int yUp, int y, int yDown) {
     const KQChromaPassContext local = *context;
     const KQChromaPassContext* c = &local;
-    if (n < Inner::kOut) {
-      for (int X = X0; X < X0 + n; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
-      return;
-    }
-    const int we = (c->chromaWidth / 2) * 2;
-    const Shift sh = shiftOf(2);
     uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
     uint8_t* const outV = c->outV + size_t(Y) * size_t(c->chromaWidth);
     const Pass3Rows rows = pass3Rows(c, Y, yUp, y, yDown);
-    steps(
-        X0, n, X0 == 0, X0 + n == we, 2,
-        [&](int X, auto kind, auto lanes) __attribute__((always_inline)) {
-          return pass3Step<decltype(lanes), kShift, decltype(kind)::value>(rows, t, sh, X / 2);
+    steps<Inner>(
+        hx0, hn, hx0 == 0, hx0 + hn == c->chromaWidth / 2, 1,
+        [&](int hx, auto kind, auto lanes) __attribute__((always_inline)) {
+          return pass3Step<decltype(lanes), WC, WL, decltype(kind)::value>(rows, wc, wl, hx);
         },
-        [&](int X, const auto& o) __attribute__((always_inline)) {
-          using L = std::conditional_t<sizeof(o.u) == 16, Q, D>;
-          L::store(outU + X, o.u);
-          L::store(outV + X, o.v);
+        [&](int hx, const Out2<Inner>& o) __attribute__((always_inline)) {
+          Inner::storeInterleaved(outU + 2 * hx, o.even.u, o.odd.u);
+          Inner::storeInterleaved(outV + 2 * hx, o.even.v, o.odd.v);
         });
+  }
+
+  // Outputs are full-size columns X = 2 * hx; X0 and n are even.
+  template <int kShift>
+  static void pass3(const KQChromaPassContext* c, const Tables& t, int X0, int n, int Y, int yUp,
+                    int y, int yDown) {
+    if (n < 2 * Inner::kOut) {
+      for (int X = X0; X < X0 + n; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
+      return;
+    }
+    if (t.hasLut) {
+#if defined(__aarch64__)
+      pass3Steps(c, ByLut(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+#else
+      pass3Steps(c, ByFormula<kShift>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+#endif
+      return;
+    }
+    pass3Steps(c, ByFormula<kShift>(t), ByFormula<kShift, kKqChromaPass3LumaGain>(t), X0 / 2, n / 2,
+               Y, yUp, y, yDown);
   }
 };
 

@@ -43,19 +43,43 @@ inline uint8x16_t nrBytes(uint32x4_t q0, uint32x4_t q1, uint32x4_t q2, uint32x4_
 #endif
 }
 
-}  // namespace
+// The plain blend with a weight of 0..128 (strengths 0..10): 8-bit factors,
+// v <= 128 * 255, so v >> 7 is at most 255.
+inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x8_t w, uint8x8_t iw) {
+  uint16x8_t lo = vmull_u8(vget_low_u8(f), w);
+  lo = vmlal_u8(lo, vget_low_u8(o), iw);
+#if defined(__aarch64__)
+  uint16x8_t hi = vmull_high_u8(f, vcombine_u8(w, w));
+  hi = vmlal_high_u8(hi, o, vcombine_u8(iw, iw));
+  return vshrn_high_n_u16(vshrn_n_u16(lo, 7), hi, 7);
+#else
+  uint16x8_t hi = vmull_u8(vget_high_u8(f), w);
+  hi = vmlal_u8(hi, vget_high_u8(o), iw);
+  return vcombine_u8(vshrn_n_u16(lo, 7), vshrn_n_u16(hi, 7));
+#endif
+}
 
 // 16 centres per step. Each tap is an unaligned 16-byte load at its offset;
 // all of them lie inside the block's 32-byte window [x - 6, x + 25].
 // N is split over two u16 accumulators of 8 taps each (8 * 30 * 255 =
 // 61200 fits) and widened to u32 once; D = sum of two u8 weight sums.
-void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
-  const int32_t blocks = (width - 16) / 16;
+// kBlend: each block's outputs blended with its centres at once (weight
+// 0..128, see blendSmall).
+template <bool kBlend>
+inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8_t* src,
+                                                       ptrdiff_t stride, int32_t blocks,
+                                                       int32_t weight) {
   const uint8x16_t k30 = vdupq_n_u8(30);
+  const uint8x8_t bw = vdup_n_u8(uint8_t(weight)), biw = vdup_n_u8(uint8_t(128 - weight));
   const uint8_t* up4 = src - 4 * stride;
   const uint8_t* up1 = src - stride;
   const uint8_t* dn1 = src + stride;
   const uint8_t* dn4 = src + 4 * stride;
+#if defined(__aarch64__)
+  // Two blocks per iteration: fewer moves between the blocks (armv7, with
+  // half the registers, spills then).
+#pragma GCC unroll 2
+#endif
   for (int32_t j = 0; j < blocks; ++j) {
     const int32_t x = 6 + 16 * j;
     const uint8x16_t c = vld1q_u8(src + x);
@@ -83,13 +107,23 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
     nrTap(vld1q_u8(dn4 + x + 2), c, k30, bLo, bHi, wb);
     const uint16x8_t dLo = vaddl_u8(vget_low_u8(wa), vget_low_u8(wb));
     const uint16x8_t dHi = vaddl_u8(vget_high_u8(wa), vget_high_u8(wb));
-    vst1q_u8(
-        dst + x,
+    const uint8x16_t f =
         nrBytes(nrDivide(vaddl_u16(vget_low_u16(aLo), vget_low_u16(bLo)), vget_low_u16(dLo)),
                 nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo)),
                 nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi)),
-                nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi))));
+                nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi)));
+    vst1q_u8(dst + x, kBlend ? blendSmall(f, c, bw, biw) : f);
   }
+}
+}  // namespace
+
+void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
+  nrRowBlocks<false>(dst, src, stride, (width - 16) / 16, 0);
+}
+
+void kqLumaNrBlendRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
+                           int32_t weight) {
+  nrRowBlocks<true>(dst, src, stride, blocks, weight);
 }
 
 namespace {
@@ -184,26 +218,6 @@ void kqLumaNrBorderRun_neon(uint8_t* dst, const uint8_t* const* rows, int32_t x,
   vst1q_u8(out, borderBlock(centre, r));
   std::memcpy(dst + x, out, size_t(count));
 }
-
-namespace {
-
-// The plain blend with a weight of 0..128 (strengths 0..10): 8-bit factors,
-// v <= 128 * 255, so v >> 7 is at most 255.
-inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x8_t w, uint8x8_t iw) {
-  uint16x8_t lo = vmull_u8(vget_low_u8(f), w);
-  lo = vmlal_u8(lo, vget_low_u8(o), iw);
-#if defined(__aarch64__)
-  uint16x8_t hi = vmull_high_u8(f, vcombine_u8(w, w));
-  hi = vmlal_high_u8(hi, o, vcombine_u8(iw, iw));
-  return vshrn_high_n_u16(vshrn_n_u16(lo, 7), hi, 7);
-#else
-  uint16x8_t hi = vmull_u8(vget_high_u8(f), w);
-  hi = vmlal_u8(hi, vget_high_u8(o), iw);
-  return vcombine_u8(vshrn_n_u16(lo, 7), vshrn_n_u16(hi, 7));
-#endif
-}
-
-}  // namespace
 
 // v = w * f + (128 - w) * o in wrapping u16 lanes, min(255, v >> 7).
 void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32_t weight) {
@@ -405,13 +419,35 @@ struct SharpenNeon {
     return vcombine_u8(vqrshrn_n_u16(lo, 7), vqrshrn_n_u16(hi, 7));
   }
 
+#if defined(__aarch64__)
+  // x = (C >> 1) + (E >> 1) of the small-gain form (no threshold), for
+  // |g| <= kTinyGain: then |E >> 1| <= 443 and |x| <= 503, so (x + 2) >> 2
+  // lies in -126..126 and the output o + ((x + 2) >> 2), saturated, is one
+  // saturating narrow to signed bytes and one unsigned saturating add.
+  static constexpr int32_t kTinyGain = 192;
+  int16x8_t tinyX(uint16x8_t h, uint8x8_t o) const {
+    const int16x8_t hp = vreinterpretq_s16_u16(vmlsl_u8(h, o, k128));
+    const int16x8_t f = vqdmulhq_s16(vandq_s16(hp, vdupq_n_s16(-32)), gainK);
+    const int16x8_t c = vmaxq_s16(vminq_s16(f, vdupq_n_s16(60)), vdupq_n_s16(-60));
+    return vaddq_s16(f, c);
+  }
+#endif
+
   // 16 outputs from V of the 16 columns before them (prev), at them (cur)
-  // and after them (next), and the original bytes o.
-  template <bool kSmallGain, bool kThreshold>
+  // and after them (next), and the original bytes o. kTiny (aarch64): the
+  // small-gain form for |g| <= kTinyGain, without threshold.
+  template <bool kSmallGain, bool kThreshold, bool kTiny = false>
   uint8x16_t outBlock(uint8x16_t prev, uint8x16_t cur, uint8x16_t next, uint8x16_t o) const {
     uint16x8_t lo, hi;
     taps(vextq_u8(prev, cur, 14), vextq_u8(prev, cur, 15), cur, vextq_u8(cur, next, 1),
          vextq_u8(cur, next, 2), lo, hi);
+#if defined(__aarch64__)
+    if (kTiny) {
+      const int8x16_t x = vqrshrn_high_n_s16(vqrshrn_n_s16(tinyX(lo, vget_low_u8(o)), 2),
+                                             tinyX(hi, vget_high_u8(o)), 2);
+      return vsqaddq_u8(o, x);
+    }
+#endif
     return vcombine_u8(respond<kSmallGain, kThreshold>(lo, vget_low_u8(o)),
                        respond<kSmallGain, kThreshold>(hi, vget_high_u8(o)));
   }
@@ -422,7 +458,7 @@ struct SharpenNeon {
   // "previous" block of V(0), V(nv) = V(nv + 1) = V(nv - 1) from a last
   // "next" block of V(nv - 1); where nv is no multiple of 16 the last block
   // ends at nv, overlapping the one before (equal bytes written twice).
-  template <bool kSmallGain, bool kThreshold>
+  template <bool kSmallGain, bool kThreshold, bool kTiny>
   void rowInRegisters(uint8_t* dst, int32_t nv) const {
     const SharpenNeon k = *this;  // weights in registers, not behind `this`
     uint8x16_t o, oNext;
@@ -430,9 +466,12 @@ struct SharpenNeon {
     uint8x16_t prev = vdupq_lane_u8(vget_low_u8(cur), 0);
     const int32_t last = nv - 16;
     int32_t x = 0;
+    // Two blocks per iteration: the blocks in flight change registers
+    // without moves.
+#pragma GCC unroll 2
     for (; x + 16 < last; x += 16) {
       const uint8x16_t next = k.vBlock(x + 16, &oNext);
-      vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold>(prev, cur, next, o));
+      vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold, kTiny>(prev, cur, next, o));
       prev = cur;
       cur = next;
       o = oNext;
@@ -444,14 +483,14 @@ struct SharpenNeon {
     const uint8x16_t vLast = k.vBlock(last, &oLast);
     const uint8x16_t after = vdupq_lane_u8(vget_high_u8(vLast), 7);  // V(nv - 1)
     if (x == last) {
-      vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold>(prev, vLast, after, o));
+      vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold, kTiny>(prev, vLast, after, o));
       return;
     }
     const bool aligned = x + 16 == last;
     const uint8x16_t next = aligned ? vLast : vextq_u8(vLast, vLast, 8);  // V(x + 16), ..
     const uint8x16_t before = aligned ? cur : vextq_u8(prev, cur, 8);     // V(last - 16), ..
-    vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold>(prev, cur, next, o));
-    vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold>(before, vLast, after, oLast));
+    vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold, kTiny>(prev, cur, next, o));
+    vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold, kTiny>(before, vLast, after, oLast));
   }
 
   // Columns [0, nv), nv >= 8. The rows must be readable and dst writable
@@ -462,7 +501,11 @@ struct SharpenNeon {
     // armv7 keeps the line buffer: with half the registers the blocks in
     // flight cost more moves than the buffer's loads and stores.
     if (nv >= 32) {
-      rowInRegisters<kSmallGain, kThreshold>(dst, nv);
+      const int16_t g = vget_lane_s16(gain4, 0);
+      if (kSmallGain && !kThreshold && g >= -kTinyGain && g <= kTinyGain)
+        rowInRegisters<kSmallGain, kThreshold, true>(dst, nv);
+      else
+        rowInRegisters<kSmallGain, kThreshold, false>(dst, nv);
       return;
     }
 #endif

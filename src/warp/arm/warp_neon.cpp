@@ -369,6 +369,14 @@ void buildNearestGroup(const KQWarpRow* row, int32_t k0, Group* g) {
   }
   g->form = kInside;
   g->win = lo < width - kWindow ? lo : width - kWindow;
+#if !defined(__aarch64__)
+  // armv7: columns that fit 16 bytes take the one-register window (vtbl2).
+  const int32_t win16 = lo < width - 16 ? lo : width - 16;
+  if (hi - win16 <= 15) {
+    g->form = kInside16;
+    g->win = win16;
+  }
+#endif
   for (int32_t i = 0; i < kGroup; ++i) g->sel[i] = uint8_t(col[i] - g->win);
 }
 
@@ -378,6 +386,18 @@ bool plannedNearest(uint8_t* dst, const KQWarpRow* row) {
   const uint8_t* s = row->src0;
   for (int32_t c = 0; c < plan.count; ++c) {
     const Group& g = plan.groups[c];
+#if !defined(__aarch64__)
+    if (__builtin_expect(g.form == kInside16, 1)) {  // every group of an enlargement
+      // One q register of window, each half of the output stored as the
+      // look-up leaves it (no moves into a q register).
+      const Window16 w = window16At(s + g.win);
+      const uint8x16_t sel = vld1q_u8(g.sel);
+      uint8_t* const out = dst + g.k0;
+      vst1_u8(out, vtbl2_u8(w, vget_low_u8(sel)));
+      vst1_u8(out + 8, vtbl2_u8(w, vget_high_u8(sel)));
+      continue;
+    }
+#endif
     if (g.form == kInside) {
       vst1q_u8(dst + g.k0, pick(windowAt(s + g.win), vld1q_u8(g.sel)));
       continue;
