@@ -206,8 +206,8 @@ def cmd_mca(args):
     if not args.no_header:
         print(f"{'row':30} {'insns':>11} {'iterations':>15} {'held':>5}" +
               "".join(f" {c:>24}" for c in cpus))
-    for spec in args.kernel:
-        label, pattern = spec.split("=", 1)
+    for entry in args.kernel:
+        label, pattern = entry.split("=", 1)
         pixels = args.pixels
         if ":" in label:
             label, px = label.split(":", 1)

@@ -234,9 +234,9 @@ struct WorkerScratch {
 // order: its rows read only the source and its own earlier rows.
 class TileRows {
  public:
-  // Sets up a tile of `req` (see KQWarpTileSpec). False when the tile
+  // Sets up a tile of `req` (see KQWarpTile). False when the tile
   // writes nothing.
-  bool start(const KQWarpRequest& req, const KQWarpTileSpec& tile, WorkerScratch* scratch) {
+  bool start(const KQWarpRequest& req, const KQWarpTile& tile, WorkerScratch* scratch) {
     const KQWarpSource& src = req.source[tile.plane];
     const KQWarpTarget& dst = req.target[tile.plane];
     // Rows are laid out over x0..x1 and blended over y0..y1; only columns up
@@ -581,7 +581,7 @@ void warpGroup(const Run& run, int32_t ty, int32_t tx0, int32_t count, int32_t b
   for (int32_t plane = 0; plane < planesOf(req); ++plane) {
     if (!planeUsable(req, plane)) continue;
     for (int32_t i = 0; i < count; ++i) {
-      KQWarpTileSpec tile;
+      KQWarpTile tile;
       tile.plane = plane;
       tile.tx = tx0 + i;
       tile.ty = ty;
@@ -632,7 +632,7 @@ size_t kqWarpTileScratchBytes(const KQWarpRequest& request) {
   return request.dsp != nullptr && request.tileColumns >= 1 ? scratchLayout(request).total + 64 : 0;
 }
 
-void kqWarpTile(const KQWarpRequest& request, const KQWarpTileSpec& tile, uint8_t* scratch,
+void kqWarpTile(const KQWarpRequest& request, const KQWarpTile& tile, uint8_t* scratch,
                 size_t scratchBytes) {
   const size_t need = kqWarpTileScratchBytes(request);
   if (need == 0 || scratch == nullptr || scratchBytes < need || tile.plane < 0 ||

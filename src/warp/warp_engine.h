@@ -82,7 +82,7 @@ void kqWarpTileRect(const KQWarpRequest& request, int32_t tx, int32_t ty, int32_
 // kqWarpTileRect gives them; INT32_MAX for the whole rectangle), sampled
 // through inverseTile, the tile's entry of a tileColumns-wide inverse grid
 // (the left and upper neighbours are read for tx > 0 and ty > 0).
-struct KQWarpTileSpec {
+struct KQWarpTile {
   int32_t plane;
   int32_t rect[4];
   int32_t last[2];
@@ -93,5 +93,5 @@ struct KQWarpTileSpec {
 // Warps one tile: the bytes kqWarpRun gives it. `scratch` holds at least
 // kqWarpTileScratchBytes(request) bytes.
 size_t kqWarpTileScratchBytes(const KQWarpRequest& request);
-void kqWarpTile(const KQWarpRequest& request, const KQWarpTileSpec& tile, uint8_t* scratch,
+void kqWarpTile(const KQWarpRequest& request, const KQWarpTile& tile, uint8_t* scratch,
                 size_t scratchBytes);

@@ -99,7 +99,7 @@ void warpOneTile(const KQWarpDsp* dsp, bool luma, KQImage8* planeList, void* ext
   if (bytes == 0 || bytes >= 0x7FFFFFFF) return;
   void* scratch = kqMalloc(uint32_t(bytes));
   if (scratch == nullptr) return;
-  KQWarpTileSpec tile = {0, {rect[0], rect[1], rect[2], rect[3]}, {INT32_MAX, INT32_MAX},
+  KQWarpTile tile = {0, {rect[0], rect[1], rect[2], rect[3]}, {INT32_MAX, INT32_MAX},
                          inverseTile, tx, ty};
   if (last != nullptr) {
     tile.last[0] = last[0];
