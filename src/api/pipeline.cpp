@@ -191,7 +191,6 @@ void sharpenLuma(Run& run) {
   if (!run.plan.luma.sharpen) return;
   kqImageSharpening(run.lumaSoFar, &run.callerY, nullptr, run.call.sharpening, 0.0f,
                     kKqSharpen5Tap, run.call.threads);
-  run.lumaSoFar = &run.callerY;
 }
 
 void denoiseChroma(Run& run) {

@@ -18,12 +18,6 @@ bool planeIs(const KQImage8* plane, int32_t width, int32_t height) {
          plane->height == height;
 }
 
-// Counts far below -32 mean the same as -32 (teams are capped there), and
-// INT32_MIN could not be negated.
-int32_t boundedThreads(int32_t numThreads) {
-  return numThreads < -kKqMaxThreads ? -kKqMaxThreads : numThreads;
-}
-
 // Rows [first, end) of `width` bytes, rows srcStride apart in the source,
 // packed in the destination.
 void copyRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t width, int32_t first,
@@ -145,7 +139,6 @@ void deinterleaveChromaRows(void* context) {
 void kqTakeYUVPlanesWithDsp(const KQYUVMultiPlaneImage* image, KQImage8* inY, KQImage8* inU,
                             KQImage8* inV, int32_t numThreads, const KQPlanesDsp* dsp) {
   if (image == nullptr || dsp == nullptr) return;
-  numThreads = boundedThreads(numThreads);
   const int32_t w = image->width, h = image->height;
   if (lumaReadable(image) && planeIs(inY, w, h)) {
     kqParallelRows(0, h, 1, numThreads, [image, inY](int32_t first, int32_t end, int32_t) {
@@ -170,7 +163,6 @@ void kqTakeYUVPlanesFromROIWithDsp(KQYUVMultiPlaneImage* image, KQImage8* inY, K
                                    KQImage8* inV, int32_t left, int32_t top, int32_t right,
                                    int32_t bottom, int32_t numThreads, const KQPlanesDsp* dsp) {
   if (image == nullptr || dsp == nullptr) return;
-  numThreads = boundedThreads(numThreads);
   // Work size: the region's width and height rounded down to multiples of 4
   // (64-bit, so that corners far apart cannot wrap).
   const int64_t w64 = (int64_t(right) - left + 1) & ~int64_t(3);

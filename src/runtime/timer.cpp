@@ -62,6 +62,7 @@ double kqTimerStop(const char* label, int32_t stage) {
 void kqStageStart(KQStage stage) { kqTimerStart(kqStageId(stage)); }
 
 double kqStageStop(KQStage stage) {
+  if (!enabledNow()) return 0.0;  // the label is looked up only when it is used
   const KQStageInfo* info = kqStageInfo(stage);
   return kqTimerStop(info != nullptr ? info->label : nullptr, kqStageId(stage));
 }

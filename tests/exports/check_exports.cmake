@@ -7,12 +7,17 @@
 if(NOT NM OR NOT LIB)
   message(FATAL_ERROR "usage: -DNM=<nm> -DLIB=<libKQUpScale.so>")
 endif()
-execute_process(COMMAND ${NM} -D --defined-only ${LIB}
-  OUTPUT_VARIABLE out RESULT_VARIABLE rc)
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "${NM} failed on ${LIB}")
-endif()
-string(REPLACE "\n" ";" lines "${out}")
+# The lines of `nm -D <which>` on the library, in `var`.
+function(dynamic_symbols which var)
+  execute_process(COMMAND ${NM} -D ${which} ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${NM} failed on ${LIB}")
+  endif()
+  string(REPLACE "\n" ";" out "${out}")
+  set(${var} "${out}" PARENT_SCOPE)
+endfunction()
+
+dynamic_symbols(--defined-only lines)
 set(found)
 set(bad)
 foreach(line IN LISTS lines)
@@ -39,12 +44,7 @@ if(NOT nfound EQUAL 3)
   message(FATAL_ERROR "expected the three KQUpScale_ functions, found: ${found}")
 endif()
 
-execute_process(COMMAND ${NM} -D --undefined-only ${LIB}
-  OUTPUT_VARIABLE undefined RESULT_VARIABLE rc)
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "${NM} failed on ${LIB}")
-endif()
-string(REPLACE "\n" ";" lines "${undefined}")
+dynamic_symbols(--undefined-only lines)
 set(throwing)
 foreach(line IN LISTS lines)
   # _Znw* / _Zna*: operator new and new[]; __cxa_throw, __cxa_allocate_exception
