@@ -2,6 +2,7 @@
 // stage timer hooks and the version strings.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -71,6 +72,28 @@ TEST(Timer, SilentByDefaultAndReportsStagesWhenEnabled) {
   kqTimerSetEnabled(false);
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_EQ(log.lines()[0].message.rfind("stage Chroma noise reduction (14): ", 0), 0u);
+}
+
+// The stage table: ids unique and within the timers' range, each nested at
+// most one level below the entry before it, every id found by kqStageInfo.
+TEST(Timer, StageTableIsWellFormed) {
+  std::vector<int32_t> ids;
+  int32_t depth = -1;
+  for (size_t i = 0; i < kKqStageCount; ++i) {
+    const KQStageInfo& s = kKqStages[i];
+    const int32_t id = kqStageId(s.id);
+    EXPECT_GE(id, 0);
+    EXPECT_LT(id, 128);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), id), 0) << id;
+    EXPECT_LE(s.depth, depth + 1) << id;
+    EXPECT_EQ(kqStageInfo(s.id), &s);
+    EXPECT_NE(std::string(s.label), "");
+    EXPECT_NE(std::string(s.what), "");
+    ids.push_back(id);
+    depth = s.depth;
+  }
+  EXPECT_EQ(kKqStages[0].depth, 0);
+  EXPECT_EQ(kqStageInfo(KQStage(7)), nullptr);
 }
 
 // A receiver gets every stage of a call, each when it ends, in the order a

@@ -9,6 +9,8 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <utility>
 #include <array>
 #include <atomic>
 #include <cstdlib>
@@ -17,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "runtime/alloc.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -201,6 +204,138 @@ TEST_F(PoolTest, StopNeverHandsAWithdrawnJobToALateWorker) {
     kqPoolStop();
     ASSERT_EQ(gSliceRuns.load(), 8) << "cycle " << cycle;
   }
+}
+
+// The row splitter: consecutive ranges that cover [begin, end) once, inner
+// boundaries a multiple of the grain after begin, one range for a single
+// worker and at most four per worker otherwise.
+TEST(ParallelRows, RangesCoverTheRowsOnceOnGrainBoundaries) {
+  for (int32_t begin : {0, 3, -5})
+    for (int32_t span : {0, 1, 7, 8, 9, 100, 1081})
+      for (int32_t grain : {1, 2, 4})
+        for (int32_t threads : {-40, -3, 0, 1, 2, 3, 8, 100}) {
+          const KQRowPieces rows = kqRowPieces(begin, begin + span, grain, threads);
+          SCOPED_TRACE(::testing::Message() << begin << "+" << span << " grain " << grain
+                                            << " threads " << threads);
+          const int32_t workers = kqStepWorkers(threads);
+          EXPECT_LE(rows.count, workers == 1 ? 1 : 4 * workers);
+          EXPECT_EQ(rows.count == 0, span == 0);
+          ASSERT_EQ(rows.first(0), begin);
+          ASSERT_EQ(rows.first(rows.count), begin + span);
+          for (int32_t p = 1; p < rows.count; ++p) {
+            EXPECT_LE(rows.first(p - 1), rows.first(p));
+            EXPECT_EQ((rows.first(p) - begin) % grain, 0);
+          }
+        }
+}
+
+// Every piece runs once, on a worker whose index is below the step's
+// workers and below the pool's size; the calling thread is worker 0 and
+// takes part; a step with one worker stays on the calling thread.
+TEST_F(PoolTest, StepsRunEveryPieceOnceOnTheirWorkers) {
+  struct Seen {
+    std::mutex mutex;
+    std::vector<int32_t> pieces, workers;
+    std::set<pthread_t> threads;
+    bool callerWorker0 = true;
+    pthread_t caller = pthread_self();
+  };
+  auto run = [](int32_t count, int32_t threads) {
+    Seen seen;
+    kqRunPieces(count, threads,
+                [](void* user, int32_t piece, int32_t worker) {
+                  Seen* s = static_cast<Seen*>(user);
+                  std::lock_guard<std::mutex> lock(s->mutex);
+                  s->pieces.push_back(piece);
+                  s->workers.push_back(worker);
+                  s->threads.insert(pthread_self());
+                  if (pthread_equal(pthread_self(), s->caller) && worker != 0)
+                    s->callerWorker0 = false;
+                },
+                &seen);
+    std::sort(seen.pieces.begin(), seen.pieces.end());
+    EXPECT_EQ(seen.pieces, iota(count)) << threads;
+    EXPECT_TRUE(seen.callerWorker0) << threads;
+    return std::make_pair(*std::max_element(seen.workers.begin(), seen.workers.end()),
+                          seen.threads.size());
+  };
+  for (int32_t threads : {0, 1}) {
+    const auto r = run(50, threads);
+    EXPECT_EQ(r.first, 0);
+    EXPECT_EQ(r.second, 1u);
+  }
+  // Fresh threads: |n| workers at most, the calling thread among them.
+  const auto team = run(400, -3);
+  EXPECT_LT(team.first, 3);
+  EXPECT_LE(team.second, 3u);
+  kqPoolStart(4, 0, "KQUpScale");
+  for (int32_t threads : {2, 3, 8}) {
+    const auto r = run(400, threads);
+    EXPECT_LT(r.first, std::min(threads, 4)) << threads;
+    EXPECT_LE(r.second, size_t(std::min(threads, 4))) << threads;
+  }
+  kqPoolStop();
+}
+
+namespace counting {
+std::atomic<int32_t> heap{0}, maps{0}, starts{0};
+bool failStarts = false;
+void* heapAlloc(size_t n) {
+  heap.fetch_add(1);
+  return std::malloc(n);
+}
+void* mapAnon(size_t n) {
+  maps.fetch_add(1);
+  return std::malloc(n);
+}
+int unmap(void* p, size_t) {
+  std::free(p);
+  return 0;
+}
+int createThread(pthread_t* t, void* (*main)(void*), void* arg) {
+  starts.fetch_add(1);
+  return failStarts ? EAGAIN : pthread_create(t, nullptr, main, arg);
+}
+}  // namespace counting
+
+// A step allocates nothing, on the pool or on threads of its own; threads
+// that cannot be started leave all the pieces to the calling thread.
+TEST_F(PoolTest, StepsAllocateNothingAndSurviveThreadsThatCannotStart) {
+  const KQAllocSystem system{counting::heapAlloc, nullptr, counting::mapAnon, counting::unmap,
+                             counting::createThread};
+  kqAllocSetSystem(&system);
+  kqPoolStart(3, 0, "KQUpScale");
+  counting::heap = counting::maps = counting::starts = 0;
+  std::atomic<int32_t> rows{0};
+  for (int32_t threads : {3, -4})
+    kqParallelRows(0, 1000, 2, threads, [&rows](int32_t first, int32_t end, int32_t) {
+      rows.fetch_add(end - first);
+    });
+  EXPECT_EQ(rows.load(), 2000);
+  EXPECT_EQ(counting::heap.load(), 0);
+  EXPECT_EQ(counting::maps.load(), 0);
+  EXPECT_EQ(counting::starts.load(), 3);  // the team's three; the pool's were made before
+  kqPoolStop();
+
+  KqLogCapture log;
+  counting::failStarts = true;
+  kqPoolStart(4, 0, "KQUpScale");
+  EXPECT_EQ(kqPoolSlotCount(), 1);  // the calling thread's slot alone
+  rows = 0;
+  for (int32_t threads : {4, -4})
+    kqParallelRows(0, 1000, 1, threads, [&rows](int32_t first, int32_t end, int32_t worker) {
+      EXPECT_EQ(worker, 0);
+      rows.fetch_add(end - first);
+    });
+  kqPoolStop();
+  counting::failStarts = false;
+  kqAllocSetSystem(nullptr);
+  EXPECT_EQ(rows.load(), 2000);
+  // Reported at most once in the process (an earlier test may have said it).
+  size_t lines = 0;
+  for (const KqLogLine& line : log.lines())
+    lines += line.message.find("could not be started") != std::string::npos;
+  EXPECT_LE(lines, 1u);
 }
 
 #if defined(__linux__)
