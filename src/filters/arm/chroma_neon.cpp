@@ -425,6 +425,20 @@ struct ByFormula {
     const typename L::B r8 = L::template shl<8 - kShift>(d);
     return L::sub(L::lookup(w, k), L::mulRound(L::lookup(s, k), r8));
   }
+#if !defined(__aarch64__)
+  // armv7: the weights of two sets of 8 differences in one q register (low
+  // and high half). The element-wise steps run on the q register, the
+  // look-ups and products on its halves, which are returned apart: nothing
+  // is recombined (a recombination costs register moves).
+  KQ_INLINE void of2(uint8x16_t d, uint8x8_t* lo, uint8x8_t* hi) const {
+    if (kGain > 0) d = vqshlq_n_u8(d, kGain);
+    const uint8x16_t k = vshrq_n_u8(d, kShift), r8 = vshlq_n_u8(d, 8 - kShift);
+    *lo = vsub_u8(vtbl2_u8(w, vget_low_u8(k)),
+                  vrshrn_n_u16(vmull_u8(vtbl2_u8(s, vget_low_u8(k)), vget_low_u8(r8)), 8));
+    *hi = vsub_u8(vtbl2_u8(w, vget_high_u8(k)),
+                  vrshrn_n_u16(vmull_u8(vtbl2_u8(s, vget_high_u8(k)), vget_high_u8(r8)), 8));
+  }
+#endif
 };
 
 #if defined(__aarch64__)
@@ -479,9 +493,26 @@ template <class L, class WC, class WL>
 KQ_INLINE void addTap(Acc<L>* a, const WC& wc, const WL& wl, const Centre<L>& c, typename L::B tY,
                       typename L::B tU, typename L::B tV) {
   using B = typename L::B;
-  const B wV = wc.template of<L>(L::abd(c.v, tV));
-  const B wU = wc.template of<L>(L::abd(c.u, tU));
-  const B uv = L::mulHigh(wV, wU);                                 // <= 254
+  B uv;  // (wV * wU) >> 8, <= 254
+#if !defined(__aarch64__)
+  if constexpr (std::is_same_v<L, D>) {
+    // 8 lanes on armv7: the U and V differences share one q register (U in
+    // its low half, V in its high), so that the element-wise steps of the
+    // weighing run once for both. The empty asm makes the taps live in that
+    // register from their loads on and the products below take its halves;
+    // otherwise GCC keeps the loaded halves apart and copies them in.
+    uint8x16_t t2 = vcombine_u8(tU, tV);
+    asm("" : "+w"(t2));
+    uint8x8_t wU, wV;
+    wc.of2(vabdq_u8(vcombine_u8(c.u, c.v), t2), &wU, &wV);
+    uv = D::mulHigh(wV, wU);
+    tU = vget_low_u8(t2);
+    tV = vget_high_u8(t2);
+  } else
+#endif
+  {
+    uv = L::mulHigh(wc.template of<L>(L::abd(c.v, tV)), wc.template of<L>(L::abd(c.u, tU)));
+  }
   const B h = L::mulHigh(uv, wl.template of<L>(L::abd(c.y, tY)));  // the product >> 8, <= 253
   const B w = L::template sra<4>(L::template shr<3>(h), h);        // <= 46
   a->w = L::add(a->w, w);
@@ -687,13 +718,29 @@ KQ_INLINE void pass3Taps(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0
   tap(L::every4th(r.lumaDown + 4 * hx0), L::load(r.uDown + hx0), L::load(r.vDown + hx0));
 }
 
+// Pass 3: the full-size outputs of parity kParity (X = 2 hx + kParity) of
+// half-size columns hx0.. (one per lane) of row Y.
+template <class L, class WC, class WL, int kKind, int kParity>
+KQ_INLINE Out<L> pass3Parity(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0) {
+  Centre<L> ce[2];
+  L::evenOdd(r.srcU + 2 * hx0, &ce[0].u, &ce[1].u);
+  L::evenOdd(r.srcV + 2 * hx0, &ce[0].v, &ce[1].v);
+  L::every4thPair(r.lumaCentre + 4 * hx0, &ce[0].y, &ce[1].y);
+  const Centre<L> one[1] = {ce[kParity]};
+  // Own colour, weight 1.
+  Acc<L> a[1] = {Acc<L>{L::dup(1), L::widen(one[0].u), L::widen(one[0].v)}};
+  pass3Taps<L, WC, WL, kKind>(r, wc, wl, hx0, a, one);
+  return means(a[0]);
+}
+
 // Pass 3: the full-size outputs of half-size columns hx0.. (one per lane) of
 // row Y, X = 2 hx (even) and 2 hx + 1 (odd). Both parities of a column have
 // the same taps, the half-size samples themselves: aarch64 loads each tap
-// once for both, armv7 (half the registers) runs the taps once per parity.
+// once for both; armv7 (half the registers) runs the taps once per parity.
 // The source bytes are loaded before any store (in-place use).
 template <class L, class WC, class WL, int kKind>
 KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0) {
+#if defined(__aarch64__)
   Centre<L> ce[2];
   L::evenOdd(r.srcU + 2 * hx0, &ce[0].u, &ce[1].u);
   L::evenOdd(r.srcV + 2 * hx0, &ce[0].v, &ce[1].v);
@@ -702,19 +749,12 @@ KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int 
   auto start = [](const Centre<L>& c) __attribute__((always_inline)) {
     return Acc<L>{L::dup(1), L::widen(c.u), L::widen(c.v)};
   };
-#if defined(__aarch64__)
   Acc<L> a[2] = {start(ce[0]), start(ce[1])};
   pass3Taps<L, WC, WL, kKind>(r, wc, wl, hx0, a, ce);
   return Out2<L>{means(a[0]), means(a[1])};
 #else
-  auto half = [&](const Centre<L>& c) __attribute__((always_inline)) {
-    Acc<L> a[1] = {start(c)};
-    const Centre<L> one[1] = {c};
-    pass3Taps<L, WC, WL, kKind>(r, wc, wl, hx0, a, one);
-    return means(a[0]);
-  };
-  const Out<L> even = half(ce[0]);
-  return Out2<L>{even, half(ce[1])};
+  const Out<L> even = pass3Parity<L, WC, WL, kKind, 0>(r, wc, wl, hx0);
+  return Out2<L>{even, pass3Parity<L, WC, WL, kKind, 1>(r, wc, wl, hx0)};
 #endif
 }
 
@@ -880,8 +920,9 @@ struct NeonBlocks {
     uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
     uint8_t* const outV = c->outV + size_t(Y) * size_t(c->chromaWidth);
     const Pass3Rows rows = pass3Rows(c, Y, yUp, y, yDown);
+    const bool first = hx0 == 0, last = hx0 + hn == c->chromaWidth / 2;
     steps<Inner>(
-        hx0, hn, hx0 == 0, hx0 + hn == c->chromaWidth / 2, 1,
+        hx0, hn, first, last, 1,
         [&](int hx, auto kind, auto lanes) __attribute__((always_inline)) {
           return pass3Step<decltype(lanes), WC, WL, decltype(kind)::value>(rows, wc, wl, hx);
         },
