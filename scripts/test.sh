@@ -5,6 +5,8 @@
 #               their tests,
 #   armv7       32-bit ARM NEON with the softfp float ABI under qemu-arm,
 #   aarch64     aarch64 under qemu-aarch64,
+#   arm-clang   both ARM targets built with clang, as the Android NDK builds
+#               them: the kernel checks and the unit and golden tests,
 #   asan        GCC's AddressSanitizer + UndefinedBehaviorSanitizer,
 #   ubsan-clang clang's UndefinedBehaviorSanitizer, whose checks (pointer
 #               overflow among them) catch what GCC's let pass,
@@ -13,7 +15,7 @@
 #               KQ_FUZZ_SECONDS (default 60) from its checked-in seeds.
 # Every sanitizer report ends its process and so fails its test.
 # Usage: scripts/test.sh [config ...]
-#   (configs: native armv7 aarch64 asan ubsan-clang tsan fuzz)
+#   (configs: native armv7 aarch64 arm-clang asan ubsan-clang tsan fuzz)
 set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -21,7 +23,7 @@ scripts/install-deps.sh || { echo "dependency installation failed"; exit 1; }
 
 jobs=${KQ_JOBS:-$(nproc)}
 configs=("$@")
-if ((${#configs[@]} == 0)); then configs=(native armv7 aarch64 asan ubsan-clang tsan fuzz); fi
+if ((${#configs[@]} == 0)); then configs=(native armv7 aarch64 arm-clang asan ubsan-clang tsan fuzz); fi
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
 
 passed=0
@@ -31,15 +33,20 @@ broken=()
 run_config() {
   local name=$1; shift
   local dir="$root/build-test/$name"
-  local ctest_args=()
+  local ctest_args=() build_args=()
   case "$name" in
     tsan) ctest_args=(-E kq_checkkernels) ;;  # single-threaded kernel checks gain nothing here
+    armv7-clang | aarch64-clang)
+      # What depends on the compiler: the kernels against the scalar
+      # reference and the golden checksums (the rest runs under GCC).
+      build_args=(--target kq_checkkernels kq_tests)
+      ctest_args=(-R '^(kq_checkkernels|kq_tests|kq_golden_scalar)$') ;;
   esac
   echo "=== $name: configure and build"
   if ! cmake -S "$root" -B "$dir" -G Ninja -DKQ_WERROR=ON "$@" >"$dir.configure.log" 2>&1; then
     mkdir -p "$dir"; cat "$dir.configure.log"; broken+=("$name (configure)"); return
   fi
-  if ! cmake --build "$dir" -j "$jobs" >"$dir.build.log" 2>&1; then
+  if ! cmake --build "$dir" -j "$jobs" "${build_args[@]}" >"$dir.build.log" 2>&1; then
     tail -n 60 "$dir.build.log"; broken+=("$name (build)"); return
   fi
   echo "=== $name: test"
@@ -65,6 +72,11 @@ for c in "${configs[@]}"; do
                -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/armv7a-linux-softfp.cmake" ;;
     aarch64) run_config aarch64 -DCMAKE_BUILD_TYPE=Release \
                -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/aarch64-linux.cmake" ;;
+    arm-clang)
+             run_config armv7-clang -DCMAKE_BUILD_TYPE=Release \
+               -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/armv7a-linux-softfp-clang.cmake"
+             run_config aarch64-clang -DCMAKE_BUILD_TYPE=Release \
+               -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/aarch64-linux-clang.cmake" ;;
     asan)    run_config asan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DKQ_SANITIZER=address;undefined" ;;
     ubsan-clang)
              run_config ubsan-clang -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKQ_SANITIZER=undefined \

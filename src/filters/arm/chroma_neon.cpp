@@ -317,7 +317,7 @@ struct Q {
 
 // Eight lanes in d registers.
 struct D {
-  static constexpr int kOut = 8;
+  [[maybe_unused]] static constexpr int kOut = 8;  // (no D steps on aarch64)
   using B = uint8x8_t;
   struct Words {
     uint16x8_t all;

@@ -471,7 +471,8 @@ struct SharpenNeon {
 #pragma GCC unroll 2
     for (; x + 16 < last; x += 16) {
       const uint8x16_t next = k.vBlock(x + 16, &oNext);
-      vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold, kTiny>(prev, cur, next, o));
+      const uint8x16_t out = k.outBlock<kSmallGain, kThreshold, kTiny>(prev, cur, next, o);
+      vst1q_u8(dst + x, out);
       prev = cur;
       cur = next;
       o = oNext;
@@ -483,14 +484,19 @@ struct SharpenNeon {
     const uint8x16_t vLast = k.vBlock(last, &oLast);
     const uint8x16_t after = vdupq_lane_u8(vget_high_u8(vLast), 7);  // V(nv - 1)
     if (x == last) {
-      vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold, kTiny>(prev, vLast, after, o));
+      const uint8x16_t out = k.outBlock<kSmallGain, kThreshold, kTiny>(prev, vLast, after, o);
+      vst1q_u8(dst + last, out);
       return;
     }
     const bool aligned = x + 16 == last;
     const uint8x16_t next = aligned ? vLast : vextq_u8(vLast, vLast, 8);  // V(x + 16), ..
     const uint8x16_t before = aligned ? cur : vextq_u8(prev, cur, 8);     // V(last - 16), ..
-    vst1q_u8(dst + x, k.outBlock<kSmallGain, kThreshold, kTiny>(prev, cur, next, o));
-    vst1q_u8(dst + last, k.outBlock<kSmallGain, kThreshold, kTiny>(before, vLast, after, oLast));
+    // (Each result is named before its store: clang's 32-bit ARM vst1q_u8
+    // is a macro, which would split a template argument list.)
+    const uint8x16_t outX = k.outBlock<kSmallGain, kThreshold, kTiny>(prev, cur, next, o);
+    vst1q_u8(dst + x, outX);
+    const uint8x16_t outLast = k.outBlock<kSmallGain, kThreshold, kTiny>(before, vLast, after, oLast);
+    vst1q_u8(dst + last, outLast);
   }
 
   // Columns [0, nv), nv >= 8. The rows must be readable and dst writable
