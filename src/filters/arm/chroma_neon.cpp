@@ -53,15 +53,22 @@ KQ_INLINE Table tableOf(const uint8_t* t) {
 
 // The per-call tables, as bytes (each run loads what its weights need): row
 // 0 of the weights and slopes (entries 8..15 zero); where the weight of every
-// difference from 128 on is 0 (hasLut), the weight of each difference below
-// 128 (lut) and of each pass-3 luma difference d below 32, counted
-// min(255, 4 d) (lutLuma, zero from 32 on then); the weight of a tap equal to
-// the centre (every difference 0).
+// difference from 128 on is at most 1 (hasLut), the weight of each
+// difference below 128 (lut) and of each pass-3 luma difference d below 32,
+// counted min(255, 4 d) (lutLuma, at most 1 from 32 on then); whether that
+// holds from 96 on already (lut96); the weight of a tap equal to the centre
+// (every difference 0).
+//
+// A weight of 1 weighs as 0: each weight is multiplied by another of at most
+// 255 and the product shifted down by 8, ((wV * wU) >> 8 and (uv * wY) >> 8,
+// uv <= 254), so a tap with any weight of 0 or 1 adds nothing. The look-ups
+// may therefore give 0 where the table says 1, and end where every weight
+// left is 0 or 1.
 struct Tables {
   uint8_t w[16], s[16];
   uint8_t lut[128];
   uint8_t lutLuma[32];
-  bool hasLut;
+  bool hasLut, lut96;
   uint8_t centreWeight;
 };
 
@@ -74,13 +81,14 @@ Tables loadTables(const KQChromaPassContext* c) {
     t.s[k] = c->slopes[k];
   }
   uint8_t all[256];
-  bool zeroFrom128 = true;
+  int weighs = 0;  // the differences from here on all weigh 0 or 1
   for (int d = 0; d < 256; ++d) {
     all[d] = uint8_t(kqChromaWeightOf(c->weights, c->slopes, d, kShift));
-    if (d >= 128 && all[d] != 0) zeroFrom128 = false;
+    if (all[d] > 1) weighs = d + 1;
   }
-  // The luma weights are zero from 32 on exactly when these are zero from 128 on.
-  t.hasLut = zeroFrom128;
+  // The luma weights are at most 1 from 32 on exactly when these are from 128 on.
+  t.hasLut = weighs <= 128;
+  t.lut96 = weighs <= 96;
   std::memcpy(t.lut, all, sizeof t.lut);
   for (int d = 0; d < 32; ++d) {
     const int g = d << kKqChromaPass3LumaGain;
@@ -202,6 +210,9 @@ struct Q {
   // Look-ups of the weights of differences below 128 and 32 (0 beyond).
   static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
     return vqtbx4q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
+  }
+  static KQ_INLINE B lookup96(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
+    return vqtbx2q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
   }
   static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2q_u8(t, i); }
 #endif
@@ -355,6 +366,9 @@ struct D {
   static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
     return vqtbx4_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
   }
+  static KQ_INLINE B lookup96(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
+    return vqtbx2_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
+  }
   static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2_u8(t, i); }
 #else
   static KQ_INLINE B lookup32(const uint8x8x4_t& t, B i) { return vtbl4_u8(t, i); }
@@ -448,6 +462,19 @@ struct ByLut {
   template <class L>
   KQ_INLINE typename L::B of(typename L::B d) const {
     return L::lookup128(lo, hi, d);
+  }
+};
+
+// The same where every difference from 96 on weighs 0 or 1 (lut96): the
+// table's first 96 bytes, 6 registers instead of 8 (the steps that hold the
+// tables spill less).
+struct ByLut96 {
+  uint8x16x4_t lo;
+  uint8x16x2_t hi;
+  explicit ByLut96(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi(vld1q_u8_x2(t.lut + 64)) {}
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    return L::lookup96(lo, hi, d);
   }
 };
 
@@ -890,6 +917,10 @@ struct NeonBlocks {
       return;
     }
 #if defined(__aarch64__)
+    if (t.lut96) {
+      halfSizeSteps<kPass>(c, t, ByLut96(t), x0, n, y, yUp, yDown);
+      return;
+    }
     if (t.hasLut) {
       halfSizeSteps<kPass>(c, t, ByLut(t), x0, n, y, yUp, yDown);
       return;
@@ -942,7 +973,10 @@ struct NeonBlocks {
     }
     if (t.hasLut) {
 #if defined(__aarch64__)
-      pass3Steps(c, ByLut(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+      if (t.lut96)
+        pass3Steps(c, ByLut96(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+      else
+        pass3Steps(c, ByLut(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #else
       pass3Steps(c, ByFormula<kShift>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #endif
