@@ -25,7 +25,9 @@ struct Inputs {
   int he, wh, hh, lumaW, lumaH;
   std::unique_ptr<KqGuardedBuffer> srcU, srcV, luma, halfU, halfV, guide;
   KQChromaParams params;
-  Inputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng)
+  // nearChroma: U and V within 13 levels of each other (122..134), so that
+  // every tap keeps a high chroma weight and its luma weight decides.
+  Inputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng, bool nearChroma = false)
       : he(s.h & ~1),
         wh(s.w / 2),
         hh(s.h / 2),
@@ -40,6 +42,12 @@ struct Inputs {
     plane(luma, lumaW, lumaH);
     plane(halfU, wh, hh);
     plane(halfV, wh, hh);
+    if (nearChroma) {
+      for (auto* b : {&srcU, &srcV, &halfU, &halfV}) {
+        const size_t n = (b == &srcU || b == &srcV) ? size_t(s.w) * s.h : size_t(wh) * hh;
+        for (size_t i = 0; i < n; ++i) (*b)->data()[i] = uint8_t(122 + (*b)->data()[i] % 13);
+      }
+    }
     if (s.guide != 0) {
       const size_t n = s.guide == 1 ? size_t(s.w) * s.h : 1;
       guide.reset(new KqGuardedBuffer(n));
@@ -84,9 +92,9 @@ KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* o
 // copy of the source, as the stage does.
 testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
                                  const Shape& s, KqFill fill, float strength, int mode, int first,
-                                 int end, uint64_t seed) {
+                                 int end, uint64_t seed, bool nearChroma = false) {
   KqRng rng(seed);
-  Inputs in(s, fill, strength, mode, rng);
+  Inputs in(s, fill, strength, mode, rng, nearChroma);
   const int bytes = pass == 3 ? s.w * s.h : in.wh * in.hh;
   KqFramedPlane outs[2][2] = {{{bytes, 1}, {bytes, 1}},
                               {{bytes, 1}, {bytes, 1}}};  // [ref/dsp][U/V]
@@ -143,7 +151,9 @@ constexpr int kWidestStep = 32;
 // guided tables, which take the per-pixel path in the vector kernels.
 TEST(ChromaKernels, MatchReference) {
   const uint64_t seed = kqTestSeed();
-  const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f};
+  // 4: the pipeline's default, whose tables end (weights of 0 or 1) between
+  // the short ones of 1 and 3 and the long ones of 5.5 and 10.
+  const float strengths[] = {0.0f, 1.0f, 3.0f, 10.0f, 5.5f, 4.0f};
   const Shape shapes[] = {{97, 21, 4, 8, 0},  {64, 12, 3, 26, 0}, {101, 9, 2, 14, 1},
                           {40, 10, 2, 26, 2}, {7, 5, 4, 8, 1},    {120, 16, 2, 8, 1},
                           {50, 10, 1, 26, 0}};
@@ -155,7 +165,7 @@ TEST(ChromaKernels, MatchReference) {
         const int he = h & ~1;
         const int first = w % 4 == 1 && he >= 4 ? 2 : 0, end = w % 4 == 3 && he >= 4 ? 2 : he;
         ASSERT_TRUE(runCase(ref, dsp, pass, kind, Shape{w, h, 2, kMargins[pass - 1][mi], 0},
-                            kKqAllFills[(w + kind + pass) % 8], strengths[(w + mi) % 5],
+                            kKqAllFills[(w + kind + pass) % 8], strengths[(w + mi) % 6],
                             w % 7 == 0 ? 3 : 0, first, end,
                             seed + uint64_t(w) * 131 + kind * 7 + pass))
             << "widths";
@@ -173,6 +183,22 @@ TEST(ChromaKernels, MatchReference) {
       ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, 3.0f, 0, 0, s.h & ~1,
                           seed + uint64_t(s.w) * 3 + kind))
           << "ratios and guides";
+    }
+  });
+}
+
+// Chroma close to the centre everywhere and luma of every difference: each
+// tap's weight then turns on its luma weight, over the whole range of luma
+// differences, for every strength whose tables the vector kernels shorten
+// (weights of 0 and 1 weigh alike) and the ones around them.
+TEST(ChromaKernels, LumaWeightsOverEveryDifference) {
+  const uint64_t seed = kqTestSeed();
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
+    for (float strength : {2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 8.0f}) {
+      const Shape s{164, 12, 2, kMargins[pass - 1][0], 0};
+      ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kUniform, strength, 0, 0, 12,
+                          seed + uint64_t(strength * 10) + kind, true))
+          << "near chroma";
     }
   });
 }

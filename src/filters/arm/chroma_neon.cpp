@@ -53,24 +53,29 @@ KQ_INLINE Table tableOf(const uint8_t* t) {
 
 // The per-call tables, as bytes (each run loads what its weights need): row
 // 0 of the weights and slopes (entries 8..15 zero); where the weight of every
-// difference from 128 on is at most 1 (hasLut), the weight of each
+// difference from 128 on is at most 8 (hasLut), the weight of each
 // difference below 128 (lut) and of each pass-3 luma difference d below 32,
-// counted min(255, 4 d) (lutLuma, at most 1 from 32 on then); whether that
-// holds from 96 on already (lut96); the weight of a tap equal to the centre
-// (every difference 0).
+// counted min(255, 4 d) (lutLuma, at most 8 from 32 on then); the
+// differences from which on every weight is at most 8 (reach, <= 128 then);
+// the weight of a tap equal to the centre (every difference 0).
 //
-// A weight of 1 weighs as 0: each weight is multiplied by another of at most
-// 255 and the product shifted down by 8, ((wV * wU) >> 8 and (uv * wY) >> 8,
-// uv <= 254), so a tap with any weight of 0 or 1 adds nothing. The look-ups
-// may therefore give 0 where the table says 1, and end where every weight
-// left is 0 or 1.
+// A weight of at most 8 weighs as 0. A tap weighs w = (h >> 3) + (h >> 4)
+// with h = (uv * wY) >> 8 and uv = (wV * wU) >> 8 <= 254: w > 0 needs
+// h >= 8, so uv * wY >= 2048, so wY >= 9 (8 * 254 < 2048) and uv >= 9
+// (8 * 255 < 2048), so wV * wU >= 2304 and each of wV, wU >= 10. The
+// look-ups may therefore give 0 for any weight up to 8, and end where every
+// weight left is one of those.
 struct Tables {
   uint8_t w[16], s[16];
   uint8_t lut[128];
   uint8_t lutLuma[32];
-  bool hasLut, lut96;
+  bool hasLut;
+  int reach;
   uint8_t centreWeight;
 };
+
+// The largest weight that weighs as 0 (see Tables).
+constexpr int kKqNoWeight = 8;
 
 template <int kShift>
 Tables loadTables(const KQChromaPassContext* c) {
@@ -81,14 +86,14 @@ Tables loadTables(const KQChromaPassContext* c) {
     t.s[k] = c->slopes[k];
   }
   uint8_t all[256];
-  int weighs = 0;  // the differences from here on all weigh 0 or 1
+  int reach = 0;  // every difference from here on weighs as 0
   for (int d = 0; d < 256; ++d) {
     all[d] = uint8_t(kqChromaWeightOf(c->weights, c->slopes, d, kShift));
-    if (all[d] > 1) weighs = d + 1;
+    if (all[d] > kKqNoWeight) reach = d + 1;
   }
-  // The luma weights are at most 1 from 32 on exactly when these are from 128 on.
-  t.hasLut = weighs <= 128;
-  t.lut96 = weighs <= 96;
+  // The luma weights weigh as 0 from 32 on exactly when these do from 128 on.
+  t.hasLut = reach <= 128;
+  t.reach = reach;
   std::memcpy(t.lut, all, sizeof t.lut);
   for (int d = 0; d < 32; ++d) {
     const int g = d << kKqChromaPass3LumaGain;
@@ -211,9 +216,13 @@ struct Q {
   static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
     return vqtbx4q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
   }
+  static KQ_INLINE B lookup80(const uint8x16x4_t& lo, uint8x16_t hi, B i) {
+    return vqtbx1q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
+  }
   static KQ_INLINE B lookup96(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
     return vqtbx2q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
   }
+  static KQ_INLINE B lookup64(const uint8x16x4_t& lo, B i) { return vqtbl4q_u8(lo, i); }
   static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2q_u8(t, i); }
 #endif
   static KQ_INLINE Words mull(B a, B b) {
@@ -366,9 +375,13 @@ struct D {
   static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
     return vqtbx4_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
   }
+  static KQ_INLINE B lookup80(const uint8x16x4_t& lo, uint8x16_t hi, B i) {
+    return vqtbx1_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
+  }
   static KQ_INLINE B lookup96(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
     return vqtbx2_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
   }
+  static KQ_INLINE B lookup64(const uint8x16x4_t& lo, B i) { return vqtbl4_u8(lo, i); }
   static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2_u8(t, i); }
 #else
   static KQ_INLINE B lookup32(const uint8x8x4_t& t, B i) { return vtbl4_u8(t, i); }
@@ -465,9 +478,22 @@ struct ByLut {
   }
 };
 
-// The same where every difference from 96 on weighs 0 or 1 (lut96): the
-// table's first 96 bytes, 6 registers instead of 8 (the steps that hold the
-// tables spill less).
+// The same where every difference from 80 on weighs as 0 (reach <= 80, the
+// default strength's tables): the table's first 80 bytes, 5 registers
+// instead of 8 (the steps that hold the tables spill less).
+struct ByLut80 {
+  uint8x16x4_t lo;
+  uint8x16_t hi;
+  explicit ByLut80(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi(vld1q_u8(t.lut + 64)) {}
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    return L::lookup80(lo, hi, d);
+  }
+};
+
+// From 96 on (reach <= 96): 6 registers. Pass 3, which holds two sets of
+// sums, comes out with fewer instructions with these than with ByLut80 (the
+// compiler's register allocation, as measured).
 struct ByLut96 {
   uint8x16x4_t lo;
   uint8x16x2_t hi;
@@ -475,6 +501,16 @@ struct ByLut96 {
   template <class L>
   KQ_INLINE typename L::B of(typename L::B d) const {
     return L::lookup96(lo, hi, d);
+  }
+};
+
+// And from 64 on (reach <= 64): one look-up in 4 registers.
+struct ByLut64 {
+  uint8x16x4_t lo;
+  explicit ByLut64(const Tables& t) : lo(vld1q_u8_x4(t.lut)) {}
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    return L::lookup64(lo, d);
   }
 };
 
@@ -497,7 +533,32 @@ struct ByLutLuma {
     return L::lookup32(t, d);
   }
 };
+
+// The same where every difference from 96 on weighs as 0 (reach <= 96):
+// luma differences from 24 on (96 counted four times) weigh as 0, so 24
+// bytes in 3 d registers do.
+struct ByLutLuma24 {
+  uint8x8x3_t t;
+  explicit ByLutLuma24(const Tables& tables) {
+    for (int k = 0; k < 3; ++k) t.val[k] = vld1_u8(tables.lutLuma + 8 * k);
+  }
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B d) const {
+    static_assert(std::is_same_v<L, D>, "armv7's pass 3 weighs 8 lanes");
+    return vtbl3_u8(t, d);
+  }
+};
 #endif
+
+// The weigher of a luma difference known to be 0 (a tap at the centre's own
+// luma sample): the table's weight of 0, without a look-up.
+struct AtZero {
+  uint8_t w0;
+  template <class L>
+  KQ_INLINE typename L::B of(typename L::B) const {
+    return L::dup(w0);
+  }
+};
 
 template <class L>
 struct Centre {
@@ -659,8 +720,8 @@ KQ_INLINE Out<L> pass1Step(const KQChromaPassContext* c, const Tables& t, const 
 // columns of full-size row 2y; the luma of a half-size position x is L(4x) on
 // luma row 4y.
 template <class L, class W, int kKind>
-KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const W& wt, const Shift& sh, int x0,
-                           int y, int yUp, int yDown) {
+KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const W& wt, uint8_t w0, const Shift& sh,
+                           int x0, int y, int yUp, int yDown) {
   using B = typename L::B;
   const size_t w = size_t(c->chromaWidth), wh = w / 2, lw = size_t(c->lumaWidth);
   const int m = c->margin / 2;
@@ -683,7 +744,7 @@ KQ_INLINE Out<L> pass2Step(const KQChromaPassContext* c, const W& wt, const Shif
     addTap<L>(&a, wt, wt, ce, L::every4th(lumaY - 4 * m), L::load(c->inU + at - m),
               L::load(c->inV + at - m));
   }
-  addTap<L>(&a, wt, wt, ce, ce.y, mu, mv);
+  addTap<L>(&a, wt, AtZero{w0}, ce, ce.y, mu, mv);  // the same luma sample
   if constexpr (kKind == kLast) {
     addTap<L>(&a, wt, wt, ce, Q::move(ce.y, shiftDown(sh)), Q::move(mu, shiftDown(sh)),
               Q::move(mv, shiftDown(sh)));
@@ -897,8 +958,8 @@ struct NeonBlocks {
       steps<Q>(
           x0, n, first, last, s,
           [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, sh, x, y, yUp,
-                                                                        yDown);
+            return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y,
+                                                                        yUp, yDown);
           },
           store);
     }
@@ -917,8 +978,12 @@ struct NeonBlocks {
       return;
     }
 #if defined(__aarch64__)
-    if (t.lut96) {
-      halfSizeSteps<kPass>(c, t, ByLut96(t), x0, n, y, yUp, yDown);
+    if (t.reach <= 64) {
+      halfSizeSteps<kPass>(c, t, ByLut64(t), x0, n, y, yUp, yDown);
+      return;
+    }
+    if (t.reach <= 80) {
+      halfSizeSteps<kPass>(c, t, ByLut80(t), x0, n, y, yUp, yDown);
       return;
     }
     if (t.hasLut) {
@@ -973,12 +1038,17 @@ struct NeonBlocks {
     }
     if (t.hasLut) {
 #if defined(__aarch64__)
-      if (t.lut96)
+      if (t.reach <= 64)
+        pass3Steps(c, ByLut64(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+      else if (t.reach <= 96)
         pass3Steps(c, ByLut96(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
       else
         pass3Steps(c, ByLut(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #else
-      pass3Steps(c, ByFormula<kShift>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+      if (t.reach <= 96)
+        pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+      else
+        pass3Steps(c, ByFormula<kShift>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #endif
       return;
     }
