@@ -38,6 +38,14 @@
 #if defined(__SANITIZE_THREAD__)
 #define KQ_THREAD_SANITIZED 1
 #endif
+#if defined(__SANITIZE_ADDRESS__)
+#define KQ_ADDRESS_SANITIZED 1
+#endif
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KQ_ADDRESS_SANITIZED 1
+#endif
+#endif
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define KQ_THREAD_SANITIZED 1
@@ -324,6 +332,13 @@ TEST_F(Resilience, TightAddressSpaceLimitRefusesCleanly) {
 TEST_F(Resilience, ChildForkedDuringCallsMakesCallsOfItsOwn) {
 #if defined(KQ_THREAD_SANITIZED)
   GTEST_SKIP() << "ThreadSanitizer does not support threads in a child of a threaded fork";
+#elif defined(KQ_ADDRESS_SANITIZED)
+  // Its allocator (GCC 12's) takes no lock of its own across fork(): a
+  // child forked while a parent thread held one waits for ever at its next
+  // allocation (seen: a thread the child starts, allocating its
+  // thread-local storage: 4 runs of this test in 40). glibc's malloc is safe
+  // there, so the test runs in the other builds.
+  GTEST_SKIP() << "AddressSanitizer's allocator is not fork-safe with threads";
 #else
   // qemu-user (7.2) itself fails an assertion when the child of a threaded
   // guest starts a thread.
