@@ -335,9 +335,9 @@ TEST_F(Resilience, ChildForkedDuringCallsMakesCallsOfItsOwn) {
 #elif defined(KQ_ADDRESS_SANITIZED)
   // Its allocator (GCC 12's) takes no lock of its own across fork(): a
   // child forked while a parent thread held one waits for ever at its next
-  // allocation (seen: a thread the child starts, allocating its
-  // thread-local storage: 4 runs of this test in 40). glibc's malloc is safe
-  // there, so the test runs in the other builds.
+  // call into the allocator (seen: a pool thread of the child whose free()
+  // needed a new quarantine block; 4 runs of this test in 40). glibc's
+  // malloc is safe there, so the test runs in the other builds.
   GTEST_SKIP() << "AddressSanitizer's allocator is not fork-safe with threads";
 #else
   // qemu-user (7.2) itself fails an assertion when the child of a threaded
