@@ -52,12 +52,12 @@ KQ_INLINE Table tableOf(const uint8_t* t) {
 #endif
 
 // The per-call tables, as bytes (each run loads what its weights need): row
-// 0 of the weights and slopes (entries 8..15 zero); where the weight of every
-// difference from 128 on is at most 8 (hasLut), the weight of each
-// difference below 128 (lut) and of each pass-3 luma difference d below 32,
-// counted min(255, 4 d) (lutLuma, at most 8 from 32 on then); the
-// differences from which on every weight is at most 8 (reach, <= 128 then);
-// the weight of a tap equal to the centre (every difference 0).
+// 0 of the weights and slopes (entries 8..15 zero); the difference from
+// which on every weight is at most 8 (reach); the weight of each difference
+// below 128 (lut) and of each pass-3 luma difference d below 32, counted
+// min(255, 4 d) (lutLuma), which the look-ups use where reach <= 128 (the
+// luma weights are then at most 8 from 32 on); the weight of a tap equal to
+// the centre (every difference 0).
 //
 // A weight of at most 8 weighs as 0. A tap weighs w = (h >> 3) + (h >> 4)
 // with h = (uv * wY) >> 8 and uv = (wV * wU) >> 8 <= 254: w > 0 needs
@@ -69,7 +69,6 @@ struct Tables {
   uint8_t w[16], s[16];
   uint8_t lut[128];
   uint8_t lutLuma[32];
-  bool hasLut;
   int reach;
   uint8_t centreWeight;
 };
@@ -92,7 +91,6 @@ Tables loadTables(const KQChromaPassContext* c) {
     if (all[d] > kKqNoWeight) reach = d + 1;
   }
   // The luma weights weigh as 0 from 32 on exactly when these do from 128 on.
-  t.hasLut = reach <= 128;
   t.reach = reach;
   std::memcpy(t.lut, all, sizeof t.lut);
   for (int d = 0; d < 32; ++d) {
@@ -212,17 +210,18 @@ struct Q {
 #endif
   }
 #if defined(__aarch64__)
-  // Look-ups of the weights of differences below 128 and 32 (0 beyond).
-  static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
-    return vqtbx4q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
-  }
-  static KQ_INLINE B lookup80(const uint8x16x4_t& lo, uint8x16_t hi, B i) {
-    return vqtbx1q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
-  }
-  static KQ_INLINE B lookup96(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
-    return vqtbx2q_u8(vqtbl4q_u8(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
-  }
+  // Look-ups of the weights of differences below 64 (lo), below 80, 96 or
+  // 128 (lo, then hi from 64 on) and below 32 (0 beyond).
   static KQ_INLINE B lookup64(const uint8x16x4_t& lo, B i) { return vqtbl4q_u8(lo, i); }
+  static KQ_INLINE B lookup(const uint8x16x4_t& lo, uint8x16_t hi, B i) {
+    return vqtbx1q_u8(lookup64(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
+  }
+  static KQ_INLINE B lookup(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
+    return vqtbx2q_u8(lookup64(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
+  }
+  static KQ_INLINE B lookup(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
+    return vqtbx4q_u8(lookup64(lo, i), hi, vsubq_u8(i, vdupq_n_u8(64)));
+  }
   static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2q_u8(t, i); }
 #endif
   static KQ_INLINE Words mull(B a, B b) {
@@ -372,16 +371,16 @@ struct D {
 #endif
   }
 #if defined(__aarch64__)
-  static KQ_INLINE B lookup128(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
-    return vqtbx4_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
-  }
-  static KQ_INLINE B lookup80(const uint8x16x4_t& lo, uint8x16_t hi, B i) {
-    return vqtbx1_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
-  }
-  static KQ_INLINE B lookup96(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
-    return vqtbx2_u8(vqtbl4_u8(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
-  }
   static KQ_INLINE B lookup64(const uint8x16x4_t& lo, B i) { return vqtbl4_u8(lo, i); }
+  static KQ_INLINE B lookup(const uint8x16x4_t& lo, uint8x16_t hi, B i) {
+    return vqtbx1_u8(lookup64(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
+  }
+  static KQ_INLINE B lookup(const uint8x16x4_t& lo, const uint8x16x2_t& hi, B i) {
+    return vqtbx2_u8(lookup64(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
+  }
+  static KQ_INLINE B lookup(const uint8x16x4_t& lo, const uint8x16x4_t& hi, B i) {
+    return vqtbx4_u8(lookup64(lo, i), hi, vsub_u8(i, vdup_n_u8(64)));
+  }
   static KQ_INLINE B lookup32(const uint8x16x2_t& t, B i) { return vqtbl2_u8(t, i); }
 #else
   static KQ_INLINE B lookup32(const uint8x8x4_t& t, B i) { return vtbl4_u8(t, i); }
@@ -469,48 +468,33 @@ struct ByFormula {
 };
 
 #if defined(__aarch64__)
+// Look-ups of the first kBytes bytes of the weight table (64, 80, 96 or
+// 128), where every difference from kBytes on weighs as 0 (reach <=
+// kBytes): 4 registers, plus 1, 2 or 4 for the bytes from 64 on. The fewer
+// registers the tables hold, the less the steps spill. (Pass 3, with two
+// sets of sums, comes out with fewer instructions with 96 bytes than with 80:
+// the compiler's register allocation, as measured.)
+template <int kBytes>
 struct ByLut {
-  uint8x16x4_t lo, hi;
-  explicit ByLut(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi(vld1q_u8_x4(t.lut + 64)) {}
-  template <class L>
-  KQ_INLINE typename L::B of(typename L::B d) const {
-    return L::lookup128(lo, hi, d);
-  }
-};
-
-// The same where every difference from 80 on weighs as 0 (reach <= 80, the
-// default strength's tables): the table's first 80 bytes, 5 registers
-// instead of 8 (the steps that hold the tables spill less).
-struct ByLut80 {
+  static_assert(kBytes == 64 || kBytes == 80 || kBytes == 96 || kBytes == 128, "table size");
+  using High = std::conditional_t<kBytes == 128, uint8x16x4_t,
+                                  std::conditional_t<kBytes == 96, uint8x16x2_t, uint8x16_t>>;
   uint8x16x4_t lo;
-  uint8x16_t hi;
-  explicit ByLut80(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi(vld1q_u8(t.lut + 64)) {}
-  template <class L>
-  KQ_INLINE typename L::B of(typename L::B d) const {
-    return L::lookup80(lo, hi, d);
+  High hi;  // not loaded for 64
+  explicit ByLut(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi{} {
+    if constexpr (kBytes == 128)
+      hi = vld1q_u8_x4(t.lut + 64);
+    else if constexpr (kBytes == 96)
+      hi = vld1q_u8_x2(t.lut + 64);
+    else if constexpr (kBytes == 80)
+      hi = vld1q_u8(t.lut + 64);
   }
-};
-
-// From 96 on (reach <= 96): 6 registers. Pass 3, which holds two sets of
-// sums, comes out with fewer instructions with these than with ByLut80 (the
-// compiler's register allocation, as measured).
-struct ByLut96 {
-  uint8x16x4_t lo;
-  uint8x16x2_t hi;
-  explicit ByLut96(const Tables& t) : lo(vld1q_u8_x4(t.lut)), hi(vld1q_u8_x2(t.lut + 64)) {}
   template <class L>
   KQ_INLINE typename L::B of(typename L::B d) const {
-    return L::lookup96(lo, hi, d);
-  }
-};
-
-// And from 64 on (reach <= 64): one look-up in 4 registers.
-struct ByLut64 {
-  uint8x16x4_t lo;
-  explicit ByLut64(const Tables& t) : lo(vld1q_u8_x4(t.lut)) {}
-  template <class L>
-  KQ_INLINE typename L::B of(typename L::B d) const {
-    return L::lookup64(lo, d);
+    if constexpr (kBytes == 64)
+      return L::lookup64(lo, d);
+    else
+      return L::lookup(lo, hi, d);
   }
 };
 
@@ -979,15 +963,15 @@ struct NeonBlocks {
     }
 #if defined(__aarch64__)
     if (t.reach <= 64) {
-      halfSizeSteps<kPass>(c, t, ByLut64(t), x0, n, y, yUp, yDown);
+      halfSizeSteps<kPass>(c, t, ByLut<64>(t), x0, n, y, yUp, yDown);
       return;
     }
     if (t.reach <= 80) {
-      halfSizeSteps<kPass>(c, t, ByLut80(t), x0, n, y, yUp, yDown);
+      halfSizeSteps<kPass>(c, t, ByLut<80>(t), x0, n, y, yUp, yDown);
       return;
     }
-    if (t.hasLut) {
-      halfSizeSteps<kPass>(c, t, ByLut(t), x0, n, y, yUp, yDown);
+    if (t.reach <= 128) {
+      halfSizeSteps<kPass>(c, t, ByLut<128>(t), x0, n, y, yUp, yDown);
       return;
     }
 #endif
@@ -1036,14 +1020,14 @@ struct NeonBlocks {
       for (int X = X0; X < X0 + n; ++X) kqChromaPass3Pixel(c, kShift, X, Y);
       return;
     }
-    if (t.hasLut) {
+    if (t.reach <= 128) {
 #if defined(__aarch64__)
       if (t.reach <= 64)
-        pass3Steps(c, ByLut64(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+        pass3Steps(c, ByLut<64>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
       else if (t.reach <= 96)
-        pass3Steps(c, ByLut96(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+        pass3Steps(c, ByLut<96>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
       else
-        pass3Steps(c, ByLut(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+        pass3Steps(c, ByLut<128>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #else
       if (t.reach <= 96)
         pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), X0 / 2, n / 2, Y, yUp, y, yDown);
