@@ -1,6 +1,10 @@
 // warp_c.cpp - scalar reference row kernels of the warp stage.
 #include "warp/warp_dsp.h"
 
+#include <cstring>
+
+void kqWarpCopyRow_c(uint8_t* dst, const uint8_t* src, size_t n) { std::memcpy(dst, src, n); }
+
 void kqWarpBilinearRow_c(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
   for (int32_t r = 0; r < row->rows; ++r) {
     float p = row->x;

@@ -7,11 +7,13 @@ void kqWarpDspInit(KQWarpDsp* dsp, uint32_t cpuFlags) {
   dsp->bilinearRow = kqWarpBilinearRow_c;
   dsp->nearestRow = kqWarpNearestRow_c;
   dsp->nearestPairRow = kqWarpNearestPairRow_c;
+  dsp->copyRow = kqWarpCopyRow_c;
 #if KQ_HAVE_NEON
   if (cpuFlags & KQ_CPU_NEON) {
     dsp->bilinearRow = kqWarpBilinearRow_neon;
     dsp->nearestRow = kqWarpNearestRow_neon;
     dsp->nearestPairRow = kqWarpNearestPairRow_neon;
+    dsp->copyRow = kqWarpCopyRow_neon;
   }
 #endif
 #if KQ_HAVE_SSE41

@@ -119,17 +119,23 @@ using KQWarpNearestRowFn = void(uint8_t* dst, const KQWarpRow* row);
 // are those of the nearest-sample row run on each byte of the pairs alone.
 using KQWarpNearestPairRowFn = void(uint8_t* dst, const KQWarpRow* row, int32_t swap);
 
+// Copies n bytes from src to dst (a nearest-sample row that repeats the row
+// above it); the two do not overlap.
+using KQWarpCopyRowFn = void(uint8_t* dst, const uint8_t* src, size_t n);
+
 KQWarpBilinearRowFn kqWarpBilinearRow_c, kqWarpBilinearRow_neon, kqWarpBilinearRow_sse41,
     kqWarpBilinearRow_avx2, kqWarpBilinearRow_avx512;
 KQWarpNearestRowFn kqWarpNearestRow_c, kqWarpNearestRow_neon, kqWarpNearestRow_sse41,
     kqWarpNearestRow_avx512;
 KQWarpNearestPairRowFn kqWarpNearestPairRow_c, kqWarpNearestPairRow_neon,
     kqWarpNearestPairRow_sse41, kqWarpNearestPairRow_avx2;
+KQWarpCopyRowFn kqWarpCopyRow_c, kqWarpCopyRow_neon;
 
 struct KQWarpDsp {
   KQWarpBilinearRowFn* bilinearRow;
   KQWarpNearestRowFn* nearestRow;
   KQWarpNearestPairRowFn* nearestPairRow;
+  KQWarpCopyRowFn* copyRow;
 };
 
 // Fills `dsp` for the instruction sets in cpuFlags (C first, then rising).

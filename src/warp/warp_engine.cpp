@@ -333,7 +333,7 @@ class TileRows {
       heldDst_ = out;
     } else {
       if (repeats) {
-        std::memcpy(out, out - pitch_, rowBytes_);
+        dsp_->copyRow(out, out - pitch_, rowBytes_);
         return;
       }
       chains_.attach(rowChain, &row);

@@ -81,13 +81,14 @@ struct alignas(16) Group {
 };
 
 // The plan from its first 64-byte boundary: 64 header bytes (at 0 the source
-// row whose h are kept, at 8 the group count), the kept h (two vectors per
-// group), then the groups.
+// row whose h are kept, at 8 the group count, at 12 the form every group
+// has, or -1), the kept h (two vectors per group), then the groups.
 struct Plan {
   uint8_t* header;
   uint16_t* kept;
   Group* groups;
   int32_t count;
+  int32_t form;  // of every group, or -1
 };
 
 constexpr size_t kPlanHeader = 64;
@@ -146,6 +147,7 @@ Plan planOf(const KQWarpRow* row, void (*build)(const KQWarpRow*, int32_t, Group
   p.header = row->plan + ((64 - (reinterpret_cast<uintptr_t>(row->plan) & 63)) & 63);
   if (*row->planReady != 0) {
     std::memcpy(&p.count, p.header + 8, sizeof p.count);
+    std::memcpy(&p.form, p.header + 12, sizeof p.form);
   } else {
     p.count = (row->count + kGroup - 1) / kGroup;
     std::memset(p.header, 0, kPlanHeader);  // no source row's h kept yet
@@ -159,6 +161,14 @@ Plan planOf(const KQWarpRow* row, void (*build)(const KQWarpRow*, int32_t, Group
       const int32_t k0 = c * kGroup + kGroup > row->count ? row->count - kGroup : c * kGroup;
       build(row, k0, &p.groups[c]);
     }
+#if defined(__aarch64__)
+    p.form = -1;  // not used
+#else
+    p.form = p.groups[0].form;
+    for (int32_t c = 1; c < p.count; ++c)
+      if (p.groups[c].form != p.form) p.form = -1;
+#endif
+    std::memcpy(p.header + 12, &p.form, sizeof p.form);
     *row->planReady = 1;
   }
   return p;
@@ -185,15 +195,23 @@ inline __attribute__((always_inline)) Window windowAt(const uint8_t* p) {
 // 1.1 or more): their window is one q register, the pair of d registers that
 // vtbl2 takes as it is (a 32-byte window costs register moves into the four
 // consecutive ones vtbl4 takes).
-using Window16 = uint8x8x2_t;
+// The look-ups are written out so that the table is the q register the
+// window was loaded into and the two results land in the halves of one q
+// register: with the intrinsics GCC loads the window as two d registers and
+// moves the results into a q register.
+struct Window16 {
+  uint8x16_t q;
+};
 inline __attribute__((always_inline)) Window16 window16At(const uint8_t* p) {
-  Window16 w;
-  w.val[0] = vld1_u8(p);
-  w.val[1] = vld1_u8(p + 8);
-  return w;
+  return Window16{vld1q_u8(p)};
 }
 inline __attribute__((always_inline)) uint8x16_t pick(const Window16& w, uint8x16_t idx) {
-  return vcombine_u8(vtbl2_u8(w, vget_low_u8(idx)), vtbl2_u8(w, vget_high_u8(idx)));
+  uint8x16_t r;
+  asm("vtbl.8 %e[r], {%e[w]-%f[w]}, %e[i]\n\t"
+      "vtbl.8 %f[r], {%e[w]-%f[w]}, %f[i]"
+      : [r] "=&w"(r)
+      : [w] "w"(w.q), [i] "w"(idx));
+  return r;
 }
 inline __attribute__((always_inline)) uint8x16_t pick(const Window& w, uint8x16_t idx) {
   return vcombine_u8(vtbl4_u8(w, vget_low_u8(idx)), vtbl4_u8(w, vget_high_u8(idx)));
@@ -241,15 +259,23 @@ __attribute__((noinline)) Halves edgeHorizontal(const Group& g, const KQWarpRow*
 // lanes): an add that keeps the high halves does the shift and the narrowing.
 inline __attribute__((always_inline)) void storeRow(uint8_t* out, uint16x8_t uLo, uint16x8_t uHi,
                                                     uint16x8_t dLo, uint16x8_t dHi, uint16x8_t w1) {
-  const uint8x8_t lo = vaddhn_u16(uLo, vmulq_u16(dLo, w1));
 #if defined(__aarch64__)
+  const uint8x8_t lo = vaddhn_u16(uLo, vmulq_u16(dLo, w1));
   vst1q_u8(out, vaddhn_high_u16(lo, uHi, vmulq_u16(dHi, w1)));
 #else
-  vst1q_u8(out, vcombine_u8(lo, vaddhn_u16(uHi, vmulq_u16(dHi, w1))));
+  // Both narrowed halves straight into one q register (see pick).
+  const uint16x8_t pLo = vmulq_u16(dLo, w1), pHi = vmulq_u16(dHi, w1);
+  uint8x16_t r;
+  asm("vaddhn.i16 %e[r], %q[uLo], %q[pLo]\n\t"
+      "vaddhn.i16 %f[r], %q[uHi], %q[pHi]"
+      : [r] "=&w"(r)
+      : [uLo] "w"(uLo), [pLo] "w"(pLo), [uHi] "w"(uHi), [pHi] "w"(pHi));
+  vst1q_u8(out, r);
 #endif
 }
 
-template <int32_t kRows, bool kReuse>
+// kAll16: every group is kInside16 (armv7), no form tests.
+template <int32_t kRows, bool kReuse, bool kAll16 = false>
 void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, const Plan& plan) {
   const uint8_t* s0 = row->src0;
   const uint8_t* s1 = row->src1;
@@ -259,6 +285,12 @@ void plannedGroups(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row, cons
   for (int32_t c = 0; c < plan.count; ++c, kept += kGroup) {
     const Group& g = plan.groups[c];
     Halves hu, hl;
+#if !defined(__aarch64__)
+    if (kAll16) {
+      hl = horizontal(g, window16At(s1 + g.win));
+      if (!kReuse) hu = horizontal(g, window16At(s0 + g.win));
+    } else
+#endif
     if (g.form == kInside) {
       hl = horizontal(g, windowAt(s1 + g.win));
       if (!kReuse) hu = horizontal(g, windowAt(s0 + g.win));
@@ -290,10 +322,20 @@ bool plannedRow(uint8_t* dst, ptrdiff_t dstStride, const KQWarpRow* row) {
   std::memcpy(&keptRow, plan.header, sizeof keptRow);
   const bool reuse = keptRow == row->src0;
   kqWarpWithRowCount(row->rows, [&](auto rows) {
+    constexpr int32_t n = decltype(rows)::value;
+#if !defined(__aarch64__)
+    if (plan.form == kInside16) {
+      if (reuse)
+        plannedGroups<n, true, true>(dst, dstStride, row, plan);
+      else
+        plannedGroups<n, false, true>(dst, dstStride, row, plan);
+      return;
+    }
+#endif
     if (reuse)
-      plannedGroups<decltype(rows)::value, true>(dst, dstStride, row, plan);
+      plannedGroups<n, true>(dst, dstStride, row, plan);
     else
-      plannedGroups<decltype(rows)::value, false>(dst, dstStride, row, plan);
+      plannedGroups<n, false>(dst, dstStride, row, plan);
   });
   std::memcpy(plan.header, &row->src1, sizeof row->src1);
   return true;
@@ -384,17 +426,21 @@ bool plannedNearest(uint8_t* dst, const KQWarpRow* row) {
   if (!takesPlan(row) || row->srcWidth < kWindow) return false;
   const Plan plan = planOf(row, buildNearestGroup);
   const uint8_t* s = row->src0;
+#if !defined(__aarch64__)
+  if (plan.form == kInside16) {  // every group of an enlargement: no form tests
+#pragma GCC unroll 2
+    for (int32_t c = 0; c < plan.count; ++c) {
+      const Group& g = plan.groups[c];
+      vst1q_u8(dst + g.k0, pick(window16At(s + g.win), vld1q_u8(g.sel)));
+    }
+    return true;
+  }
+#endif
   for (int32_t c = 0; c < plan.count; ++c) {
     const Group& g = plan.groups[c];
 #if !defined(__aarch64__)
-    if (__builtin_expect(g.form == kInside16, 1)) {  // every group of an enlargement
-      // One q register of window, each half of the output stored as the
-      // look-up leaves it (no moves into a q register).
-      const Window16 w = window16At(s + g.win);
-      const uint8x16_t sel = vld1q_u8(g.sel);
-      uint8_t* const out = dst + g.k0;
-      vst1_u8(out, vtbl2_u8(w, vget_low_u8(sel)));
-      vst1_u8(out + 8, vtbl2_u8(w, vget_high_u8(sel)));
+    if (__builtin_expect(g.form == kInside16, 1)) {
+      vst1q_u8(dst + g.k0, pick(window16At(s + g.win), vld1q_u8(g.sel)));
       continue;
     }
 #endif
@@ -475,4 +521,47 @@ void kqWarpNearestPairRow_neon(uint8_t* dst, const KQWarpRow* row, int32_t swap)
       std::memcpy(dst + 2 * start, tmp, size_t(2 * lanes));
     }
   }
+}
+
+// 64 bytes per step (one loop of four instructions), then 16, then the last
+// 16 again (overlapping, the same bytes), or a short row by memcpy. Copying
+// one short chroma row so takes about half the instructions of the C
+// library's memcpy, with its size dispatch.
+void kqWarpCopyRow_neon(uint8_t* dst, const uint8_t* src, size_t n) {
+  if (n < 16) {
+    std::memcpy(dst, src, n);
+    return;
+  }
+  const size_t whole = n & ~size_t(63);
+  if (whole > 0) {
+    const uint8_t* s = src;
+    uint8_t* d = dst;
+    size_t left = whole;
+#if defined(__aarch64__)
+    asm volatile(
+        "1:\n\t"
+        "ld1 {v16.16b-v19.16b}, [%[s]], #64\n\t"
+        "subs %[left], %[left], #64\n\t"
+        "st1 {v16.16b-v19.16b}, [%[d]], #64\n\t"
+        "b.ne 1b"
+        : [s] "+r"(s), [d] "+r"(d), [left] "+r"(left)
+        :
+        : "v16", "v17", "v18", "v19", "cc", "memory");
+#else
+    asm volatile(
+        "1:\n\t"
+        "vld1.8 {d16-d19}, [%[s]]!\n\t"
+        "vld1.8 {d20-d23}, [%[s]]!\n\t"
+        "subs %[left], %[left], #64\n\t"
+        "vst1.8 {d16-d19}, [%[d]]!\n\t"
+        "vst1.8 {d20-d23}, [%[d]]!\n\t"
+        "bne 1b"
+        : [s] "+r"(s), [d] "+r"(d), [left] "+r"(left)
+        :
+        : "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "cc", "memory");
+#endif
+  }
+  size_t i = whole;
+  for (; i + 16 <= n; i += 16) vst1q_u8(dst + i, vld1q_u8(src + i));
+  if (i < n) vst1q_u8(dst + n - 16, vld1q_u8(src + n - 16));
 }
