@@ -59,16 +59,18 @@ inline uint8x16_t nrBytes(uint32x4_t q0, uint32x4_t q1, uint32x4_t q2, uint32x4_
 
 // The plain blend with a weight of 0..128 (strengths 0..10): 8-bit factors,
 // v <= 128 * 255, so v >> 7 is at most 255.
-inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x8_t w, uint8x8_t iw) {
-  uint16x8_t lo = vmull_u8(vget_low_u8(f), w);
-  lo = vmlal_u8(lo, vget_low_u8(o), iw);
+// The weights are given in all 16 lanes (aarch64's high-half products take
+// them so, and the low halves are free).
+inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x16_t w, uint8x16_t iw) {
+  uint16x8_t lo = vmull_u8(vget_low_u8(f), vget_low_u8(w));
+  lo = vmlal_u8(lo, vget_low_u8(o), vget_low_u8(iw));
 #if defined(__aarch64__)
-  uint16x8_t hi = vmull_high_u8(f, vcombine_u8(w, w));
-  hi = vmlal_high_u8(hi, o, vcombine_u8(iw, iw));
+  uint16x8_t hi = vmull_high_u8(f, w);
+  hi = vmlal_high_u8(hi, o, iw);
   return vshrn_high_n_u16(vshrn_n_u16(lo, 7), hi, 7);
 #else
-  uint16x8_t hi = vmull_u8(vget_high_u8(f), w);
-  hi = vmlal_u8(hi, vget_high_u8(o), iw);
+  uint16x8_t hi = vmull_u8(vget_high_u8(f), vget_low_u8(w));
+  hi = vmlal_u8(hi, vget_high_u8(o), vget_low_u8(iw));
   return vcombine_u8(vshrn_n_u16(lo, 7), vshrn_n_u16(hi, 7));
 #endif
 }
@@ -84,7 +86,7 @@ inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8
                                                        ptrdiff_t stride, int32_t blocks,
                                                        int32_t weight) {
   const uint8x16_t k30 = vdupq_n_u8(30);
-  const uint8x8_t bw = vdup_n_u8(uint8_t(weight)), biw = vdup_n_u8(uint8_t(128 - weight));
+  const uint8x16_t bw = vdupq_n_u8(uint8_t(weight)), biw = vdupq_n_u8(uint8_t(128 - weight));
   const uint8_t* up4 = src - 4 * stride;
   const uint8_t* up1 = src - stride;
   const uint8_t* dn1 = src + stride;
@@ -98,8 +100,12 @@ inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8
     const int32_t x = 6 + 16 * j;
     const uint8x16_t c = vld1q_u8(src + x);
     // Group A: centre and the rest of row y, row y - 1 (8 taps).
-    uint16x8_t aLo = vmull_u8(vget_low_u8(c), vdup_n_u8(30));
-    uint16x8_t aHi = vmull_u8(vget_high_u8(c), vdup_n_u8(30));
+    uint16x8_t aLo = vmull_u8(vget_low_u8(c), vget_low_u8(k30));
+#if defined(__aarch64__)
+    uint16x8_t aHi = vmull_high_u8(c, k30);
+#else
+    uint16x8_t aHi = vmull_u8(vget_high_u8(c), vget_low_u8(k30));
+#endif
     uint8x16_t wa = k30;
     nrTap(nrLoad(src + x - 6, aLo, aHi, wa), c, k30, aLo, aHi, wa);
     nrTap(nrLoad(src + x - 1, aLo, aHi, wa), c, k30, aLo, aHi, wa);
@@ -129,6 +135,138 @@ inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8
     vst1q_u8(dst + x, kBlend ? blendSmall(f, c, bw, biw) : f);
   }
 }
+#if defined(__aarch64__)
+// The blended blocks of nrRowBlocks<true> written out for aarch64 (blocks >=
+// 1): the same sums, quotient and blend, in one loop whose registers never
+// move. Compiled, the loop spends 4 moves and a spilled constant per block
+// and clamps the quotient in float (4 fmin); here each row has one pointer,
+// stepped by the post-indexed load of its tap at column 0 (or an add), the
+// taps are loads at constant offsets from it, all of a group's taps are
+// loaded before they are weighed (the loads' latency hidden on in-order
+// cores), and the quotients, at most 257, saturate in the narrowing to bytes
+// (uqxtn), which is min(255, q) as the float clamp was.
+#define KQ_W(t, w) "uabd " w ".16b, " t ".16b, v0.16b\n\tuqsub " w ".16b, %[k30].16b, " w ".16b\n\t"
+#define KQ_ACC(t, w, lo, hi) \
+  "umlal " lo ".8h, " w ".8b, " t ".8b\n\tumlal2 " hi ".8h, " w ".16b, " t ".16b\n\t"
+void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
+                      int32_t weight) {
+  const uint8x16_t k30 = vdupq_n_u8(30);
+  const uint8x16_t bw = vdupq_n_u8(uint8_t(weight)), biw = vdupq_n_u8(uint8_t(128 - weight));
+  const uint8_t* y0 = src + 6;
+  const uint8_t* u1 = y0 - stride;
+  const uint8_t* d1 = y0 + stride;
+  const uint8_t* u4 = y0 - 4 * stride;
+  const uint8_t* d4 = y0 + 4 * stride;
+  uint8_t* out = dst + 6;
+  int64_t n = blocks;
+  asm volatile(
+      "1:\n\t"
+      // Group A: the centre (weight 30) and rows y (-6, -1, +1, +6), y - 1
+      // (-4, 0, +4). y0 is 16 on after the centre's load.
+      "ldr q0, [%[y0]], #16\n\t"
+      "ldur q4, [%[y0], #-22]\n\t"
+      "ldur q5, [%[y0], #-17]\n\t"
+      "ldur q6, [%[y0], #-15]\n\t"
+      "ldur q7, [%[y0], #-10]\n\t"
+      "ldur q8, [%[u1], #-4]\n\t"
+      "ldur q9, [%[u1], #4]\n\t"
+      "ldr q10, [%[u1]], #16\n\t"
+      "umull v1.8h, v0.8b, %[k30].8b\n\t"
+      "umull2 v2.8h, v0.16b, %[k30].16b\n\t"
+      KQ_W("v4", "v16") KQ_W("v5", "v17") KQ_W("v6", "v18") KQ_W("v7", "v19")
+      KQ_W("v8", "v20") KQ_W("v9", "v21") KQ_W("v10", "v22")
+      KQ_ACC("v4", "v16", "v1", "v2") KQ_ACC("v5", "v17", "v1", "v2")
+      KQ_ACC("v6", "v18", "v1", "v2") KQ_ACC("v7", "v19", "v1", "v2")
+      KQ_ACC("v8", "v20", "v1", "v2") KQ_ACC("v9", "v21", "v1", "v2")
+      KQ_ACC("v10", "v22", "v1", "v2")
+      "add v3.16b, %[k30].16b, v16.16b\n\t"
+      "add v3.16b, v3.16b, v17.16b\n\t"
+      "add v3.16b, v3.16b, v18.16b\n\t"
+      "add v3.16b, v3.16b, v19.16b\n\t"
+      "add v3.16b, v3.16b, v20.16b\n\t"
+      "add v3.16b, v3.16b, v21.16b\n\t"
+      "add v3.16b, v3.16b, v22.16b\n\t"
+      // Group B: rows y + 1 (-4, -2, 0, +4), y - 4 and y + 4 (-2, +2).
+      "ldur q4, [%[d1], #-4]\n\t"
+      "ldur q5, [%[d1], #-2]\n\t"
+      "ldur q6, [%[d1], #4]\n\t"
+      "ldr q7, [%[d1]], #16\n\t"
+      "ldur q8, [%[u4], #-2]\n\t"
+      "ldur q9, [%[u4], #2]\n\t"
+      "ldur q10, [%[d4], #-2]\n\t"
+      "ldur q11, [%[d4], #2]\n\t"
+      "add %[u4], %[u4], #16\n\t"
+      "add %[d4], %[d4], #16\n\t"
+      KQ_W("v4", "v16") KQ_W("v5", "v17") KQ_W("v6", "v18") KQ_W("v7", "v19")
+      KQ_W("v8", "v20") KQ_W("v9", "v21") KQ_W("v10", "v22") KQ_W("v11", "v23")
+      "umull v12.8h, v16.8b, v4.8b\n\t"
+      "umull2 v13.8h, v16.16b, v4.16b\n\t"
+      KQ_ACC("v5", "v17", "v12", "v13") KQ_ACC("v6", "v18", "v12", "v13")
+      KQ_ACC("v7", "v19", "v12", "v13") KQ_ACC("v8", "v20", "v12", "v13")
+      KQ_ACC("v9", "v21", "v12", "v13") KQ_ACC("v10", "v22", "v12", "v13")
+      KQ_ACC("v11", "v23", "v12", "v13")
+      "add v14.16b, v16.16b, v17.16b\n\t"
+      "add v14.16b, v14.16b, v18.16b\n\t"
+      "add v14.16b, v14.16b, v19.16b\n\t"
+      "add v14.16b, v14.16b, v20.16b\n\t"
+      "add v14.16b, v14.16b, v21.16b\n\t"
+      "add v14.16b, v14.16b, v22.16b\n\t"
+      "add v14.16b, v14.16b, v23.16b\n\t"
+      // D in u16, N in u32, quotients trunc(float(N) * vrecpe(float(D))).
+      "uaddl v16.8h, v3.8b, v14.8b\n\t"
+      "uaddl2 v17.8h, v3.16b, v14.16b\n\t"
+      "uaddl v4.4s, v1.4h, v12.4h\n\t"
+      "uaddl2 v5.4s, v1.8h, v12.8h\n\t"
+      "uaddl v6.4s, v2.4h, v13.4h\n\t"
+      "uaddl2 v7.4s, v2.8h, v13.8h\n\t"
+      "uxtl v18.4s, v16.4h\n\t"
+      "uxtl2 v19.4s, v16.8h\n\t"
+      "uxtl v20.4s, v17.4h\n\t"
+      "uxtl2 v21.4s, v17.8h\n\t"
+      "ucvtf v18.4s, v18.4s\n\t"
+      "ucvtf v19.4s, v19.4s\n\t"
+      "ucvtf v20.4s, v20.4s\n\t"
+      "ucvtf v21.4s, v21.4s\n\t"
+      "frecpe v18.4s, v18.4s\n\t"
+      "frecpe v19.4s, v19.4s\n\t"
+      "frecpe v20.4s, v20.4s\n\t"
+      "frecpe v21.4s, v21.4s\n\t"
+      "ucvtf v4.4s, v4.4s\n\t"
+      "ucvtf v5.4s, v5.4s\n\t"
+      "ucvtf v6.4s, v6.4s\n\t"
+      "ucvtf v7.4s, v7.4s\n\t"
+      "fmul v4.4s, v4.4s, v18.4s\n\t"
+      "fmul v5.4s, v5.4s, v19.4s\n\t"
+      "fmul v6.4s, v6.4s, v20.4s\n\t"
+      "fmul v7.4s, v7.4s, v21.4s\n\t"
+      "fcvtzu v4.4s, v4.4s\n\t"
+      "fcvtzu v5.4s, v5.4s\n\t"
+      "fcvtzu v6.4s, v6.4s\n\t"
+      "fcvtzu v7.4s, v7.4s\n\t"
+      "uzp1 v4.8h, v4.8h, v5.8h\n\t"
+      "uzp1 v6.8h, v6.8h, v7.8h\n\t"
+      "uqxtn v4.8b, v4.8h\n\t"
+      "uqxtn2 v4.16b, v6.8h\n\t"
+      // (w * f + (128 - w) * c) >> 7.
+      "umull v5.8h, v4.8b, %[bw].8b\n\t"
+      "umull2 v6.8h, v4.16b, %[bw].16b\n\t"
+      "umlal v5.8h, v0.8b, %[biw].8b\n\t"
+      "umlal2 v6.8h, v0.16b, %[biw].16b\n\t"
+      "shrn v4.8b, v5.8h, #7\n\t"
+      "shrn2 v4.16b, v6.8h, #7\n\t"
+      "str q4, [%[out]], #16\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "b.ne 1b"
+      : [y0] "+r"(y0), [u1] "+r"(u1), [d1] "+r"(d1), [u4] "+r"(u4), [d4] "+r"(d4),
+        [out] "+r"(out), [n] "+r"(n)
+      : [k30] "w"(k30), [bw] "w"(bw), [biw] "w"(biw)
+      : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
+        "v14", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "cc", "memory");
+}
+#undef KQ_W
+#undef KQ_ACC
+#endif
+
 }  // namespace
 
 void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
@@ -137,6 +275,12 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 
 void kqLumaNrBlendRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                            int32_t weight) {
+#if defined(__aarch64__)
+  if (blocks > 0 && uint32_t(weight) <= 128) {
+    nrBlendBlocksA64(dst, src, stride, blocks, weight);
+    return;
+  }
+#endif
   nrRowBlocks<true>(dst, src, stride, blocks, weight);
 }
 
@@ -237,13 +381,13 @@ void kqLumaNrBorderRun_neon(uint8_t* dst, const uint8_t* const* rows, int32_t x,
 void kqLumaBlendRow_neon(uint8_t* dst, const uint8_t* orig, int32_t width, int32_t weight) {
   const int32_t n = width & ~7;
   if (uint32_t(weight) <= 128) {
-    const uint8x8_t w = vdup_n_u8(uint8_t(weight)), iw = vdup_n_u8(uint8_t(128 - weight));
+    const uint8x16_t w = vdupq_n_u8(uint8_t(weight)), iw = vdupq_n_u8(uint8_t(128 - weight));
     int32_t x = 0;
     for (; x + 16 <= n; x += 16)
       vst1q_u8(dst + x, blendSmall(vld1q_u8(dst + x), vld1q_u8(orig + x), w, iw));
     if (x < n) {  // 8 left
-      uint16x8_t v = vmull_u8(vld1_u8(dst + x), w);
-      v = vmlal_u8(v, vld1_u8(orig + x), iw);
+      uint16x8_t v = vmull_u8(vld1_u8(dst + x), vget_low_u8(w));
+      v = vmlal_u8(v, vld1_u8(orig + x), vget_low_u8(iw));
       vst1_u8(dst + x, vshrn_n_u16(v, 7));
     }
     return;
@@ -439,8 +583,11 @@ struct SharpenNeon {
   // lies in -126..126 and the output o + ((x + 2) >> 2), saturated, is one
   // saturating narrow to signed bytes and one unsigned saturating add.
   static constexpr int32_t kTinyGain = 192;
-  int16x8_t tinyX(uint16x8_t h, uint8x8_t o) const {
-    const int16x8_t hp = vreinterpretq_s16_u16(vmlsl_u8(h, o, k128));
+  // kHigh: o's high half (umlsl2, no move of the half).
+  template <bool kHigh>
+  int16x8_t tinyX(uint16x8_t h, uint8x16_t o) const {
+    const int16x8_t hp = vreinterpretq_s16_u16(
+        kHigh ? vmlsl_high_u8(h, o, vcombine_u8(k128, k128)) : vmlsl_u8(h, vget_low_u8(o), k128));
     const int16x8_t f = vqdmulhq_s16(vandq_s16(hp, vdupq_n_s16(-32)), gainK);
     const int16x8_t c = vmaxq_s16(vminq_s16(f, vdupq_n_s16(60)), vdupq_n_s16(-60));
     return vaddq_s16(f, c);
@@ -457,8 +604,8 @@ struct SharpenNeon {
          vextq_u8(cur, next, 2), lo, hi);
 #if defined(__aarch64__)
     if (kTiny) {
-      const int8x16_t x = vqrshrn_high_n_s16(vqrshrn_n_s16(tinyX(lo, vget_low_u8(o)), 2),
-                                             tinyX(hi, vget_high_u8(o)), 2);
+      const int8x16_t x =
+          vqrshrn_high_n_s16(vqrshrn_n_s16(tinyX<false>(lo, o), 2), tinyX<true>(hi, o), 2);
       return vsqaddq_u8(o, x);
     }
 #endif
