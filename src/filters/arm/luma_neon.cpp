@@ -613,6 +613,100 @@ struct SharpenNeon {
                        respond<kSmallGain, kThreshold>(hi, vget_high_u8(o)));
   }
 
+#if defined(__aarch64__)
+  // The steps of rowInRegisters for the tiny gains, two blocks at a time in
+  // assembly: `pairs` pairs of blocks from column 0, given V of the first
+  // block (*cur), the block before it (*prev) and its centre bytes (*o);
+  // returns the next block's column with *prev, *cur and *o set for it.
+  // Compiled, the steps spend 7 register moves per block carrying the blocks
+  // in flight over; here the two blocks of a pair use two sets of registers
+  // (V, its two left neighbours, the centre bytes: v0..v3 and v4..v7), each
+  // block making the other set's, and no value moves inside the loop.
+  int32_t tinyPairs(uint8_t* dst, int32_t pairs, uint8x16_t* prev, uint8x16_t* cur,
+                    uint8x16_t* o) const {
+    const uint8x16_t c0 = *cur, o0 = *o;
+    const uint8x16_t a0 = vextq_u8(*prev, c0, 14), b0 = vextq_u8(*prev, c0, 15);
+    const uint8x16_t wc16 = vcombine_u8(wc, wc), k128x = vcombine_u8(k128, k128);
+    const int16x8_t k60 = vdupq_n_s16(60), km60 = vdupq_n_s16(-60);
+    const uint8_t *r0 = rows[0] + 16, *r1 = rows[1] + 16, *r2 = rows[2] + 16;
+    const uint8_t *r3 = rows[3] + 16, *r4 = rows[4] + 16;
+    uint8_t* out = dst;
+    int64_t n = pairs;
+    // One block: V of the next block (its rows' bytes loaded and stepped),
+    // the current block's neighbours and the next one's left neighbours by
+    // vext, the horizontal taps, then E >> 1 + C >> 1 rounded by 4 and added
+    // to the centre bytes (see tinyX).
+#define KQ_SHARPEN_BLOCK(C, A, B, O, CN, AN, BN, ON)                                       \
+  "ldr q16, [%[r0]], #16\n\t"                                                               \
+  "ldr q17, [%[r1]], #16\n\t"                                                               \
+  "ld1 {" ON ".16b}, [%[r2]], #16\n\t"                                                       \
+  "ldr q18, [%[r3]], #16\n\t"                                                               \
+  "ldr q19, [%[r4]], #16\n\t"                                                               \
+  "uaddl v20.8h, v16.8b, v19.8b\n\t"                                                        \
+  "uaddl2 v21.8h, v16.16b, v19.16b\n\t"                                                     \
+  "uaddl v22.8h, v17.8b, v18.8b\n\t"                                                        \
+  "uaddl2 v23.8h, v17.16b, v18.16b\n\t"                                                     \
+  "mul v20.8h, v20.8h, %[wo].8h\n\t"                                                        \
+  "mul v21.8h, v21.8h, %[wo].8h\n\t"                                                        \
+  "mla v20.8h, v22.8h, %[wi].8h\n\t"                                                        \
+  "mla v21.8h, v23.8h, %[wi].8h\n\t"                                                        \
+  "umlal v20.8h, " ON ".8b, %[wc].8b\n\t"                                                \
+  "umlal2 v21.8h, " ON ".16b, %[wc].16b\n\t"                                             \
+  "uqrshrn " CN ".8b, v20.8h, #7\n\t"                                                    \
+  "uqrshrn2 " CN ".16b, v21.8h, #7\n\t"                                                  \
+  "ext v24.16b, " C ".16b, " CN ".16b, #1\n\t"                                         \
+  "ext v25.16b, " C ".16b, " CN ".16b, #2\n\t"                                         \
+  "ext " AN ".16b, " C ".16b, " CN ".16b, #14\n\t"                                  \
+  "ext " BN ".16b, " C ".16b, " CN ".16b, #15\n\t"                                  \
+  "uaddl v20.8h, " A ".8b, v25.8b\n\t"                                                   \
+  "uaddl2 v21.8h, " A ".16b, v25.16b\n\t"                                                \
+  "uaddl v22.8h, " B ".8b, v24.8b\n\t"                                                   \
+  "uaddl2 v23.8h, " B ".16b, v24.16b\n\t"                                                \
+  "mul v20.8h, v20.8h, %[wo].8h\n\t"                                                        \
+  "mul v21.8h, v21.8h, %[wo].8h\n\t"                                                        \
+  "mla v20.8h, v22.8h, %[wi].8h\n\t"                                                        \
+  "mla v21.8h, v23.8h, %[wi].8h\n\t"                                                        \
+  "umlal v20.8h, " C ".8b, %[wc].8b\n\t"                                                 \
+  "umlal2 v21.8h, " C ".16b, %[wc].16b\n\t"                                              \
+  "umlsl v20.8h, " O ".8b, %[k128].8b\n\t"                                               \
+  "umlsl2 v21.8h, " O ".16b, %[k128].16b\n\t"                                            \
+  "bic v20.8h, #0x1f\n\t"                                                                   \
+  "bic v21.8h, #0x1f\n\t"                                                                   \
+  "sqdmulh v20.8h, v20.8h, %[gain].8h\n\t"                                                  \
+  "sqdmulh v21.8h, v21.8h, %[gain].8h\n\t"                                                  \
+  "smin v22.8h, v20.8h, %[k60].8h\n\t"                                                      \
+  "smin v23.8h, v21.8h, %[k60].8h\n\t"                                                      \
+  "smax v22.8h, v22.8h, %[km60].8h\n\t"                                                     \
+  "smax v23.8h, v23.8h, %[km60].8h\n\t"                                                     \
+  "add v20.8h, v20.8h, v22.8h\n\t"                                                          \
+  "add v21.8h, v21.8h, v23.8h\n\t"                                                          \
+  "sqrshrn v20.8b, v20.8h, #2\n\t"                                                          \
+  "sqrshrn2 v20.16b, v21.8h, #2\n\t"                                                        \
+  "usqadd " O ".16b, v20.16b\n\t"                                                        \
+  "st1 {" O ".16b}, [%[out]], #16\n\t"
+    asm volatile("mov v0.16b, %[c0].16b\n\t"
+                 "mov v1.16b, %[a0].16b\n\t"
+                 "mov v2.16b, %[b0].16b\n\t"
+                 "mov v3.16b, %[o0].16b\n\t"
+                 "1:\n\t" KQ_SHARPEN_BLOCK("v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7")
+                     KQ_SHARPEN_BLOCK("v4", "v5", "v6", "v7", "v0", "v1", "v2", "v3")
+                 "subs %[n], %[n], #1\n\t"
+                 "b.ne 1b\n\t"
+                 "mov %[pv].16b, v4.16b\n\t"
+                 "mov %[cv].16b, v0.16b\n\t"
+                 "mov %[ov].16b, v3.16b"
+                 : [pv] "=w"(*prev), [cv] "=w"(*cur), [ov] "=w"(*o), [r0] "+r"(r0), [r1] "+r"(r1),
+                   [r2] "+r"(r2), [r3] "+r"(r3), [r4] "+r"(r4), [out] "+r"(out), [n] "+r"(n)
+                 : [c0] "w"(c0), [a0] "w"(a0), [b0] "w"(b0), [o0] "w"(o0), [wo] "w"(wo),
+                   [wi] "w"(wi), [wc] "w"(wc16), [k128] "w"(k128x), [gain] "w"(gainK),
+                   [k60] "w"(k60), [km60] "w"(km60)
+                 : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v16", "v17", "v18", "v19",
+                   "v20", "v21", "v22", "v23", "v24", "v25", "cc", "memory");
+#undef KQ_SHARPEN_BLOCK
+    return 32 * pairs;
+  }
+#endif
+
   // Columns [0, nv), nv >= 32 (aarch64): both passes in registers, V of the next 16
   // columns computed before the outputs of the current 16 (vext takes the
   // neighbours across blocks). V(-1) = V(-2) = V(0) come from a first
@@ -627,6 +721,9 @@ struct SharpenNeon {
     uint8x16_t prev = vdupq_lane_u8(vget_low_u8(cur), 0);
     const int32_t last = nv - 16;
     int32_t x = 0;
+#if defined(__aarch64__)
+    if (kTiny && last > 32) x = k.tinyPairs(dst, (last - 32 + 31) / 32, &prev, &cur, &o);
+#endif
     // Two blocks per iteration: the blocks in flight change registers
     // without moves.
 #pragma GCC unroll 2
