@@ -849,9 +849,15 @@ using Inner = D;
 // early enough that its right far taps stay inside the row. A run with both
 // edges is at least two Edge steps long. compute(x, kind, lanes) makes the
 // outputs at x, store(x, out) stores them.
-template <class Edge, class Compute, class Store>
+// run(x, count), where given, makes and stores the count Inner steps from x
+// itself and returns where they end.
+struct NoRun {
+  KQ_INLINE int operator()(int x, int) const { return x; }
+};
+
+template <class Edge, class Compute, class Store, class Run = NoRun>
 KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute compute,
-                     Store store) {
+                     Store store, Run run = Run()) {
   constexpr int k = Inner::kOut, e = Edge::kOut;
   const int end = x0 + n;
   int x = x0;
@@ -860,6 +866,7 @@ KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute co
     x += e;
   }
   const int lastX = end - (last ? e : k);
+  if (x + k <= lastX) x = run(x, (lastX - x) / k);
   for (; x + k <= lastX; x += k) store(x, compute(x, Kind<kInner>(), Inner()));
   // [x, lastX) is shorter than one Inner step.
   int before = x;
@@ -882,6 +889,170 @@ KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute co
     store(lastX, compute(lastX, Kind<kInner>(), Inner()));
   }
 }
+
+#if defined(__aarch64__)
+// Pass 3's inner steps with the weights looked up in 96 bytes (the default
+// strength's table) as one assembly loop: the arithmetic of pass3Step, both
+// parities, 16 half-size columns (32 outputs) per step. Compiled, a step
+// keeps 25 vectors live across its taps (tables, centres, sums) and spills
+// and moves about 100 of its 468 instructions; here every value has a
+// register of its own for the whole loop:
+//   v0-v5 the 96 table bytes, v6-v7 the 32 luma bytes, v8 64 (the second
+//   look-up's index offset), v9-v12 the U and V centres (even, odd), v16
+//   and v18 the luma centres (ld4 lanes 0 and 2), v17 and v19 the weight
+//   sums, v13-v15, v20 the U sums and v21-v24 the V sums (even lo, hi, odd
+//   lo, hi), v25 v29 v30 a tap's luma, U and V, v26-v28 v31 scratch;
+//   after the taps v9-v12 take the means (U even, odd, V even, odd) for the
+//   interleaving stores, v16 the numerator of the reciprocal.
+// The rows' pointers step by post-indexed loads; the luma row of the left,
+// centre and right taps steps by 4, 4 and 56 (x15, x16).
+struct Pass3Asm {
+  const uint8_t *lumaUp, *lumaMid, *lumaDown, *uUp, *uMid, *uDown, *vUp, *vMid, *vDown;
+  const uint8_t *srcU, *srcV, *lumaCentre;
+  uint8_t *outU, *outV;
+  int64_t steps;
+  const uint8_t *lut, *lutLuma;
+};
+
+// One tap for one parity: centre vectors cY, cU, cV, sums W, U lo/hi, V lo/hi.
+#define KQ_P3_PARITY(cY, cU, cV, W, Ulo, Uhi, Vlo, Vhi)        \
+  "uabd v26.16b, " cU ".16b, v29.16b\n\t"                      \
+  "sub v27.16b, v26.16b, v8.16b\n\t"                           \
+  "tbl v26.16b, {v0.16b-v3.16b}, v26.16b\n\t"                  \
+  "tbx v26.16b, {v4.16b-v5.16b}, v27.16b\n\t"                  \
+  "uabd v27.16b, " cV ".16b, v30.16b\n\t"                      \
+  "sub v28.16b, v27.16b, v8.16b\n\t"                           \
+  "tbl v27.16b, {v0.16b-v3.16b}, v27.16b\n\t"                  \
+  "tbx v27.16b, {v4.16b-v5.16b}, v28.16b\n\t"                  \
+  "umull v28.8h, v27.8b, v26.8b\n\t"                           \
+  "umull2 v31.8h, v27.16b, v26.16b\n\t"                        \
+  "uzp2 v26.16b, v28.16b, v31.16b\n\t"                         \
+  "uabd v27.16b, " cY ".16b, v25.16b\n\t"                      \
+  "tbl v27.16b, {v6.16b-v7.16b}, v27.16b\n\t"                  \
+  "umull v28.8h, v26.8b, v27.8b\n\t"                           \
+  "umull2 v31.8h, v26.16b, v27.16b\n\t"                        \
+  "uzp2 v26.16b, v28.16b, v31.16b\n\t"                         \
+  "ushr v27.16b, v26.16b, #3\n\t"                              \
+  "usra v27.16b, v26.16b, #4\n\t"                              \
+  "add " W ".16b, " W ".16b, v27.16b\n\t"                       \
+  "umlal " Ulo ".8h, v27.8b, v29.8b\n\t"                        \
+  "umlal2 " Uhi ".8h, v27.16b, v29.16b\n\t"                     \
+  "umlal " Vlo ".8h, v27.8b, v30.8b\n\t"                        \
+  "umlal2 " Vhi ".8h, v27.16b, v30.16b\n\t"
+// One tap (its loads given) for both parities.
+#define KQ_P3_TAP(loads)                                                          \
+  loads KQ_P3_PARITY("v16", "v9", "v11", "v17", "v13", "v14", "v21", "v22")     \
+      KQ_P3_PARITY("v18", "v10", "v12", "v19", "v15", "v20", "v23", "v24")
+// A mean of 16 lanes: uzp1 of the rounded products of the 32-bit sums and
+// the reciprocals (v27-v30) into out; U before V per parity.
+#define KQ_P3_MEAN(lo, hi, out)                                  \
+  "uxtl v25.4s, " lo ".4h\n\t"                                  \
+  "uxtl2 v26.4s, " lo ".8h\n\t"                                 \
+  "uxtl v31.4s, " hi ".4h\n\t"                                  \
+  "uxtl2 v18.4s, " hi ".8h\n\t"                                 \
+  "ucvtf v25.4s, v25.4s\n\t"                                    \
+  "ucvtf v26.4s, v26.4s\n\t"                                    \
+  "ucvtf v31.4s, v31.4s\n\t"                                    \
+  "ucvtf v18.4s, v18.4s\n\t"                                    \
+  "fmul v25.4s, v25.4s, v27.4s\n\t"                             \
+  "fmul v26.4s, v26.4s, v28.4s\n\t"                             \
+  "fmul v31.4s, v31.4s, v29.4s\n\t"                             \
+  "fmul v18.4s, v18.4s, v30.4s\n\t"                             \
+  "fcvtnu v25.4s, v25.4s\n\t"                                   \
+  "fcvtnu v26.4s, v26.4s\n\t"                                   \
+  "fcvtnu v31.4s, v31.4s\n\t"                                   \
+  "fcvtnu v18.4s, v18.4s\n\t"                                   \
+  "uzp1 v25.8h, v25.8h, v26.8h\n\t"                             \
+  "uzp1 v31.8h, v31.8h, v18.8h\n\t"                             \
+  "uzp1 " out ".16b, v25.16b, v31.16b\n\t"
+// The reciprocals (1 + 2^-19) / W of one parity's weight sums into v27-v30,
+// then its two means.
+#define KQ_P3_MEANS(W, Ulo, Uhi, Vlo, Vhi, outU, outV) \
+  "uxtl v25.8h, " W ".8b\n\t"                          \
+  "uxtl2 v26.8h, " W ".16b\n\t"                        \
+  "uxtl v27.4s, v25.4h\n\t"                            \
+  "uxtl2 v28.4s, v25.8h\n\t"                           \
+  "uxtl v29.4s, v26.4h\n\t"                            \
+  "uxtl2 v30.4s, v26.8h\n\t"                           \
+  "ucvtf v27.4s, v27.4s\n\t"                           \
+  "ucvtf v28.4s, v28.4s\n\t"                           \
+  "ucvtf v29.4s, v29.4s\n\t"                           \
+  "ucvtf v30.4s, v30.4s\n\t"                           \
+  "fdiv v27.4s, v16.4s, v27.4s\n\t"                    \
+  "fdiv v28.4s, v16.4s, v28.4s\n\t"                    \
+  "fdiv v29.4s, v16.4s, v29.4s\n\t"                    \
+  "fdiv v30.4s, v16.4s, v30.4s\n\t"                    \
+  KQ_P3_MEAN(Ulo, Uhi, outU) KQ_P3_MEAN(Vlo, Vhi, outV)
+
+void pass3StepsAsm(const Pass3Asm* a) {
+  asm volatile(
+      "ldp x0, x1, [%[a]]\n\t"
+      "ldp x2, x3, [%[a], #16]\n\t"
+      "ldp x4, x5, [%[a], #32]\n\t"
+      "ldp x6, x7, [%[a], #48]\n\t"
+      "ldp x8, x9, [%[a], #64]\n\t"
+      "ldp x10, x11, [%[a], #80]\n\t"
+      "ldp x12, x13, [%[a], #96]\n\t"
+      "ldp x14, x15, [%[a], #112]\n\t"  // steps, lut
+      "ldr x16, [%[a], #128]\n\t"       // lutLuma
+      "ld1 {v0.16b-v3.16b}, [x15], #64\n\t"
+      "ld1 {v4.16b-v5.16b}, [x15]\n\t"
+      "ld1 {v6.16b-v7.16b}, [x16]\n\t"
+      "movi v8.16b, #64\n\t"
+      "mov x15, #4\n\t"
+      "mov x16, #56\n\t"
+      "mov w17, #0x10\n\t"
+      "movk w17, #0x3f80, lsl #16\n\t"  // 1 + 2^-19
+      "1:\n\t"
+      "ld2 {v9.16b, v10.16b}, [x9], #32\n\t"
+      "ld2 {v11.16b, v12.16b}, [x10], #32\n\t"
+      "ld4 {v16.16b-v19.16b}, [x11], #64\n\t"
+      "movi v17.16b, #1\n\t"
+      "movi v19.16b, #1\n\t"
+      // Own colour, weight 1.
+      "uxtl v13.8h, v9.8b\n\t"
+      "uxtl2 v14.8h, v9.16b\n\t"
+      "uxtl v15.8h, v10.8b\n\t"
+      "uxtl2 v20.8h, v10.16b\n\t"
+      "uxtl v21.8h, v11.8b\n\t"
+      "uxtl2 v22.8h, v11.16b\n\t"
+      "uxtl v23.8h, v12.8b\n\t"
+      "uxtl2 v24.8h, v12.16b\n\t"
+      // Up, left, centre, right, down (the sums do not depend on the order).
+      KQ_P3_TAP("ld4 {v25.16b-v28.16b}, [x0], #64\n\t"
+                "ldr q29, [x3], #16\n\t"
+                "ldr q30, [x6], #16\n\t")
+      KQ_P3_TAP("ld4 {v25.16b-v28.16b}, [x1], x15\n\t"
+                "ldur q29, [x4, #-1]\n\t"
+                "ldur q30, [x7, #-1]\n\t")
+      KQ_P3_TAP("ld4 {v25.16b-v28.16b}, [x1], x15\n\t"
+                "ldr q29, [x4], #16\n\t"
+                "ldr q30, [x7], #16\n\t")
+      KQ_P3_TAP("ld4 {v25.16b-v28.16b}, [x1], x16\n\t"
+                "ldur q29, [x4, #-15]\n\t"
+                "ldur q30, [x7, #-15]\n\t")
+      KQ_P3_TAP("ld4 {v25.16b-v28.16b}, [x2], #64\n\t"
+                "ldr q29, [x5], #16\n\t"
+                "ldr q30, [x8], #16\n\t")
+      "dup v16.4s, w17\n\t"
+      KQ_P3_MEANS("v17", "v13", "v14", "v21", "v22", "v9", "v11")
+      KQ_P3_MEANS("v19", "v15", "v20", "v23", "v24", "v10", "v12")
+      "st2 {v9.16b, v10.16b}, [x12], #32\n\t"
+      "st2 {v11.16b, v12.16b}, [x13], #32\n\t"
+      "subs x14, x14, #1\n\t"
+      "b.ne 1b"
+      :
+      : [a] "r"(a)
+      : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13",
+        "x14", "x15", "x16", "x17", "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9",
+        "v10", "v11", "v12", "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22",
+        "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
+}
+#undef KQ_P3_PARITY
+#undef KQ_P3_TAP
+#undef KQ_P3_MEAN
+#undef KQ_P3_MEANS
+#endif
 
 // The Blocks of chroma_rows.h.
 struct NeonBlocks {
@@ -994,22 +1165,41 @@ struct NeonBlocks {
   // row Y, chroma weighed by wc, luma by wl.
   template <class WC, class WL>
   static void pass3Steps(const KQChromaPassContext* context, const WC& wc, const WL& wl, int hx0,
-                         int hn, int Y, int yUp, int y, int yDown) {
+                         int hn, int Y, int yUp, int y, int yDown,
+                         [[maybe_unused]] const Tables* tables = nullptr) {
     const KQChromaPassContext local = *context;
     const KQChromaPassContext* c = &local;
     uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
     uint8_t* const outV = c->outV + size_t(Y) * size_t(c->chromaWidth);
     const Pass3Rows rows = pass3Rows(c, Y, yUp, y, yDown);
     const bool first = hx0 == 0, last = hx0 + hn == c->chromaWidth / 2;
-    steps<Inner>(
-        hx0, hn, first, last, 1,
-        [&](int hx, auto kind, auto lanes) __attribute__((always_inline)) {
-          return pass3Step<decltype(lanes), WC, WL, decltype(kind)::value>(rows, wc, wl, hx);
-        },
-        [&](int hx, const Out2<Inner>& o) __attribute__((always_inline)) {
-          Inner::storeInterleaved(outU + 2 * hx, o.even.u, o.odd.u);
-          Inner::storeInterleaved(outV + 2 * hx, o.even.v, o.odd.v);
-        });
+    auto compute = [&](int hx, auto kind, auto lanes) __attribute__((always_inline)) {
+      return pass3Step<decltype(lanes), WC, WL, decltype(kind)::value>(rows, wc, wl, hx);
+    };
+    auto store = [&](int hx, const Out2<Inner>& o) __attribute__((always_inline)) {
+      Inner::storeInterleaved(outU + 2 * hx, o.even.u, o.odd.u);
+      Inner::storeInterleaved(outV + 2 * hx, o.even.v, o.odd.v);
+    };
+#if defined(__aarch64__)
+    if constexpr (std::is_same_v<WC, ByLut<96>>) {
+      const Tables* t = tables;
+      steps<Inner>(hx0, hn, first, last, 1, compute, store, [&](int hx, int n) {
+        const Pass3Asm a{rows.lumaUp + 4 * hx,     rows.lumaMid + 4 * hx - 4,
+                         rows.lumaDown + 4 * hx,   rows.uUp + hx,
+                         rows.uMid + hx,           rows.uDown + hx,
+                         rows.vUp + hx,            rows.vMid + hx,
+                         rows.vDown + hx,          rows.srcU + 2 * hx,
+                         rows.srcV + 2 * hx,       rows.lumaCentre + 4 * hx,
+                         outU + 2 * hx,            outV + 2 * hx,
+                         int64_t(n),               t->lut,
+                         t->lutLuma};
+        pass3StepsAsm(&a);
+        return hx + n * Inner::kOut;
+      });
+      return;
+    }
+#endif
+    steps<Inner>(hx0, hn, first, last, 1, compute, store);
   }
 
   // Outputs are full-size columns X = 2 * hx; X0 and n are even.
@@ -1025,7 +1215,7 @@ struct NeonBlocks {
       if (t.reach <= 64)
         pass3Steps(c, ByLut<64>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
       else if (t.reach <= 96)
-        pass3Steps(c, ByLut<96>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+        pass3Steps(c, ByLut<96>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown, &t);
       else
         pass3Steps(c, ByLut<128>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #else
