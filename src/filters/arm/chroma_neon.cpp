@@ -1048,6 +1048,112 @@ void pass3StepsAsm(const Pass3Asm* a) {
         "v10", "v11", "v12", "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22",
         "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
 }
+
+// Pass 2's inner steps with the 80-byte tables (the default strength's) in
+// the same way, 16 outputs per step: v0-v4 the table, v5 64, v6 the weight
+// of a luma difference 0 (the centre tap's), v9 v11 v16 the U, V and luma
+// centres, v17 the weight sum, v13-v14 and v21-v22 the U and V sums, v25
+// v29 v30 a tap's luma, U and V, the rest scratch; after the taps v9 and v11
+// take the means. The far taps lie m half-size columns (x15 = m, x16 = -m,
+// x21 = m - 16 after the centre's post-indexed load) and 4m luma columns to
+// the sides (the left tap's luma pointer steps by 8m and 64 - 8m: x19, x20).
+struct Pass2Asm {
+  const uint8_t *lumaUp, *lumaLeft, *lumaDown, *uUp, *uMid, *uDown, *vUp, *vMid, *vDown;
+  const uint8_t *srcU, *srcV, *lumaCentre;
+  uint8_t *outU, *outV;
+  int64_t steps;
+  const uint8_t* lut;
+  int64_t m, w0;
+};
+
+// One tap: its luma weight in wY (or looked up from v25 when wY is v27), the
+// sums started by acc (umull) or added to (umlal).
+#define KQ_P2_LOOKUP(d, t)                  \
+  "sub " t ".16b, " d ".16b, v5.16b\n\t"     \
+  "tbl " d ".16b, {v0.16b-v3.16b}, " d ".16b\n\t" \
+  "tbx " d ".16b, {v4.16b}, " t ".16b\n\t"
+#define KQ_P2_TAP(lumaWeight, wY, mull, mull2)                  \
+  "uabd v26.16b, v9.16b, v29.16b\n\t" KQ_P2_LOOKUP("v26", "v27") \
+  "uabd v27.16b, v11.16b, v30.16b\n\t" KQ_P2_LOOKUP("v27", "v28") \
+  "umull v28.8h, v27.8b, v26.8b\n\t"                           \
+  "umull2 v31.8h, v27.16b, v26.16b\n\t"                        \
+  "uzp2 v26.16b, v28.16b, v31.16b\n\t" lumaWeight               \
+  "umull v28.8h, v26.8b, " wY ".8b\n\t"                         \
+  "umull2 v31.8h, v26.16b, " wY ".16b\n\t"                      \
+  "uzp2 v26.16b, v28.16b, v31.16b\n\t"                         \
+  "ushr v27.16b, v26.16b, #3\n\t"                              \
+  "usra v27.16b, v26.16b, #4\n\t"                              \
+  "add v17.16b, v17.16b, v27.16b\n\t"                          \
+  mull " v13.8h, v27.8b, v29.8b\n\t"                           \
+  mull2 " v14.8h, v27.16b, v29.16b\n\t"                        \
+  mull " v21.8h, v27.8b, v30.8b\n\t"                           \
+  mull2 " v22.8h, v27.16b, v30.16b\n\t"
+#define KQ_P2_LUMA "uabd v27.16b, v16.16b, v25.16b\n\t" KQ_P2_LOOKUP("v27", "v28")
+
+void pass2StepsAsm(const Pass2Asm* a) {
+  asm volatile(
+      "ldp x0, x1, [%[a]]\n\t"
+      "ldp x2, x3, [%[a], #16]\n\t"
+      "ldp x4, x5, [%[a], #32]\n\t"
+      "ldp x6, x7, [%[a], #48]\n\t"
+      "ldp x8, x9, [%[a], #64]\n\t"
+      "ldp x10, x11, [%[a], #80]\n\t"
+      "ldp x12, x13, [%[a], #96]\n\t"
+      "ldp x14, x17, [%[a], #112]\n\t"  // steps, lut
+      "ldp x15, x19, [%[a], #128]\n\t"  // m, w0
+      "ld1 {v0.16b-v3.16b}, [x17], #64\n\t"
+      "ld1 {v4.16b}, [x17]\n\t"
+      "movi v5.16b, #64\n\t"
+      "dup v6.16b, w19\n\t"
+      "neg x16, x15\n\t"
+      "sub x21, x15, #16\n\t"
+      "lsl x19, x15, #3\n\t"
+      "mov x20, #64\n\t"
+      "sub x20, x20, x19\n\t"
+      "mov w17, #0x10\n\t"
+      "movk w17, #0x3f80, lsl #16\n\t"  // 1 + 2^-19
+      "1:\n\t"
+      "ld2 {v9.16b, v10.16b}, [x9], #32\n\t"
+      "ld2 {v11.16b, v12.16b}, [x10], #32\n\t"
+      "ld4 {v16.16b-v19.16b}, [x11], #64\n\t"
+      "movi v17.16b, #1\n\t"
+      // Up, left, centre (its luma sample is the centre's), right, down.
+      "ld4 {v25.16b-v28.16b}, [x0], #64\n\t"
+      "ldr q29, [x3], #16\n\t"
+      "ldr q30, [x6], #16\n\t"
+      KQ_P2_TAP(KQ_P2_LUMA, "v27", "umull", "umull2")
+      "ld4 {v25.16b-v28.16b}, [x1], x19\n\t"
+      "ldr q29, [x4, x16]\n\t"
+      "ldr q30, [x7, x16]\n\t"
+      KQ_P2_TAP(KQ_P2_LUMA, "v27", "umlal", "umlal2")
+      "ldr q29, [x4], #16\n\t"
+      "ldr q30, [x7], #16\n\t"
+      KQ_P2_TAP("", "v6", "umlal", "umlal2")
+      "ld4 {v25.16b-v28.16b}, [x1], x20\n\t"
+      "ldr q29, [x4, x21]\n\t"
+      "ldr q30, [x7, x21]\n\t"
+      KQ_P2_TAP(KQ_P2_LUMA, "v27", "umlal", "umlal2")
+      "ld4 {v25.16b-v28.16b}, [x2], #64\n\t"
+      "ldr q29, [x5], #16\n\t"
+      "ldr q30, [x8], #16\n\t"
+      KQ_P2_TAP(KQ_P2_LUMA, "v27", "umlal", "umlal2")
+      "dup v16.4s, w17\n\t"
+      KQ_P3_MEANS("v17", "v13", "v14", "v21", "v22", "v9", "v11")
+      "st1 {v9.16b}, [x12], #16\n\t"
+      "st1 {v11.16b}, [x13], #16\n\t"
+      "subs x14, x14, #1\n\t"
+      "b.ne 1b"
+      :
+      : [a] "r"(a)
+      : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13",
+        "x14", "x15", "x16", "x17", "x19", "x20", "x21", "v0", "v1", "v2", "v3", "v4", "v5", "v6",
+        "v7", "v8", "v9", "v10", "v11", "v12", "v13", "v14", "v15", "v16", "v17", "v18", "v19",
+        "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31", "cc",
+        "memory");
+}
+#undef KQ_P2_LOOKUP
+#undef KQ_P2_TAP
+#undef KQ_P2_LUMA
 #undef KQ_P3_PARITY
 #undef KQ_P3_TAP
 #undef KQ_P3_MEAN
@@ -1110,13 +1216,41 @@ struct NeonBlocks {
           },
           store);
     } else {
-      steps<Q>(
-          x0, n, first, last, s,
-          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y,
-                                                                        yUp, yDown);
-          },
-          store);
+      auto compute = [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+        return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y, yUp,
+                                                                    yDown);
+      };
+#if defined(__aarch64__)
+      if constexpr (std::is_same_v<W, ByLut<80>>) {
+        const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
+        steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          const uint8_t* lumaY = c->luma + size_t(4 * y) * lw + 4 * x;
+          const size_t at = size_t(y) * wh + x;
+          const Pass2Asm a{c->luma + size_t(4 * yUp) * lw + 4 * x,
+                           lumaY - 4 * s,
+                           c->luma + size_t(4 * yDown) * lw + 4 * x,
+                           c->inU + size_t(yUp) * wh + x,
+                           c->inU + at,
+                           c->inU + size_t(yDown) * wh + x,
+                           c->inV + size_t(yUp) * wh + x,
+                           c->inV + at,
+                           c->inV + size_t(yDown) * wh + x,
+                           c->srcU + size_t(2 * y) * w + 2 * x,
+                           c->srcV + size_t(2 * y) * w + 2 * x,
+                           lumaY,
+                           outU + x,
+                           outV + x,
+                           int64_t(count),
+                           t.lut,
+                           int64_t(s),
+                           int64_t(t.w[0])};
+          pass2StepsAsm(&a);
+          return x + count * Q::kOut;
+        });
+        return;
+      }
+#endif
+      steps<Q>(x0, n, first, last, s, compute, store);
     }
   }
 
