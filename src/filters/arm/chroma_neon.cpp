@@ -1151,6 +1151,162 @@ void pass2StepsAsm(const Pass2Asm* a) {
         "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31", "cc",
         "memory");
 }
+
+// Pass 1's inner steps (the source planes as input, 80-byte tables), 16
+// outputs per step, each from the 2 x 2 block at full-size (2x, 2y) (its
+// first pixel the centre, weighed by the table's weight of 0 throughout) and
+// 4 far taps at the margin, which keep sums of their own. Registers: v0-v4
+// the table, v5 64, v6 the centre's weight, v16 v18 v20 the U, V and luma
+// centres, v7-v11 the block's weight, U and V sums, v12-v15 v17 the far
+// taps' (v12 a block tap's weight before); a tap's bytes and scratch in the
+// rest. Every row pointer (20 of
+// them, x0-x17, x19-x20) steps by post-indexed loads.
+struct Pass1Asm {
+  const uint8_t *u0, *v0, *l0;  // rows 2y (chroma) and 4y (luma) at the step
+  const uint8_t *u1, *v1, *l1;  // rows 2y + 1 and 4y + 2
+  const uint8_t *lUp, *uUp, *vUp, *lLeft, *uLeft, *vLeft;
+  const uint8_t *lRight, *uRight, *vRight, *lDown, *uDown, *vDown;
+  uint8_t *outU, *outV;
+  int64_t steps;
+  const uint8_t* lut;
+  int64_t w0;
+};
+
+// One tap: bytes tY, tU, tV, scratch a-d, its weight into wd, then upd (the
+// weight sum's update, or nothing where wd is the sum) and the sums by mull
+// (umull to start them, umlal to add).
+#define KQ_P1_TAP(tY, tU, tV, a, b, c, d, wd, upd, mull, mull2, Ulo, Uhi, Vlo, Vhi) \
+  "uabd " a ".16b, v16.16b, " tU ".16b\n\t" KQ_P2_LOOKUP(a, b)                       \
+  "uabd " b ".16b, v18.16b, " tV ".16b\n\t" KQ_P2_LOOKUP(b, c)                       \
+  "umull " c ".8h, " b ".8b, " a ".8b\n\t"                                           \
+  "umull2 " d ".8h, " b ".16b, " a ".16b\n\t"                                        \
+  "uzp2 " a ".16b, " c ".16b, " d ".16b\n\t"                                         \
+  "uabd " b ".16b, v20.16b, " tY ".16b\n\t" KQ_P2_LOOKUP(b, c)                       \
+  "umull " c ".8h, " a ".8b, " b ".8b\n\t"                                           \
+  "umull2 " d ".8h, " a ".16b, " b ".16b\n\t"                                        \
+  "uzp2 " a ".16b, " c ".16b, " d ".16b\n\t"                                         \
+  "ushr " wd ".16b, " a ".16b, #3\n\t"                                               \
+  "usra " wd ".16b, " a ".16b, #4\n\t" upd                                           \
+  mull " " Ulo ".8h, " wd ".8b, " tU ".8b\n\t"                                       \
+  mull2 " " Uhi ".8h, " wd ".16b, " tU ".16b\n\t"                                    \
+  mull " " Vlo ".8h, " wd ".8b, " tV ".8b\n\t"                                       \
+  mull2 " " Vhi ".8h, " wd ".16b, " tV ".16b\n\t"
+#define KQ_P1_BLOCK(tY, tU, tV, a, b, c, d)                                              \
+  KQ_P1_TAP(tY, tU, tV, a, b, c, d, "v12", "add v7.16b, v7.16b, v12.16b\n\t", "umlal", \
+            "umlal2", "v8", "v9", "v10", "v11")
+#define KQ_P1_FAR_FIRST(loads)                                                          \
+  loads KQ_P1_TAP("v24", "v28", "v30", "v25", "v26", "v27", "v29", "v12", "", "umull", \
+                  "umull2", "v13", "v14", "v15", "v17")
+#define KQ_P1_FAR(loads)                                                                \
+  loads KQ_P1_TAP("v24", "v28", "v30", "v25", "v26", "v27", "v29", "v19",               \
+                  "add v12.16b, v12.16b, v19.16b\n\t", "umlal", "umlal2", "v13", "v14",  \
+                  "v15", "v17")
+#define KQ_P1_FARLOADS(l, u, v)                   \
+  "ld4 {v24.16b-v27.16b}, [" l "], #64\n\t"      \
+  "ld2 {v28.16b, v29.16b}, [" u "], #32\n\t"     \
+  "ld2 {v30.16b, v31.16b}, [" v "], #32\n\t"
+
+// A mean of 16 lanes from two u16 sums (block lo, hi; far lo, hi) and the
+// reciprocals in v24-v27.
+#define KQ_P1_MEAN(alo, ahi, blo, bhi, out)                \
+  "uaddl v28.4s, " alo ".4h, " blo ".4h\n\t"               \
+  "uaddl2 v29.4s, " alo ".8h, " blo ".8h\n\t"              \
+  "uaddl v30.4s, " ahi ".4h, " bhi ".4h\n\t"               \
+  "uaddl2 v31.4s, " ahi ".8h, " bhi ".8h\n\t"              \
+  "ucvtf v28.4s, v28.4s\n\t"                               \
+  "ucvtf v29.4s, v29.4s\n\t"                               \
+  "ucvtf v30.4s, v30.4s\n\t"                               \
+  "ucvtf v31.4s, v31.4s\n\t"                               \
+  "fmul v28.4s, v28.4s, v24.4s\n\t"                        \
+  "fmul v29.4s, v29.4s, v25.4s\n\t"                        \
+  "fmul v30.4s, v30.4s, v26.4s\n\t"                        \
+  "fmul v31.4s, v31.4s, v27.4s\n\t"                        \
+  "fcvtnu v28.4s, v28.4s\n\t"                              \
+  "fcvtnu v29.4s, v29.4s\n\t"                              \
+  "fcvtnu v30.4s, v30.4s\n\t"                              \
+  "fcvtnu v31.4s, v31.4s\n\t"                              \
+  "uzp1 v28.8h, v28.8h, v29.8h\n\t"                        \
+  "uzp1 v30.8h, v30.8h, v31.8h\n\t"                        \
+  "uzp1 " out ".16b, v28.16b, v30.16b\n\t"
+
+void pass1StepsAsm(const Pass1Asm* a) {
+  asm volatile(
+      "ldp x0, x1, [%[a]]\n\t"
+      "ldp x2, x3, [%[a], #16]\n\t"
+      "ldp x4, x5, [%[a], #32]\n\t"
+      "ldp x6, x7, [%[a], #48]\n\t"
+      "ldp x8, x9, [%[a], #64]\n\t"
+      "ldp x10, x11, [%[a], #80]\n\t"
+      "ldp x12, x13, [%[a], #96]\n\t"
+      "ldp x14, x15, [%[a], #112]\n\t"
+      "ldp x16, x17, [%[a], #128]\n\t"
+      "ldp x19, x20, [%[a], #144]\n\t"  // outU, outV
+      "ldp x21, x22, [%[a], #160]\n\t"  // steps, lut
+      "ld1 {v0.16b-v3.16b}, [x22], #64\n\t"
+      "ld1 {v4.16b}, [x22]\n\t"
+      "ldr x22, [%[a], #176]\n\t"       // w0
+      "movi v5.16b, #64\n\t"
+      "dup v6.16b, w22\n\t"
+      "mov w22, #0x10\n\t"
+      "movk w22, #0x3f80, lsl #16\n\t"  // 1 + 2^-19
+      "1:\n\t"
+      "ld2 {v16.16b, v17.16b}, [x0], #32\n\t"
+      "ld2 {v18.16b, v19.16b}, [x1], #32\n\t"
+      "ld4 {v20.16b-v23.16b}, [x2], #64\n\t"
+      // The block: the centre itself, then (0, 1), (1, 0), (1, 1).
+      "movi v7.16b, #1\n\t"
+      "add v7.16b, v7.16b, v6.16b\n\t"
+      "umull v8.8h, v6.8b, v16.8b\n\t"
+      "umull2 v9.8h, v6.16b, v16.16b\n\t"
+      "umull v10.8h, v6.8b, v18.8b\n\t"
+      "umull2 v11.8h, v6.16b, v18.16b\n\t"
+      KQ_P1_BLOCK("v22", "v17", "v19", "v21", "v23", "v24", "v25")
+      "ld2 {v24.16b, v25.16b}, [x3], #32\n\t"
+      "ld2 {v26.16b, v27.16b}, [x4], #32\n\t"
+      "ld4 {v28.16b-v31.16b}, [x5], #64\n\t"
+      KQ_P1_BLOCK("v28", "v24", "v26", "v21", "v23", "v29", "v31")
+      KQ_P1_BLOCK("v30", "v25", "v27", "v21", "v23", "v29", "v31")
+      // The far taps: up, left, right, down.
+      KQ_P1_FAR_FIRST(KQ_P1_FARLOADS("x6", "x7", "x8"))
+      KQ_P1_FAR(KQ_P1_FARLOADS("x9", "x10", "x11"))
+      KQ_P1_FAR(KQ_P1_FARLOADS("x12", "x13", "x14"))
+      KQ_P1_FAR(KQ_P1_FARLOADS("x15", "x16", "x17"))
+      // Means of the block's and far sums together (weights to 369: u16).
+      "uaddl v21.8h, v7.8b, v12.8b\n\t"
+      "uaddl2 v22.8h, v7.16b, v12.16b\n\t"
+      "uxtl v24.4s, v21.4h\n\t"
+      "uxtl2 v25.4s, v21.8h\n\t"
+      "uxtl v26.4s, v22.4h\n\t"
+      "uxtl2 v27.4s, v22.8h\n\t"
+      "ucvtf v24.4s, v24.4s\n\t"
+      "ucvtf v25.4s, v25.4s\n\t"
+      "ucvtf v26.4s, v26.4s\n\t"
+      "ucvtf v27.4s, v27.4s\n\t"
+      "dup v16.4s, w22\n\t"
+      "fdiv v24.4s, v16.4s, v24.4s\n\t"
+      "fdiv v25.4s, v16.4s, v25.4s\n\t"
+      "fdiv v26.4s, v16.4s, v26.4s\n\t"
+      "fdiv v27.4s, v16.4s, v27.4s\n\t"
+      KQ_P1_MEAN("v8", "v9", "v13", "v14", "v18")
+      KQ_P1_MEAN("v10", "v11", "v15", "v17", "v19")
+      "st1 {v18.16b}, [x19], #16\n\t"
+      "st1 {v19.16b}, [x20], #16\n\t"
+      "subs x21, x21, #1\n\t"
+      "b.ne 1b"
+      :
+      : [a] "r"(a)
+      : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13",
+        "x14", "x15", "x16", "x17", "x19", "x20", "x21", "x22", "v0", "v1", "v2", "v3", "v4", "v5",
+        "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13", "v14", "v15", "v16", "v17", "v18",
+        "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31",
+        "cc", "memory");
+}
+#undef KQ_P1_TAP
+#undef KQ_P1_BLOCK
+#undef KQ_P1_FAR
+#undef KQ_P1_FAR_FIRST
+#undef KQ_P1_FARLOADS
+#undef KQ_P1_MEAN
 #undef KQ_P2_LOOKUP
 #undef KQ_P2_TAP
 #undef KQ_P2_LUMA
@@ -1200,13 +1356,49 @@ struct NeonBlocks {
     };
     const bool first = x0 == 0, last = x0 + n == wh;
     if (kPass == 1 && c->inU == c->srcU && c->inV == c->srcV) {
-      steps<Q>(
-          x0, n, first, last, s,
-          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass1Step<decltype(lanes), W, decltype(kind)::value, true>(c, t, wt, sh, x, y,
-                                                                              yUp, yDown);
-          },
-          store);
+      auto compute = [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+        return pass1Step<decltype(lanes), W, decltype(kind)::value, true>(c, t, wt, sh, x, y, yUp,
+                                                                          yDown);
+      };
+#if defined(__aarch64__)
+      if constexpr (std::is_same_v<W, ByLut<80>>) {
+        const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
+        const int M = c->margin;
+        steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          const int X = 2 * x, Y = 2 * y;
+          const size_t row = size_t(Y) * w + X;
+          const uint8_t* lumaY = c->luma + size_t(2 * Y) * lw + 2 * X;
+          const size_t up = size_t(yUp) * w + X, down = size_t(yDown) * w + X;
+          const Pass1Asm a{c->inU + row,
+                           c->inV + row,
+                           lumaY,
+                           c->inU + row + w,
+                           c->inV + row + w,
+                           lumaY + 2 * lw,
+                           c->luma + size_t(2 * yUp) * lw + 2 * X,
+                           c->inU + up,
+                           c->inV + up,
+                           lumaY - 2 * M,
+                           c->inU + row - M,
+                           c->inV + row - M,
+                           lumaY + 2 * M,
+                           c->inU + row + M,
+                           c->inV + row + M,
+                           c->luma + size_t(2 * yDown) * lw + 2 * X,
+                           c->inU + down,
+                           c->inV + down,
+                           outU + x,
+                           outV + x,
+                           int64_t(count),
+                           t.lut,
+                           int64_t(t.centreWeight)};
+          pass1StepsAsm(&a);
+          return x + count * Q::kOut;
+        });
+        return;
+      }
+#endif
+      steps<Q>(x0, n, first, last, s, compute, store);
     } else if (kPass == 1) {
       steps<Q>(
           x0, n, first, last, s,
