@@ -25,6 +25,7 @@
 // and runs shorter than a step take the per-pixel code.
 #include <arm_neon.h>
 
+#include <cstddef>
 #include <cstring>
 #include <type_traits>
 
@@ -1314,6 +1315,146 @@ void pass1StepsAsm(const Pass1Asm* a) {
 #undef KQ_P3_TAP
 #undef KQ_P3_MEAN
 #undef KQ_P3_MEANS
+#else
+// armv7, pass 3's inner steps where the weights' step is 32 (kind 5, the
+// default strength's; a difference's table index d >> 5 is then below 8 and
+// each table fits one d register) and the luma weights look up 24 bytes:
+// one assembly loop, both parities per tap, 8 half-size columns (16
+// outputs) per step. Registers: d0 d1 the weights and slopes, d2-d4 the
+// luma weights, q4 q5 the U|V centres (even, odd: U in the low half), d12
+// d14 the luma centres, d5 d13 the weight sums, q8-q11 the U and V sums
+// (even U, V, odd U, V), q12 a tap's U|V, d26 its luma, d27 q14 q15 q3
+// scratch. Compiled, a step keeps about 70 of its 440 instructions for
+// stack traffic and moves; the loop below has none, but 32-bit ARM has too
+// few general registers for the 20 row pointers: they live in an array
+// (Pass3Armv7), each group of them loaded (ldm), stepped by its
+// post-indexed loads and stored back (stm) once per step.
+struct Pass3Armv7 {
+  const uint8_t *srcU, *srcV, *lumaCentre;
+  const uint8_t* taps[5][3];  // up, left, centre, right, down: luma, U, V
+  uint8_t *outU, *outV;
+  const uint8_t *weights, *slopes, *lutLuma;
+};
+static_assert(offsetof(Pass3Armv7, outU) == 72 && offsetof(Pass3Armv7, weights) == 80,
+              "the loop's view of the pointer array");
+
+// One parity of a tap: centres qC (U|V) and dY, sums dW, qU, qV.
+#define KQ_A7_PARITY(qC, dY, dW, qU, qV)     \
+  "vabd.u8 q15, " qC ", q12\n\t"             \
+  "vshr.u8 q3, q15, #5\n\t"                  \
+  "vshl.u8 q15, q15, #3\n\t"                 \
+  "vtbl.8 d27, {d1}, d6\n\t"                 \
+  "vtbl.8 d6, {d0}, d6\n\t"                  \
+  "vmull.u8 q14, d27, d30\n\t"               \
+  "vrshrn.u16 d27, q14, #8\n\t"              \
+  "vsub.i8 d6, d6, d27\n\t"                  \
+  "vtbl.8 d27, {d1}, d7\n\t"                 \
+  "vtbl.8 d7, {d0}, d7\n\t"                  \
+  "vmull.u8 q14, d27, d31\n\t"               \
+  "vrshrn.u16 d27, q14, #8\n\t"              \
+  "vsub.i8 d7, d7, d27\n\t"                  \
+  "vmull.u8 q14, d7, d6\n\t"                 \
+  "vshrn.u16 d27, q14, #8\n\t"               \
+  "vabd.u8 d6, " dY ", d26\n\t"              \
+  "vtbl.8 d6, {d2, d3, d4}, d6\n\t"          \
+  "vmull.u8 q14, d27, d6\n\t"                \
+  "vshrn.u16 d27, q14, #8\n\t"               \
+  "vshr.u8 d6, d27, #3\n\t"                  \
+  "vsra.u8 d6, d27, #4\n\t"                  \
+  "vadd.i8 " dW ", " dW ", d6\n\t"           \
+  "vmlal.u8 " qU ", d6, d24\n\t"             \
+  "vmlal.u8 " qV ", d6, d25\n\t"
+// One tap: its three pointers from the array (r3), its bytes, the pointers
+// back, both parities.
+#define KQ_A7_TAP                                            \
+  "ldm r3, {r0, r1, r2}\n\t"                                 \
+  "vld4.8 {d26-d29}, [r0]!\n\t"                              \
+  "vld1.8 {d24}, [r1]!\n\t"                                  \
+  "vld1.8 {d25}, [r2]!\n\t"                                  \
+  "stm r3!, {r0, r1, r2}\n\t"                                \
+  KQ_A7_PARITY("q4", "d12", "d5", "q8", "q9")                  \
+  KQ_A7_PARITY("q5", "d14", "d13", "q10", "q11")
+// Reciprocals of the 8 weights in dW (vrecpe refined twice) into q15
+// (lanes 0-3) and q14 (4-7).
+#define KQ_A7_RECIP(dW)                  \
+  "vmovl.u8 q14, " dW "\n\t"             \
+  "vmovl.u16 q15, d28\n\t"               \
+  "vmovl.u16 q14, d29\n\t"               \
+  "vcvt.f32.u32 q15, q15\n\t"            \
+  "vcvt.f32.u32 q14, q14\n\t"            \
+  "vrecpe.f32 q12, q15\n\t"              \
+  "vrecps.f32 q13, q15, q12\n\t"         \
+  "vmul.f32 q12, q13, q12\n\t"           \
+  "vrecps.f32 q13, q15, q12\n\t"         \
+  "vmul.f32 q15, q13, q12\n\t"           \
+  "vrecpe.f32 q12, q14\n\t"              \
+  "vrecps.f32 q13, q14, q12\n\t"         \
+  "vmul.f32 q12, q13, q12\n\t"           \
+  "vrecps.f32 q13, q14, q12\n\t"         \
+  "vmul.f32 q14, q13, q12\n\t"
+// The mean of the 8 sums in qS (d halves lo, hi) into dOut: truncate(sum *
+// r + (0.5 + 2^-11)), the bias in q3.
+#define KQ_A7_MEAN(lo, hi, dOut)          \
+  "vmovl.u16 q12, " lo "\n\t"             \
+  "vmovl.u16 q13, " hi "\n\t"             \
+  "vcvt.f32.u32 q12, q12\n\t"             \
+  "vcvt.f32.u32 q13, q13\n\t"             \
+  "vmul.f32 q12, q12, q15\n\t"            \
+  "vmul.f32 q13, q13, q14\n\t"            \
+  "vadd.f32 q12, q12, q3\n\t"             \
+  "vadd.f32 q13, q13, q3\n\t"             \
+  "vcvt.u32.f32 q12, q12\n\t"             \
+  "vcvt.u32.f32 q13, q13\n\t"             \
+  "vmovn.i32 d24, q12\n\t"                \
+  "vmovn.i32 d25, q13\n\t"                \
+  "vmovn.i16 " dOut ", q12\n\t"
+
+void pass3StepsArmv7(Pass3Armv7* a, int32_t steps) {
+  asm volatile(
+      "add r3, %[a], #80\n\t"  // weights, slopes, luma weights
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld1.8 {d0}, [r0]\n\t"
+      "vld1.8 {d1}, [r1]\n\t"
+      "vld1.8 {d2-d4}, [r2]\n\t"
+      "1:\n\t"
+      "mov r3, %[a]\n\t"
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld2.8 {d8, d10}, [r0]!\n\t"
+      "vld2.8 {d9, d11}, [r1]!\n\t"
+      "vld4.8 {d12-d15}, [r2]!\n\t"
+      "stm r3!, {r0, r1, r2}\n\t"
+      // Own colour, weight 1.
+      "vmov.i8 d5, #1\n\t"
+      "vmov.i8 d13, #1\n\t"
+      "vmovl.u8 q8, d8\n\t"
+      "vmovl.u8 q9, d9\n\t"
+      "vmovl.u8 q10, d10\n\t"
+      "vmovl.u8 q11, d11\n\t"
+      KQ_A7_TAP KQ_A7_TAP KQ_A7_TAP KQ_A7_TAP KQ_A7_TAP
+      "vmov.i32 q3, #0x3f000000\n\t"
+      "vorr.i32 q3, #0x00002000\n\t"  // 0.5 + 2^-11
+      KQ_A7_RECIP("d5")
+      KQ_A7_MEAN("d16", "d17", "d8")
+      KQ_A7_MEAN("d18", "d19", "d9")
+      KQ_A7_RECIP("d13")
+      KQ_A7_MEAN("d20", "d21", "d10")
+      KQ_A7_MEAN("d22", "d23", "d11")
+      "ldm r3, {r0, r1}\n\t"
+      "vst2.8 {d8, d10}, [r0]!\n\t"
+      "vst2.8 {d9, d11}, [r1]!\n\t"
+      "stm r3, {r0, r1}\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b"
+      : [n] "+r"(steps)
+      : [a] "r"(a)
+      : "r0", "r1", "r2", "r3", "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10",
+        "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23",
+        "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+}
+#undef KQ_A7_PARITY
+#undef KQ_A7_TAP
+#undef KQ_A7_RECIP
+#undef KQ_A7_MEAN
 #endif
 
 // The Blocks of chroma_rows.h.
@@ -1524,6 +1665,28 @@ struct NeonBlocks {
       });
       return;
     }
+#else
+    if constexpr (std::is_same_v<WC, ByFormula<5>> && std::is_same_v<WL, ByLutLuma24>) {
+      const Tables* t = tables;
+      steps<Inner>(hx0, hn, first, last, 1, compute, store, [&](int hx, int n) {
+        Pass3Armv7 a{rows.srcU + 2 * hx,
+                     rows.srcV + 2 * hx,
+                     rows.lumaCentre + 4 * hx,
+                     {{rows.lumaUp + 4 * hx, rows.uUp + hx, rows.vUp + hx},
+                      {rows.lumaMid + 4 * hx - 4, rows.uMid + hx - 1, rows.vMid + hx - 1},
+                      {rows.lumaMid + 4 * hx, rows.uMid + hx, rows.vMid + hx},
+                      {rows.lumaMid + 4 * hx + 4, rows.uMid + hx + 1, rows.vMid + hx + 1},
+                      {rows.lumaDown + 4 * hx, rows.uDown + hx, rows.vDown + hx}},
+                     outU + 2 * hx,
+                     outV + 2 * hx,
+                     t->w,
+                     t->s,
+                     t->lutLuma};
+        pass3StepsArmv7(&a, n);
+        return hx + n * Inner::kOut;
+      });
+      return;
+    }
 #endif
     steps<Inner>(hx0, hn, first, last, 1, compute, store);
   }
@@ -1546,7 +1709,7 @@ struct NeonBlocks {
         pass3Steps(c, ByLut<128>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #else
       if (t.reach <= 96)
-        pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+        pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), X0 / 2, n / 2, Y, yUp, y, yDown, &t);
       else
         pass3Steps(c, ByFormula<kShift>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #endif
