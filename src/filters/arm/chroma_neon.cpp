@@ -1376,8 +1376,9 @@ static_assert(offsetof(Pass3Armv7, outU) == 72 && offsetof(Pass3Armv7, weights) 
   KQ_A7_PARITY("q5", "d14", "d13", "q10", "q11")
 // Reciprocals of the 8 weights in dW (vrecpe refined twice) into q15
 // (lanes 0-3) and q14 (4-7).
-#define KQ_A7_RECIP(dW)                  \
-  "vmovl.u8 q14, " dW "\n\t"             \
+#define KQ_A7_RECIP(dW) "vmovl.u8 q14, " dW "\n\t" KQ_A7_RECIP_U16
+// The same from 8 weights in q14 (u16).
+#define KQ_A7_RECIP_U16                  \
   "vmovl.u16 q15, d28\n\t"               \
   "vmovl.u16 q14, d29\n\t"               \
   "vcvt.f32.u32 q15, q15\n\t"            \
@@ -1394,9 +1395,10 @@ static_assert(offsetof(Pass3Armv7, outU) == 72 && offsetof(Pass3Armv7, weights) 
   "vmul.f32 q14, q13, q12\n\t"
 // The mean of the 8 sums in qS (d halves lo, hi) into dOut: truncate(sum *
 // r + (0.5 + 2^-11)), the bias in q3.
-#define KQ_A7_MEAN(lo, hi, dOut)          \
-  "vmovl.u16 q12, " lo "\n\t"             \
-  "vmovl.u16 q13, " hi "\n\t"             \
+#define KQ_A7_MEAN(lo, hi, dOut) \
+  "vmovl.u16 q12, " lo "\n\tvmovl.u16 q13, " hi "\n\t" KQ_A7_MEAN_U32(dOut)
+// The same from sums already in q12, q13 (u32).
+#define KQ_A7_MEAN_U32(dOut)              \
   "vcvt.f32.u32 q12, q12\n\t"             \
   "vcvt.f32.u32 q13, q13\n\t"             \
   "vmul.f32 q12, q12, q15\n\t"            \
@@ -1451,10 +1453,134 @@ void pass3StepsArmv7(Pass3Armv7* a, int32_t steps) {
         "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23",
         "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
 }
+
+// armv7, pass 1's inner steps on the source planes with step-32 tables, 8
+// outputs per step, in the same way: d0 d1 the weights and slopes, d4 the
+// centre's weight, q4 the U|V centres and d12 the luma centre, d2 q8 q9 the
+// block's weight, U and V sums, d3 q10 q11 the far taps'; the row pointers
+// in groups of U, V, luma (Pass1Armv7). A tap weighs its luma difference by
+// the tables too (pass 1 does not count it four times).
+struct Pass1Armv7 {
+  const uint8_t* rows[6][3];  // 2y, 2y + 1, up, left, right, down: U, V, luma
+  uint8_t *outU, *outV;
+  const uint8_t *weights, *slopes, *centreWeight;
+};
+static_assert(offsetof(Pass1Armv7, outU) == 72 && offsetof(Pass1Armv7, weights) == 80,
+              "the loop's view of the pointer array");
+
+// One tap: U|V bytes in qT (dTlo, dThi), luma in dTY; scratch qD, qK, dA,
+// qP; its weight into dWd, then upd, then the sums by mull into qU, qV.
+#define KQ_A7_P1TAP(qT, dTlo, dThi, dTY, qD, dDlo, dDhi, qK, dKlo, dKhi, dA, qP, dWd, upd, mull, \
+                    qU, qV)                                                                     \
+  "vabd.u8 " qD ", q4, " qT "\n\t"                                                              \
+  "vshr.u8 " qK ", " qD ", #5\n\t"                                                              \
+  "vshl.u8 " qD ", " qD ", #3\n\t"                                                              \
+  "vtbl.8 " dA ", {d1}, " dKlo "\n\t"                                                           \
+  "vtbl.8 " dKlo ", {d0}, " dKlo "\n\t"                                                         \
+  "vmull.u8 " qP ", " dA ", " dDlo "\n\t"                                                       \
+  "vrshrn.u16 " dA ", " qP ", #8\n\t"                                                           \
+  "vsub.i8 " dKlo ", " dKlo ", " dA "\n\t"                                                      \
+  "vtbl.8 " dA ", {d1}, " dKhi "\n\t"                                                           \
+  "vtbl.8 " dKhi ", {d0}, " dKhi "\n\t"                                                         \
+  "vmull.u8 " qP ", " dA ", " dDhi "\n\t"                                                       \
+  "vrshrn.u16 " dA ", " qP ", #8\n\t"                                                           \
+  "vsub.i8 " dKhi ", " dKhi ", " dA "\n\t"                                                      \
+  "vmull.u8 " qP ", " dKhi ", " dKlo "\n\t"                                                     \
+  "vshrn.u16 " dA ", " qP ", #8\n\t"                                                            \
+  "vabd.u8 " dDlo ", d12, " dTY "\n\t"                                                          \
+  "vshr.u8 " dKlo ", " dDlo ", #5\n\t"                                                          \
+  "vshl.u8 " dDlo ", " dDlo ", #3\n\t"                                                          \
+  "vtbl.8 " dDhi ", {d1}, " dKlo "\n\t"                                                         \
+  "vtbl.8 " dKlo ", {d0}, " dKlo "\n\t"                                                         \
+  "vmull.u8 " qP ", " dDhi ", " dDlo "\n\t"                                                     \
+  "vrshrn.u16 " dDhi ", " qP ", #8\n\t"                                                         \
+  "vsub.i8 " dKlo ", " dKlo ", " dDhi "\n\t"                                                    \
+  "vmull.u8 " qP ", " dA ", " dKlo "\n\t"                                                       \
+  "vshrn.u16 " dA ", " qP ", #8\n\t"                                                            \
+  "vshr.u8 " dWd ", " dA ", #3\n\t"                                                             \
+  "vsra.u8 " dWd ", " dA ", #4\n\t" upd                                                         \
+  mull " " qU ", " dWd ", " dTlo "\n\t"                                                         \
+  mull " " qV ", " dWd ", " dThi "\n\t"
+// Taps from q12 (U|V) and d28 (luma) with scratch q5 q3 d13 q7.
+#define KQ_A7_P1FAR(dWd, upd, mull)                                                         \
+  KQ_A7_P1TAP("q12", "d24", "d25", "d28", "q5", "d10", "d11", "q3", "d6", "d7", "d13", "q7", \
+              dWd, upd, mull, "q10", "q11")
+#define KQ_A7_P1LOADS                   \
+  "ldm r3, {r0, r1, r2}\n\t"            \
+  "vld2.8 {d24, d26}, [r0]!\n\t"        \
+  "vld2.8 {d25, d27}, [r1]!\n\t"        \
+  "vld4.8 {d28-d31}, [r2]!\n\t"         \
+  "stm r3!, {r0, r1, r2}\n\t"
+
+void pass1StepsArmv7(Pass1Armv7* a, int32_t steps) {
+  asm volatile(
+      "add r3, %[a], #80\n\t"  // weights, slopes, centre weight
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld1.8 {d0}, [r0]\n\t"
+      "vld1.8 {d1}, [r1]\n\t"
+      "vld1.8 {d4[]}, [r2]\n\t"
+      "1:\n\t"
+      "mov r3, %[a]\n\t"
+      // Row 2y: the centre (q4, d12) and the block's pixel (0, 1) (q5, d14).
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld2.8 {d8, d10}, [r0]!\n\t"
+      "vld2.8 {d9, d11}, [r1]!\n\t"
+      "vld4.8 {d12-d15}, [r2]!\n\t"
+      "stm r3!, {r0, r1, r2}\n\t"
+      "vmov.i8 d2, #1\n\t"
+      "vadd.i8 d2, d2, d4\n\t"
+      "vmull.u8 q8, d4, d8\n\t"
+      "vmull.u8 q9, d4, d9\n\t"
+      KQ_A7_P1TAP("q5", "d10", "d11", "d14", "q15", "d30", "d31", "q3", "d6", "d7", "d27", "q14",
+                  "d7", "vadd.i8 d2, d2, d7\n\t", "vmlal.u8", "q8", "q9")
+      // Row 2y + 1: (1, 1) then (1, 0).
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld2.8 {d24, d26}, [r0]!\n\t"
+      "vld2.8 {d25, d27}, [r1]!\n\t"
+      "vld4.8 {d28-d31}, [r2]!\n\t"
+      "stm r3!, {r0, r1, r2}\n\t"
+      KQ_A7_P1TAP("q13", "d26", "d27", "d30", "q5", "d10", "d11", "q3", "d6", "d7", "d13", "q7",
+                  "d7", "vadd.i8 d2, d2, d7\n\t", "vmlal.u8", "q8", "q9")
+      KQ_A7_P1TAP("q12", "d24", "d25", "d28", "q5", "d10", "d11", "q3", "d6", "d7", "d13", "q7",
+                  "d7", "vadd.i8 d2, d2, d7\n\t", "vmlal.u8", "q8", "q9")
+      // The far taps: up (its weight and products start the far sums),
+      // left, right, down.
+      KQ_A7_P1LOADS KQ_A7_P1FAR("d3", "", "vmull.u8")
+      KQ_A7_P1LOADS KQ_A7_P1FAR("d7", "vadd.i8 d3, d3, d7\n\t", "vmlal.u8")
+      KQ_A7_P1LOADS KQ_A7_P1FAR("d7", "vadd.i8 d3, d3, d7\n\t", "vmlal.u8")
+      KQ_A7_P1LOADS KQ_A7_P1FAR("d7", "vadd.i8 d3, d3, d7\n\t", "vmlal.u8")
+      // Means of the block's and far sums together.
+      "vmov.i32 q3, #0x3f000000\n\t"
+      "vorr.i32 q3, #0x00002000\n\t"  // 0.5 + 2^-11
+      "vaddl.u8 q14, d2, d3\n\t"
+      KQ_A7_RECIP_U16
+      "vaddl.u16 q12, d16, d20\n\t"
+      "vaddl.u16 q13, d17, d21\n\t"
+      KQ_A7_MEAN_U32("d8")
+      "vaddl.u16 q12, d18, d22\n\t"
+      "vaddl.u16 q13, d19, d23\n\t"
+      KQ_A7_MEAN_U32("d9")
+      "ldm r3, {r0, r1}\n\t"
+      "vst1.8 {d8}, [r0]!\n\t"
+      "vst1.8 {d9}, [r1]!\n\t"
+      "stm r3, {r0, r1}\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b"
+      : [n] "+r"(steps)
+      : [a] "r"(a)
+      : "r0", "r1", "r2", "r3", "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10",
+        "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23",
+        "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+}
+#undef KQ_A7_P1TAP
+#undef KQ_A7_P1FAR
+#undef KQ_A7_P1LOADS
 #undef KQ_A7_PARITY
 #undef KQ_A7_TAP
 #undef KQ_A7_RECIP
+#undef KQ_A7_RECIP_U16
 #undef KQ_A7_MEAN
+#undef KQ_A7_MEAN_U32
 #endif
 
 // The Blocks of chroma_rows.h.
@@ -1501,6 +1627,32 @@ struct NeonBlocks {
         return pass1Step<decltype(lanes), W, decltype(kind)::value, true>(c, t, wt, sh, x, y, yUp,
                                                                           yDown);
       };
+#if !defined(__aarch64__)
+      if constexpr (std::is_same_v<W, ByFormula<5>>) {
+        const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
+        const int M = c->margin;
+        steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          const int X = 2 * x, Y = 2 * y;
+          const size_t row = size_t(Y) * w + X;
+          const uint8_t* lumaY = c->luma + size_t(2 * Y) * lw + 2 * X;
+          const size_t up = size_t(yUp) * w + X, down = size_t(yDown) * w + X;
+          Pass1Armv7 a{{{c->inU + row, c->inV + row, lumaY},
+                        {c->inU + row + w, c->inV + row + w, lumaY + 2 * lw},
+                        {c->inU + up, c->inV + up, c->luma + size_t(2 * yUp) * lw + 2 * X},
+                        {c->inU + row - M, c->inV + row - M, lumaY - 2 * M},
+                        {c->inU + row + M, c->inV + row + M, lumaY + 2 * M},
+                        {c->inU + down, c->inV + down, c->luma + size_t(2 * yDown) * lw + 2 * X}},
+                       outU + x,
+                       outV + x,
+                       t.w,
+                       t.s,
+                       &t.centreWeight};
+          pass1StepsArmv7(&a, count);
+          return x + count * Inner::kOut;
+        });
+        return;
+      }
+#endif
 #if defined(__aarch64__)
       if constexpr (std::is_same_v<W, ByLut<80>>) {
         const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
