@@ -1472,6 +1472,22 @@ static_assert(offsetof(Pass1Armv7, outU) == 72 && offsetof(Pass1Armv7, weights) 
 // qP; its weight into dWd, then upd, then the sums by mull into qU, qV.
 #define KQ_A7_P1TAP(qT, dTlo, dThi, dTY, qD, dDlo, dDhi, qK, dKlo, dKhi, dA, qP, dWd, upd, mull, \
                     qU, qV)                                                                     \
+  KQ_A7_TAPW(qT, dTlo, dThi, qD, dDlo, dDhi, qK, dKlo, dKhi, dA, qP,                             \
+             KQ_A7_LUMAW(dTY, dDlo, dDhi, dKlo, qP), dKlo, dWd, upd, mull, qU, qV)
+// A tap's weight by the tables from |d12 - dTY| into dW (scratch dD, dS, qP).
+#define KQ_A7_LUMAW(dTY, dD, dS, dW, qP)               \
+  "vabd.u8 " dD ", d12, " dTY "\n\t"                   \
+  "vshr.u8 " dW ", " dD ", #5\n\t"                     \
+  "vshl.u8 " dD ", " dD ", #3\n\t"                     \
+  "vtbl.8 " dS ", {d1}, " dW "\n\t"                    \
+  "vtbl.8 " dW ", {d0}, " dW "\n\t"                    \
+  "vmull.u8 " qP ", " dS ", " dD "\n\t"                \
+  "vrshrn.u16 " dS ", " qP ", #8\n\t"                  \
+  "vsub.i8 " dW ", " dW ", " dS "\n\t"
+// The general tap: luma computes the luma weight into dWY (or is empty
+// where dWY holds it already).
+#define KQ_A7_TAPW(qT, dTlo, dThi, qD, dDlo, dDhi, qK, dKlo, dKhi, dA, qP, luma, dWY, dWd, upd,  \
+                   mull, qU, qV)                                                                \
   "vabd.u8 " qD ", q4, " qT "\n\t"                                                              \
   "vshr.u8 " qK ", " qD ", #5\n\t"                                                              \
   "vshl.u8 " qD ", " qD ", #3\n\t"                                                              \
@@ -1486,16 +1502,8 @@ static_assert(offsetof(Pass1Armv7, outU) == 72 && offsetof(Pass1Armv7, weights) 
   "vrshrn.u16 " dA ", " qP ", #8\n\t"                                                           \
   "vsub.i8 " dKhi ", " dKhi ", " dA "\n\t"                                                      \
   "vmull.u8 " qP ", " dKhi ", " dKlo "\n\t"                                                     \
-  "vshrn.u16 " dA ", " qP ", #8\n\t"                                                            \
-  "vabd.u8 " dDlo ", d12, " dTY "\n\t"                                                          \
-  "vshr.u8 " dKlo ", " dDlo ", #5\n\t"                                                          \
-  "vshl.u8 " dDlo ", " dDlo ", #3\n\t"                                                          \
-  "vtbl.8 " dDhi ", {d1}, " dKlo "\n\t"                                                         \
-  "vtbl.8 " dKlo ", {d0}, " dKlo "\n\t"                                                         \
-  "vmull.u8 " qP ", " dDhi ", " dDlo "\n\t"                                                     \
-  "vrshrn.u16 " dDhi ", " qP ", #8\n\t"                                                         \
-  "vsub.i8 " dKlo ", " dKlo ", " dDhi "\n\t"                                                    \
-  "vmull.u8 " qP ", " dA ", " dKlo "\n\t"                                                       \
+  "vshrn.u16 " dA ", " qP ", #8\n\t" luma                                                       \
+  "vmull.u8 " qP ", " dA ", " dWY "\n\t"                                                        \
   "vshrn.u16 " dA ", " qP ", #8\n\t"                                                            \
   "vshr.u8 " dWd ", " dA ", #3\n\t"                                                             \
   "vsra.u8 " dWd ", " dA ", #4\n\t" upd                                                         \
@@ -1572,6 +1580,72 @@ void pass1StepsArmv7(Pass1Armv7* a, int32_t steps) {
         "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23",
         "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
 }
+
+// armv7, pass 2's inner steps with step-32 tables, 8 outputs per step, in
+// the same way: d0 d1 the weights and slopes, d4 the weight of a luma
+// difference 0 (the centre tap's), q4 the U|V centres, d12 the luma centre,
+// d2 q8 q9 the sums; the row pointers in groups of U, V, luma (the centre
+// tap's luma pointer is not used: its luma is the centre's).
+struct Pass2Armv7 {
+  const uint8_t *srcU, *srcV, *lumaCentre;
+  const uint8_t* taps[5][3];  // up, left, centre, right, down: U, V, luma
+  uint8_t *outU, *outV;
+  const uint8_t *weights, *slopes, *w0;
+};
+static_assert(offsetof(Pass2Armv7, outU) == 72 && offsetof(Pass2Armv7, weights) == 80,
+              "the loop's view of the pointer array");
+
+#define KQ_A7_P2TAP(luma, dWY)                                                                   \
+  "ldm r3, {r0, r1, r2}\n\t"                                                                      \
+  "vld1.8 {d24}, [r0]!\n\t"                                                                       \
+  "vld1.8 {d25}, [r1]!\n\t"                                                                       \
+  "vld4.8 {d28-d31}, [r2]!\n\t"                                                                   \
+  "stm r3!, {r0, r1, r2}\n\t"                                                                     \
+  KQ_A7_TAPW("q12", "d24", "d25", "q5", "d10", "d11", "q3", "d6", "d7", "d13", "q7", luma, dWY, \
+             "d7", "vadd.i8 d2, d2, d7\n\t", "vmlal.u8", "q8", "q9")
+
+void pass2StepsArmv7(Pass2Armv7* a, int32_t steps) {
+  asm volatile(
+      "add r3, %[a], #80\n\t"  // weights, slopes, w0
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld1.8 {d0}, [r0]\n\t"
+      "vld1.8 {d1}, [r1]\n\t"
+      "vld1.8 {d4[]}, [r2]\n\t"
+      "1:\n\t"
+      "mov r3, %[a]\n\t"
+      "ldm r3, {r0, r1, r2}\n\t"
+      "vld2.8 {d8, d10}, [r0]!\n\t"
+      "vld2.8 {d9, d11}, [r1]!\n\t"
+      "vld4.8 {d12-d15}, [r2]!\n\t"
+      "stm r3!, {r0, r1, r2}\n\t"
+      "vmov.i8 d2, #1\n\t"
+      "vmov.i16 q8, #0\n\t"
+      "vmov.i16 q9, #0\n\t"
+      KQ_A7_P2TAP(KQ_A7_LUMAW("d28", "d10", "d11", "d6", "q7"), "d6")
+      KQ_A7_P2TAP(KQ_A7_LUMAW("d28", "d10", "d11", "d6", "q7"), "d6")
+      KQ_A7_P2TAP("", "d4")
+      KQ_A7_P2TAP(KQ_A7_LUMAW("d28", "d10", "d11", "d6", "q7"), "d6")
+      KQ_A7_P2TAP(KQ_A7_LUMAW("d28", "d10", "d11", "d6", "q7"), "d6")
+      "vmov.i32 q3, #0x3f000000\n\t"
+      "vorr.i32 q3, #0x00002000\n\t"  // 0.5 + 2^-11
+      KQ_A7_RECIP("d2")
+      KQ_A7_MEAN("d16", "d17", "d8")
+      KQ_A7_MEAN("d18", "d19", "d9")
+      "ldm r3, {r0, r1}\n\t"
+      "vst1.8 {d8}, [r0]!\n\t"
+      "vst1.8 {d9}, [r1]!\n\t"
+      "stm r3, {r0, r1}\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b"
+      : [n] "+r"(steps)
+      : [a] "r"(a)
+      : "r0", "r1", "r2", "r3", "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10",
+        "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23",
+        "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+}
+#undef KQ_A7_P2TAP
+#undef KQ_A7_LUMAW
+#undef KQ_A7_TAPW
 #undef KQ_A7_P1TAP
 #undef KQ_A7_P1FAR
 #undef KQ_A7_P1LOADS
@@ -1705,6 +1779,32 @@ struct NeonBlocks {
         return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y, yUp,
                                                                     yDown);
       };
+#if !defined(__aarch64__)
+      if constexpr (std::is_same_v<W, ByFormula<5>>) {
+        const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
+        steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          const uint8_t* lumaY = c->luma + size_t(4 * y) * lw + 4 * x;
+          const size_t at = size_t(y) * wh + x, up = size_t(yUp) * wh + x,
+                       down = size_t(yDown) * wh + x;
+          Pass2Armv7 a{c->srcU + size_t(2 * y) * w + 2 * x,
+                       c->srcV + size_t(2 * y) * w + 2 * x,
+                       lumaY,
+                       {{c->inU + up, c->inV + up, c->luma + size_t(4 * yUp) * lw + 4 * x},
+                        {c->inU + at - s, c->inV + at - s, lumaY - 4 * s},
+                        {c->inU + at, c->inV + at, lumaY},
+                        {c->inU + at + s, c->inV + at + s, lumaY + 4 * s},
+                        {c->inU + down, c->inV + down, c->luma + size_t(4 * yDown) * lw + 4 * x}},
+                       outU + x,
+                       outV + x,
+                       t.w,
+                       t.s,
+                       &t.w[0]};
+          pass2StepsArmv7(&a, count);
+          return x + count * Inner::kOut;
+        });
+        return;
+      }
+#endif
 #if defined(__aarch64__)
       if constexpr (std::is_same_v<W, ByLut<80>>) {
         const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
