@@ -145,9 +145,6 @@ inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8
 // loaded before they are weighed (the loads' latency hidden on in-order
 // cores), and the quotients, at most 257, saturate in the narrowing to bytes
 // (uqxtn), which is min(255, q) as the float clamp was.
-#define KQ_W(t, w) "uabd " w ".16b, " t ".16b, v0.16b\n\tuqsub " w ".16b, %[k30].16b, " w ".16b\n\t"
-#define KQ_ACC(t, w, lo, hi) \
-  "umlal " lo ".8h, " w ".8b, " t ".8b\n\tumlal2 " hi ".8h, " w ".16b, " t ".16b\n\t"
 void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                       int32_t weight) {
   const uint8x16_t k30 = vdupq_n_u8(30);
@@ -161,57 +158,108 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
   int64_t n = blocks;
   asm volatile(
       "1:\n\t"
-      // Group A: the centre (weight 30) and rows y (-6, -1, +1, +6), y - 1
-      // (-4, 0, +4). y0 is 16 on after the centre's load.
+      // All 16 rows' bytes first: group A (the centre, weight 30; rows y at
+      // -6, -1, +1, +6 and y - 1 at -4, 0, +4) in v4-v10, group B (rows y +
+      // 1 at -4, -2, 0, +4, y - 4 and y + 4 at -2, +2) in v16-v23; y0 is 16
+      // on after the centre's load. Then the taps two at a time, one of
+      // each group, the next pair weighed while this one is summed: six
+      // independent sums in turn, so that no instruction waits for the one
+      // before it (the in-order cores issue in program order).
       "ldr q0, [%[y0]], #16\n\t"
       "ldur q4, [%[y0], #-22]\n\t"
       "ldur q5, [%[y0], #-17]\n\t"
       "ldur q6, [%[y0], #-15]\n\t"
       "ldur q7, [%[y0], #-10]\n\t"
+      "ldur q16, [%[d1], #-4]\n\t"
+      "ldur q17, [%[d1], #-2]\n\t"
       "ldur q8, [%[u1], #-4]\n\t"
       "ldur q9, [%[u1], #4]\n\t"
       "ldr q10, [%[u1]], #16\n\t"
+      "ldur q19, [%[d1], #4]\n\t"
+      "ldr q18, [%[d1]], #16\n\t"
+      "ldur q20, [%[u4], #-2]\n\t"
+      "ldur q21, [%[u4], #2]\n\t"
+      "ldur q22, [%[d4], #-2]\n\t"
+      "ldur q23, [%[d4], #2]\n\t"
       "umull v1.8h, v0.8b, %[k30].8b\n\t"
       "umull2 v2.8h, v0.16b, %[k30].16b\n\t"
-      KQ_W("v4", "v16") KQ_W("v5", "v17") KQ_W("v6", "v18") KQ_W("v7", "v19")
-      KQ_W("v8", "v20") KQ_W("v9", "v21") KQ_W("v10", "v22")
-      KQ_ACC("v4", "v16", "v1", "v2") KQ_ACC("v5", "v17", "v1", "v2")
-      KQ_ACC("v6", "v18", "v1", "v2") KQ_ACC("v7", "v19", "v1", "v2")
-      KQ_ACC("v8", "v20", "v1", "v2") KQ_ACC("v9", "v21", "v1", "v2")
-      KQ_ACC("v10", "v22", "v1", "v2")
-      "add v3.16b, %[k30].16b, v16.16b\n\t"
-      "add v3.16b, v3.16b, v17.16b\n\t"
-      "add v3.16b, v3.16b, v18.16b\n\t"
-      "add v3.16b, v3.16b, v19.16b\n\t"
-      "add v3.16b, v3.16b, v20.16b\n\t"
-      "add v3.16b, v3.16b, v21.16b\n\t"
-      "add v3.16b, v3.16b, v22.16b\n\t"
-      // Group B: rows y + 1 (-4, -2, 0, +4), y - 4 and y + 4 (-2, +2).
-      "ldur q4, [%[d1], #-4]\n\t"
-      "ldur q5, [%[d1], #-2]\n\t"
-      "ldur q6, [%[d1], #4]\n\t"
-      "ldr q7, [%[d1]], #16\n\t"
-      "ldur q8, [%[u4], #-2]\n\t"
-      "ldur q9, [%[u4], #2]\n\t"
-      "ldur q10, [%[d4], #-2]\n\t"
-      "ldur q11, [%[d4], #2]\n\t"
       "add %[u4], %[u4], #16\n\t"
       "add %[d4], %[d4], #16\n\t"
-      KQ_W("v4", "v16") KQ_W("v5", "v17") KQ_W("v6", "v18") KQ_W("v7", "v19")
-      KQ_W("v8", "v20") KQ_W("v9", "v21") KQ_W("v10", "v22") KQ_W("v11", "v23")
-      "umull v12.8h, v16.8b, v4.8b\n\t"
-      "umull2 v13.8h, v16.16b, v4.16b\n\t"
-      KQ_ACC("v5", "v17", "v12", "v13") KQ_ACC("v6", "v18", "v12", "v13")
-      KQ_ACC("v7", "v19", "v12", "v13") KQ_ACC("v8", "v20", "v12", "v13")
-      KQ_ACC("v9", "v21", "v12", "v13") KQ_ACC("v10", "v22", "v12", "v13")
-      KQ_ACC("v11", "v23", "v12", "v13")
-      "add v14.16b, v16.16b, v17.16b\n\t"
-      "add v14.16b, v14.16b, v18.16b\n\t"
-      "add v14.16b, v14.16b, v19.16b\n\t"
-      "add v14.16b, v14.16b, v20.16b\n\t"
-      "add v14.16b, v14.16b, v21.16b\n\t"
-      "add v14.16b, v14.16b, v22.16b\n\t"
-      "add v14.16b, v14.16b, v23.16b\n\t"
+      "uabd v11.16b, v4.16b, v0.16b\n\t"
+      "uabd v14.16b, v16.16b, v0.16b\n\t"
+      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
+      "uqsub v14.16b, %[k30].16b, v14.16b\n\t"
+      "uabd v24.16b, v5.16b, v0.16b\n\t"
+      "umlal v1.8h, v11.8b, v4.8b\n\t"
+      "uabd v25.16b, v17.16b, v0.16b\n\t"
+      "umull v12.8h, v14.8b, v16.8b\n\t"
+      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
+      "umlal2 v2.8h, v11.16b, v4.16b\n\t"
+      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
+      "umull2 v13.8h, v14.16b, v16.16b\n\t"
+      "add v3.16b, %[k30].16b, v11.16b\n\t"
+      "uabd v11.16b, v6.16b, v0.16b\n\t"
+      "umlal v1.8h, v24.8b, v5.8b\n\t"
+      "uabd v15.16b, v18.16b, v0.16b\n\t"
+      "umlal v12.8h, v25.8b, v17.8b\n\t"
+      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
+      "umlal2 v2.8h, v24.16b, v5.16b\n\t"
+      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
+      "umlal2 v13.8h, v25.16b, v17.16b\n\t"
+      "add v3.16b, v3.16b, v24.16b\n\t"
+      "add v14.16b, v14.16b, v25.16b\n\t"
+      "uabd v24.16b, v7.16b, v0.16b\n\t"
+      "umlal v1.8h, v11.8b, v6.8b\n\t"
+      "uabd v25.16b, v19.16b, v0.16b\n\t"
+      "umlal v12.8h, v15.8b, v18.8b\n\t"
+      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
+      "umlal2 v2.8h, v11.16b, v6.16b\n\t"
+      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
+      "umlal2 v13.8h, v15.16b, v18.16b\n\t"
+      "add v3.16b, v3.16b, v11.16b\n\t"
+      "add v14.16b, v14.16b, v15.16b\n\t"
+      "uabd v11.16b, v8.16b, v0.16b\n\t"
+      "umlal v1.8h, v24.8b, v7.8b\n\t"
+      "uabd v15.16b, v20.16b, v0.16b\n\t"
+      "umlal v12.8h, v25.8b, v19.8b\n\t"
+      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
+      "umlal2 v2.8h, v24.16b, v7.16b\n\t"
+      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
+      "umlal2 v13.8h, v25.16b, v19.16b\n\t"
+      "add v3.16b, v3.16b, v24.16b\n\t"
+      "add v14.16b, v14.16b, v25.16b\n\t"
+      "uabd v24.16b, v9.16b, v0.16b\n\t"
+      "umlal v1.8h, v11.8b, v8.8b\n\t"
+      "uabd v25.16b, v21.16b, v0.16b\n\t"
+      "umlal v12.8h, v15.8b, v20.8b\n\t"
+      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
+      "umlal2 v2.8h, v11.16b, v8.16b\n\t"
+      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
+      "umlal2 v13.8h, v15.16b, v20.16b\n\t"
+      "add v3.16b, v3.16b, v11.16b\n\t"
+      "add v14.16b, v14.16b, v15.16b\n\t"
+      "uabd v11.16b, v10.16b, v0.16b\n\t"
+      "umlal v1.8h, v24.8b, v9.8b\n\t"
+      "uabd v15.16b, v22.16b, v0.16b\n\t"
+      "umlal v12.8h, v25.8b, v21.8b\n\t"
+      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
+      "umlal2 v2.8h, v24.16b, v9.16b\n\t"
+      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
+      "umlal2 v13.8h, v25.16b, v21.16b\n\t"
+      "add v3.16b, v3.16b, v24.16b\n\t"
+      "add v14.16b, v14.16b, v25.16b\n\t"
+      "uabd v25.16b, v23.16b, v0.16b\n\t"
+      "umlal v1.8h, v11.8b, v10.8b\n\t"
+      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
+      "umlal v12.8h, v15.8b, v22.8b\n\t"
+      "umlal2 v2.8h, v11.16b, v10.16b\n\t"
+      "umlal2 v13.8h, v15.16b, v22.16b\n\t"
+      "add v3.16b, v3.16b, v11.16b\n\t"
+      "add v14.16b, v14.16b, v15.16b\n\t"
+      "umlal v12.8h, v25.8b, v23.8b\n\t"
+      "umlal2 v13.8h, v25.16b, v23.16b\n\t"
+      "add v14.16b, v14.16b, v25.16b\n\t"
+
       // D in u16, N in u32, quotients trunc(float(N) * vrecpe(float(D))).
       "uaddl v16.8h, v3.8b, v14.8b\n\t"
       "uaddl2 v17.8h, v3.16b, v14.16b\n\t"
@@ -261,141 +309,9 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
         [out] "+r"(out), [n] "+r"(n)
       : [k30] "w"(k30), [bw] "w"(bw), [biw] "w"(biw)
       : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
-        "v14", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "cc", "memory");
+        "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "cc",
+        "memory");
 }
-#undef KQ_W
-#undef KQ_ACC
-#else
-// The same loop for armv7, whose loads take no offsets: each row's pointer
-// walks its taps by post-indexed loads, the steps between them in registers
-// (row y: -6, -1, 0, +1, +6, then the next block's -6: 5, 1, 1, 5, 4; row
-// y - 1: -4, 0, +4: 4, 4, 8; row y + 1: -4, -2, 0, +4: 2, 2, 4, 8; rows
-// y -/+ 4: -2, +2: 4, 12). Compiled, the loop spends an add on every tap's
-// address and 8 register moves per block (162 instructions; 139 here).
-// Registers: q0 the centres, q1-q3 and q4-q6 the two groups' sums (lo, hi,
-// weights), q7 a tap's weight, q8-q13 the taps (the last ones of a group
-// loaded as the first ones are summed), q14 and q15 the blend weights and
-// 30 (operands).
-#define KQ_T7(t, tlo, thi, lo, hi, ws)       \
-  "vabd.u8 q7, " t ", q0\n\t"               \
-  "vqsub.u8 q7, %q[k30], q7\n\t"            \
-  "vmlal.u8 " lo ", d14, " tlo "\n\t"       \
-  "vmlal.u8 " hi ", d15, " thi "\n\t"       \
-  "vadd.i8 " ws ", " ws ", q7\n\t"
-void nrBlendBlocksArmv7(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
-                        int32_t weight) {
-  const uint8x16_t k30 = vdupq_n_u8(30);
-  const uint8x16_t bwi = vcombine_u8(vdup_n_u8(uint8_t(weight)), vdup_n_u8(uint8_t(128 - weight)));
-  const uint8_t* y0 = src;               // column x - 6 of block 0 (x = 6)
-  const uint8_t* u1 = src + 2 - stride;  // x - 4
-  const uint8_t* d1 = src + 2 + stride;
-  const uint8_t* u4 = src + 4 - 4 * stride;  // x - 2
-  const uint8_t* d4 = src + 4 + 4 * stride;
-  uint8_t* out = dst + 6;
-  int32_t n = blocks;
-  const int32_t s1 = 1, s2 = 2, s4 = 4, s5 = 5, s8 = 8, s12 = 12;
-  asm volatile(
-      "1:\n\t"
-      // Group A: the centre (weight 30) and rows y, y - 1.
-      "vld1.8 {d16-d17}, [%[y0]], %[s5]\n\t"   // -6
-      "vld1.8 {d18-d19}, [%[y0]], %[s1]\n\t"   // -1
-      "vld1.8 {d0-d1}, [%[y0]], %[s1]\n\t"     // centre
-      "vld1.8 {d20-d21}, [%[y0]], %[s5]\n\t"   // +1
-      "vld1.8 {d22-d23}, [%[y0]], %[s4]\n\t"   // +6
-      "vld1.8 {d24-d25}, [%[u1]], %[s4]\n\t"   // y - 1: -4
-      "vld1.8 {d26-d27}, [%[u1]], %[s4]\n\t"   // 0
-      "vmull.u8 q1, d0, %e[k30]\n\t"
-      "vmull.u8 q2, d1, %e[k30]\n\t"
-      "vabd.u8 q7, q8, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vmlal.u8 q1, d14, d16\n\t"
-      "vmlal.u8 q2, d15, d17\n\t"
-      "vadd.i8 q3, %q[k30], q7\n\t"
-      "vld1.8 {d16-d17}, [%[u1]], %[s8]\n\t"   // +4
-      KQ_T7("q9", "d18", "d19", "q1", "q2", "q3")
-      KQ_T7("q10", "d20", "d21", "q1", "q2", "q3")
-      KQ_T7("q11", "d22", "d23", "q1", "q2", "q3")
-      KQ_T7("q12", "d24", "d25", "q1", "q2", "q3")
-      KQ_T7("q13", "d26", "d27", "q1", "q2", "q3")
-      KQ_T7("q8", "d16", "d17", "q1", "q2", "q3")
-      // Group B: rows y + 1, y - 4, y + 4; its first tap's weight starts
-      // the weight sum (q6), its products the sums.
-      "vld1.8 {d16-d17}, [%[d1]], %[s2]\n\t"   // y + 1: -4
-      "vld1.8 {d18-d19}, [%[d1]], %[s2]\n\t"   // -2
-      "vld1.8 {d20-d21}, [%[d1]], %[s4]\n\t"   // 0
-      "vld1.8 {d22-d23}, [%[d1]], %[s8]\n\t"   // +4
-      "vld1.8 {d24-d25}, [%[u4]], %[s4]\n\t"   // y - 4: -2
-      "vld1.8 {d26-d27}, [%[u4]], %[s12]\n\t"  // +2
-      "vabd.u8 q6, q8, q0\n\t"
-      "vqsub.u8 q6, %q[k30], q6\n\t"
-      "vmull.u8 q4, d12, d16\n\t"
-      "vmull.u8 q5, d13, d17\n\t"
-      "vld1.8 {d16-d17}, [%[d4]], %[s4]\n\t"   // y + 4: -2
-      KQ_T7("q9", "d18", "d19", "q4", "q5", "q6")
-      "vld1.8 {d18-d19}, [%[d4]], %[s12]\n\t"  // +2
-      KQ_T7("q10", "d20", "d21", "q4", "q5", "q6")
-      KQ_T7("q11", "d22", "d23", "q4", "q5", "q6")
-      KQ_T7("q12", "d24", "d25", "q4", "q5", "q6")
-      KQ_T7("q13", "d26", "d27", "q4", "q5", "q6")
-      KQ_T7("q8", "d16", "d17", "q4", "q5", "q6")
-      KQ_T7("q9", "d18", "d19", "q4", "q5", "q6")
-      // D (u16), N (u32), quotients trunc(float(N) * vrecpe(float(D))),
-      // saturated to bytes.
-      "vaddl.u8 q8, d6, d12\n\t"
-      "vaddl.u8 q9, d7, d13\n\t"
-      "vaddl.u16 q10, d2, d8\n\t"
-      "vaddl.u16 q11, d3, d9\n\t"
-      "vaddl.u16 q12, d4, d10\n\t"
-      "vaddl.u16 q13, d5, d11\n\t"
-      "vmovl.u16 q1, d16\n\t"
-      "vmovl.u16 q2, d17\n\t"
-      "vmovl.u16 q3, d18\n\t"
-      "vmovl.u16 q4, d19\n\t"
-      "vcvt.f32.u32 q1, q1\n\t"
-      "vcvt.f32.u32 q2, q2\n\t"
-      "vcvt.f32.u32 q3, q3\n\t"
-      "vcvt.f32.u32 q4, q4\n\t"
-      "vrecpe.f32 q1, q1\n\t"
-      "vrecpe.f32 q2, q2\n\t"
-      "vrecpe.f32 q3, q3\n\t"
-      "vrecpe.f32 q4, q4\n\t"
-      "vcvt.f32.u32 q10, q10\n\t"
-      "vcvt.f32.u32 q11, q11\n\t"
-      "vcvt.f32.u32 q12, q12\n\t"
-      "vcvt.f32.u32 q13, q13\n\t"
-      "vmul.f32 q10, q10, q1\n\t"
-      "vmul.f32 q11, q11, q2\n\t"
-      "vmul.f32 q12, q12, q3\n\t"
-      "vmul.f32 q13, q13, q4\n\t"
-      "vcvt.u32.f32 q10, q10\n\t"
-      "vcvt.u32.f32 q11, q11\n\t"
-      "vcvt.u32.f32 q12, q12\n\t"
-      "vcvt.u32.f32 q13, q13\n\t"
-      // The low halves of the 32-bit quotients (vuzp: lanes 0-7 in q10,
-      // 8-15 in q12), then bytes.
-      "vuzp.16 q10, q11\n\t"
-      "vuzp.16 q12, q13\n\t"
-      "vqmovn.u16 d26, q10\n\t"
-      "vqmovn.u16 d27, q12\n\t"
-      // (w * f + (128 - w) * c) >> 7.
-      "vmull.u8 q1, d26, %e[bwi]\n\t"
-      "vmull.u8 q2, d27, %e[bwi]\n\t"
-      "vmlal.u8 q1, d0, %f[bwi]\n\t"
-      "vmlal.u8 q2, d1, %f[bwi]\n\t"
-      "vshrn.i16 d26, q1, #7\n\t"
-      "vshrn.i16 d27, q2, #7\n\t"
-      "subs %[n], %[n], #1\n\t"
-      "vst1.8 {d26-d27}, [%[out]]!\n\t"
-      "bne 1b"
-      : [y0] "+r"(y0), [u1] "+r"(u1), [d1] "+r"(d1), [u4] "+r"(u4), [d4] "+r"(d4),
-        [out] "+r"(out), [n] "+r"(n)
-      : [k30] "w"(k30), [bwi] "w"(bwi), [s1] "r"(s1), [s2] "r"(s2), [s4] "r"(s4), [s5] "r"(s5),
-        [s8] "r"(s8), [s12] "r"(s12)
-      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
-        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
-        "d27", "cc", "memory");
-}
-#undef KQ_T7
 #endif
 
 }  // namespace
@@ -406,14 +322,12 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 
 void kqLumaNrBlendRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                            int32_t weight) {
-  if (blocks > 0 && uint32_t(weight) <= 128) {
 #if defined(__aarch64__)
+  if (blocks > 0 && uint32_t(weight) <= 128) {
     nrBlendBlocksA64(dst, src, stride, blocks, weight);
-#else
-    nrBlendBlocksArmv7(dst, src, stride, blocks, weight);
-#endif
     return;
   }
+#endif
   nrRowBlocks<true>(dst, src, stride, blocks, weight);
 }
 
