@@ -916,6 +916,11 @@ struct SharpenNeon {
     const uint8x16_t a0 = vextq_u8(*prev, c0, 14), b0 = vextq_u8(*prev, c0, 15);
     const uint8x16_t wc16 = vcombine_u8(wc, wc), k128x = vcombine_u8(k128, k128);
     const int16x8_t k60 = vdupq_n_s16(60), km60 = vdupq_n_s16(-60);
+    // Both blurs as byte products (the weights are bytes), so that the
+    // horizontal taps wo * a + wi * b + wc * c can be summed before the next
+    // block's V is there, then wo * e + wi * d.
+    const uint8x16_t wo8 = vdupq_n_u8(uint8_t(vgetq_lane_u16(wo, 0)));
+    const uint8x16_t wi8 = vdupq_n_u8(uint8_t(vgetq_lane_u16(wi, 0)));
     const uint8_t *r0 = rows[0] + 16, *r1 = rows[1] + 16, *r2 = rows[2] + 16;
     const uint8_t *r3 = rows[3] + 16, *r4 = rows[4] + 16;
     uint8_t* out = dst;
@@ -924,60 +929,105 @@ struct SharpenNeon {
     // the current block's neighbours and the next one's left neighbours by
     // vext, the horizontal taps, then E >> 1 + C >> 1 rounded by 4 and added
     // to the centre bytes (see tinyX).
-#define KQ_SHARPEN_BLOCK(C, A, B, O, CN, AN, BN, ON)                                       \
-  "ldr q16, [%[r0]], #16\n\t"                                                               \
-  "ldr q17, [%[r1]], #16\n\t"                                                               \
-  "ld1 {" ON ".16b}, [%[r2]], #16\n\t"                                                       \
-  "ldr q18, [%[r3]], #16\n\t"                                                               \
-  "ldr q19, [%[r4]], #16\n\t"                                                               \
-  "uaddl v20.8h, v16.8b, v19.8b\n\t"                                                        \
-  "uaddl2 v21.8h, v16.16b, v19.16b\n\t"                                                     \
-  "uaddl v22.8h, v17.8b, v18.8b\n\t"                                                        \
-  "uaddl2 v23.8h, v17.16b, v18.16b\n\t"                                                     \
-  "mul v20.8h, v20.8h, %[wo].8h\n\t"                                                        \
-  "mul v21.8h, v21.8h, %[wo].8h\n\t"                                                        \
-  "mla v20.8h, v22.8h, %[wi].8h\n\t"                                                        \
-  "mla v21.8h, v23.8h, %[wi].8h\n\t"                                                        \
-  "umlal v20.8h, " ON ".8b, %[wc].8b\n\t"                                                \
-  "umlal2 v21.8h, " ON ".16b, %[wc].16b\n\t"                                             \
-  "uqrshrn " CN ".8b, v20.8h, #7\n\t"                                                    \
-  "uqrshrn2 " CN ".16b, v21.8h, #7\n\t"                                                  \
-  "ext v24.16b, " C ".16b, " CN ".16b, #1\n\t"                                         \
-  "ext v25.16b, " C ".16b, " CN ".16b, #2\n\t"                                         \
-  "ext " AN ".16b, " C ".16b, " CN ".16b, #14\n\t"                                  \
-  "ext " BN ".16b, " C ".16b, " CN ".16b, #15\n\t"                                  \
-  "uaddl v20.8h, " A ".8b, v25.8b\n\t"                                                   \
-  "uaddl2 v21.8h, " A ".16b, v25.16b\n\t"                                                \
-  "uaddl v22.8h, " B ".8b, v24.8b\n\t"                                                   \
-  "uaddl2 v23.8h, " B ".16b, v24.16b\n\t"                                                \
-  "mul v20.8h, v20.8h, %[wo].8h\n\t"                                                        \
-  "mul v21.8h, v21.8h, %[wo].8h\n\t"                                                        \
-  "mla v20.8h, v22.8h, %[wi].8h\n\t"                                                        \
-  "mla v21.8h, v23.8h, %[wi].8h\n\t"                                                        \
-  "umlal v20.8h, " C ".8b, %[wc].8b\n\t"                                                 \
-  "umlal2 v21.8h, " C ".16b, %[wc].16b\n\t"                                              \
-  "umlsl v20.8h, " O ".8b, %[k128].8b\n\t"                                               \
-  "umlsl2 v21.8h, " O ".16b, %[k128].16b\n\t"                                            \
-  "bic v20.8h, #0x1f\n\t"                                                                   \
-  "bic v21.8h, #0x1f\n\t"                                                                   \
-  "sqdmulh v20.8h, v20.8h, %[gain].8h\n\t"                                                  \
-  "sqdmulh v21.8h, v21.8h, %[gain].8h\n\t"                                                  \
-  "smin v22.8h, v20.8h, %[k60].8h\n\t"                                                      \
-  "smin v23.8h, v21.8h, %[k60].8h\n\t"                                                      \
-  "smax v22.8h, v22.8h, %[km60].8h\n\t"                                                     \
-  "smax v23.8h, v23.8h, %[km60].8h\n\t"                                                     \
-  "add v20.8h, v20.8h, v22.8h\n\t"                                                          \
-  "add v21.8h, v21.8h, v23.8h\n\t"                                                          \
-  "sqrshrn v20.8b, v20.8h, #2\n\t"                                                          \
-  "sqrshrn2 v20.16b, v21.8h, #2\n\t"                                                        \
-  "usqadd " O ".16b, v20.16b\n\t"                                                        \
-  "st1 {" O ".16b}, [%[out]], #16\n\t"
     asm volatile("mov v0.16b, %[c0].16b\n\t"
                  "mov v1.16b, %[a0].16b\n\t"
                  "mov v2.16b, %[b0].16b\n\t"
                  "mov v3.16b, %[o0].16b\n\t"
-                 "1:\n\t" KQ_SHARPEN_BLOCK("v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7")
-                     KQ_SHARPEN_BLOCK("v4", "v5", "v6", "v7", "v0", "v1", "v2", "v3")
+                 "1:\n\t"
+                 "ldr q16, [%[r0]], #16\n\t"
+                 "ldr q17, [%[r1]], #16\n\t"
+                 "ld1 {v7.16b}, [%[r2]], #16\n\t"
+                 "ldr q18, [%[r3]], #16\n\t"
+                 "ldr q19, [%[r4]], #16\n\t"
+                 "umull v20.8h, v16.8b, %[wo8].8b\n\t"
+                 "umull v26.8h, v1.8b, %[wo8].8b\n\t"
+                 "umull2 v21.8h, v16.16b, %[wo8].16b\n\t"
+                 "umull2 v27.8h, v1.16b, %[wo8].16b\n\t"
+                 "umlal v20.8h, v19.8b, %[wo8].8b\n\t"
+                 "umlal v26.8h, v2.8b, %[wi8].8b\n\t"
+                 "umlal2 v21.8h, v19.16b, %[wo8].16b\n\t"
+                 "umlal2 v27.8h, v2.16b, %[wi8].16b\n\t"
+                 "umlal v20.8h, v17.8b, %[wi8].8b\n\t"
+                 "umlal v26.8h, v0.8b, %[wc].8b\n\t"
+                 "umlal2 v21.8h, v17.16b, %[wi8].16b\n\t"
+                 "umlal2 v27.8h, v0.16b, %[wc].16b\n\t"
+                 "umlal v20.8h, v18.8b, %[wi8].8b\n\t"
+                 "umlal2 v21.8h, v18.16b, %[wi8].16b\n\t"
+                 "umlal v20.8h, v7.8b, %[wc].8b\n\t"
+                 "umlal2 v21.8h, v7.16b, %[wc].16b\n\t"
+                 "uqrshrn v4.8b, v20.8h, #7\n\t"
+                 "uqrshrn2 v4.16b, v21.8h, #7\n\t"
+                 "ext v24.16b, v0.16b, v4.16b, #1\n\t"
+                 "ext v25.16b, v0.16b, v4.16b, #2\n\t"
+                 "ext v5.16b, v0.16b, v4.16b, #14\n\t"
+                 "ext v6.16b, v0.16b, v4.16b, #15\n\t"
+                 "umlal v26.8h, v25.8b, %[wo8].8b\n\t"
+                 "umlal2 v27.8h, v25.16b, %[wo8].16b\n\t"
+                 "umlal v26.8h, v24.8b, %[wi8].8b\n\t"
+                 "umlal2 v27.8h, v24.16b, %[wi8].16b\n\t"
+                 "umlsl v26.8h, v3.8b, %[k128].8b\n\t"
+                 "umlsl2 v27.8h, v3.16b, %[k128].16b\n\t"
+                 "bic v26.8h, #0x1f\n\t"
+                 "bic v27.8h, #0x1f\n\t"
+                 "sqdmulh v26.8h, v26.8h, %[gain].8h\n\t"
+                 "sqdmulh v27.8h, v27.8h, %[gain].8h\n\t"
+                 "smin v22.8h, v26.8h, %[k60].8h\n\t"
+                 "smin v23.8h, v27.8h, %[k60].8h\n\t"
+                 "smax v22.8h, v22.8h, %[km60].8h\n\t"
+                 "smax v23.8h, v23.8h, %[km60].8h\n\t"
+                 "add v26.8h, v26.8h, v22.8h\n\t"
+                 "add v27.8h, v27.8h, v23.8h\n\t"
+                 "sqrshrn v26.8b, v26.8h, #2\n\t"
+                 "sqrshrn2 v26.16b, v27.8h, #2\n\t"
+                 "usqadd v3.16b, v26.16b\n\t"
+                 "st1 {v3.16b}, [%[out]], #16\n\t"
+                 "ldr q16, [%[r0]], #16\n\t"
+                 "ldr q17, [%[r1]], #16\n\t"
+                 "ld1 {v3.16b}, [%[r2]], #16\n\t"
+                 "ldr q18, [%[r3]], #16\n\t"
+                 "ldr q19, [%[r4]], #16\n\t"
+                 "umull v20.8h, v16.8b, %[wo8].8b\n\t"
+                 "umull v26.8h, v5.8b, %[wo8].8b\n\t"
+                 "umull2 v21.8h, v16.16b, %[wo8].16b\n\t"
+                 "umull2 v27.8h, v5.16b, %[wo8].16b\n\t"
+                 "umlal v20.8h, v19.8b, %[wo8].8b\n\t"
+                 "umlal v26.8h, v6.8b, %[wi8].8b\n\t"
+                 "umlal2 v21.8h, v19.16b, %[wo8].16b\n\t"
+                 "umlal2 v27.8h, v6.16b, %[wi8].16b\n\t"
+                 "umlal v20.8h, v17.8b, %[wi8].8b\n\t"
+                 "umlal v26.8h, v4.8b, %[wc].8b\n\t"
+                 "umlal2 v21.8h, v17.16b, %[wi8].16b\n\t"
+                 "umlal2 v27.8h, v4.16b, %[wc].16b\n\t"
+                 "umlal v20.8h, v18.8b, %[wi8].8b\n\t"
+                 "umlal2 v21.8h, v18.16b, %[wi8].16b\n\t"
+                 "umlal v20.8h, v3.8b, %[wc].8b\n\t"
+                 "umlal2 v21.8h, v3.16b, %[wc].16b\n\t"
+                 "uqrshrn v0.8b, v20.8h, #7\n\t"
+                 "uqrshrn2 v0.16b, v21.8h, #7\n\t"
+                 "ext v24.16b, v4.16b, v0.16b, #1\n\t"
+                 "ext v25.16b, v4.16b, v0.16b, #2\n\t"
+                 "ext v1.16b, v4.16b, v0.16b, #14\n\t"
+                 "ext v2.16b, v4.16b, v0.16b, #15\n\t"
+                 "umlal v26.8h, v25.8b, %[wo8].8b\n\t"
+                 "umlal2 v27.8h, v25.16b, %[wo8].16b\n\t"
+                 "umlal v26.8h, v24.8b, %[wi8].8b\n\t"
+                 "umlal2 v27.8h, v24.16b, %[wi8].16b\n\t"
+                 "umlsl v26.8h, v7.8b, %[k128].8b\n\t"
+                 "umlsl2 v27.8h, v7.16b, %[k128].16b\n\t"
+                 "bic v26.8h, #0x1f\n\t"
+                 "bic v27.8h, #0x1f\n\t"
+                 "sqdmulh v26.8h, v26.8h, %[gain].8h\n\t"
+                 "sqdmulh v27.8h, v27.8h, %[gain].8h\n\t"
+                 "smin v22.8h, v26.8h, %[k60].8h\n\t"
+                 "smin v23.8h, v27.8h, %[k60].8h\n\t"
+                 "smax v22.8h, v22.8h, %[km60].8h\n\t"
+                 "smax v23.8h, v23.8h, %[km60].8h\n\t"
+                 "add v26.8h, v26.8h, v22.8h\n\t"
+                 "add v27.8h, v27.8h, v23.8h\n\t"
+                 "sqrshrn v26.8b, v26.8h, #2\n\t"
+                 "sqrshrn2 v26.16b, v27.8h, #2\n\t"
+                 "usqadd v7.16b, v26.16b\n\t"
+                 "st1 {v7.16b}, [%[out]], #16\n\t"
                  "subs %[n], %[n], #1\n\t"
                  "b.ne 1b\n\t"
                  "mov %[pv].16b, v4.16b\n\t"
@@ -985,12 +1035,11 @@ struct SharpenNeon {
                  "mov %[ov].16b, v3.16b"
                  : [pv] "=w"(*prev), [cv] "=w"(*cur), [ov] "=w"(*o), [r0] "+r"(r0), [r1] "+r"(r1),
                    [r2] "+r"(r2), [r3] "+r"(r3), [r4] "+r"(r4), [out] "+r"(out), [n] "+r"(n)
-                 : [c0] "w"(c0), [a0] "w"(a0), [b0] "w"(b0), [o0] "w"(o0), [wo] "w"(wo),
-                   [wi] "w"(wi), [wc] "w"(wc16), [k128] "w"(k128x), [gain] "w"(gainK),
-                   [k60] "w"(k60), [km60] "w"(km60)
+                 : [c0] "w"(c0), [a0] "w"(a0), [b0] "w"(b0), [o0] "w"(o0), [wc] "w"(wc16),
+                   [wo8] "w"(wo8), [wi8] "w"(wi8),
+                   [k128] "w"(k128x), [gain] "w"(gainK), [k60] "w"(k60), [km60] "w"(km60)
                  : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v16", "v17", "v18", "v19",
-                   "v20", "v21", "v22", "v23", "v24", "v25", "cc", "memory");
-#undef KQ_SHARPEN_BLOCK
+                   "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "cc", "memory");
     return 32 * pairs;
   }
 #endif
