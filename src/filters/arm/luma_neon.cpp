@@ -452,6 +452,174 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
         "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26",
         "v27", "cc", "memory");
 }
+#else
+// The same for armv7, whose loads take no offsets: each row's pointer walks
+// its taps by post-indexed loads, the steps between them in registers (row
+// y: -6, -1, 0, +1, +6, then the next block's -6: 5, 1, 1, 5, 4; row y - 1:
+// -4, 0, +4: 4, 4, 8; row y + 1: -4, -2, 0, +4: 2, 2, 4, 8; rows y -/+ 4:
+// -2, +2: 4, 12). Compiled, the loop spends an add on every tap's address
+// and 8 register moves per block (162 instructions; 137 here). Registers:
+// q0 the centres, q1-q3 and q4-q6 the two groups' sums (lo, hi, weights),
+// q7-q13 taps and their weights, q14 the blend weights, q15 30. The taps go
+// in pairs, one of each group, the next pair's bytes loaded while this one
+// is summed.
+void nrBlendBlocksArmv7(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
+                        int32_t weight) {
+  const uint8x16_t k30 = vdupq_n_u8(30);
+  const uint8x16_t bwi = vcombine_u8(vdup_n_u8(uint8_t(weight)), vdup_n_u8(uint8_t(128 - weight)));
+  const uint8_t* y0 = src;               // column x - 6 of block 0 (x = 6)
+  const uint8_t* u1 = src + 2 - stride;  // x - 4
+  const uint8_t* d1 = src + 2 + stride;
+  const uint8_t* u4 = src + 4 - 4 * stride;  // x - 2
+  const uint8_t* d4 = src + 4 + 4 * stride;
+  uint8_t* out = dst + 6;
+  int32_t n = blocks;
+  const int32_t s1 = 1, s2 = 2, s4 = 4, s5 = 5, s8 = 8, s12 = 12;
+  asm volatile(
+      "1:\n\t"
+      "vld1.8 {d14-d15}, [%[y0]], %[s5]\n\t"
+      "vld1.8 {d16-d17}, [%[d1]], %[s2]\n\t"
+      "vld1.8 {d18-d19}, [%[y0]], %[s1]\n\t"
+      "vld1.8 {d0-d1}, [%[y0]], %[s1]\n\t"
+      "vld1.8 {d20-d21}, [%[d1]], %[s2]\n\t"
+      "vld1.8 {d22-d23}, [%[y0]], %[s5]\n\t"
+      "vld1.8 {d24-d25}, [%[d1]], %[s4]\n\t"
+      "vmull.u8 q1, d0, %e[k30]\n\t"
+      "vmull.u8 q2, d1, %e[k30]\n\t"
+      "vabd.u8 q13, q7, q0\n\t"
+      "vabd.u8 q6, q8, q0\n\t"
+      "vqsub.u8 q13, %q[k30], q13\n\t"
+      "vqsub.u8 q6, %q[k30], q6\n\t"
+      "vmlal.u8 q1, d26, d14\n\t"
+      "vmull.u8 q4, d12, d16\n\t"
+      "vmlal.u8 q2, d27, d15\n\t"
+      "vmull.u8 q5, d13, d17\n\t"
+      "vadd.i8 q3, %q[k30], q13\n\t"
+      "vabd.u8 q7, q9, q0\n\t"
+      "vabd.u8 q8, q10, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vqsub.u8 q8, %q[k30], q8\n\t"
+      "vmlal.u8 q1, d14, d18\n\t"
+      "vld1.8 {d26-d27}, [%[y0]], %[s4]\n\t"
+      "vmlal.u8 q4, d16, d20\n\t"
+      "vmlal.u8 q2, d15, d19\n\t"
+      "vmlal.u8 q5, d17, d21\n\t"
+      "vadd.i8 q3, q3, q7\n\t"
+      "vadd.i8 q6, q6, q8\n\t"
+      "vabd.u8 q7, q11, q0\n\t"
+      "vabd.u8 q8, q12, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vqsub.u8 q8, %q[k30], q8\n\t"
+      "vmlal.u8 q1, d14, d22\n\t"
+      "vld1.8 {d18-d19}, [%[d1]], %[s8]\n\t"
+      "vmlal.u8 q4, d16, d24\n\t"
+      "vld1.8 {d20-d21}, [%[u1]], %[s4]\n\t"
+      "vmlal.u8 q2, d15, d23\n\t"
+      "vmlal.u8 q5, d17, d25\n\t"
+      "vadd.i8 q3, q3, q7\n\t"
+      "vadd.i8 q6, q6, q8\n\t"
+      "vabd.u8 q7, q13, q0\n\t"
+      "vabd.u8 q8, q9, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vqsub.u8 q8, %q[k30], q8\n\t"
+      "vmlal.u8 q1, d14, d26\n\t"
+      "vld1.8 {d22-d23}, [%[u4]], %[s4]\n\t"
+      "vmlal.u8 q4, d16, d18\n\t"
+      "vld1.8 {d24-d25}, [%[u1]], %[s4]\n\t"
+      "vmlal.u8 q2, d15, d27\n\t"
+      "vmlal.u8 q5, d17, d19\n\t"
+      "vadd.i8 q3, q3, q7\n\t"
+      "vadd.i8 q6, q6, q8\n\t"
+      "vabd.u8 q7, q10, q0\n\t"
+      "vabd.u8 q8, q11, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vqsub.u8 q8, %q[k30], q8\n\t"
+      "vmlal.u8 q1, d14, d20\n\t"
+      "vld1.8 {d18-d19}, [%[u4]], %[s12]\n\t"
+      "vmlal.u8 q4, d16, d22\n\t"
+      "vld1.8 {d26-d27}, [%[u1]], %[s8]\n\t"
+      "vmlal.u8 q2, d15, d21\n\t"
+      "vmlal.u8 q5, d17, d23\n\t"
+      "vadd.i8 q3, q3, q7\n\t"
+      "vadd.i8 q6, q6, q8\n\t"
+      "vabd.u8 q7, q12, q0\n\t"
+      "vabd.u8 q8, q9, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vqsub.u8 q8, %q[k30], q8\n\t"
+      "vmlal.u8 q1, d14, d24\n\t"
+      "vld1.8 {d20-d21}, [%[d4]], %[s4]\n\t"
+      "vmlal.u8 q4, d16, d18\n\t"
+      "vld1.8 {d22-d23}, [%[d4]], %[s12]\n\t"
+      "vmlal.u8 q2, d15, d25\n\t"
+      "vmlal.u8 q5, d17, d19\n\t"
+      "vadd.i8 q3, q3, q7\n\t"
+      "vadd.i8 q6, q6, q8\n\t"
+      "vabd.u8 q7, q13, q0\n\t"
+      "vabd.u8 q8, q10, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vqsub.u8 q8, %q[k30], q8\n\t"
+      "vmlal.u8 q1, d14, d26\n\t"
+      "vmlal.u8 q4, d16, d20\n\t"
+      "vmlal.u8 q2, d15, d27\n\t"
+      "vmlal.u8 q5, d17, d21\n\t"
+      "vadd.i8 q3, q3, q7\n\t"
+      "vadd.i8 q6, q6, q8\n\t"
+      "vabd.u8 q7, q11, q0\n\t"
+      "vqsub.u8 q7, %q[k30], q7\n\t"
+      "vmlal.u8 q4, d14, d22\n\t"
+      "vmlal.u8 q5, d15, d23\n\t"
+      "vadd.i8 q6, q6, q7\n\t"
+      "vaddl.u8 q8, d6, d12\n\t"
+      "vaddl.u8 q9, d7, d13\n\t"
+      "vaddl.u16 q10, d2, d8\n\t"
+      "vaddl.u16 q11, d3, d9\n\t"
+      "vaddl.u16 q12, d4, d10\n\t"
+      "vaddl.u16 q13, d5, d11\n\t"
+      "vmovl.u16 q1, d16\n\t"
+      "vmovl.u16 q2, d17\n\t"
+      "vmovl.u16 q3, d18\n\t"
+      "vmovl.u16 q4, d19\n\t"
+      "vcvt.f32.u32 q1, q1\n\t"
+      "vcvt.f32.u32 q2, q2\n\t"
+      "vcvt.f32.u32 q3, q3\n\t"
+      "vcvt.f32.u32 q4, q4\n\t"
+      "vrecpe.f32 q1, q1\n\t"
+      "vrecpe.f32 q2, q2\n\t"
+      "vrecpe.f32 q3, q3\n\t"
+      "vrecpe.f32 q4, q4\n\t"
+      "vcvt.f32.u32 q10, q10\n\t"
+      "vcvt.f32.u32 q11, q11\n\t"
+      "vcvt.f32.u32 q12, q12\n\t"
+      "vcvt.f32.u32 q13, q13\n\t"
+      "vmul.f32 q10, q10, q1\n\t"
+      "vmul.f32 q11, q11, q2\n\t"
+      "vmul.f32 q12, q12, q3\n\t"
+      "vmul.f32 q13, q13, q4\n\t"
+      "vmull.u8 q7, d0, %f[bwi]\n\t"
+      "vmull.u8 q8, d1, %f[bwi]\n\t"
+      "vcvt.u32.f32 q10, q10\n\t"
+      "vcvt.u32.f32 q11, q11\n\t"
+      "vcvt.u32.f32 q12, q12\n\t"
+      "vcvt.u32.f32 q13, q13\n\t"
+      "vuzp.16 q10, q11\n\t"
+      "vuzp.16 q12, q13\n\t"
+      "vqmovn.u16 d26, q10\n\t"
+      "vqmovn.u16 d27, q12\n\t"
+      "vmlal.u8 q7, d26, %e[bwi]\n\t"
+      "vmlal.u8 q8, d27, %e[bwi]\n\t"
+      "vshrn.i16 d26, q7, #7\n\t"
+      "vshrn.i16 d27, q8, #7\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "vst1.8 {d26-d27}, [%[out]]!\n\t"
+      "bne 1b\n\t"
+      : [y0] "+r"(y0), [u1] "+r"(u1), [d1] "+r"(d1), [u4] "+r"(u4), [d4] "+r"(d4),
+        [out] "+r"(out), [n] "+r"(n)
+      : [k30] "w"(k30), [bwi] "w"(bwi), [s1] "r"(s1), [s2] "r"(s2), [s4] "r"(s4), [s5] "r"(s5),
+        [s8] "r"(s8), [s12] "r"(s12)
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "cc", "memory");
+}
 #endif
 
 }  // namespace
@@ -462,12 +630,14 @@ void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 
 void kqLumaNrBlendRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                            int32_t weight) {
-#if defined(__aarch64__)
   if (blocks > 0 && uint32_t(weight) <= 128) {
+#if defined(__aarch64__)
     nrBlendBlocksA64(dst, src, stride, blocks, weight);
+#else
+    nrBlendBlocksArmv7(dst, src, stride, blocks, weight);
+#endif
     return;
   }
-#endif
   nrRowBlocks<true>(dst, src, stride, blocks, weight);
 }
 
