@@ -79,14 +79,9 @@ inline uint8x16_t blendSmall(uint8x16_t f, uint8x16_t o, uint8x16_t w, uint8x16_
 // all of them lie inside the block's 32-byte window [x - 6, x + 25].
 // N is split over two u16 accumulators of 8 taps each (8 * 30 * 255 =
 // 61200 fits) and widened to u32 once; D = sum of two u8 weight sums.
-// kBlend: each block's outputs blended with its centres at once (weight
-// 0..128, see blendSmall).
-template <bool kBlend>
-inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8_t* src,
-                                                       ptrdiff_t stride, int32_t blocks,
-                                                       int32_t weight) {
+// (The blended blocks are the assembly loops below.)
+inline void nrRowBlocks(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks) {
   const uint8x16_t k30 = vdupq_n_u8(30);
-  const uint8x16_t bw = vdupq_n_u8(uint8_t(weight)), biw = vdupq_n_u8(uint8_t(128 - weight));
   const uint8_t* up4 = src - 4 * stride;
   const uint8_t* up1 = src - stride;
   const uint8_t* dn1 = src + stride;
@@ -132,12 +127,12 @@ inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8
                 nrDivide(vaddl_u16(vget_high_u16(aLo), vget_high_u16(bLo)), vget_high_u16(dLo)),
                 nrDivide(vaddl_u16(vget_low_u16(aHi), vget_low_u16(bHi)), vget_low_u16(dHi)),
                 nrDivide(vaddl_u16(vget_high_u16(aHi), vget_high_u16(bHi)), vget_high_u16(dHi)));
-    vst1q_u8(dst + x, kBlend ? blendSmall(f, c, bw, biw) : f);
+    vst1q_u8(dst + x, f);
   }
 }
 #if defined(__aarch64__)
-// The blended blocks of nrRowBlocks<true> written out for aarch64 (blocks >=
-// 1): the same sums, quotient and blend, in one loop whose registers never
+// The blended blocks of KQLumaNrBlendRowFn for aarch64 (blocks >= 1): the
+// sums and quotient of nrRowBlocks and the blend, in one loop whose registers never
 // move. Compiled, the loop spends 4 moves and a spilled constant per block
 // and clamps the quotient in float (4 fmin); here each row has one pointer,
 // stepped by the post-indexed load of its tap at column 0 (or an add), the
@@ -147,6 +142,84 @@ inline __attribute__((always_inline)) void nrRowBlocks(uint8_t* dst, const uint8
 // Cortex-A55 model: 156 cycles per block against the compiled loop's 158;
 // its A57 model, for the big cores: 71 against 81): a block's taps are
 // loaded while the block before is divided, and independent sums alternate.
+// A block's taps (the same in the loop and in the last block).
+#define KQ_NR_A64_TAPS \
+  "umull v1.8h, v0.8b, %[k30].8b\n\t" \
+  "umull2 v2.8h, v0.16b, %[k30].16b\n\t" \
+  "uabd v11.16b, v4.16b, v0.16b\n\t" \
+  "uabd v14.16b, v16.16b, v0.16b\n\t" \
+  "uqsub v11.16b, %[k30].16b, v11.16b\n\t" \
+  "uqsub v14.16b, %[k30].16b, v14.16b\n\t" \
+  "uabd v24.16b, v5.16b, v0.16b\n\t" \
+  "umlal v1.8h, v11.8b, v4.8b\n\t" \
+  "uabd v25.16b, v17.16b, v0.16b\n\t" \
+  "umull v12.8h, v14.8b, v16.8b\n\t" \
+  "uqsub v24.16b, %[k30].16b, v24.16b\n\t" \
+  "umlal2 v2.8h, v11.16b, v4.16b\n\t" \
+  "uqsub v25.16b, %[k30].16b, v25.16b\n\t" \
+  "umull2 v13.8h, v14.16b, v16.16b\n\t" \
+  "add v3.16b, %[k30].16b, v11.16b\n\t" \
+  "uabd v11.16b, v6.16b, v0.16b\n\t" \
+  "umlal v1.8h, v24.8b, v5.8b\n\t" \
+  "uabd v15.16b, v18.16b, v0.16b\n\t" \
+  "umlal v12.8h, v25.8b, v17.8b\n\t" \
+  "uqsub v11.16b, %[k30].16b, v11.16b\n\t" \
+  "umlal2 v2.8h, v24.16b, v5.16b\n\t" \
+  "uqsub v15.16b, %[k30].16b, v15.16b\n\t" \
+  "umlal2 v13.8h, v25.16b, v17.16b\n\t" \
+  "add v3.16b, v3.16b, v24.16b\n\t" \
+  "add v14.16b, v14.16b, v25.16b\n\t" \
+  "uabd v24.16b, v7.16b, v0.16b\n\t" \
+  "umlal v1.8h, v11.8b, v6.8b\n\t" \
+  "uabd v25.16b, v19.16b, v0.16b\n\t" \
+  "umlal v12.8h, v15.8b, v18.8b\n\t" \
+  "uqsub v24.16b, %[k30].16b, v24.16b\n\t" \
+  "umlal2 v2.8h, v11.16b, v6.16b\n\t" \
+  "uqsub v25.16b, %[k30].16b, v25.16b\n\t" \
+  "umlal2 v13.8h, v15.16b, v18.16b\n\t" \
+  "add v3.16b, v3.16b, v11.16b\n\t" \
+  "add v14.16b, v14.16b, v15.16b\n\t" \
+  "uabd v11.16b, v8.16b, v0.16b\n\t" \
+  "umlal v1.8h, v24.8b, v7.8b\n\t" \
+  "uabd v15.16b, v20.16b, v0.16b\n\t" \
+  "umlal v12.8h, v25.8b, v19.8b\n\t" \
+  "uqsub v11.16b, %[k30].16b, v11.16b\n\t" \
+  "umlal2 v2.8h, v24.16b, v7.16b\n\t" \
+  "uqsub v15.16b, %[k30].16b, v15.16b\n\t" \
+  "umlal2 v13.8h, v25.16b, v19.16b\n\t" \
+  "add v3.16b, v3.16b, v24.16b\n\t" \
+  "add v14.16b, v14.16b, v25.16b\n\t" \
+  "uabd v24.16b, v9.16b, v0.16b\n\t" \
+  "umlal v1.8h, v11.8b, v8.8b\n\t" \
+  "uabd v25.16b, v21.16b, v0.16b\n\t" \
+  "umlal v12.8h, v15.8b, v20.8b\n\t" \
+  "uqsub v24.16b, %[k30].16b, v24.16b\n\t" \
+  "umlal2 v2.8h, v11.16b, v8.16b\n\t" \
+  "uqsub v25.16b, %[k30].16b, v25.16b\n\t" \
+  "umlal2 v13.8h, v15.16b, v20.16b\n\t" \
+  "add v3.16b, v3.16b, v11.16b\n\t" \
+  "add v14.16b, v14.16b, v15.16b\n\t" \
+  "uabd v11.16b, v10.16b, v0.16b\n\t" \
+  "umlal v1.8h, v24.8b, v9.8b\n\t" \
+  "uabd v15.16b, v22.16b, v0.16b\n\t" \
+  "umlal v12.8h, v25.8b, v21.8b\n\t" \
+  "uqsub v11.16b, %[k30].16b, v11.16b\n\t" \
+  "umlal2 v2.8h, v24.16b, v9.16b\n\t" \
+  "uqsub v15.16b, %[k30].16b, v15.16b\n\t" \
+  "umlal2 v13.8h, v25.16b, v21.16b\n\t" \
+  "add v3.16b, v3.16b, v24.16b\n\t" \
+  "add v14.16b, v14.16b, v25.16b\n\t" \
+  "uabd v25.16b, v23.16b, v0.16b\n\t" \
+  "umlal v1.8h, v11.8b, v10.8b\n\t" \
+  "uqsub v25.16b, %[k30].16b, v25.16b\n\t" \
+  "umlal v12.8h, v15.8b, v22.8b\n\t" \
+  "umlal2 v2.8h, v11.16b, v10.16b\n\t" \
+  "umlal2 v13.8h, v15.16b, v22.16b\n\t" \
+  "add v3.16b, v3.16b, v11.16b\n\t" \
+  "add v14.16b, v14.16b, v15.16b\n\t" \
+  "umlal v12.8h, v25.8b, v23.8b\n\t" \
+  "umlal2 v13.8h, v25.16b, v23.16b\n\t" \
+  "add v14.16b, v14.16b, v25.16b\n\t"
 void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                       int32_t weight) {
   const uint8x16_t k30 = vdupq_n_u8(30);
@@ -190,82 +263,7 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
       "subs %[n], %[n], #1\n\t"
       "b.eq 2f\n\t"
       "1:\n\t"
-      "umull v1.8h, v0.8b, %[k30].8b\n\t"
-      "umull2 v2.8h, v0.16b, %[k30].16b\n\t"
-      "uabd v11.16b, v4.16b, v0.16b\n\t"
-      "uabd v14.16b, v16.16b, v0.16b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "uqsub v14.16b, %[k30].16b, v14.16b\n\t"
-      "uabd v24.16b, v5.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v4.8b\n\t"
-      "uabd v25.16b, v17.16b, v0.16b\n\t"
-      "umull v12.8h, v14.8b, v16.8b\n\t"
-      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
-      "umlal2 v2.8h, v11.16b, v4.16b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umull2 v13.8h, v14.16b, v16.16b\n\t"
-      "add v3.16b, %[k30].16b, v11.16b\n\t"
-      "uabd v11.16b, v6.16b, v0.16b\n\t"
-      "umlal v1.8h, v24.8b, v5.8b\n\t"
-      "uabd v15.16b, v18.16b, v0.16b\n\t"
-      "umlal v12.8h, v25.8b, v17.8b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "umlal2 v2.8h, v24.16b, v5.16b\n\t"
-      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
-      "umlal2 v13.8h, v25.16b, v17.16b\n\t"
-      "add v3.16b, v3.16b, v24.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
-      "uabd v24.16b, v7.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v6.8b\n\t"
-      "uabd v25.16b, v19.16b, v0.16b\n\t"
-      "umlal v12.8h, v15.8b, v18.8b\n\t"
-      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
-      "umlal2 v2.8h, v11.16b, v6.16b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umlal2 v13.8h, v15.16b, v18.16b\n\t"
-      "add v3.16b, v3.16b, v11.16b\n\t"
-      "add v14.16b, v14.16b, v15.16b\n\t"
-      "uabd v11.16b, v8.16b, v0.16b\n\t"
-      "umlal v1.8h, v24.8b, v7.8b\n\t"
-      "uabd v15.16b, v20.16b, v0.16b\n\t"
-      "umlal v12.8h, v25.8b, v19.8b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "umlal2 v2.8h, v24.16b, v7.16b\n\t"
-      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
-      "umlal2 v13.8h, v25.16b, v19.16b\n\t"
-      "add v3.16b, v3.16b, v24.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
-      "uabd v24.16b, v9.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v8.8b\n\t"
-      "uabd v25.16b, v21.16b, v0.16b\n\t"
-      "umlal v12.8h, v15.8b, v20.8b\n\t"
-      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
-      "umlal2 v2.8h, v11.16b, v8.16b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umlal2 v13.8h, v15.16b, v20.16b\n\t"
-      "add v3.16b, v3.16b, v11.16b\n\t"
-      "add v14.16b, v14.16b, v15.16b\n\t"
-      "uabd v11.16b, v10.16b, v0.16b\n\t"
-      "umlal v1.8h, v24.8b, v9.8b\n\t"
-      "uabd v15.16b, v22.16b, v0.16b\n\t"
-      "umlal v12.8h, v25.8b, v21.8b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "umlal2 v2.8h, v24.16b, v9.16b\n\t"
-      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
-      "umlal2 v13.8h, v25.16b, v21.16b\n\t"
-      "add v3.16b, v3.16b, v24.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
-      "uabd v25.16b, v23.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v10.8b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umlal v12.8h, v15.8b, v22.8b\n\t"
-      "umlal2 v2.8h, v11.16b, v10.16b\n\t"
-      "umlal2 v13.8h, v15.16b, v22.16b\n\t"
-      "add v3.16b, v3.16b, v11.16b\n\t"
-      "add v14.16b, v14.16b, v15.16b\n\t"
-      "umlal v12.8h, v25.8b, v23.8b\n\t"
-      "umlal2 v13.8h, v25.16b, v23.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
+      KQ_NR_A64_TAPS
       "umull v26.8h, v0.8b, %[biw].8b\n\t"
       "umull2 v27.8h, v0.16b, %[biw].16b\n\t"
       "uaddl v24.8h, v3.8b, v14.8b\n\t"
@@ -328,82 +326,7 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
       "subs %[n], %[n], #1\n\t"
       "b.ne 1b\n\t"
       "2:\n\t"
-      "umull v1.8h, v0.8b, %[k30].8b\n\t"
-      "umull2 v2.8h, v0.16b, %[k30].16b\n\t"
-      "uabd v11.16b, v4.16b, v0.16b\n\t"
-      "uabd v14.16b, v16.16b, v0.16b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "uqsub v14.16b, %[k30].16b, v14.16b\n\t"
-      "uabd v24.16b, v5.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v4.8b\n\t"
-      "uabd v25.16b, v17.16b, v0.16b\n\t"
-      "umull v12.8h, v14.8b, v16.8b\n\t"
-      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
-      "umlal2 v2.8h, v11.16b, v4.16b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umull2 v13.8h, v14.16b, v16.16b\n\t"
-      "add v3.16b, %[k30].16b, v11.16b\n\t"
-      "uabd v11.16b, v6.16b, v0.16b\n\t"
-      "umlal v1.8h, v24.8b, v5.8b\n\t"
-      "uabd v15.16b, v18.16b, v0.16b\n\t"
-      "umlal v12.8h, v25.8b, v17.8b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "umlal2 v2.8h, v24.16b, v5.16b\n\t"
-      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
-      "umlal2 v13.8h, v25.16b, v17.16b\n\t"
-      "add v3.16b, v3.16b, v24.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
-      "uabd v24.16b, v7.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v6.8b\n\t"
-      "uabd v25.16b, v19.16b, v0.16b\n\t"
-      "umlal v12.8h, v15.8b, v18.8b\n\t"
-      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
-      "umlal2 v2.8h, v11.16b, v6.16b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umlal2 v13.8h, v15.16b, v18.16b\n\t"
-      "add v3.16b, v3.16b, v11.16b\n\t"
-      "add v14.16b, v14.16b, v15.16b\n\t"
-      "uabd v11.16b, v8.16b, v0.16b\n\t"
-      "umlal v1.8h, v24.8b, v7.8b\n\t"
-      "uabd v15.16b, v20.16b, v0.16b\n\t"
-      "umlal v12.8h, v25.8b, v19.8b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "umlal2 v2.8h, v24.16b, v7.16b\n\t"
-      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
-      "umlal2 v13.8h, v25.16b, v19.16b\n\t"
-      "add v3.16b, v3.16b, v24.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
-      "uabd v24.16b, v9.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v8.8b\n\t"
-      "uabd v25.16b, v21.16b, v0.16b\n\t"
-      "umlal v12.8h, v15.8b, v20.8b\n\t"
-      "uqsub v24.16b, %[k30].16b, v24.16b\n\t"
-      "umlal2 v2.8h, v11.16b, v8.16b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umlal2 v13.8h, v15.16b, v20.16b\n\t"
-      "add v3.16b, v3.16b, v11.16b\n\t"
-      "add v14.16b, v14.16b, v15.16b\n\t"
-      "uabd v11.16b, v10.16b, v0.16b\n\t"
-      "umlal v1.8h, v24.8b, v9.8b\n\t"
-      "uabd v15.16b, v22.16b, v0.16b\n\t"
-      "umlal v12.8h, v25.8b, v21.8b\n\t"
-      "uqsub v11.16b, %[k30].16b, v11.16b\n\t"
-      "umlal2 v2.8h, v24.16b, v9.16b\n\t"
-      "uqsub v15.16b, %[k30].16b, v15.16b\n\t"
-      "umlal2 v13.8h, v25.16b, v21.16b\n\t"
-      "add v3.16b, v3.16b, v24.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
-      "uabd v25.16b, v23.16b, v0.16b\n\t"
-      "umlal v1.8h, v11.8b, v10.8b\n\t"
-      "uqsub v25.16b, %[k30].16b, v25.16b\n\t"
-      "umlal v12.8h, v15.8b, v22.8b\n\t"
-      "umlal2 v2.8h, v11.16b, v10.16b\n\t"
-      "umlal2 v13.8h, v15.16b, v22.16b\n\t"
-      "add v3.16b, v3.16b, v11.16b\n\t"
-      "add v14.16b, v14.16b, v15.16b\n\t"
-      "umlal v12.8h, v25.8b, v23.8b\n\t"
-      "umlal2 v13.8h, v25.16b, v23.16b\n\t"
-      "add v14.16b, v14.16b, v25.16b\n\t"
+      KQ_NR_A64_TAPS
       "umull v26.8h, v0.8b, %[biw].8b\n\t"
       "umull2 v27.8h, v0.16b, %[biw].16b\n\t"
       "uaddl v24.8h, v3.8b, v14.8b\n\t"
@@ -452,6 +375,7 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
         "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26",
         "v27", "cc", "memory");
 }
+#undef KQ_NR_A64_TAPS
 #else
 // The same for armv7, whose loads take no offsets: each row's pointer walks
 // its taps by post-indexed loads, the steps between them in registers (row
@@ -625,20 +549,17 @@ void nrBlendBlocksArmv7(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int3
 }  // namespace
 
 void kqLumaNrRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t width) {
-  nrRowBlocks<false>(dst, src, stride, (width - 16) / 16, 0);
+  nrRowBlocks(dst, src, stride, (width - 16) / 16);
 }
 
 void kqLumaNrBlendRow_neon(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                            int32_t weight) {
-  if (blocks > 0 && uint32_t(weight) <= 128) {
+  if (blocks <= 0) return;
 #if defined(__aarch64__)
-    nrBlendBlocksA64(dst, src, stride, blocks, weight);
+  nrBlendBlocksA64(dst, src, stride, blocks, weight);
 #else
-    nrBlendBlocksArmv7(dst, src, stride, blocks, weight);
+  nrBlendBlocksArmv7(dst, src, stride, blocks, weight);
 #endif
-    return;
-  }
-  nrRowBlocks<true>(dst, src, stride, blocks, weight);
 }
 
 namespace {
@@ -1099,105 +1020,61 @@ struct SharpenNeon {
     // the current block's neighbours and the next one's left neighbours by
     // vext, the horizontal taps, then E >> 1 + C >> 1 rounded by 4 and added
     // to the centre bytes (see tinyX).
+#define KQ_SHARPEN_BLOCK(C, A, B, O, CN, AN, BN, ON) \
+  "ldr q16, [%[r0]], #16\n\t" \
+  "ldr q17, [%[r1]], #16\n\t" \
+  "ld1 {" ON ".16b}, [%[r2]], #16\n\t" \
+  "ldr q18, [%[r3]], #16\n\t" \
+  "ldr q19, [%[r4]], #16\n\t" \
+  "umull v20.8h, v16.8b, %[wo8].8b\n\t" \
+  "umull v26.8h, " A ".8b, %[wo8].8b\n\t" \
+  "umull2 v21.8h, v16.16b, %[wo8].16b\n\t" \
+  "umull2 v27.8h, " A ".16b, %[wo8].16b\n\t" \
+  "umlal v20.8h, v19.8b, %[wo8].8b\n\t" \
+  "umlal v26.8h, " B ".8b, %[wi8].8b\n\t" \
+  "umlal2 v21.8h, v19.16b, %[wo8].16b\n\t" \
+  "umlal2 v27.8h, " B ".16b, %[wi8].16b\n\t" \
+  "umlal v20.8h, v17.8b, %[wi8].8b\n\t" \
+  "umlal v26.8h, " C ".8b, %[wc].8b\n\t" \
+  "umlal2 v21.8h, v17.16b, %[wi8].16b\n\t" \
+  "umlal2 v27.8h, " C ".16b, %[wc].16b\n\t" \
+  "umlal v20.8h, v18.8b, %[wi8].8b\n\t" \
+  "umlal2 v21.8h, v18.16b, %[wi8].16b\n\t" \
+  "umlal v20.8h, " ON ".8b, %[wc].8b\n\t" \
+  "umlal2 v21.8h, " ON ".16b, %[wc].16b\n\t" \
+  "uqrshrn " CN ".8b, v20.8h, #7\n\t" \
+  "uqrshrn2 " CN ".16b, v21.8h, #7\n\t" \
+  "ext v24.16b, " C ".16b, " CN ".16b, #1\n\t" \
+  "ext v25.16b, " C ".16b, " CN ".16b, #2\n\t" \
+  "ext " AN ".16b, " C ".16b, " CN ".16b, #14\n\t" \
+  "ext " BN ".16b, " C ".16b, " CN ".16b, #15\n\t" \
+  "umlal v26.8h, v25.8b, %[wo8].8b\n\t" \
+  "umlal2 v27.8h, v25.16b, %[wo8].16b\n\t" \
+  "umlal v26.8h, v24.8b, %[wi8].8b\n\t" \
+  "umlal2 v27.8h, v24.16b, %[wi8].16b\n\t" \
+  "umlsl v26.8h, " O ".8b, %[k128].8b\n\t" \
+  "umlsl2 v27.8h, " O ".16b, %[k128].16b\n\t" \
+  "bic v26.8h, #0x1f\n\t" \
+  "bic v27.8h, #0x1f\n\t" \
+  "sqdmulh v26.8h, v26.8h, %[gain].8h\n\t" \
+  "sqdmulh v27.8h, v27.8h, %[gain].8h\n\t" \
+  "smin v22.8h, v26.8h, %[k60].8h\n\t" \
+  "smin v23.8h, v27.8h, %[k60].8h\n\t" \
+  "smax v22.8h, v22.8h, %[km60].8h\n\t" \
+  "smax v23.8h, v23.8h, %[km60].8h\n\t" \
+  "add v26.8h, v26.8h, v22.8h\n\t" \
+  "add v27.8h, v27.8h, v23.8h\n\t" \
+  "sqrshrn v26.8b, v26.8h, #2\n\t" \
+  "sqrshrn2 v26.16b, v27.8h, #2\n\t" \
+  "usqadd " O ".16b, v26.16b\n\t" \
+  "st1 {" O ".16b}, [%[out]], #16\n\t"
     asm volatile("mov v0.16b, %[c0].16b\n\t"
                  "mov v1.16b, %[a0].16b\n\t"
                  "mov v2.16b, %[b0].16b\n\t"
                  "mov v3.16b, %[o0].16b\n\t"
                  "1:\n\t"
-                 "ldr q16, [%[r0]], #16\n\t"
-                 "ldr q17, [%[r1]], #16\n\t"
-                 "ld1 {v7.16b}, [%[r2]], #16\n\t"
-                 "ldr q18, [%[r3]], #16\n\t"
-                 "ldr q19, [%[r4]], #16\n\t"
-                 "umull v20.8h, v16.8b, %[wo8].8b\n\t"
-                 "umull v26.8h, v1.8b, %[wo8].8b\n\t"
-                 "umull2 v21.8h, v16.16b, %[wo8].16b\n\t"
-                 "umull2 v27.8h, v1.16b, %[wo8].16b\n\t"
-                 "umlal v20.8h, v19.8b, %[wo8].8b\n\t"
-                 "umlal v26.8h, v2.8b, %[wi8].8b\n\t"
-                 "umlal2 v21.8h, v19.16b, %[wo8].16b\n\t"
-                 "umlal2 v27.8h, v2.16b, %[wi8].16b\n\t"
-                 "umlal v20.8h, v17.8b, %[wi8].8b\n\t"
-                 "umlal v26.8h, v0.8b, %[wc].8b\n\t"
-                 "umlal2 v21.8h, v17.16b, %[wi8].16b\n\t"
-                 "umlal2 v27.8h, v0.16b, %[wc].16b\n\t"
-                 "umlal v20.8h, v18.8b, %[wi8].8b\n\t"
-                 "umlal2 v21.8h, v18.16b, %[wi8].16b\n\t"
-                 "umlal v20.8h, v7.8b, %[wc].8b\n\t"
-                 "umlal2 v21.8h, v7.16b, %[wc].16b\n\t"
-                 "uqrshrn v4.8b, v20.8h, #7\n\t"
-                 "uqrshrn2 v4.16b, v21.8h, #7\n\t"
-                 "ext v24.16b, v0.16b, v4.16b, #1\n\t"
-                 "ext v25.16b, v0.16b, v4.16b, #2\n\t"
-                 "ext v5.16b, v0.16b, v4.16b, #14\n\t"
-                 "ext v6.16b, v0.16b, v4.16b, #15\n\t"
-                 "umlal v26.8h, v25.8b, %[wo8].8b\n\t"
-                 "umlal2 v27.8h, v25.16b, %[wo8].16b\n\t"
-                 "umlal v26.8h, v24.8b, %[wi8].8b\n\t"
-                 "umlal2 v27.8h, v24.16b, %[wi8].16b\n\t"
-                 "umlsl v26.8h, v3.8b, %[k128].8b\n\t"
-                 "umlsl2 v27.8h, v3.16b, %[k128].16b\n\t"
-                 "bic v26.8h, #0x1f\n\t"
-                 "bic v27.8h, #0x1f\n\t"
-                 "sqdmulh v26.8h, v26.8h, %[gain].8h\n\t"
-                 "sqdmulh v27.8h, v27.8h, %[gain].8h\n\t"
-                 "smin v22.8h, v26.8h, %[k60].8h\n\t"
-                 "smin v23.8h, v27.8h, %[k60].8h\n\t"
-                 "smax v22.8h, v22.8h, %[km60].8h\n\t"
-                 "smax v23.8h, v23.8h, %[km60].8h\n\t"
-                 "add v26.8h, v26.8h, v22.8h\n\t"
-                 "add v27.8h, v27.8h, v23.8h\n\t"
-                 "sqrshrn v26.8b, v26.8h, #2\n\t"
-                 "sqrshrn2 v26.16b, v27.8h, #2\n\t"
-                 "usqadd v3.16b, v26.16b\n\t"
-                 "st1 {v3.16b}, [%[out]], #16\n\t"
-                 "ldr q16, [%[r0]], #16\n\t"
-                 "ldr q17, [%[r1]], #16\n\t"
-                 "ld1 {v3.16b}, [%[r2]], #16\n\t"
-                 "ldr q18, [%[r3]], #16\n\t"
-                 "ldr q19, [%[r4]], #16\n\t"
-                 "umull v20.8h, v16.8b, %[wo8].8b\n\t"
-                 "umull v26.8h, v5.8b, %[wo8].8b\n\t"
-                 "umull2 v21.8h, v16.16b, %[wo8].16b\n\t"
-                 "umull2 v27.8h, v5.16b, %[wo8].16b\n\t"
-                 "umlal v20.8h, v19.8b, %[wo8].8b\n\t"
-                 "umlal v26.8h, v6.8b, %[wi8].8b\n\t"
-                 "umlal2 v21.8h, v19.16b, %[wo8].16b\n\t"
-                 "umlal2 v27.8h, v6.16b, %[wi8].16b\n\t"
-                 "umlal v20.8h, v17.8b, %[wi8].8b\n\t"
-                 "umlal v26.8h, v4.8b, %[wc].8b\n\t"
-                 "umlal2 v21.8h, v17.16b, %[wi8].16b\n\t"
-                 "umlal2 v27.8h, v4.16b, %[wc].16b\n\t"
-                 "umlal v20.8h, v18.8b, %[wi8].8b\n\t"
-                 "umlal2 v21.8h, v18.16b, %[wi8].16b\n\t"
-                 "umlal v20.8h, v3.8b, %[wc].8b\n\t"
-                 "umlal2 v21.8h, v3.16b, %[wc].16b\n\t"
-                 "uqrshrn v0.8b, v20.8h, #7\n\t"
-                 "uqrshrn2 v0.16b, v21.8h, #7\n\t"
-                 "ext v24.16b, v4.16b, v0.16b, #1\n\t"
-                 "ext v25.16b, v4.16b, v0.16b, #2\n\t"
-                 "ext v1.16b, v4.16b, v0.16b, #14\n\t"
-                 "ext v2.16b, v4.16b, v0.16b, #15\n\t"
-                 "umlal v26.8h, v25.8b, %[wo8].8b\n\t"
-                 "umlal2 v27.8h, v25.16b, %[wo8].16b\n\t"
-                 "umlal v26.8h, v24.8b, %[wi8].8b\n\t"
-                 "umlal2 v27.8h, v24.16b, %[wi8].16b\n\t"
-                 "umlsl v26.8h, v7.8b, %[k128].8b\n\t"
-                 "umlsl2 v27.8h, v7.16b, %[k128].16b\n\t"
-                 "bic v26.8h, #0x1f\n\t"
-                 "bic v27.8h, #0x1f\n\t"
-                 "sqdmulh v26.8h, v26.8h, %[gain].8h\n\t"
-                 "sqdmulh v27.8h, v27.8h, %[gain].8h\n\t"
-                 "smin v22.8h, v26.8h, %[k60].8h\n\t"
-                 "smin v23.8h, v27.8h, %[k60].8h\n\t"
-                 "smax v22.8h, v22.8h, %[km60].8h\n\t"
-                 "smax v23.8h, v23.8h, %[km60].8h\n\t"
-                 "add v26.8h, v26.8h, v22.8h\n\t"
-                 "add v27.8h, v27.8h, v23.8h\n\t"
-                 "sqrshrn v26.8b, v26.8h, #2\n\t"
-                 "sqrshrn2 v26.16b, v27.8h, #2\n\t"
-                 "usqadd v7.16b, v26.16b\n\t"
-                 "st1 {v7.16b}, [%[out]], #16\n\t"
+                 KQ_SHARPEN_BLOCK("v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7")
+                 KQ_SHARPEN_BLOCK("v4", "v5", "v6", "v7", "v0", "v1", "v2", "v3")
                  "subs %[n], %[n], #1\n\t"
                  "b.ne 1b\n\t"
                  "mov %[pv].16b, v4.16b\n\t"
@@ -1210,6 +1087,7 @@ struct SharpenNeon {
                    [k128] "w"(k128x), [gain] "w"(gainK), [k60] "w"(k60), [km60] "w"(km60)
                  : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v16", "v17", "v18", "v19",
                    "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "cc", "memory");
+#undef KQ_SHARPEN_BLOCK
     return 32 * pairs;
   }
 #endif
