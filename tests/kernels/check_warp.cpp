@@ -369,6 +369,49 @@ TEST(CheckWarp, RowsMatchTheFloatChainWithAndWithoutAPlan) {
     });
 }
 
+// Enlargements walk down the plane on one plan, each call's upper source
+// row the lower row of the call before, 1 to 4 output rows per call: the
+// planned kernels' common case, where every group's bytes fit a 16-byte
+// window (armv7 then takes the whole row without per-group tests, and keeps
+// the lower row's horizontal results for the next call). The same rows
+// started near the right edge, so that the last groups read clamped
+// columns, and near the left edge, must take the general path; all give the
+// scalar bytes.
+TEST(CheckWarp, EnlargedRowsDownOnePlan) {
+  const int32_t w = 200, h = 9;
+  KqGuardedBuffer src(size_t(w) * h);
+  KqRng fillRng(kqTestSeed() ^ 0xE11);
+  kqFillPlane(src.data(), w, h, w, KqFill::kUniform, fillRng);
+  for (int rowKind : {kNearest, kBilinear})
+    forEachImpl(rowKind, [&](const KQWarpDsp& dsp, const KQWarpDsp& ref, uint32_t level) {
+      KqRng rng(kqTestSeed() ^ 0xE12 ^ (uint64_t(level) << 36));
+      for (float d : {0.5f, 0.25f, 0.3f, 0.9f}) {
+        for (int start = 0; start < 3; ++start) {
+          KQWarpRow a;
+          a.srcWidth = w;
+          // Inside: the row's source span ends 20 columns before the edge.
+          a.count = rng.range(16, start == 0 ? std::min(300, int(float(w - 30) / d)) : 300);
+          setStep(&a, d);
+          const float span = float(a.count) * d;
+          a.x = start == 0   ? rng.uniform(2.0f, float(w) - span - 20.0f)
+                : start == 1 ? float(w) - span * rng.uniform(0.3f, 0.9f)
+                             : -rng.uniform(0.0f, 12.0f);
+          std::vector<int32_t> codes = blockCodes(a);
+          std::vector<uint8_t> plan(kqWarpPlanBytes(a.count), 0xA5);
+          int32_t ready = 0;
+          for (int32_t y = 0; y + 1 < h; ++y) {
+            a.src0 = src.data() + size_t(y) * w;
+            a.src1 = src.data() + size_t(y + 1) * w;
+            randomRows(&a, kKqWarpMaxRows, rng);
+            ASSERT_TRUE(plannedMatches(ref, dsp, a, &codes, plan, &ready, rowKind))
+                << kRowKindName[rowKind] << " step " << d << " start " << a.x << " count "
+                << a.count << " row " << y << " rows " << a.rows;
+          }
+        }
+      }
+    });
+}
+
 // Far along a very wide row (columns past 2^23, where one float ulp is a
 // whole pixel) a step near 1 moves some blocks by a full 8 pixels, and a
 // 16-pixel run that starts inside a block can spread over more than 16
