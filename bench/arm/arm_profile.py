@@ -193,6 +193,11 @@ def to_mca(body, thumb):
                       lambda m: "{" + ", ".join(f"d{i}" for i in range(int(m.group(1)),
                                                                       int(m.group(2)) + 1)) + "}",
                       text)
+        m = re.fullmatch(r"vswp(\.\w+)?\s+(\w+),\s*(\w+)", text.strip())
+        if m:
+            # LLVM 14's Cortex-A9 model takes no vswp: modelled as the two register moves it does.
+            lines.append(f"\tvorr\t{m.group(2)}, {m.group(3)}, {m.group(3)}")
+            text = f"vorr\t{m.group(3)}, {m.group(2)}, {m.group(2)}"
         lines.append("\t" + text)
     return "\n".join(lines) + "\n"
 

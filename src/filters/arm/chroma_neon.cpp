@@ -830,26 +830,32 @@ KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int 
 #endif
 }
 
-// The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8.
+// The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
+// in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
+// fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
+// and pass 3's two parities do not).
 #if defined(__aarch64__)
 using Inner = Q;
 #else
 using Inner = D;
 #endif
+template <int kPass>
+using PassInner = std::conditional_t<kPass == 2, Q, Inner>;
 
 // Steps over [x0, x0 + n): with `first` an Edge step at x0 clamps its left
 // far taps, with `last` an Edge step ending at x0 + n its right far taps
 // (reach lanes away, at most Edge::kOut; passes 1 and 2 take Q edges, whose
 // 16 lanes hold their far taps, pass 3 Inner ones); the steps between are
-// Inner steps. Where they do not tile the run, the last Inner step ends where
-// the final step starts, overlapping the one before it; the two are computed
-// before either is stored, so that every step reads the source bytes of its
+// Inner steps (the template argument: ::Inner, or PassInner of the pass).
+// Where they do not tile the run, the last Inner step ends where the final
+// step starts, overlapping the one before it; the two are computed before
+// either is stored, so that every step reads the source bytes of its
 // outputs as they were (pass 3 runs in place) and the overlap gets equal
 // bytes twice. Before a clamping last step, the Inner step before it starts
 // early enough that its right far taps stay inside the row. A run with both
 // edges is at least two Edge steps long. compute(x, kind, lanes) makes the
 // outputs at x, store(x, out) stores them.
-template <class Edge, class Compute, class Store>
+template <class Edge, class Inner = ::Inner, class Compute, class Store>
 KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute compute,
                      Store store) {
   constexpr int k = Inner::kOut, e = Edge::kOut;
@@ -939,7 +945,7 @@ struct NeonBlocks {
           },
           store);
     } else {
-      steps<Q>(
+      steps<Q, PassInner<2>>(
           x0, n, first, last, s,
           [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
             return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y,
@@ -952,7 +958,7 @@ struct NeonBlocks {
   template <int kPass, int kShift>
   static void halfSizeRun(const KQChromaPassContext* c, const Tables& t, int x0, int n, int y,
                           int yUp, int yDown) {
-    if (n < Inner::kOut) {
+    if (n < PassInner<kPass>::kOut) {
       for (int x = x0; x < x0 + n; ++x) {
         if (kPass == 1)
           kqChromaPass1Pixel(c, kShift, x, y);
