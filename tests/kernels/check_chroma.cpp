@@ -187,6 +187,22 @@ TEST(ChromaKernels, MatchReference) {
   });
 }
 
+// Rows long enough that the vector kernels take their inner steps in more
+// than one chunk (armv7's pass 3 keeps 16 steps' sums at a time), ending at
+// different remainders of a chunk, at strengths of short and default tables.
+TEST(ChromaKernels, LongRows) {
+  const uint64_t seed = kqTestSeed();
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
+    for (int w : {2 * (16 * 8 * 2 + 12), 2 * (16 * 8 * 3 + 4) + 1, 2 * 16 * 8 * 2 + 6})
+      for (float strength : {3.0f, 4.0f}) {
+        const KqFill fill = strength == 3.0f ? KqFill::kSmooth : KqFill::kUniform;
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, Shape{w, 4, 2, kMargins[pass - 1][0], 0}, fill,
+                            strength, 0, 0, 4, seed + uint64_t(w) * 5 + kind + pass))
+            << "long rows";
+      }
+  });
+}
+
 // Chroma close to the centre everywhere and luma of every difference: each
 // tap's weight then turns on its luma weight, over the whole range of luma
 // differences, for every strength whose tables the vector kernels shorten

@@ -830,6 +830,475 @@ KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int 
 #endif
 }
 
+#if !defined(__aarch64__)
+// Pass 3's inner steps on armv7, in assembly: GCC spills and moves registers
+// in the compiled steps (about 70 of their 440 instructions per 16 outputs).
+// A step takes 8 half-size columns and both parities in one q register
+// (even outputs in the low half, odd ones in the high), so that each tap is
+// loaded once and the element-wise steps run on 16 lanes. Registers: d16-d19
+// the weight and slope tables, d20-d22 the luma look-up (every difference
+// from 96 on weighs as 0), q7 the weights, q12-q15 the sums (U even, U odd,
+// V even, V odd), q0-q6 the taps and their weights. The centres are kept in
+// a 16-byte aligned buffer and loaded again by each tap, which leaves the
+// registers a tap needs. Addresses are the rows' bases plus the column,
+// scaled (the rows' struct below), and the steps are ordered for an in-order
+// core (a list schedule over Cortex-A9 latencies).
+struct Pass3Armv7Rows {
+  const uint8_t* src[2];      // U, V centres: full-size row Y           (+ 2 hx)
+  const uint8_t* lumaCentre;  // luma row 2Y                              (+ 4 hx)
+  const uint8_t* u[5];        // taps: up, left, centre, right, down      (+ hx)
+  const uint8_t* v[5];
+  const uint8_t* luma[5];     // luma rows 4 yUp, 4 y (x - 4, x, x + 4), 4 yDown (+ 4 hx)
+  uint8_t* out[2];            // U, V outputs: full-size row Y            (+ 2 hx)
+};
+static_assert(sizeof(Pass3Armv7Rows) == 80, "offsets the assembly step uses");
+
+template <int kShift>
+void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, int32_t count) {
+  // The steps go in chunks of up to kChunk through two loops: the first
+  // makes each step's weights and sums and keeps them in `sums` (80 bytes a
+  // step), the second turns them into means and stores them. Apart, each
+  // loop's steps overlap better on an in-order core than one long step, and
+  // the means' long dependency chain no longer holds the next step's taps.
+  constexpr int32_t kChunk = 16;
+  alignas(16) uint8_t centres[48];
+  alignas(16) uint8_t sums[kChunk * 80];
+  uint8_t* const b = centres;
+  while (count > 0) {
+    const int32_t n = count < kChunk ? count : kChunk;
+    int32_t x = hx, k = n;
+    uint8_t* sp = sums;
+    uint32_t sa, sb, sc;
+    asm volatile(
+        "vld1.8 {d16-d19}, [%[t]]\n\t"
+        "vld1.8 {d20-d22}, [%[tl]]\n\t"
+        "1:\n\t"
+        "vmov.i8 q7, #1\n\t"
+        "ldr %[c], [%[R], #8]\n\t"
+        "ldr %[a], [%[R], #0]\n\t"
+        "ldr %[b], [%[R], #4]\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vld4.8 {d6, d7, d8, d9}, [%[c]]\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "vld2.8 {d2, d3}, [%[a]]\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vld2.8 {d4, d5}, [%[b]]\n\t"
+        "ldr %[c], [%[R], #52]\n\t"
+        "ldr %[a], [%[R], #12]\n\t"
+        "ldr %[b], [%[R], #32]\n\t"
+        "vorr d7, d8, d8\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vst1.64 {d2, d3, d4, d5}, [%[B]:128]\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vmovl.u8 q12, d2\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vst1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vmovl.u8 q13, d3\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #56]\n\t"
+        "vld1.8 {d12}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #16]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vmovl.u8 q14, d4\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vmovl.u8 q15, d5\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
+        "vabd.u8 d7, d7, d0\n\t"
+        "vld1.8 {d13}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #36]\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vtbl.8 d1, {d18, d19}, d9\n\t"
+        "vtbl.8 d0, {d18, d19}, d8\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vmull.u8 q2, d1, d3\n\t"
+        "vmull.u8 q5, d0, d2\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vrshrn.i16 d1, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "vrshrn.i16 d0, q5, #8\n\t"
+        "vabd.u8 d4, d4, d13\n\t"
+        "vabd.u8 d5, d5, d13\n\t"
+        "vsub.i8 q4, q4, q0\n\t"
+        "vshr.u8 q5, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d0, {d18, d19}, d10\n\t"
+        "vtbl.8 d1, {d18, d19}, d11\n\t"
+        "vtbl.8 d10, {d16, d17}, d10\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
+        "vmull.u8 q1, d0, d4\n\t"
+        "vrshrn.i16 d0, q1, #8\n\t"
+        "vmull.u8 q1, d1, d5\n\t"
+        "vrshrn.i16 d1, q1, #8\n\t"
+        "vsub.i8 q5, q5, q0\n\t"
+        "vmull.u8 q0, d10, d8\n\t"
+        "vmull.u8 q1, d11, d9\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q1, d5, d7\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #60]\n\t"
+        "vld1.8 {d12}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #20]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vld1.8 {d13}, [%[b]]\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
+        "ldr %[b], [%[R], #40]\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d7, d7, d0\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d1, {d18, d19}, d9\n\t"
+        "vtbl.8 d0, {d18, d19}, d8\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vmull.u8 q2, d1, d3\n\t"
+        "vmull.u8 q5, d0, d2\n\t"
+        "vrshrn.i16 d1, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "vrshrn.i16 d0, q5, #8\n\t"
+        "vabd.u8 d4, d4, d13\n\t"
+        "vabd.u8 d5, d5, d13\n\t"
+        "vsub.i8 q4, q4, q0\n\t"
+        "vshr.u8 q5, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d0, {d18, d19}, d10\n\t"
+        "vtbl.8 d1, {d18, d19}, d11\n\t"
+        "vtbl.8 d10, {d16, d17}, d10\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
+        "vmull.u8 q1, d0, d4\n\t"
+        "vrshrn.i16 d0, q1, #8\n\t"
+        "vmull.u8 q1, d1, d5\n\t"
+        "vrshrn.i16 d1, q1, #8\n\t"
+        "vsub.i8 q5, q5, q0\n\t"
+        "vmull.u8 q0, d10, d8\n\t"
+        "vmull.u8 q1, d11, d9\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q1, d5, d7\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #64]\n\t"
+        "vld1.8 {d12}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #24]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vld1.8 {d13}, [%[b]]\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
+        "ldr %[b], [%[R], #44]\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d7, d7, d0\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d1, {d18, d19}, d9\n\t"
+        "vtbl.8 d0, {d18, d19}, d8\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vmull.u8 q2, d1, d3\n\t"
+        "vmull.u8 q5, d0, d2\n\t"
+        "vrshrn.i16 d1, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "vrshrn.i16 d0, q5, #8\n\t"
+        "vabd.u8 d4, d4, d13\n\t"
+        "vabd.u8 d5, d5, d13\n\t"
+        "vsub.i8 q4, q4, q0\n\t"
+        "vshr.u8 q5, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d0, {d18, d19}, d10\n\t"
+        "vtbl.8 d1, {d18, d19}, d11\n\t"
+        "vtbl.8 d10, {d16, d17}, d10\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
+        "vmull.u8 q1, d0, d4\n\t"
+        "vrshrn.i16 d0, q1, #8\n\t"
+        "vmull.u8 q1, d1, d5\n\t"
+        "vrshrn.i16 d1, q1, #8\n\t"
+        "vsub.i8 q5, q5, q0\n\t"
+        "vmull.u8 q0, d10, d8\n\t"
+        "vmull.u8 q1, d11, d9\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q1, d5, d7\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #68]\n\t"
+        "vld1.8 {d12}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #28]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vld1.8 {d13}, [%[b]]\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
+        "ldr %[b], [%[R], #48]\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d7, d7, d0\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d1, {d18, d19}, d9\n\t"
+        "vtbl.8 d0, {d18, d19}, d8\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vmull.u8 q2, d1, d3\n\t"
+        "vmull.u8 q5, d0, d2\n\t"
+        "vrshrn.i16 d1, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "vrshrn.i16 d0, q5, #8\n\t"
+        "vabd.u8 d4, d4, d13\n\t"
+        "vabd.u8 d5, d5, d13\n\t"
+        "vsub.i8 q4, q4, q0\n\t"
+        "vshr.u8 q5, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d0, {d18, d19}, d10\n\t"
+        "vtbl.8 d1, {d18, d19}, d11\n\t"
+        "vtbl.8 d10, {d16, d17}, d10\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
+        "vmull.u8 q1, d0, d4\n\t"
+        "vrshrn.i16 d0, q1, #8\n\t"
+        "vmull.u8 q1, d1, d5\n\t"
+        "vrshrn.i16 d1, q1, #8\n\t"
+        "vsub.i8 q5, q5, q0\n\t"
+        "vmull.u8 q0, d10, d8\n\t"
+        "vmull.u8 q1, d11, d9\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q1, d5, d7\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "vld1.8 {d12}, [%[a]]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vld1.8 {d13}, [%[b]]\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d7, d7, d0\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d1, {d18, d19}, d9\n\t"
+        "vtbl.8 d0, {d18, d19}, d8\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vmull.u8 q2, d1, d3\n\t"
+        "vmull.u8 q5, d0, d2\n\t"
+        "vrshrn.i16 d1, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "vrshrn.i16 d0, q5, #8\n\t"
+        "vabd.u8 d4, d4, d13\n\t"
+        "vabd.u8 d5, d5, d13\n\t"
+        "vsub.i8 q4, q4, q0\n\t"
+        "vshr.u8 q5, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d0, {d18, d19}, d10\n\t"
+        "vtbl.8 d1, {d18, d19}, d11\n\t"
+        "vtbl.8 d10, {d16, d17}, d10\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
+        "vmull.u8 q1, d0, d4\n\t"
+        "vrshrn.i16 d0, q1, #8\n\t"
+        "vmull.u8 q1, d1, d5\n\t"
+        "vrshrn.i16 d1, q1, #8\n\t"
+        "vsub.i8 q5, q5, q0\n\t"
+        "vmull.u8 q0, d10, d8\n\t"
+        "vmull.u8 q1, d11, d9\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q1, d5, d7\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vst1.64 {d14, d15}, [%[S]:128]!\n\t"
+        "vst1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+        "vst1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "add %[x], %[x], #8\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(rows), [B] "r"(b), [B16] "r"(b + 16), [B32] "r"(b + 32), [t] "r"(t.w),
+          [tl] "r"(t.lutLuma), [s] "i"(kShift), [r8] "i"(8 - kShift)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
+          "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
+          "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    x = hx;
+    k = n;
+    sp = sums;
+    asm volatile(
+        "1:\n\t"
+        "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
+        "movw %[a], #0x2000\n\t"
+        "movt %[a], #0x3f00\n\t"
+        "ldr %[b], [%[R], #76]\n\t"
+        "vmovl.u8 q0, d14\n\t"
+        "vmovl.u8 q1, d15\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+        "vmovl.u16 q2, d0\n\t"
+        "vmovl.u16 q3, d1\n\t"
+        "vmovl.u16 q4, d2\n\t"
+        "vcvt.f32.u32 q2, q2\n\t"
+        "vcvt.f32.u32 q3, q3\n\t"
+        "vmovl.u16 q5, d3\n\t"
+        "vcvt.f32.u32 q4, q4\n\t"
+        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "vrecpe.f32 q0, q2\n\t"
+        "vrecpe.f32 q6, q3\n\t"
+        "vcvt.f32.u32 q5, q5\n\t"
+        "vrecps.f32 q1, q2, q0\n\t"
+        "vrecps.f32 q7, q3, q6\n\t"
+        "vmul.f32 q0, q0, q1\n\t"
+        "vmul.f32 q6, q6, q7\n\t"
+        "vrecps.f32 q1, q2, q0\n\t"
+        "vrecps.f32 q7, q3, q6\n\t"
+        "vmul.f32 q2, q0, q1\n\t"
+        "vmul.f32 q3, q6, q7\n\t"
+        "vrecpe.f32 q0, q4\n\t"
+        "vrecpe.f32 q6, q5\n\t"
+        "vrecps.f32 q1, q4, q0\n\t"
+        "vrecps.f32 q7, q5, q6\n\t"
+        "vmul.f32 q0, q0, q1\n\t"
+        "vmul.f32 q6, q6, q7\n\t"
+        "vrecps.f32 q1, q4, q0\n\t"
+        "vrecps.f32 q7, q5, q6\n\t"
+        "vmul.f32 q4, q0, q1\n\t"
+        "vmul.f32 q5, q6, q7\n\t"
+        "vmovl.u16 q0, d24\n\t"
+        "vmovl.u16 q6, d25\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "vmla.f32 q1, q0, q2\n\t"
+        "vmla.f32 q7, q6, q3\n\t"
+        "vmovl.u16 q0, d26\n\t"
+        "vmovl.u16 q6, d27\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d24, q1\n\t"
+        "vmovn.i32 d25, q7\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "vmovn.i16 d24, q12\n\t"
+        "vmla.f32 q1, q0, q4\n\t"
+        "vmla.f32 q7, q6, q5\n\t"
+        "vmovl.u16 q0, d28\n\t"
+        "vmovl.u16 q6, d29\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d26, q1\n\t"
+        "vmovn.i32 d27, q7\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "vmovn.i16 d25, q13\n\t"
+        "vmla.f32 q1, q0, q2\n\t"
+        "vmla.f32 q7, q6, q3\n\t"
+        "vmovl.u16 q0, d30\n\t"
+        "vmovl.u16 q6, d31\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d28, q1\n\t"
+        "vmovn.i32 d29, q7\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "ldr %[a], [%[R], #72]\n\t"
+        "vmovn.i16 d28, q14\n\t"
+        "vmla.f32 q1, q0, q4\n\t"
+        "vmla.f32 q7, q6, q5\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "vst2.8 {d24, d25}, [%[a]]\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d30, q1\n\t"
+        "vmovn.i32 d31, q7\n\t"
+        "vmovn.i16 d29, q15\n\t"
+        "vst2.8 {d28, d29}, [%[b]]\n\t"
+        "add %[x], %[x], #8\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(rows)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
+          "d13", "d14", "d15", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc",
+          "memory");
+    hx += 8 * n;
+    count -= n;
+  }
+}
+#endif
+
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
 // in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
 // fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
@@ -854,10 +1323,16 @@ using PassInner = std::conditional_t<kPass == 2, Q, Inner>;
 // bytes twice. Before a clamping last step, the Inner step before it starts
 // early enough that its right far taps stay inside the row. A run with both
 // edges is at least two Edge steps long. compute(x, kind, lanes) makes the
-// outputs at x, store(x, out) stores them.
-template <class Edge, class Inner = ::Inner, class Compute, class Store>
+// outputs at x, store(x, out) stores them; run(x, count), where given, makes
+// and stores count whole inner steps from x itself and returns the x after
+// them.
+struct NoRun {
+  KQ_INLINE int operator()(int x, int) const { return x; }
+};
+
+template <class Edge, class Inner = ::Inner, class Compute, class Store, class Run = NoRun>
 KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute compute,
-                     Store store) {
+                     Store store, Run run = Run()) {
   constexpr int k = Inner::kOut, e = Edge::kOut;
   const int end = x0 + n;
   int x = x0;
@@ -866,6 +1341,7 @@ KQ_INLINE void steps(int x0, int n, bool first, bool last, int reach, Compute co
     x += e;
   }
   const int lastX = end - (last ? e : k);
+  if (lastX - x >= k) x = run(x, (lastX - x) / k);
   for (; x + k <= lastX; x += k) store(x, compute(x, Kind<kInner>(), Inner()));
   // [x, lastX) is shorter than one Inner step.
   int before = x;
@@ -998,9 +1474,12 @@ struct NeonBlocks {
 
   // The steps of a pass 3 run over half-size columns [hx0, hx0 + hn) of full-size
   // row Y, chroma weighed by wc, luma by wl.
-  template <class WC, class WL>
+  // The steps of a pass 3 run over half-size columns [hx0, hx0 + hn) of full-size
+  // row Y, chroma weighed by wc, luma by wl; run makes whole inner steps
+  // where given (see steps).
+  template <class WC, class WL, class Run = NoRun>
   static void pass3Steps(const KQChromaPassContext* context, const WC& wc, const WL& wl, int hx0,
-                         int hn, int Y, int yUp, int y, int yDown) {
+                         int hn, int Y, int yUp, int y, int yDown, Run run = Run()) {
     const KQChromaPassContext local = *context;
     const KQChromaPassContext* c = &local;
     uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
@@ -1015,8 +1494,31 @@ struct NeonBlocks {
         [&](int hx, const Out2<Inner>& o) __attribute__((always_inline)) {
           Inner::storeInterleaved(outU + 2 * hx, o.even.u, o.odd.u);
           Inner::storeInterleaved(outV + 2 * hx, o.even.v, o.odd.v);
-        });
+        },
+        run);
   }
+
+#if !defined(__aarch64__)
+  // armv7 where every difference from 96 on weighs as 0: the inner steps in
+  // assembly (pass3InnerArmv7), the edge and tail steps as above.
+  template <int kShift>
+  static void pass3StepsArmv7(const KQChromaPassContext* c, const Tables& t, int hx0, int hn,
+                              int Y, int yUp, int y, int yDown) {
+    const Pass3Rows r = pass3Rows(c, Y, yUp, y, yDown);
+    const size_t w = size_t(c->chromaWidth);
+    const Pass3Armv7Rows a{{r.srcU, r.srcV},
+                           r.lumaCentre,
+                           {r.uUp, r.uMid - 1, r.uMid, r.uMid + 1, r.uDown},
+                           {r.vUp, r.vMid - 1, r.vMid, r.vMid + 1, r.vDown},
+                           {r.lumaUp, r.lumaMid - 4, r.lumaMid, r.lumaMid + 4, r.lumaDown},
+                           {c->outU + size_t(Y) * w, c->outV + size_t(Y) * w}};
+    pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), hx0, hn, Y, yUp, y, yDown,
+               [&](int hx, int count) {
+                 pass3InnerArmv7<kShift>(&a, t, hx, count);
+                 return hx + count * Inner::kOut;
+               });
+  }
+#endif
 
   // Outputs are full-size columns X = 2 * hx; X0 and n are even.
   template <int kShift>
@@ -1036,7 +1538,7 @@ struct NeonBlocks {
         pass3Steps(c, ByLut<128>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #else
       if (t.reach <= 96)
-        pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+        pass3StepsArmv7<kShift>(c, t, X0 / 2, n / 2, Y, yUp, y, yDown);
       else
         pass3Steps(c, ByFormula<kShift>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
 #endif
