@@ -764,31 +764,49 @@ struct Out2 {
   Out<L> even, odd;
 };
 
+// The luma of half-size column hx.. (one per lane) of a luma row: every
+// fourth byte of the plane's row, or with kQuarter a row of those bytes
+// taken out beforehand (one per half-size column).
+template <class L, bool kQuarter>
+KQ_INLINE typename L::B quarterLuma(const uint8_t* row, int hx) {
+  if constexpr (kQuarter)
+    return L::load(row + hx);
+  else
+    return L::every4th(row + 4 * hx);
+}
+
 // The five taps of pass 3 for half-size columns hx0.. (one per lane), added
 // to the sums a[i] of the kN outputs with centres ce[i].
-template <class L, class WC, class WL, int kKind, int kN>
+template <class L, class WC, class WL, int kKind, int kN, bool kQuarter = false>
 KQ_INLINE void pass3Taps(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0, Acc<L> (&a)[kN],
                          const Centre<L> (&ce)[kN]) {
   using B = typename L::B;
   auto tap = [&](B tY, B tU, B tV) __attribute__((always_inline)) {
     for (int i = 0; i < kN; ++i) addTap<L>(&a[i], wc, wl, ce[i], tY, tU, tV);
   };
-  const uint8_t* lumaY = r.lumaMid + 4 * hx0;
-  const B my = L::every4th(lumaY), mu = L::load(r.uMid + hx0), mv = L::load(r.vMid + hx0);
-  tap(L::every4th(r.lumaUp + 4 * hx0), L::load(r.uUp + hx0), L::load(r.vUp + hx0));
+  auto luma = [&](const uint8_t* row, int hx) __attribute__((always_inline)) {
+    return quarterLuma<L, kQuarter>(row, hx);
+  };
+  const B my = luma(r.lumaMid, hx0), mu = L::load(r.uMid + hx0), mv = L::load(r.vMid + hx0);
+  tap(luma(r.lumaUp, hx0), L::load(r.uUp + hx0), L::load(r.vUp + hx0));
   if constexpr (kKind == kFirst) {
     tap(L::moveUp(my, 1), L::moveUp(mu, 1), L::moveUp(mv, 1));
   } else {
-    tap(L::every4th(lumaY - 4), L::load(r.uMid + hx0 - 1), L::load(r.vMid + hx0 - 1));
+    tap(luma(r.lumaMid, hx0 - 1), L::load(r.uMid + hx0 - 1), L::load(r.vMid + hx0 - 1));
   }
   tap(my, mu, mv);
   if constexpr (kKind == kLast) {
     tap(L::moveDown(my, 1), L::moveDown(mu, 1), L::moveDown(mv, 1));
   } else {
-    tap(L::every4th(lumaY + 4), L::load(r.uMid + hx0 + 1), L::load(r.vMid + hx0 + 1));
+    tap(luma(r.lumaMid, hx0 + 1), L::load(r.uMid + hx0 + 1), L::load(r.vMid + hx0 + 1));
   }
-  tap(L::every4th(r.lumaDown + 4 * hx0), L::load(r.uDown + hx0), L::load(r.vDown + hx0));
+  tap(luma(r.lumaDown, hx0), L::load(r.uDown + hx0), L::load(r.vDown + hx0));
 }
+
+// Rows of luma taken out for aarch64's pass 3 (see pass3Steps): at most
+// kQuarterMax half-size columns, rows kQuarterRow bytes apart.
+constexpr int kQuarterMax = 2048;
+constexpr int kQuarterRow = kQuarterMax + 16;
 
 // Pass 3: the full-size outputs of parity kParity (X = 2 hx + kParity) of
 // half-size columns hx0.. (one per lane) of row Y.
@@ -810,19 +828,26 @@ KQ_INLINE Out<L> pass3Parity(const Pass3Rows& r, const WC& wc, const WL& wl, int
 // the same taps, the half-size samples themselves: aarch64 loads each tap
 // once for both; armv7 (half the registers) runs the taps once per parity.
 // The source bytes are loaded before any store (in-place use).
-template <class L, class WC, class WL, int kKind>
+template <class L, class WC, class WL, int kKind, bool kQuarter = false>
 KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0) {
 #if defined(__aarch64__)
   Centre<L> ce[2];
   L::evenOdd(r.srcU + 2 * hx0, &ce[0].u, &ce[1].u);
   L::evenOdd(r.srcV + 2 * hx0, &ce[0].v, &ce[1].v);
-  L::every4thPair(r.lumaCentre + 4 * hx0, &ce[0].y, &ce[1].y);
+  if constexpr (kQuarter) {
+    // The luma centres' rows taken out: even columns' row at lumaCentre,
+    // odd columns' one wh bytes on (see pass3Steps).
+    ce[0].y = L::load(r.lumaCentre + hx0);
+    ce[1].y = L::load(r.lumaCentre + kQuarterRow + hx0);
+  } else {
+    L::every4thPair(r.lumaCentre + 4 * hx0, &ce[0].y, &ce[1].y);
+  }
   // Own colour, weight 1.
   auto start = [](const Centre<L>& c) __attribute__((always_inline)) {
     return Acc<L>{L::dup(1), L::widen(c.u), L::widen(c.v)};
   };
   Acc<L> a[2] = {start(ce[0]), start(ce[1])};
-  pass3Taps<L, WC, WL, kKind>(r, wc, wl, hx0, a, ce);
+  pass3Taps<L, WC, WL, kKind, 2, kQuarter>(r, wc, wl, hx0, a, ce);
   return Out2<L>{means(a[0]), means(a[1])};
 #else
   const Out<L> even = pass3Parity<L, WC, WL, kKind, 0>(r, wc, wl, hx0);
@@ -1299,6 +1324,23 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
 }
 #endif
 
+#if defined(__aarch64__)
+// Bytes 0, 4, 8, .. of `src` into dst[lo, hi) (dst[i] = src[4 i]), and with
+// `odd` bytes 2, 6, .. into odd[lo, hi); src holds at least 4 hi bytes.
+KQ_INLINE void takeQuarter(uint8_t* dst, uint8_t* odd, const uint8_t* src, int lo, int hi) {
+  int i = lo;
+  for (; i + 16 <= hi; i += 16) {
+    const uint8x16x4_t v = vld4q_u8(src + 4 * i);
+    vst1q_u8(dst + i, v.val[0]);
+    if (odd != nullptr) vst1q_u8(odd + i, v.val[2]);
+  }
+  for (; i < hi; ++i) {
+    dst[i] = src[4 * i];
+    if (odd != nullptr) odd[i] = src[4 * i + 2];
+  }
+}
+#endif
+
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
 // in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
 // fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
@@ -1486,6 +1528,38 @@ struct NeonBlocks {
     uint8_t* const outV = c->outV + size_t(Y) * size_t(c->chromaWidth);
     const Pass3Rows rows = pass3Rows(c, Y, yUp, y, yDown);
     const bool first = hx0 == 0, last = hx0 + hn == c->chromaWidth / 2;
+#if defined(__aarch64__)
+    const int wh = c->chromaWidth / 2;
+    if (wh <= kQuarterMax) {
+      // The luma the steps take is every fourth byte of its rows (ld4, which
+      // holds an in-order core's load pipe for 8 cycles and needs an add per
+      // address): taken out once per row here, the steps load it by ldr
+      // with offsets.
+      alignas(16) uint8_t q[5 * kQuarterRow];
+      const int lo = hx0 > 0 ? hx0 - 1 : 0, hi = hx0 + hn < wh ? hx0 + hn + 1 : wh;
+      takeQuarter(q, q + kQuarterRow, rows.lumaCentre, lo, hi);
+      takeQuarter(q + 2 * kQuarterRow, nullptr, rows.lumaUp, lo, hi);
+      takeQuarter(q + 3 * kQuarterRow, nullptr, rows.lumaMid, lo, hi);
+      takeQuarter(q + 4 * kQuarterRow, nullptr, rows.lumaDown, lo, hi);
+      Pass3Rows taken = rows;
+      taken.lumaCentre = q;
+      taken.lumaUp = q + 2 * kQuarterRow;
+      taken.lumaMid = q + 3 * kQuarterRow;
+      taken.lumaDown = q + 4 * kQuarterRow;
+      steps<Inner>(
+          hx0, hn, first, last, 1,
+          [&](int hx, auto kind, auto lanes) __attribute__((always_inline)) {
+            return pass3Step<decltype(lanes), WC, WL, decltype(kind)::value, true>(taken, wc, wl,
+                                                                                  hx);
+          },
+          [&](int hx, const Out2<Inner>& o) __attribute__((always_inline)) {
+            Inner::storeInterleaved(outU + 2 * hx, o.even.u, o.odd.u);
+            Inner::storeInterleaved(outV + 2 * hx, o.even.v, o.odd.v);
+          },
+          run);
+      return;
+    }
+#endif
     steps<Inner>(
         hx0, hn, first, last, 1,
         [&](int hx, auto kind, auto lanes) __attribute__((always_inline)) {
