@@ -188,12 +188,15 @@ TEST(ChromaKernels, MatchReference) {
 }
 
 // Rows long enough that the vector kernels take their inner steps in more
-// than one chunk (armv7's pass 3 keeps 16 steps' sums at a time), ending at
-// different remainders of a chunk, at strengths of short and default tables.
+// than one chunk (pass 3 keeps 16 steps' sums at a time: 8 half-size
+// columns a step on armv7, 16 on aarch64, which also leaves an odd step to
+// the compiled code), ending at different remainders of a chunk, at
+// strengths of short and default tables.
 TEST(ChromaKernels, LongRows) {
   const uint64_t seed = kqTestSeed();
   forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
-    for (int w : {2 * (16 * 8 * 2 + 12), 2 * (16 * 8 * 3 + 4) + 1, 2 * 16 * 8 * 2 + 6})
+    for (int w : {2 * (16 * 8 * 2 + 12), 2 * (16 * 8 * 3 + 4) + 1, 2 * 16 * 8 * 2 + 6,
+                  2 * (16 * 16 * 2 + 20), 2 * (16 * 16 * 2 + 36) + 1})
       for (float strength : {3.0f, 4.0f}) {
         const KqFill fill = strength == 3.0f ? KqFill::kSmooth : KqFill::kUniform;
         ASSERT_TRUE(runCase(ref, dsp, pass, kind, Shape{w, 4, 2, kMargins[pass - 1][0], 0}, fill,

@@ -803,10 +803,13 @@ KQ_INLINE void pass3Taps(const Pass3Rows& r, const WC& wc, const WL& wl, int hx0
   tap(luma(r.lumaDown, hx0), L::load(r.uDown + hx0), L::load(r.vDown + hx0));
 }
 
-// Rows of luma taken out for aarch64's pass 3 (see pass3Steps): at most
-// kQuarterMax half-size columns, rows kQuarterRow bytes apart.
+#if defined(__aarch64__)
+// Rows taken out for aarch64's pass 3 (see pass3Steps): at most kQuarterMax
+// half-size columns, rows kQuarterRow bytes apart (a multiple of 16, which
+// the assembly steps' load offsets need).
 constexpr int kQuarterMax = 2048;
 constexpr int kQuarterRow = kQuarterMax + 16;
+#endif
 
 // Pass 3: the full-size outputs of parity kParity (X = 2 hx + kParity) of
 // half-size columns hx0.. (one per lane) of row Y.
@@ -1325,19 +1328,656 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
 #endif
 
 #if defined(__aarch64__)
-// Bytes 0, 4, 8, .. of `src` into dst[lo, hi) (dst[i] = src[4 i]), and with
-// `odd` bytes 2, 6, .. into odd[lo, hi); src holds at least 4 hi bytes.
-KQ_INLINE void takeQuarter(uint8_t* dst, uint8_t* odd, const uint8_t* src, int lo, int hi) {
+// The rows of pass3Steps' buffer q (kQuarterRow bytes apart) for half-size
+// columns [lo, hi): 0, 1 the luma centres of even and odd columns (bytes 0
+// and 2 of every 4 of luma row 2Y), 2-4 the taps' luma (byte 0 of every 4
+// of luma rows 4 yUp, 4 y, 4 yDown), and with `centres` 5-8 the U and V
+// centres of even and odd columns (bytes 0 and 1 of every 2 of row Y).
+void takeRows(uint8_t* q, const Pass3Rows& r, int lo, int hi, bool centres) {
+  constexpr int R = kQuarterRow;
   int i = lo;
   for (; i + 16 <= hi; i += 16) {
-    const uint8x16x4_t v = vld4q_u8(src + 4 * i);
-    vst1q_u8(dst + i, v.val[0]);
-    if (odd != nullptr) vst1q_u8(odd + i, v.val[2]);
+    const uint8x16x4_t c = vld4q_u8(r.lumaCentre + 4 * i);
+    vst1q_u8(q + i, c.val[0]);
+    vst1q_u8(q + R + i, c.val[2]);
+    vst1q_u8(q + 2 * R + i, vld4q_u8(r.lumaUp + 4 * i).val[0]);
+    vst1q_u8(q + 3 * R + i, vld4q_u8(r.lumaMid + 4 * i).val[0]);
+    vst1q_u8(q + 4 * R + i, vld4q_u8(r.lumaDown + 4 * i).val[0]);
+    if (centres) {
+      const uint8x16x2_t u = vld2q_u8(r.srcU + 2 * i), v = vld2q_u8(r.srcV + 2 * i);
+      vst1q_u8(q + 5 * R + i, u.val[0]);
+      vst1q_u8(q + 6 * R + i, u.val[1]);
+      vst1q_u8(q + 7 * R + i, v.val[0]);
+      vst1q_u8(q + 8 * R + i, v.val[1]);
+    }
   }
   for (; i < hi; ++i) {
-    dst[i] = src[4 * i];
-    if (odd != nullptr) odd[i] = src[4 * i + 2];
+    q[i] = r.lumaCentre[4 * i];
+    q[R + i] = r.lumaCentre[4 * i + 2];
+    q[2 * R + i] = r.lumaUp[4 * i];
+    q[3 * R + i] = r.lumaMid[4 * i];
+    q[4 * R + i] = r.lumaDown[4 * i];
+    if (centres) {
+      q[5 * R + i] = r.srcU[2 * i];
+      q[6 * R + i] = r.srcU[2 * i + 1];
+      q[7 * R + i] = r.srcV[2 * i];
+      q[8 * R + i] = r.srcV[2 * i + 1];
+    }
   }
+}
+#endif
+
+#if defined(__aarch64__)
+// Pass 3's inner steps on aarch64 in assembly, where every difference from
+// 80 on weighs as 0 (look-ups of 64 + 16 bytes). The compiled steps spill
+// about 50 registers per step: both parities' sums and centres, the tables
+// and a tap's values leave no register free. Here the centres are loaded
+// again by each tap from the rows pass3Steps took out (luma centres, taps'
+// luma and the U and V centres of either parity, kQuarterRow bytes apart,
+// all at offsets from one pointer), which leaves two sets of registers, one
+// per parity, so that a tap's two parities overlap. The steps go in chunks
+// through two loops: the first keeps each step's weights and sums in
+// `sums` (160 bytes a step), the second makes the means, two steps per
+// iteration, dividing for the next step while the means of this one are
+// made (the divisions hold an in-order core's divider for 10 cycles each).
+// Both loops are ordered by a list schedule over Cortex-A55 latencies.
+// Makes count & ~1 steps from hx on and returns how many.
+int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* outV,
+                  const Tables& t, int hx, int count) {
+  constexpr int kChunk = 16;
+  static const float kNumerator = 1.0f + 1.0f / 524288.0f;
+  alignas(16) uint8_t sums[(kChunk + 1) * 160];
+  const int total = count & ~1;
+  for (int done = 0; done < total;) {
+    const int n = total - done < kChunk ? total - done : kChunk;
+    // The second loop's last division reads the slot after the chunk.
+    std::memset(sums + n * 160, 1, 32);
+    const int x = hx + 16 * done;
+    const uint8_t* P = q + x;
+    const uint8_t* Pm = q + 3 * kQuarterRow + x;
+    const uint8_t* uMid = r.uMid + x;
+    const uint8_t* vMid = r.vMid + x;
+    uint8_t* S = sums;
+    int64_t X = x;
+    int64_t k = n;
+    asm volatile(
+        "ld1 {v16.16b, v17.16b, v18.16b, v19.16b}, [%[lut]]\n\t"
+        "ldr q20, [%[lut], #64]\n\t"
+        "ld1 {v21.16b, v22.16b}, [%[lutLuma]]\n\t"
+        "movi v23.16b, #64\n\t"
+        "1:\n\t"
+        "ldr q8, [%[P], #10320]\n\t"
+        "movi v14.16b, #1\n\t"
+        "ldr q9, [%[P], #12384]\n\t"
+        "movi v15.16b, #1\n\t"
+        "ldr q6, [%[uUp], %[X]]\n\t"
+        "uxtl v24.8h, v8.8b\n\t"
+        "ldr q7, [%[vUp], %[X]]\n\t"
+        "uxtl2 v25.8h, v8.16b\n\t"
+        "ldr q1, [%[P], #10320]\n\t"
+        "uxtl v26.8h, v9.8b\n\t"
+        "ldr q2, [%[P], #14448]\n\t"
+        "uxtl2 v27.8h, v9.16b\n\t"
+        "ldr q8, [%[P], #12384]\n\t"
+        "ldr q9, [%[P], #16512]\n\t"
+        "uabd v1.16b, v1.16b, v6.16b\n\t"
+        "uabd v2.16b, v2.16b, v7.16b\n\t"
+        "ldr q11, [%[P], #16512]\n\t"
+        "uabd v8.16b, v8.16b, v6.16b\n\t"
+        "ldr q10, [%[P], #14448]\n\t"
+        "uabd v9.16b, v9.16b, v7.16b\n\t"
+        "ldr q0, [%[P], #4128]\n\t"
+        "uxtl v30.8h, v11.8b\n\t"
+        "ldr q3, [%[P], #0]\n\t"
+        "uxtl2 v31.8h, v11.16b\n\t"
+        "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+        "sub v1.16b, v1.16b, v23.16b\n\t"
+        "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+        "sub v2.16b, v2.16b, v23.16b\n\t"
+        "tbl v11.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+        "sub v8.16b, v8.16b, v23.16b\n\t"
+        "tbl v12.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v9.16b\n\t"
+        "sub v9.16b, v9.16b, v23.16b\n\t"
+        "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+        "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+        "tbx v11.16b, {v20.16b}, v8.16b\n\t"
+        "tbx v12.16b, {v20.16b}, v9.16b\n\t"
+        "uxtl v28.8h, v10.8b\n\t"
+        "uxtl2 v29.8h, v10.16b\n\t"
+        "ldr q10, [%[P], #2064]\n\t"
+        "uabd v3.16b, v3.16b, v0.16b\n\t"
+        "umull v1.8h, v4.8b, v5.8b\n\t"
+        "umull2 v2.8h, v4.16b, v5.16b\n\t"
+        "uabd v10.16b, v10.16b, v0.16b\n\t"
+        "umull v8.8h, v11.8b, v12.8b\n\t"
+        "ldur q0, [%[Pm], #-1]\n\t"
+        "umull2 v9.8h, v11.16b, v12.16b\n\t"
+        "tbl v3.16b, {v21.16b, v22.16b}, v3.16b\n\t"
+        "uzp2 v1.16b, v1.16b, v2.16b\n\t"
+        "tbl v10.16b, {v21.16b, v22.16b}, v10.16b\n\t"
+        "uzp2 v8.16b, v8.16b, v9.16b\n\t"
+        "umull v2.8h, v1.8b, v3.8b\n\t"
+        "umull2 v4.8h, v1.16b, v3.16b\n\t"
+        "umull v9.8h, v8.8b, v10.8b\n\t"
+        "ldr q3, [%[P], #0]\n\t"
+        "umull2 v11.8h, v8.16b, v10.16b\n\t"
+        "ldr q10, [%[P], #2064]\n\t"
+        "uzp2 v2.16b, v2.16b, v4.16b\n\t"
+        "uabd v3.16b, v3.16b, v0.16b\n\t"
+        "uzp2 v9.16b, v9.16b, v11.16b\n\t"
+        "uabd v10.16b, v10.16b, v0.16b\n\t"
+        "ushr v1.16b, v2.16b, #3\n\t"
+        "ldr q0, [%[Pm]]\n\t"
+        "tbl v3.16b, {v21.16b, v22.16b}, v3.16b\n\t"
+        "ushr v8.16b, v9.16b, #3\n\t"
+        "tbl v10.16b, {v21.16b, v22.16b}, v10.16b\n\t"
+        "usra v1.16b, v2.16b, #4\n\t"
+        "ldr q2, [%[P], #14448]\n\t"
+        "usra v8.16b, v9.16b, #4\n\t"
+        "ldr q9, [%[P], #16512]\n\t"
+        "add v14.16b, v14.16b, v1.16b\n\t"
+        "umlal v24.8h, v1.8b, v6.8b\n\t"
+        "umlal2 v25.8h, v1.16b, v6.16b\n\t"
+        "umlal v28.8h, v1.8b, v7.8b\n\t"
+        "umlal2 v29.8h, v1.16b, v7.16b\n\t"
+        "add v15.16b, v15.16b, v8.16b\n\t"
+        "ldr q1, [%[P], #10320]\n\t"
+        "umlal v26.8h, v8.8b, v6.8b\n\t"
+        "umlal2 v27.8h, v8.16b, v6.16b\n\t"
+        "umlal v30.8h, v8.8b, v7.8b\n\t"
+        "ldur q6, [%[uMid], #-1]\n\t"
+        "umlal2 v31.8h, v8.16b, v7.16b\n\t"
+        "ldur q7, [%[vMid], #-1]\n\t"
+        "ldr q8, [%[P], #12384]\n\t"
+        "uabd v1.16b, v1.16b, v6.16b\n\t"
+        "uabd v2.16b, v2.16b, v7.16b\n\t"
+        "uabd v8.16b, v8.16b, v6.16b\n\t"
+        "uabd v9.16b, v9.16b, v7.16b\n\t"
+        "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+        "sub v1.16b, v1.16b, v23.16b\n\t"
+        "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+        "sub v2.16b, v2.16b, v23.16b\n\t"
+        "tbl v11.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+        "sub v8.16b, v8.16b, v23.16b\n\t"
+        "tbl v12.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v9.16b\n\t"
+        "sub v9.16b, v9.16b, v23.16b\n\t"
+        "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+        "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+        "tbx v11.16b, {v20.16b}, v8.16b\n\t"
+        "tbx v12.16b, {v20.16b}, v9.16b\n\t"
+        "umull v1.8h, v4.8b, v5.8b\n\t"
+        "umull2 v2.8h, v4.16b, v5.16b\n\t"
+        "umull v8.8h, v11.8b, v12.8b\n\t"
+        "umull2 v9.8h, v11.16b, v12.16b\n\t"
+        "uzp2 v1.16b, v1.16b, v2.16b\n\t"
+        "uzp2 v8.16b, v8.16b, v9.16b\n\t"
+        "umull v2.8h, v1.8b, v3.8b\n\t"
+        "umull2 v4.8h, v1.16b, v3.16b\n\t"
+        "umull v9.8h, v8.8b, v10.8b\n\t"
+        "ldr q3, [%[P], #0]\n\t"
+        "umull2 v11.8h, v8.16b, v10.16b\n\t"
+        "ldr q10, [%[P], #2064]\n\t"
+        "uzp2 v2.16b, v2.16b, v4.16b\n\t"
+        "uabd v3.16b, v3.16b, v0.16b\n\t"
+        "uzp2 v9.16b, v9.16b, v11.16b\n\t"
+        "uabd v10.16b, v10.16b, v0.16b\n\t"
+        "ushr v1.16b, v2.16b, #3\n\t"
+        "ldur q0, [%[Pm], #1]\n\t"
+        "tbl v3.16b, {v21.16b, v22.16b}, v3.16b\n\t"
+        "add %[Pm], %[Pm], #16\n\t"
+        "ushr v8.16b, v9.16b, #3\n\t"
+        "tbl v10.16b, {v21.16b, v22.16b}, v10.16b\n\t"
+        "usra v1.16b, v2.16b, #4\n\t"
+        "ldr q2, [%[P], #14448]\n\t"
+        "usra v8.16b, v9.16b, #4\n\t"
+        "ldr q9, [%[P], #16512]\n\t"
+        "add v14.16b, v14.16b, v1.16b\n\t"
+        "umlal v24.8h, v1.8b, v6.8b\n\t"
+        "umlal2 v25.8h, v1.16b, v6.16b\n\t"
+        "umlal v28.8h, v1.8b, v7.8b\n\t"
+        "umlal2 v29.8h, v1.16b, v7.16b\n\t"
+        "add v15.16b, v15.16b, v8.16b\n\t"
+        "ldr q1, [%[P], #10320]\n\t"
+        "umlal v26.8h, v8.8b, v6.8b\n\t"
+        "umlal2 v27.8h, v8.16b, v6.16b\n\t"
+        "umlal v30.8h, v8.8b, v7.8b\n\t"
+        "ldr q6, [%[uMid]]\n\t"
+        "umlal2 v31.8h, v8.16b, v7.16b\n\t"
+        "ldr q7, [%[vMid]]\n\t"
+        "ldr q8, [%[P], #12384]\n\t"
+        "uabd v1.16b, v1.16b, v6.16b\n\t"
+        "uabd v2.16b, v2.16b, v7.16b\n\t"
+        "uabd v8.16b, v8.16b, v6.16b\n\t"
+        "uabd v9.16b, v9.16b, v7.16b\n\t"
+        "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+        "sub v1.16b, v1.16b, v23.16b\n\t"
+        "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+        "sub v2.16b, v2.16b, v23.16b\n\t"
+        "tbl v11.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+        "sub v8.16b, v8.16b, v23.16b\n\t"
+        "tbl v12.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v9.16b\n\t"
+        "sub v9.16b, v9.16b, v23.16b\n\t"
+        "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+        "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+        "tbx v11.16b, {v20.16b}, v8.16b\n\t"
+        "tbx v12.16b, {v20.16b}, v9.16b\n\t"
+        "umull v1.8h, v4.8b, v5.8b\n\t"
+        "umull2 v2.8h, v4.16b, v5.16b\n\t"
+        "umull v8.8h, v11.8b, v12.8b\n\t"
+        "umull2 v9.8h, v11.16b, v12.16b\n\t"
+        "uzp2 v1.16b, v1.16b, v2.16b\n\t"
+        "uzp2 v8.16b, v8.16b, v9.16b\n\t"
+        "umull v2.8h, v1.8b, v3.8b\n\t"
+        "umull2 v4.8h, v1.16b, v3.16b\n\t"
+        "umull v9.8h, v8.8b, v10.8b\n\t"
+        "ldr q3, [%[P], #0]\n\t"
+        "umull2 v11.8h, v8.16b, v10.16b\n\t"
+        "ldr q10, [%[P], #2064]\n\t"
+        "uzp2 v2.16b, v2.16b, v4.16b\n\t"
+        "uabd v3.16b, v3.16b, v0.16b\n\t"
+        "uzp2 v9.16b, v9.16b, v11.16b\n\t"
+        "uabd v10.16b, v10.16b, v0.16b\n\t"
+        "ushr v1.16b, v2.16b, #3\n\t"
+        "ldr q0, [%[P], #8256]\n\t"
+        "tbl v3.16b, {v21.16b, v22.16b}, v3.16b\n\t"
+        "ushr v8.16b, v9.16b, #3\n\t"
+        "tbl v10.16b, {v21.16b, v22.16b}, v10.16b\n\t"
+        "usra v1.16b, v2.16b, #4\n\t"
+        "ldr q2, [%[P], #14448]\n\t"
+        "usra v8.16b, v9.16b, #4\n\t"
+        "ldr q9, [%[P], #16512]\n\t"
+        "add v14.16b, v14.16b, v1.16b\n\t"
+        "umlal v24.8h, v1.8b, v6.8b\n\t"
+        "umlal2 v25.8h, v1.16b, v6.16b\n\t"
+        "umlal v28.8h, v1.8b, v7.8b\n\t"
+        "umlal2 v29.8h, v1.16b, v7.16b\n\t"
+        "add v15.16b, v15.16b, v8.16b\n\t"
+        "ldr q1, [%[P], #10320]\n\t"
+        "umlal v26.8h, v8.8b, v6.8b\n\t"
+        "umlal2 v27.8h, v8.16b, v6.16b\n\t"
+        "umlal v30.8h, v8.8b, v7.8b\n\t"
+        "ldur q6, [%[uMid], #1]\n\t"
+        "umlal2 v31.8h, v8.16b, v7.16b\n\t"
+        "add %[uMid], %[uMid], #16\n\t"
+        "ldur q7, [%[vMid], #1]\n\t"
+        "ldr q8, [%[P], #12384]\n\t"
+        "uabd v1.16b, v1.16b, v6.16b\n\t"
+        "add %[vMid], %[vMid], #16\n\t"
+        "uabd v2.16b, v2.16b, v7.16b\n\t"
+        "uabd v8.16b, v8.16b, v6.16b\n\t"
+        "uabd v9.16b, v9.16b, v7.16b\n\t"
+        "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+        "sub v1.16b, v1.16b, v23.16b\n\t"
+        "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+        "sub v2.16b, v2.16b, v23.16b\n\t"
+        "tbl v11.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+        "sub v8.16b, v8.16b, v23.16b\n\t"
+        "tbl v12.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v9.16b\n\t"
+        "sub v9.16b, v9.16b, v23.16b\n\t"
+        "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+        "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+        "tbx v11.16b, {v20.16b}, v8.16b\n\t"
+        "tbx v12.16b, {v20.16b}, v9.16b\n\t"
+        "umull v1.8h, v4.8b, v5.8b\n\t"
+        "umull2 v2.8h, v4.16b, v5.16b\n\t"
+        "umull v8.8h, v11.8b, v12.8b\n\t"
+        "umull2 v9.8h, v11.16b, v12.16b\n\t"
+        "uzp2 v1.16b, v1.16b, v2.16b\n\t"
+        "uzp2 v8.16b, v8.16b, v9.16b\n\t"
+        "umull v2.8h, v1.8b, v3.8b\n\t"
+        "umull2 v4.8h, v1.16b, v3.16b\n\t"
+        "umull v9.8h, v8.8b, v10.8b\n\t"
+        "ldr q3, [%[P], #0]\n\t"
+        "umull2 v11.8h, v8.16b, v10.16b\n\t"
+        "ldr q10, [%[P], #2064]\n\t"
+        "uzp2 v2.16b, v2.16b, v4.16b\n\t"
+        "uabd v3.16b, v3.16b, v0.16b\n\t"
+        "uzp2 v9.16b, v9.16b, v11.16b\n\t"
+        "uabd v10.16b, v10.16b, v0.16b\n\t"
+        "ushr v1.16b, v2.16b, #3\n\t"
+        "tbl v3.16b, {v21.16b, v22.16b}, v3.16b\n\t"
+        "ushr v8.16b, v9.16b, #3\n\t"
+        "tbl v10.16b, {v21.16b, v22.16b}, v10.16b\n\t"
+        "usra v1.16b, v2.16b, #4\n\t"
+        "ldr q2, [%[P], #14448]\n\t"
+        "usra v8.16b, v9.16b, #4\n\t"
+        "ldr q9, [%[P], #16512]\n\t"
+        "add v14.16b, v14.16b, v1.16b\n\t"
+        "umlal v24.8h, v1.8b, v6.8b\n\t"
+        "umlal2 v25.8h, v1.16b, v6.16b\n\t"
+        "umlal v28.8h, v1.8b, v7.8b\n\t"
+        "umlal2 v29.8h, v1.16b, v7.16b\n\t"
+        "add v15.16b, v15.16b, v8.16b\n\t"
+        "ldr q1, [%[P], #10320]\n\t"
+        "umlal v26.8h, v8.8b, v6.8b\n\t"
+        "umlal2 v27.8h, v8.16b, v6.16b\n\t"
+        "umlal v30.8h, v8.8b, v7.8b\n\t"
+        "ldr q6, [%[uDown], %[X]]\n\t"
+        "umlal2 v31.8h, v8.16b, v7.16b\n\t"
+        "ldr q7, [%[vDown], %[X]]\n\t"
+        "ldr q8, [%[P], #12384]\n\t"
+        "uabd v1.16b, v1.16b, v6.16b\n\t"
+        "add %[P], %[P], #16\n\t"
+        "uabd v2.16b, v2.16b, v7.16b\n\t"
+        "add %[X], %[X], #16\n\t"
+        "uabd v8.16b, v8.16b, v6.16b\n\t"
+        "uabd v9.16b, v9.16b, v7.16b\n\t"
+        "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+        "sub v1.16b, v1.16b, v23.16b\n\t"
+        "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+        "sub v2.16b, v2.16b, v23.16b\n\t"
+        "tbl v11.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+        "sub v8.16b, v8.16b, v23.16b\n\t"
+        "tbl v12.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v9.16b\n\t"
+        "sub v9.16b, v9.16b, v23.16b\n\t"
+        "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+        "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+        "tbx v11.16b, {v20.16b}, v8.16b\n\t"
+        "tbx v12.16b, {v20.16b}, v9.16b\n\t"
+        "umull v1.8h, v4.8b, v5.8b\n\t"
+        "umull2 v2.8h, v4.16b, v5.16b\n\t"
+        "umull v8.8h, v11.8b, v12.8b\n\t"
+        "umull2 v9.8h, v11.16b, v12.16b\n\t"
+        "uzp2 v1.16b, v1.16b, v2.16b\n\t"
+        "uzp2 v8.16b, v8.16b, v9.16b\n\t"
+        "umull v2.8h, v1.8b, v3.8b\n\t"
+        "umull2 v4.8h, v1.16b, v3.16b\n\t"
+        "umull v9.8h, v8.8b, v10.8b\n\t"
+        "umull2 v11.8h, v8.16b, v10.16b\n\t"
+        "uzp2 v2.16b, v2.16b, v4.16b\n\t"
+        "uzp2 v9.16b, v9.16b, v11.16b\n\t"
+        "ushr v1.16b, v2.16b, #3\n\t"
+        "ushr v8.16b, v9.16b, #3\n\t"
+        "usra v1.16b, v2.16b, #4\n\t"
+        "usra v8.16b, v9.16b, #4\n\t"
+        "umlal v24.8h, v1.8b, v6.8b\n\t"
+        "umlal2 v25.8h, v1.16b, v6.16b\n\t"
+        "umlal v26.8h, v8.8b, v6.8b\n\t"
+        "umlal2 v27.8h, v8.16b, v6.16b\n\t"
+        "umlal v28.8h, v1.8b, v7.8b\n\t"
+        "umlal2 v29.8h, v1.16b, v7.16b\n\t"
+        "umlal v30.8h, v8.8b, v7.8b\n\t"
+        "umlal2 v31.8h, v8.16b, v7.16b\n\t"
+        "add v14.16b, v14.16b, v1.16b\n\t"
+        "add v15.16b, v15.16b, v8.16b\n\t"
+        "st1 {v14.16b, v15.16b}, [%[S]], #32\n\t"
+        "st1 {v24.8h, v25.8h, v26.8h, v27.8h}, [%[S]], #64\n\t"
+        "st1 {v28.8h, v29.8h, v30.8h, v31.8h}, [%[S]], #64\n\t"
+        "subs %[k], %[k], #1\n\t"
+        "b.ne 1b\n\t"
+        : [P] "+r"(P), [Pm] "+r"(Pm), [uMid] "+r"(uMid), [vMid] "+r"(vMid), [S] "+r"(S),
+          [X] "+r"(X), [k] "+r"(k)
+        : [uUp] "r"(r.uUp), [vUp] "r"(r.vUp), [uDown] "r"(r.uDown), [vDown] "r"(r.vDown),
+          [lut] "r"(t.lut), [lutLuma] "r"(t.lutLuma)
+        : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
+          "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25",
+          "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
+    uint8_t* oU = outU + 2 * x;
+    uint8_t* oV = outV + 2 * x;
+    S = sums;
+    k = n / 2;
+    asm volatile(
+        "ld1r {v15.4s}, [%[num]]\n\t"
+        "ld1 {v12.16b, v13.16b}, [%[S]]\n\t"
+        "uxtl v0.8h, v12.8b\n\t"
+        "uxtl2 v2.8h, v12.16b\n\t"
+        "uxtl v4.8h, v13.8b\n\t"
+        "uxtl2 v6.8h, v13.16b\n\t"
+        "uxtl2 v1.4s, v0.8h\n\t"
+        "uxtl v0.4s, v0.4h\n\t"
+        "uxtl2 v3.4s, v2.8h\n\t"
+        "uxtl v2.4s, v2.4h\n\t"
+        "uxtl2 v5.4s, v4.8h\n\t"
+        "uxtl v4.4s, v4.4h\n\t"
+        "uxtl2 v7.4s, v6.8h\n\t"
+        "uxtl v6.4s, v6.4h\n\t"
+        "ucvtf v0.4s, v0.4s\n\t"
+        "ucvtf v1.4s, v1.4s\n\t"
+        "ucvtf v2.4s, v2.4s\n\t"
+        "ucvtf v3.4s, v3.4s\n\t"
+        "ucvtf v4.4s, v4.4s\n\t"
+        "ucvtf v5.4s, v5.4s\n\t"
+        "ucvtf v6.4s, v6.4s\n\t"
+        "ucvtf v7.4s, v7.4s\n\t"
+        "fdiv v0.4s, v15.4s, v0.4s\n\t"
+        "fdiv v1.4s, v15.4s, v1.4s\n\t"
+        "fdiv v2.4s, v15.4s, v2.4s\n\t"
+        "fdiv v3.4s, v15.4s, v3.4s\n\t"
+        "fdiv v4.4s, v15.4s, v4.4s\n\t"
+        "fdiv v5.4s, v15.4s, v5.4s\n\t"
+        "fdiv v6.4s, v15.4s, v6.4s\n\t"
+        "fdiv v7.4s, v15.4s, v7.4s\n\t"
+        "1:\n\t"
+        "add %[S], %[S], #32\n\t"
+        "ld1 {v24.8h, v25.8h, v26.8h, v27.8h}, [%[S]], #64\n\t"
+        "uxtl v8.4s, v24.4h\n\t"
+        "ld1 {v28.8h, v29.8h, v30.8h, v31.8h}, [%[S]], #64\n\t"
+        "uxtl2 v9.4s, v24.8h\n\t"
+        "uxtl v10.4s, v25.4h\n\t"
+        "uxtl2 v11.4s, v25.8h\n\t"
+        "ld1 {v12.16b, v13.16b}, [%[S]]\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "add %[S], %[S], #32\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fmul v8.4s, v8.4s, v0.4s\n\t"
+        "fmul v9.4s, v9.4s, v1.4s\n\t"
+        "fmul v10.4s, v10.4s, v2.4s\n\t"
+        "fmul v11.4s, v11.4s, v3.4s\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "uxtl v16.8h, v12.8b\n\t"
+        "uzp1 v24.8h, v8.8h, v9.8h\n\t"
+        "uxtl v8.4s, v26.4h\n\t"
+        "uzp1 v25.8h, v10.8h, v11.8h\n\t"
+        "uxtl2 v9.4s, v26.8h\n\t"
+        "uxtl v10.4s, v27.4h\n\t"
+        "uxtl2 v11.4s, v27.8h\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fmul v8.4s, v8.4s, v4.4s\n\t"
+        "fmul v9.4s, v9.4s, v5.4s\n\t"
+        "fmul v10.4s, v10.4s, v6.4s\n\t"
+        "fmul v11.4s, v11.4s, v7.4s\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "uxtl2 v18.8h, v12.16b\n\t"
+        "uzp1 v26.8h, v8.8h, v9.8h\n\t"
+        "uxtl v8.4s, v28.4h\n\t"
+        "uzp1 v27.8h, v10.8h, v11.8h\n\t"
+        "uxtl2 v9.4s, v28.8h\n\t"
+        "uxtl v10.4s, v29.4h\n\t"
+        "uxtl2 v11.4s, v29.8h\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fmul v8.4s, v8.4s, v0.4s\n\t"
+        "fmul v9.4s, v9.4s, v1.4s\n\t"
+        "fmul v10.4s, v10.4s, v2.4s\n\t"
+        "fmul v11.4s, v11.4s, v3.4s\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "uxtl2 v17.4s, v16.8h\n\t"
+        "uzp1 v28.8h, v8.8h, v9.8h\n\t"
+        "uxtl v8.4s, v30.4h\n\t"
+        "uzp1 v29.8h, v10.8h, v11.8h\n\t"
+        "uxtl2 v9.4s, v30.8h\n\t"
+        "uxtl v10.4s, v31.4h\n\t"
+        "uxtl2 v11.4s, v31.8h\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fmul v8.4s, v8.4s, v4.4s\n\t"
+        "fmul v9.4s, v9.4s, v5.4s\n\t"
+        "fmul v10.4s, v10.4s, v6.4s\n\t"
+        "fmul v11.4s, v11.4s, v7.4s\n\t"
+        "uxtl v16.4s, v16.4h\n\t"
+        "uxtl2 v19.4s, v18.8h\n\t"
+        "uxtl v18.4s, v18.4h\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "ucvtf v16.4s, v16.4s\n\t"
+        "ucvtf v17.4s, v17.4s\n\t"
+        "ucvtf v18.4s, v18.4s\n\t"
+        "ucvtf v19.4s, v19.4s\n\t"
+        "uzp1 v30.8h, v8.8h, v9.8h\n\t"
+        "uzp1 v31.8h, v10.8h, v11.8h\n\t"
+        "fdiv v16.4s, v15.4s, v16.4s\n\t"
+        "uzp1 v8.16b, v24.16b, v25.16b\n\t"
+        "uzp1 v9.16b, v26.16b, v27.16b\n\t"
+        "uzp1 v10.16b, v28.16b, v29.16b\n\t"
+        "ld1 {v24.8h, v25.8h, v26.8h, v27.8h}, [%[S]], #64\n\t"
+        "uzp1 v11.16b, v30.16b, v31.16b\n\t"
+        "uxtl v20.8h, v13.8b\n\t"
+        "uxtl2 v22.8h, v13.16b\n\t"
+        "st2 {v8.16b, v9.16b}, [%[outU]], #32\n\t"
+        "uxtl v8.4s, v24.4h\n\t"
+        "ld1 {v28.8h, v29.8h, v30.8h, v31.8h}, [%[S]], #64\n\t"
+        "st2 {v10.16b, v11.16b}, [%[outV]], #32\n\t"
+        "uxtl2 v9.4s, v24.8h\n\t"
+        "uxtl v10.4s, v25.4h\n\t"
+        "fdiv v17.4s, v15.4s, v17.4s\n\t"
+        "ld1 {v12.16b, v13.16b}, [%[S]]\n\t"
+        "uxtl2 v11.4s, v25.8h\n\t"
+        "uxtl2 v21.4s, v20.8h\n\t"
+        "uxtl v20.4s, v20.4h\n\t"
+        "uxtl2 v23.4s, v22.8h\n\t"
+        "uxtl v22.4s, v22.4h\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fdiv v18.4s, v15.4s, v18.4s\n\t"
+        "ucvtf v20.4s, v20.4s\n\t"
+        "ucvtf v21.4s, v21.4s\n\t"
+        "ucvtf v22.4s, v22.4s\n\t"
+        "ucvtf v23.4s, v23.4s\n\t"
+        "fmul v8.4s, v8.4s, v16.4s\n\t"
+        "fmul v9.4s, v9.4s, v17.4s\n\t"
+        "uxtl v0.8h, v12.8b\n\t"
+        "uxtl2 v2.8h, v12.16b\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fdiv v19.4s, v15.4s, v19.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "uxtl v4.8h, v13.8b\n\t"
+        "fmul v10.4s, v10.4s, v18.4s\n\t"
+        "uxtl2 v6.8h, v13.16b\n\t"
+        "uzp1 v24.8h, v8.8h, v9.8h\n\t"
+        "uxtl v8.4s, v26.4h\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "uxtl2 v9.4s, v26.8h\n\t"
+        "uxtl2 v1.4s, v0.8h\n\t"
+        "fdiv v20.4s, v15.4s, v20.4s\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "fmul v11.4s, v11.4s, v19.4s\n\t"
+        "uxtl v0.4s, v0.4h\n\t"
+        "uxtl2 v3.4s, v2.8h\n\t"
+        "uxtl v2.4s, v2.4h\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "uxtl2 v5.4s, v4.8h\n\t"
+        "uxtl v4.4s, v4.4h\n\t"
+        "fdiv v21.4s, v15.4s, v21.4s\n\t"
+        "uzp1 v25.8h, v10.8h, v11.8h\n\t"
+        "uxtl v10.4s, v27.4h\n\t"
+        "uxtl2 v11.4s, v27.8h\n\t"
+        "fmul v8.4s, v8.4s, v20.4s\n\t"
+        "uxtl2 v7.4s, v6.8h\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "uxtl v6.4s, v6.4h\n\t"
+        "fdiv v22.4s, v15.4s, v22.4s\n\t"
+        "ucvtf v0.4s, v0.4s\n\t"
+        "ucvtf v1.4s, v1.4s\n\t"
+        "fmul v9.4s, v9.4s, v21.4s\n\t"
+        "ucvtf v2.4s, v2.4s\n\t"
+        "ucvtf v3.4s, v3.4s\n\t"
+        "ucvtf v4.4s, v4.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "ucvtf v5.4s, v5.4s\n\t"
+        "ucvtf v6.4s, v6.4s\n\t"
+        "fdiv v23.4s, v15.4s, v23.4s\n\t"
+        "uzp1 v26.8h, v8.8h, v9.8h\n\t"
+        "uxtl v8.4s, v28.4h\n\t"
+        "fmul v10.4s, v10.4s, v22.4s\n\t"
+        "uxtl2 v9.4s, v28.8h\n\t"
+        "ucvtf v7.4s, v7.4s\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "fmul v8.4s, v8.4s, v16.4s\n\t"
+        "fdiv v0.4s, v15.4s, v0.4s\n\t"
+        "fmul v9.4s, v9.4s, v17.4s\n\t"
+        "fmul v11.4s, v11.4s, v23.4s\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "uzp1 v28.8h, v8.8h, v9.8h\n\t"
+        "uzp1 v27.8h, v10.8h, v11.8h\n\t"
+        "uxtl v10.4s, v29.4h\n\t"
+        "uxtl2 v11.4s, v29.8h\n\t"
+        "uxtl v8.4s, v30.4h\n\t"
+        "uxtl2 v9.4s, v30.8h\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "ucvtf v8.4s, v8.4s\n\t"
+        "ucvtf v9.4s, v9.4s\n\t"
+        "fmul v10.4s, v10.4s, v18.4s\n\t"
+        "fmul v11.4s, v11.4s, v19.4s\n\t"
+        "fmul v8.4s, v8.4s, v20.4s\n\t"
+        "fmul v9.4s, v9.4s, v21.4s\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "fdiv v1.4s, v15.4s, v1.4s\n\t"
+        "fcvtnu v8.4s, v8.4s\n\t"
+        "fcvtnu v9.4s, v9.4s\n\t"
+        "uzp1 v29.8h, v10.8h, v11.8h\n\t"
+        "uxtl v10.4s, v31.4h\n\t"
+        "uxtl2 v11.4s, v31.8h\n\t"
+        "uzp1 v30.8h, v8.8h, v9.8h\n\t"
+        "uzp1 v8.16b, v24.16b, v25.16b\n\t"
+        "ucvtf v10.4s, v10.4s\n\t"
+        "ucvtf v11.4s, v11.4s\n\t"
+        "fdiv v2.4s, v15.4s, v2.4s\n\t"
+        "uzp1 v9.16b, v26.16b, v27.16b\n\t"
+        "fmul v10.4s, v10.4s, v22.4s\n\t"
+        "fmul v11.4s, v11.4s, v23.4s\n\t"
+        "st2 {v8.16b, v9.16b}, [%[outU]], #32\n\t"
+        "fcvtnu v10.4s, v10.4s\n\t"
+        "fcvtnu v11.4s, v11.4s\n\t"
+        "fdiv v3.4s, v15.4s, v3.4s\n\t"
+        "uzp1 v31.8h, v10.8h, v11.8h\n\t"
+        "uzp1 v10.16b, v28.16b, v29.16b\n\t"
+        "uzp1 v11.16b, v30.16b, v31.16b\n\t"
+        "st2 {v10.16b, v11.16b}, [%[outV]], #32\n\t"
+        "fdiv v4.4s, v15.4s, v4.4s\n\t"
+        "fdiv v5.4s, v15.4s, v5.4s\n\t"
+        "fdiv v6.4s, v15.4s, v6.4s\n\t"
+        "fdiv v7.4s, v15.4s, v7.4s\n\t"
+        "subs %[k], %[k], #1\n\t"
+        "b.ne 1b\n\t"
+        : [S] "+r"(S), [outU] "+r"(oU), [outV] "+r"(oV), [k] "+r"(k)
+        : [num] "r"(&kNumerator)
+        : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
+          "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25",
+          "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
+    done += n;
+  }
+  return total;
 }
 #endif
 
@@ -1521,7 +2161,8 @@ struct NeonBlocks {
   // where given (see steps).
   template <class WC, class WL, class Run = NoRun>
   static void pass3Steps(const KQChromaPassContext* context, const WC& wc, const WL& wl, int hx0,
-                         int hn, int Y, int yUp, int y, int yDown, Run run = Run()) {
+                         int hn, int Y, int yUp, int y, int yDown, Run run = Run(),
+                         const Tables* asmTables = nullptr) {
     const KQChromaPassContext local = *context;
     const KQChromaPassContext* c = &local;
     uint8_t* const outU = c->outU + size_t(Y) * size_t(c->chromaWidth);
@@ -1535,12 +2176,11 @@ struct NeonBlocks {
       // holds an in-order core's load pipe for 8 cycles and needs an add per
       // address): taken out once per row here, the steps load it by ldr
       // with offsets.
-      alignas(16) uint8_t q[5 * kQuarterRow];
+      alignas(16) uint8_t q[9 * kQuarterRow];
       const int lo = hx0 > 0 ? hx0 - 1 : 0, hi = hx0 + hn < wh ? hx0 + hn + 1 : wh;
-      takeQuarter(q, q + kQuarterRow, rows.lumaCentre, lo, hi);
-      takeQuarter(q + 2 * kQuarterRow, nullptr, rows.lumaUp, lo, hi);
-      takeQuarter(q + 3 * kQuarterRow, nullptr, rows.lumaMid, lo, hi);
-      takeQuarter(q + 4 * kQuarterRow, nullptr, rows.lumaDown, lo, hi);
+      // The assembly steps load the U and V centres of either parity from
+      // rows too (5, 6: U even and odd columns; 7, 8: V).
+      takeRows(q, rows, lo, hi, asmTables != nullptr);
       Pass3Rows taken = rows;
       taken.lumaCentre = q;
       taken.lumaUp = q + 2 * kQuarterRow;
@@ -1556,7 +2196,10 @@ struct NeonBlocks {
             Inner::storeInterleaved(outU + 2 * hx, o.even.u, o.odd.u);
             Inner::storeInterleaved(outV + 2 * hx, o.even.v, o.odd.v);
           },
-          run);
+          [&](int hx, int count) {
+            if (asmTables == nullptr) return hx;
+            return hx + Inner::kOut * pass3InnerA64(q, rows, outU, outV, *asmTables, hx, count);
+          });
       return;
     }
 #endif
@@ -1604,8 +2247,8 @@ struct NeonBlocks {
     }
     if (t.reach <= 128) {
 #if defined(__aarch64__)
-      if (t.reach <= 64)
-        pass3Steps(c, ByLut<64>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
+      if (t.reach <= 80)
+        pass3Steps(c, ByLut<80>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown, NoRun(), &t);
       else if (t.reach <= 96)
         pass3Steps(c, ByLut<96>(t), ByLutLuma(t), X0 / 2, n / 2, Y, yUp, y, yDown);
       else
