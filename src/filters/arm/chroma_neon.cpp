@@ -439,6 +439,7 @@ struct D {
 // is made once per run, so that its tables stay in registers.
 template <int kShift, int kGain = 0>
 struct ByFormula {
+  static constexpr int kShiftOf = kShift;
   Table w, s;
   explicit ByFormula(const Tables& t) : w(tableOf(t.w)), s(tableOf(t.s)) {}
   template <class L>
@@ -1981,6 +1982,485 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
 }
 #endif
 
+#if !defined(__aarch64__)
+// Pass 2's inner steps on armv7 in assembly, 16 outputs a step (the compiled
+// steps move and spill registers: about 100 of their 519 instructions per
+// 16 outputs). The taps' luma comes from rows taken out beforehand (every
+// fourth byte of luma rows 4 yUp, 4 y, 4 yDown; pass2Rows), loaded as
+// bytes. Registers: d16-d19 the weight and slope tables, q7 the weights,
+// q12-q15 the sums (U lanes 0-7, 8-15, V), q0-q6 and q10, q11 a tap's bytes
+// and steps; the centres are loaded again by each tap from a 16-byte
+// aligned buffer. Two loops per chunk of 16 steps, sums then means, as in
+// pass 3, each ordered by a list schedule.
+struct Pass2Armv7Rows {
+  const uint8_t* src[2];   // U, V centres: full-size row 2y                (+ 2 x)
+  const uint8_t* luma[5];  // taken-out luma: up, left, centre, right, down (+ x)
+  const uint8_t* u[5];     // half-size taps: up, left, centre, right, down (+ x)
+  const uint8_t* v[5];
+  uint8_t* out[2];         // U, V outputs: half-size row y                 (+ x)
+};
+static_assert(sizeof(Pass2Armv7Rows) == 76, "offsets the assembly step uses");
+
+template <int kShift>
+void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, int32_t count) {
+  constexpr int32_t kChunk = 16;
+  alignas(16) uint8_t centres[48];
+  alignas(16) uint8_t sums[kChunk * 80];
+  uint8_t* const b = centres;
+  const uint32_t w0 = t.w[0];
+  while (count > 0) {
+    const int32_t n = count < kChunk ? count : kChunk;
+    int32_t x = x0, k = n;
+    uint8_t* sp = sums;
+    uint32_t sa, sb, sc;
+    asm volatile(
+        "vld1.8 {d16-d19}, [%[t]]\n\t"
+        "1:\n\t"
+        "vmov.i8 q7, #1\n\t"
+        "ldr %[a], [%[R], #0]\n\t"
+        "ldr %[b], [%[R], #4]\n\t"
+        "ldr %[c], [%[R], #16]\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "vld2.8 {d0, d1, d2, d3}, [%[a]]\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vld2.8 {d4, d5, d6, d7}, [%[b]]\n\t"
+        "add %[c], %[c], %[x]\n\t"
+        "vld1.8 {d8, d9}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #8]\n\t"
+        "ldr %[a], [%[R], #28]\n\t"
+        "ldr %[b], [%[R], #48]\n\t"
+        "vst1.64 {d0, d1}, [%[B]:128]\n\t"
+        "vst1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "add %[c], %[c], %[x]\n\t"
+        "vst1.64 {d8, d9}, [%[B32]:128]\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vld1.8 {d0, d1}, [%[c]]\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
+        "ldr %[c], [%[R], #12]\n\t"
+        "vld1.8 {d20, d21}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #32]\n\t"
+        "vld1.8 {d22, d23}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #52]\n\t"
+        "add %[c], %[c], %[x]\n\t"
+        "vabd.u8 q1, q1, q0\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vshr.u8 q2, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d6, {d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d18, d19}, d5\n\t"
+        "vtbl.8 d4, {d16, d17}, d4\n\t"
+        "vmull.u8 q4, d6, d2\n\t"
+        "vmull.u8 q5, d7, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vrshrn.i16 d6, q4, #8\n\t"
+        "vrshrn.i16 d7, q5, #8\n\t"
+        "vabd.u8 q1, q1, q10\n\t"
+        "vsub.i8 q2, q2, q3\n\t"
+        "vshr.u8 q3, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d2\n\t"
+        "vmull.u8 q6, d9, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vabd.u8 q1, q1, q11\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d10, {d18, d19}, d8\n\t"
+        "vtbl.8 d11, {d18, d19}, d9\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q6, d10, d2\n\t"
+        "vmull.u8 q0, d11, d3\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vrshrn.i16 d10, q6, #8\n\t"
+        "vrshrn.i16 d11, q0, #8\n\t"
+        "vsub.i8 q4, q4, q5\n\t"
+        "vmull.u8 q5, d8, d6\n\t"
+        "vmull.u8 q6, d9, d7\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vmull.u8 q5, d2, d4\n\t"
+        "vmull.u8 q6, d3, d5\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vshr.u8 q0, q1, #3\n\t"
+        "vsra.u8 q0, q1, #4\n\t"
+        "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmull.u8 q12, d0, d20\n\t"
+        "vmull.u8 q13, d1, d21\n\t"
+        "vmull.u8 q14, d0, d22\n\t"
+        "vmull.u8 q15, d1, d23\n\t"
+        "vld1.8 {d0, d1}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #40]\n\t"
+        "vld1.8 {d20, d21}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #36]\n\t"
+        "vld1.8 {d22, d23}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #56]\n\t"
+        "add %[c], %[c], %[x]\n\t"
+        "vabd.u8 q1, q1, q0\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vshr.u8 q2, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d6, {d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d18, d19}, d5\n\t"
+        "vtbl.8 d4, {d16, d17}, d4\n\t"
+        "vmull.u8 q4, d6, d2\n\t"
+        "vmull.u8 q5, d7, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vrshrn.i16 d6, q4, #8\n\t"
+        "vrshrn.i16 d7, q5, #8\n\t"
+        "vabd.u8 q1, q1, q10\n\t"
+        "vsub.i8 q2, q2, q3\n\t"
+        "vshr.u8 q3, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d2\n\t"
+        "vmull.u8 q6, d9, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vabd.u8 q1, q1, q11\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d10, {d18, d19}, d8\n\t"
+        "vtbl.8 d11, {d18, d19}, d9\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q6, d10, d2\n\t"
+        "vmull.u8 q0, d11, d3\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vrshrn.i16 d10, q6, #8\n\t"
+        "vrshrn.i16 d11, q0, #8\n\t"
+        "vsub.i8 q4, q4, q5\n\t"
+        "vmull.u8 q5, d8, d6\n\t"
+        "vmull.u8 q6, d9, d7\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vmull.u8 q5, d2, d4\n\t"
+        "vmull.u8 q6, d3, d5\n\t"
+        "vdup.8 q2, %[w0]\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vshr.u8 q0, q1, #3\n\t"
+        "vsra.u8 q0, q1, #4\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vmlal.u8 q12, d0, d20\n\t"
+        "vmlal.u8 q13, d1, d21\n\t"
+        "vld1.8 {d20, d21}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #60]\n\t"
+        "vmlal.u8 q14, d0, d22\n\t"
+        "vmlal.u8 q15, d1, d23\n\t"
+        "vld1.8 {d22, d23}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #20]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vabd.u8 q1, q1, q10\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vshr.u8 q3, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d2\n\t"
+        "vmull.u8 q6, d9, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vabd.u8 q1, q1, q11\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d10, {d18, d19}, d8\n\t"
+        "vtbl.8 d11, {d18, d19}, d9\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q6, d10, d2\n\t"
+        "vmull.u8 q0, d11, d3\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vrshrn.i16 d10, q6, #8\n\t"
+        "vrshrn.i16 d11, q0, #8\n\t"
+        "vsub.i8 q4, q4, q5\n\t"
+        "vmull.u8 q5, d8, d6\n\t"
+        "vmull.u8 q6, d9, d7\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vmull.u8 q5, d2, d4\n\t"
+        "vmull.u8 q6, d3, d5\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vshr.u8 q0, q1, #3\n\t"
+        "vsra.u8 q0, q1, #4\n\t"
+        "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d20\n\t"
+        "vmlal.u8 q13, d1, d21\n\t"
+        "vmlal.u8 q14, d0, d22\n\t"
+        "vmlal.u8 q15, d1, d23\n\t"
+        "vld1.8 {d0, d1}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #24]\n\t"
+        "vld1.8 {d20, d21}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #44]\n\t"
+        "vld1.8 {d22, d23}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #64]\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vabd.u8 q1, q1, q0\n\t"
+        "add %[c], %[c], %[x]\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vshr.u8 q2, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d6, {d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d18, d19}, d5\n\t"
+        "vtbl.8 d4, {d16, d17}, d4\n\t"
+        "vmull.u8 q4, d6, d2\n\t"
+        "vmull.u8 q5, d7, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vrshrn.i16 d6, q4, #8\n\t"
+        "vrshrn.i16 d7, q5, #8\n\t"
+        "vabd.u8 q1, q1, q10\n\t"
+        "vsub.i8 q2, q2, q3\n\t"
+        "vshr.u8 q3, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d2\n\t"
+        "vmull.u8 q6, d9, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vabd.u8 q1, q1, q11\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d10, {d18, d19}, d8\n\t"
+        "vtbl.8 d11, {d18, d19}, d9\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q6, d10, d2\n\t"
+        "vmull.u8 q0, d11, d3\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vrshrn.i16 d10, q6, #8\n\t"
+        "vrshrn.i16 d11, q0, #8\n\t"
+        "vsub.i8 q4, q4, q5\n\t"
+        "vmull.u8 q5, d8, d6\n\t"
+        "vmull.u8 q6, d9, d7\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vmull.u8 q5, d2, d4\n\t"
+        "vmull.u8 q6, d3, d5\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vshr.u8 q0, q1, #3\n\t"
+        "vsra.u8 q0, q1, #4\n\t"
+        "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d20\n\t"
+        "vmlal.u8 q13, d1, d21\n\t"
+        "vmlal.u8 q14, d0, d22\n\t"
+        "vmlal.u8 q15, d1, d23\n\t"
+        "vld1.8 {d0, d1}, [%[b]]\n\t"
+        "vld1.8 {d20, d21}, [%[c]]\n\t"
+        "vld1.8 {d22, d23}, [%[a]]\n\t"
+        "vabd.u8 q1, q1, q0\n\t"
+        "vshr.u8 q2, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d6, {d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d18, d19}, d5\n\t"
+        "vtbl.8 d4, {d16, d17}, d4\n\t"
+        "vmull.u8 q4, d6, d2\n\t"
+        "vmull.u8 q5, d7, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vrshrn.i16 d6, q4, #8\n\t"
+        "vrshrn.i16 d7, q5, #8\n\t"
+        "vabd.u8 q1, q1, q10\n\t"
+        "vsub.i8 q2, q2, q3\n\t"
+        "vshr.u8 q3, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d2\n\t"
+        "vmull.u8 q6, d9, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vabd.u8 q1, q1, q11\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d10, {d18, d19}, d8\n\t"
+        "vtbl.8 d11, {d18, d19}, d9\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q6, d10, d2\n\t"
+        "vmull.u8 q0, d11, d3\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vrshrn.i16 d10, q6, #8\n\t"
+        "vrshrn.i16 d11, q0, #8\n\t"
+        "vsub.i8 q4, q4, q5\n\t"
+        "vmull.u8 q5, d8, d6\n\t"
+        "vmull.u8 q6, d9, d7\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vmull.u8 q5, d2, d4\n\t"
+        "vmull.u8 q6, d3, d5\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vshr.u8 q0, q1, #3\n\t"
+        "vsra.u8 q0, q1, #4\n\t"
+        "vmlal.u8 q12, d0, d20\n\t"
+        "vmlal.u8 q13, d1, d21\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q14, d0, d22\n\t"
+        "vmlal.u8 q15, d1, d23\n\t"
+        "vst1.64 {d14, d15}, [%[S]:128]!\n\t"
+        "vst1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+        "vst1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "add %[x], %[x], #16\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(rows), [B] "r"(b), [B16] "r"(b + 16), [B32] "r"(b + 32), [t] "r"(t.w),
+          [w0] "r"(w0), [s] "i"(kShift), [r8] "i"(8 - kShift)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
+          "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
+          "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    x = x0;
+    k = n;
+    sp = sums;
+    asm volatile(
+        "1:\n\t"
+        "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
+        "movw %[a], #0x2000\n\t"
+        "movt %[a], #0x3f00\n\t"
+        "ldr %[b], [%[R], #72]\n\t"
+        "vmovl.u8 q0, d14\n\t"
+        "vmovl.u8 q1, d15\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+        "vmovl.u16 q2, d0\n\t"
+        "vmovl.u16 q3, d1\n\t"
+        "vmovl.u16 q4, d2\n\t"
+        "vcvt.f32.u32 q2, q2\n\t"
+        "vcvt.f32.u32 q3, q3\n\t"
+        "vmovl.u16 q5, d3\n\t"
+        "vcvt.f32.u32 q4, q4\n\t"
+        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "vrecpe.f32 q0, q2\n\t"
+        "vrecpe.f32 q6, q3\n\t"
+        "vcvt.f32.u32 q5, q5\n\t"
+        "vrecps.f32 q1, q2, q0\n\t"
+        "vrecps.f32 q7, q3, q6\n\t"
+        "vmul.f32 q0, q0, q1\n\t"
+        "vmul.f32 q6, q6, q7\n\t"
+        "vrecps.f32 q1, q2, q0\n\t"
+        "vrecps.f32 q7, q3, q6\n\t"
+        "vmul.f32 q2, q0, q1\n\t"
+        "vmul.f32 q3, q6, q7\n\t"
+        "vrecpe.f32 q0, q4\n\t"
+        "vrecpe.f32 q6, q5\n\t"
+        "vrecps.f32 q1, q4, q0\n\t"
+        "vrecps.f32 q7, q5, q6\n\t"
+        "vmul.f32 q0, q0, q1\n\t"
+        "vmul.f32 q6, q6, q7\n\t"
+        "vrecps.f32 q1, q4, q0\n\t"
+        "vrecps.f32 q7, q5, q6\n\t"
+        "vmul.f32 q4, q0, q1\n\t"
+        "vmul.f32 q5, q6, q7\n\t"
+        "vmovl.u16 q0, d24\n\t"
+        "vmovl.u16 q6, d25\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "vmla.f32 q1, q0, q2\n\t"
+        "vmla.f32 q7, q6, q3\n\t"
+        "vmovl.u16 q0, d26\n\t"
+        "vmovl.u16 q6, d27\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d24, q1\n\t"
+        "vmovn.i32 d25, q7\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "vmovn.i16 d24, q12\n\t"
+        "vmla.f32 q1, q0, q4\n\t"
+        "vmla.f32 q7, q6, q5\n\t"
+        "vmovl.u16 q0, d28\n\t"
+        "vmovl.u16 q6, d29\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d26, q1\n\t"
+        "vmovn.i32 d27, q7\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "vmovn.i16 d25, q13\n\t"
+        "vmla.f32 q1, q0, q2\n\t"
+        "vmla.f32 q7, q6, q3\n\t"
+        "vmovl.u16 q0, d30\n\t"
+        "vmovl.u16 q6, d31\n\t"
+        "vcvt.f32.u32 q0, q0\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d28, q1\n\t"
+        "vmovn.i32 d29, q7\n\t"
+        "vdup.32 q1, %[a]\n\t"
+        "vdup.32 q7, %[a]\n\t"
+        "ldr %[a], [%[R], #68]\n\t"
+        "vmovn.i16 d28, q14\n\t"
+        "vmla.f32 q1, q0, q4\n\t"
+        "vmla.f32 q7, q6, q5\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vst1.8 {d24, d25}, [%[a]]\n\t"
+        "vcvt.u32.f32 q1, q1\n\t"
+        "vcvt.u32.f32 q7, q7\n\t"
+        "vmovn.i32 d30, q1\n\t"
+        "vmovn.i32 d31, q7\n\t"
+        "vmovn.i16 d29, q15\n\t"
+        "vst1.8 {d28, d29}, [%[b]]\n\t"
+        "add %[x], %[x], #16\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(rows)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
+          "d13", "d14", "d15", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc",
+          "memory");
+    x0 += 16 * n;
+    count -= n;
+  }
+}
+
+// Every fourth byte of `src` into dst[lo, hi) (dst[i] = src[4 i]); src
+// holds at least 4 hi bytes.
+void takeQuarterArmv7(uint8_t* dst, const uint8_t* src, int lo, int hi) {
+  int i = lo;
+  for (; i + 16 <= hi; i += 16) vst1q_u8(dst + i, vld4q_u8(src + 4 * i).val[0]);
+  for (; i < hi; ++i) dst[i] = src[4 * i];
+}
+#endif
+
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
 // in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
 // fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
@@ -2103,13 +2583,39 @@ struct NeonBlocks {
           },
           store);
     } else {
-      steps<Q, PassInner<2>>(
-          x0, n, first, last, s,
-          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y,
-                                                                        yUp, yDown);
-          },
-          store);
+      auto compute = [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+        return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y, yUp,
+                                                                    yDown);
+      };
+#if !defined(__aarch64__)
+      constexpr int kMaxRow = 2048;
+      if (wh <= kMaxRow) {
+        // The assembly inner steps, with the taps' luma taken out of rows
+        // 4 yUp, 4 y, 4 yDown for the columns they reach.
+        alignas(16) uint8_t q[3][kMaxRow];
+        const size_t lw = size_t(c->lumaWidth), w = size_t(c->chromaWidth);
+        const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
+        takeQuarterArmv7(q[0], c->luma + size_t(4 * yUp) * lw, lo, hi);
+        takeQuarterArmv7(q[1], c->luma + size_t(4 * y) * lw, lo, hi);
+        takeQuarterArmv7(q[2], c->luma + size_t(4 * yDown) * lw, lo, hi);
+        const uint8_t* uMid = c->inU + size_t(y) * size_t(wh);
+        const uint8_t* vMid = c->inV + size_t(y) * size_t(wh);
+        const Pass2Armv7Rows rows{
+            {c->srcU + size_t(2 * y) * w, c->srcV + size_t(2 * y) * w},
+            {q[0], q[1] - s, q[1], q[1] + s, q[2]},
+            {c->inU + size_t(yUp) * size_t(wh), uMid - s, uMid, uMid + s,
+             c->inU + size_t(yDown) * size_t(wh)},
+            {c->inV + size_t(yUp) * size_t(wh), vMid - s, vMid, vMid + s,
+             c->inV + size_t(yDown) * size_t(wh)},
+            {outU, outV}};
+        steps<Q, PassInner<2>>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          pass2InnerArmv7<W::kShiftOf>(&rows, t, x, count);
+          return x + count * PassInner<2>::kOut;
+        });
+        return;
+      }
+#endif
+      steps<Q, PassInner<2>>(x0, n, first, last, s, compute, store);
     }
   }
 
