@@ -2461,6 +2461,389 @@ void takeQuarterArmv7(uint8_t* dst, const uint8_t* src, int lo, int hi) {
 }
 #endif
 
+#if !defined(__aarch64__)
+// Pass 1's inner steps on armv7 in assembly, where the pass reads the source
+// planes (the block's first tap is the centre), 8 outputs a step: U and V
+// in the halves of one q register, as the compiled steps weigh them, but
+// without their register moves and spills (about 100 of 394 instructions).
+// Registers: d16-d19 the weight and slope tables, d20 and d21 the block's
+// and far taps' weights, q11 and q12 the block's U and V sums, q13 and q14
+// the far taps', q15 the centres' U and V, d15 their luma, q0-q6 and d14 a
+// tap's bytes and steps. Two loops per chunk of 16 steps, sums then means.
+struct Pass1Armv7Rows {
+  const uint8_t* block[6];  // U, V rows Y and Y + 1 (+ 2 x), luma rows 2Y, 2Y + 2 (+ 4 x)
+  const uint8_t* far[12];   // up, left, right, down: U, V (+ 2 x) and luma (+ 4 x) each
+  uint8_t* out[2];          // U, V outputs: half-size row y (+ x)
+};
+static_assert(sizeof(Pass1Armv7Rows) == 80, "offsets the assembly step uses");
+
+template <int kShift>
+void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, int32_t count) {
+  constexpr int32_t kChunk = 16;
+  alignas(16) uint8_t sums[kChunk * 80];
+  const uint32_t cw = t.centreWeight, cw1 = 1u + t.centreWeight;
+  while (count > 0) {
+    const int32_t n = count < kChunk ? count : kChunk;
+    int32_t x = x0, k = n;
+    uint8_t* sp = sums;
+    uint32_t sa, sb, sc;
+    asm volatile(
+        "vld1.8 {d16-d19}, [%[t]]\n\t"
+        "1:\n\t"
+        "vdup.8 d12, %[cw]\n\t"
+        "ldr %[a], [%[R], #0]\n\t"
+        "vdup.8 d20, %[cw1]\n\t"
+        "ldr %[b], [%[R], #4]\n\t"
+        "vmov.i8 d21, #0\n\t"
+        "ldr %[c], [%[R], #16]\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "vld2.8 {d0, d2}, [%[a]]\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "ldr %[a], [%[R], #8]\n\t"
+        "ldr %[b], [%[R], #12]\n\t"
+        "ldr %[c], [%[R], #20]\n\t"
+        "vorr q15, q0, q0\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vabd.u8 q2, q15, q1\n\t"
+        "vmull.u8 q11, d30, d12\n\t"
+        "vorr d15, d8, d8\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vorr d14, d10, d10\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vmull.u8 q12, d31, d12\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vmull.u8 q6, d9, d5\n\t"
+        "vabd.u8 d4, d15, d14\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q6, d7, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vshrn.i16 d4, q6, #8\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #32]\n\t"
+        "vmlal.u8 q11, d4, d2\n\t"
+        "vmlal.u8 q12, d4, d3\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vld2.8 {d0, d2}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #24]\n\t"
+        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #28]\n\t"
+        "vadd.i8 d20, d20, d4\n\t"
+        "vorr d13, d8, d8\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "vorr d14, d10, d10\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vabd.u8 d4, d15, d13\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vmull.u8 q5, d9, d5\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vrshrn.i16 d9, q5, #8\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vmull.u8 q5, d7, d6\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vshrn.i16 d4, q5, #8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vadd.i8 d20, d20, d4\n\t"
+        "vmlal.u8 q11, d4, d0\n\t"
+        "vmlal.u8 q12, d4, d1\n\t"
+        "vabd.u8 q2, q15, q1\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vmull.u8 q6, d9, d5\n\t"
+        "vabd.u8 d4, d15, d14\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q6, d7, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vshrn.i16 d4, q6, #8\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #44]\n\t"
+        "vmlal.u8 q11, d4, d2\n\t"
+        "vmlal.u8 q12, d4, d3\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vld2.8 {d0, d2}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #36]\n\t"
+        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #40]\n\t"
+        "vadd.i8 d20, d20, d4\n\t"
+        "vorr d14, d8, d8\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vmull.u8 q6, d9, d5\n\t"
+        "vabd.u8 d4, d15, d14\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q6, d7, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vshrn.i16 d4, q6, #8\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #56]\n\t"
+        "vmull.u8 q13, d4, d0\n\t"
+        "vmull.u8 q14, d4, d1\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vld2.8 {d0, d2}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #48]\n\t"
+        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #52]\n\t"
+        "vadd.i8 d21, d21, d4\n\t"
+        "vorr d14, d8, d8\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vmull.u8 q6, d9, d5\n\t"
+        "vabd.u8 d4, d15, d14\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q6, d7, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vshrn.i16 d4, q6, #8\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #68]\n\t"
+        "vmlal.u8 q13, d4, d0\n\t"
+        "vmlal.u8 q14, d4, d1\n\t"
+        "add %[c], %[c], %[x], lsl #2\n\t"
+        "vld2.8 {d0, d2}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #60]\n\t"
+        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "ldr %[b], [%[R], #64]\n\t"
+        "vadd.i8 d21, d21, d4\n\t"
+        "vorr d14, d8, d8\n\t"
+        "add %[a], %[a], %[x], lsl #1\n\t"
+        "add %[b], %[b], %[x], lsl #1\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vmull.u8 q6, d9, d5\n\t"
+        "vabd.u8 d4, d15, d14\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q6, d7, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vshrn.i16 d4, q6, #8\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "vmlal.u8 q13, d4, d0\n\t"
+        "vmlal.u8 q14, d4, d1\n\t"
+        "vld2.8 {d0, d2}, [%[a]]\n\t"
+        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "vadd.i8 d21, d21, d4\n\t"
+        "vorr d14, d8, d8\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vshr.u8 q3, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vmull.u8 q6, d9, d5\n\t"
+        "vabd.u8 d4, d15, d14\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vshr.u8 d5, d4, #%c[s]\n\t"
+        "vshl.i8 d4, d4, #%c[r8]\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vtbl.8 d8, {d18, d19}, d5\n\t"
+        "vtbl.8 d5, {d16, d17}, d5\n\t"
+        "vmull.u8 q6, d7, d6\n\t"
+        "vmull.u8 q5, d8, d4\n\t"
+        "vshrn.i16 d4, q6, #8\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vsub.i8 d5, d5, d8\n\t"
+        "vmull.u8 q5, d4, d5\n\t"
+        "vshrn.i16 d8, q5, #8\n\t"
+        "vshr.u8 d4, d8, #3\n\t"
+        "vsra.u8 d4, d8, #4\n\t"
+        "vadd.i8 d21, d21, d4\n\t"
+        "vmlal.u8 q13, d4, d0\n\t"
+        "vmlal.u8 q14, d4, d1\n\t"
+        "vst1.64 {d20, d21}, [%[S]:128]!\n\t"
+        "vst1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
+        "vst1.64 {d26, d27, d28, d29}, [%[S]:128]!\n\t"
+        "add %[x], %[x], #8\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(rows), [t] "r"(t.w), [cw] "r"(cw), [cw1] "r"(cw1), [s] "i"(kShift),
+          [r8] "i"(8 - kShift)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
+          "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
+          "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    x = x0;
+    k = n;
+    sp = sums;
+    asm volatile(
+        "1:\n\t"
+        "vld1.64 {d20, d21}, [%[S]:128]!\n\t"
+        "movw %[a], #0x2000\n\t"
+        "movt %[a], #0x3f00\n\t"
+        "ldr %[b], [%[R], #76]\n\t"
+        "vaddl.u8 q0, d20, d21\n\t"
+        "vld1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
+        "add %[b], %[b], %[x]\n\t"
+        "vmovl.u16 q1, d0\n\t"
+        "vmovl.u16 q2, d1\n\t"
+        "vcvt.f32.u32 q1, q1\n\t"
+        "vcvt.f32.u32 q2, q2\n\t"
+        "vld1.64 {d26, d27, d28, d29}, [%[S]:128]!\n\t"
+        "vrecpe.f32 q3, q1\n\t"
+        "vrecpe.f32 q5, q2\n\t"
+        "vrecps.f32 q4, q1, q3\n\t"
+        "vrecps.f32 q6, q2, q5\n\t"
+        "vmul.f32 q3, q3, q4\n\t"
+        "vmul.f32 q5, q5, q6\n\t"
+        "vrecps.f32 q4, q1, q3\n\t"
+        "vrecps.f32 q6, q2, q5\n\t"
+        "vmul.f32 q1, q3, q4\n\t"
+        "vaddl.u16 q3, d22, d26\n\t"
+        "vaddl.u16 q4, d23, d27\n\t"
+        "vmul.f32 q2, q5, q6\n\t"
+        "vcvt.f32.u32 q3, q3\n\t"
+        "vcvt.f32.u32 q4, q4\n\t"
+        "vdup.32 q5, %[a]\n\t"
+        "vdup.32 q6, %[a]\n\t"
+        "vmla.f32 q5, q3, q1\n\t"
+        "vmla.f32 q6, q4, q2\n\t"
+        "vaddl.u16 q3, d24, d28\n\t"
+        "vaddl.u16 q4, d25, d29\n\t"
+        "vcvt.f32.u32 q3, q3\n\t"
+        "vcvt.f32.u32 q4, q4\n\t"
+        "vcvt.u32.f32 q5, q5\n\t"
+        "vcvt.u32.f32 q6, q6\n\t"
+        "vmovn.i32 d16, q5\n\t"
+        "vmovn.i32 d17, q6\n\t"
+        "vdup.32 q5, %[a]\n\t"
+        "vdup.32 q6, %[a]\n\t"
+        "ldr %[a], [%[R], #72]\n\t"
+        "vmovn.i16 d16, q8\n\t"
+        "vmla.f32 q5, q3, q1\n\t"
+        "vmla.f32 q6, q4, q2\n\t"
+        "add %[a], %[a], %[x]\n\t"
+        "vst1.8 {d16}, [%[a]]\n\t"
+        "vcvt.u32.f32 q5, q5\n\t"
+        "vcvt.u32.f32 q6, q6\n\t"
+        "vmovn.i32 d18, q5\n\t"
+        "vmovn.i32 d19, q6\n\t"
+        "vmovn.i16 d18, q9\n\t"
+        "vst1.8 {d18}, [%[b]]\n\t"
+        "add %[x], %[x], #8\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(rows)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
+          "d13", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+          "d27", "d28", "d29", "cc", "memory");
+    x0 += 8 * n;
+    count -= n;
+  }
+}
+#endif
+
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
 // in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
 // fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
@@ -2567,13 +2950,30 @@ struct NeonBlocks {
     };
     const bool first = x0 == 0, last = x0 + n == wh;
     if (kPass == 1 && c->inU == c->srcU && c->inV == c->srcV) {
-      steps<Q>(
-          x0, n, first, last, s,
-          [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
-            return pass1Step<decltype(lanes), W, decltype(kind)::value, true>(c, t, wt, sh, x, y,
-                                                                              yUp, yDown);
-          },
-          store);
+      auto compute = [&](int x, auto kind, auto lanes) __attribute__((always_inline)) {
+        return pass1Step<decltype(lanes), W, decltype(kind)::value, true>(c, t, wt, sh, x, y, yUp,
+                                                                          yDown);
+      };
+#if !defined(__aarch64__)
+      // The assembly inner steps.
+      const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
+      const int M = c->margin, Y = 2 * y;
+      const uint8_t* const uY = c->inU + size_t(Y) * w;
+      const uint8_t* const vY = c->inV + size_t(Y) * w;
+      const uint8_t* const lY = c->luma + size_t(2 * Y) * lw;
+      const Pass1Armv7Rows rows{
+          {uY, vY, uY + w, vY + w, lY, lY + 2 * lw},
+          {c->inU + size_t(yUp) * w, c->inV + size_t(yUp) * w, c->luma + size_t(2 * yUp) * lw,
+           uY - M, vY - M, lY - 2 * M, uY + M, vY + M, lY + 2 * M, c->inU + size_t(yDown) * w,
+           c->inV + size_t(yDown) * w, c->luma + size_t(2 * yDown) * lw},
+          {outU, outV}};
+      steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+        pass1InnerArmv7<W::kShiftOf>(&rows, t, x, count);
+        return x + count * Inner::kOut;
+      });
+#else
+      steps<Q>(x0, n, first, last, s, compute, store);
+#endif
     } else if (kPass == 1) {
       steps<Q>(
           x0, n, first, last, s,
