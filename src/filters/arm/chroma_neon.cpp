@@ -1328,6 +1328,14 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
 }
 #endif
 
+// Every fourth byte of `src` into dst[lo, hi) (dst[i] = src[4 i]); src
+// holds at least 4 hi bytes.
+void takeQuarter(uint8_t* dst, const uint8_t* src, int lo, int hi) {
+  int i = lo;
+  for (; i + 16 <= hi; i += 16) vst1q_u8(dst + i, vld4q_u8(src + 4 * i).val[0]);
+  for (; i < hi; ++i) dst[i] = src[4 * i];
+}
+
 #if defined(__aarch64__)
 // The rows of pass3Steps' buffer q (kQuarterRow bytes apart) for half-size
 // columns [lo, hi): 0, 1 the luma centres of even and odd columns (bytes 0
@@ -2451,14 +2459,6 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
     count -= n;
   }
 }
-
-// Every fourth byte of `src` into dst[lo, hi) (dst[i] = src[4 i]); src
-// holds at least 4 hi bytes.
-void takeQuarterArmv7(uint8_t* dst, const uint8_t* src, int lo, int hi) {
-  int i = lo;
-  for (; i + 16 <= hi; i += 16) vst1q_u8(dst + i, vld4q_u8(src + 4 * i).val[0]);
-  for (; i < hi; ++i) dst[i] = src[4 * i];
-}
 #endif
 
 #if !defined(__aarch64__)
@@ -2844,6 +2844,240 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
 }
 #endif
 
+#if defined(__aarch64__)
+// Pass 2's inner steps on aarch64 in assembly, where every difference from
+// 80 on weighs as 0, 16 outputs a step. The taps' luma comes from rows
+// taken out beforehand (every fourth byte of luma rows 4 yUp, 4 y,
+// 4 yDown), so that every tap is a load at the step's column from its row's
+// base; two sets of registers take alternate taps, so that a tap's weighing
+// overlaps the one before on an in-order core (a list schedule over
+// Cortex-A55 latencies orders the step).
+struct Pass2A64Rows {
+  const uint8_t *uUp, *uL, *uMid, *uR, *uDown;  // half-size taps (+ x)
+  const uint8_t *vUp, *vL, *vMid, *vR, *vDown;
+  const uint8_t *lUp, *lL, *lMid, *lR, *lDown;  // taken-out luma (+ x)
+  uint8_t *outU, *outV;                          // half-size row y (+ x)
+};
+
+void pass2InnerA64(const Pass2A64Rows& r, const uint8_t* srcU, const uint8_t* srcV,
+                   const Tables& t, int64_t x, int64_t count) {
+  static const float kNumerator = 1.0f + 1.0f / 524288.0f;
+  const uint32_t w0 = t.w[0];
+  asm volatile(
+      "ld1 {v16.16b, v17.16b, v18.16b, v19.16b}, [%[lut]]\n\t"
+      "ldr q20, [%[lut], #64]\n\t"
+      "movi v23.16b, #64\n\t"
+      "dup v21.16b, %w[w0]\n\t"
+      "ld1r {v8.4s}, [%[num]]\n\t"
+      "1:\n\t"
+      "ld2 {v9.16b, v10.16b}, [%[srcU]], #32\n\t"
+      "movi v24.16b, #1\n\t"
+      "ld2 {v10.16b, v11.16b}, [%[srcV]], #32\n\t"
+      "ldr q6, [%[uUp], %[X]]\n\t"
+      "ldr q7, [%[vUp], %[X]]\n\t"
+      "ldr q12, [%[lMid], %[X]]\n\t"
+      "uabd v0.16b, v9.16b, v6.16b\n\t"
+      "ldr q2, [%[lUp], %[X]]\n\t"
+      "uabd v1.16b, v10.16b, v7.16b\n\t"
+      "ldr q11, [%[uL], %[X]]\n\t"
+      "ldr q22, [%[vL], %[X]]\n\t"
+      "uabd v2.16b, v12.16b, v2.16b\n\t"
+      "ldr q15, [%[lL], %[X]]\n\t"
+      "tbl v3.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v0.16b\n\t"
+      "sub v0.16b, v0.16b, v23.16b\n\t"
+      "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+      "sub v1.16b, v1.16b, v23.16b\n\t"
+      "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+      "tbx v3.16b, {v20.16b}, v0.16b\n\t"
+      "sub v2.16b, v2.16b, v23.16b\n\t"
+      "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+      "uabd v13.16b, v9.16b, v11.16b\n\t"
+      "uabd v14.16b, v10.16b, v22.16b\n\t"
+      "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+      "umull v0.8h, v4.8b, v3.8b\n\t"
+      "ldr q2, [%[lDown], %[X]]\n\t"
+      "umull2 v1.8h, v4.16b, v3.16b\n\t"
+      "tbl v29.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v13.16b\n\t"
+      "sub v13.16b, v13.16b, v23.16b\n\t"
+      "tbl v30.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v14.16b\n\t"
+      "uzp2 v0.16b, v0.16b, v1.16b\n\t"
+      "sub v14.16b, v14.16b, v23.16b\n\t"
+      "uabd v15.16b, v12.16b, v15.16b\n\t"
+      "tbx v29.16b, {v20.16b}, v13.16b\n\t"
+      "umull v1.8h, v0.8b, v5.8b\n\t"
+      "umull2 v3.8h, v0.16b, v5.16b\n\t"
+      "tbx v30.16b, {v20.16b}, v14.16b\n\t"
+      "tbl v31.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v15.16b\n\t"
+      "sub v15.16b, v15.16b, v23.16b\n\t"
+      "uzp2 v1.16b, v1.16b, v3.16b\n\t"
+      "umull v13.8h, v30.8b, v29.8b\n\t"
+      "umull2 v14.8h, v30.16b, v29.16b\n\t"
+      "tbx v31.16b, {v20.16b}, v15.16b\n\t"
+      "ushr v0.16b, v1.16b, #3\n\t"
+      "ldr q15, [%[lR], %[X]]\n\t"
+      "uabd v2.16b, v12.16b, v2.16b\n\t"
+      "uzp2 v13.16b, v13.16b, v14.16b\n\t"
+      "uabd v15.16b, v12.16b, v15.16b\n\t"
+      "usra v0.16b, v1.16b, #4\n\t"
+      "tbl v5.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v2.16b\n\t"
+      "umull v14.8h, v13.8b, v31.8b\n\t"
+      "umull2 v29.8h, v13.16b, v31.16b\n\t"
+      "umull v25.8h, v0.8b, v6.8b\n\t"
+      "umull2 v26.8h, v0.16b, v6.16b\n\t"
+      "umull v27.8h, v0.8b, v7.8b\n\t"
+      "ldr q6, [%[uMid], %[X]]\n\t"
+      "umull2 v28.8h, v0.16b, v7.16b\n\t"
+      "ldr q7, [%[vMid], %[X]]\n\t"
+      "add v24.16b, v24.16b, v0.16b\n\t"
+      "uabd v0.16b, v9.16b, v6.16b\n\t"
+      "uzp2 v14.16b, v14.16b, v29.16b\n\t"
+      "uabd v1.16b, v10.16b, v7.16b\n\t"
+      "tbl v31.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v15.16b\n\t"
+      "tbl v3.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v0.16b\n\t"
+      "sub v0.16b, v0.16b, v23.16b\n\t"
+      "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+      "sub v1.16b, v1.16b, v23.16b\n\t"
+      "ushr v13.16b, v14.16b, #3\n\t"
+      "tbx v3.16b, {v20.16b}, v0.16b\n\t"
+      "sub v15.16b, v15.16b, v23.16b\n\t"
+      "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+      "usra v13.16b, v14.16b, #4\n\t"
+      "sub v2.16b, v2.16b, v23.16b\n\t"
+      "tbx v31.16b, {v20.16b}, v15.16b\n\t"
+      "umull v0.8h, v4.8b, v3.8b\n\t"
+      "umull2 v1.8h, v4.16b, v3.16b\n\t"
+      "umlal v25.8h, v13.8b, v11.8b\n\t"
+      "umlal2 v26.8h, v13.16b, v11.16b\n\t"
+      "umlal v27.8h, v13.8b, v22.8b\n\t"
+      "ldr q11, [%[uR], %[X]]\n\t"
+      "uzp2 v0.16b, v0.16b, v1.16b\n\t"
+      "umlal2 v28.8h, v13.16b, v22.16b\n\t"
+      "ldr q22, [%[vR], %[X]]\n\t"
+      "add v24.16b, v24.16b, v13.16b\n\t"
+      "uabd v13.16b, v9.16b, v11.16b\n\t"
+      "umull v1.8h, v0.8b, v21.8b\n\t"
+      "umull2 v3.8h, v0.16b, v21.16b\n\t"
+      "uabd v14.16b, v10.16b, v22.16b\n\t"
+      "tbl v29.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v13.16b\n\t"
+      "sub v13.16b, v13.16b, v23.16b\n\t"
+      "uzp2 v1.16b, v1.16b, v3.16b\n\t"
+      "tbl v30.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v14.16b\n\t"
+      "sub v14.16b, v14.16b, v23.16b\n\t"
+      "tbx v29.16b, {v20.16b}, v13.16b\n\t"
+      "ushr v0.16b, v1.16b, #3\n\t"
+      "tbx v5.16b, {v20.16b}, v2.16b\n\t"
+      "tbx v30.16b, {v20.16b}, v14.16b\n\t"
+      "usra v0.16b, v1.16b, #4\n\t"
+      "umull v13.8h, v30.8b, v29.8b\n\t"
+      "umull2 v14.8h, v30.16b, v29.16b\n\t"
+      "umlal v25.8h, v0.8b, v6.8b\n\t"
+      "umlal2 v26.8h, v0.16b, v6.16b\n\t"
+      "umlal v27.8h, v0.8b, v7.8b\n\t"
+      "ldr q6, [%[uDown], %[X]]\n\t"
+      "umlal2 v28.8h, v0.16b, v7.16b\n\t"
+      "ldr q7, [%[vDown], %[X]]\n\t"
+      "add v24.16b, v24.16b, v0.16b\n\t"
+      "uabd v0.16b, v9.16b, v6.16b\n\t"
+      "uzp2 v13.16b, v13.16b, v14.16b\n\t"
+      "uabd v1.16b, v10.16b, v7.16b\n\t"
+      "tbl v3.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v0.16b\n\t"
+      "sub v0.16b, v0.16b, v23.16b\n\t"
+      "tbl v4.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v1.16b\n\t"
+      "sub v1.16b, v1.16b, v23.16b\n\t"
+      "umull v14.8h, v13.8b, v31.8b\n\t"
+      "tbx v3.16b, {v20.16b}, v0.16b\n\t"
+      "umull2 v29.8h, v13.16b, v31.16b\n\t"
+      "tbx v4.16b, {v20.16b}, v1.16b\n\t"
+      "uzp2 v14.16b, v14.16b, v29.16b\n\t"
+      "umull v0.8h, v4.8b, v3.8b\n\t"
+      "umull2 v1.8h, v4.16b, v3.16b\n\t"
+      "ushr v13.16b, v14.16b, #3\n\t"
+      "uzp2 v0.16b, v0.16b, v1.16b\n\t"
+      "usra v13.16b, v14.16b, #4\n\t"
+      "umull v1.8h, v0.8b, v5.8b\n\t"
+      "umull2 v3.8h, v0.16b, v5.16b\n\t"
+      "add v24.16b, v24.16b, v13.16b\n\t"
+      "umlal v25.8h, v13.8b, v11.8b\n\t"
+      "umlal2 v26.8h, v13.16b, v11.16b\n\t"
+      "uzp2 v1.16b, v1.16b, v3.16b\n\t"
+      "umlal v27.8h, v13.8b, v22.8b\n\t"
+      "umlal2 v28.8h, v13.16b, v22.16b\n\t"
+      "ushr v0.16b, v1.16b, #3\n\t"
+      "usra v0.16b, v1.16b, #4\n\t"
+      "add v24.16b, v24.16b, v0.16b\n\t"
+      "uxtl v4.8h, v24.8b\n\t"
+      "uxtl2 v5.8h, v24.16b\n\t"
+      "umlal v25.8h, v0.8b, v6.8b\n\t"
+      "umlal2 v26.8h, v0.16b, v6.16b\n\t"
+      "umlal v27.8h, v0.8b, v7.8b\n\t"
+      "umlal2 v28.8h, v0.16b, v7.16b\n\t"
+      "uxtl v0.4s, v4.4h\n\t"
+      "uxtl2 v1.4s, v4.8h\n\t"
+      "uxtl v2.4s, v5.4h\n\t"
+      "uxtl2 v3.4s, v5.8h\n\t"
+      "ucvtf v0.4s, v0.4s\n\t"
+      "ucvtf v1.4s, v1.4s\n\t"
+      "ucvtf v2.4s, v2.4s\n\t"
+      "ucvtf v3.4s, v3.4s\n\t"
+      "fdiv v0.4s, v8.4s, v0.4s\n\t"
+      "uxtl v4.4s, v25.4h\n\t"
+      "uxtl2 v5.4s, v25.8h\n\t"
+      "uxtl v6.4s, v26.4h\n\t"
+      "uxtl2 v7.4s, v26.8h\n\t"
+      "uxtl v29.4s, v27.4h\n\t"
+      "uxtl2 v30.4s, v27.8h\n\t"
+      "uxtl v31.4s, v28.4h\n\t"
+      "uxtl2 v15.4s, v28.8h\n\t"
+      "ucvtf v4.4s, v4.4s\n\t"
+      "fdiv v1.4s, v8.4s, v1.4s\n\t"
+      "ucvtf v5.4s, v5.4s\n\t"
+      "ucvtf v6.4s, v6.4s\n\t"
+      "ucvtf v7.4s, v7.4s\n\t"
+      "ucvtf v29.4s, v29.4s\n\t"
+      "ucvtf v30.4s, v30.4s\n\t"
+      "ucvtf v31.4s, v31.4s\n\t"
+      "ucvtf v15.4s, v15.4s\n\t"
+      "fmul v4.4s, v4.4s, v0.4s\n\t"
+      "fmul v29.4s, v29.4s, v0.4s\n\t"
+      "fdiv v2.4s, v8.4s, v2.4s\n\t"
+      "fcvtnu v4.4s, v4.4s\n\t"
+      "fmul v5.4s, v5.4s, v1.4s\n\t"
+      "fmul v30.4s, v30.4s, v1.4s\n\t"
+      "fcvtnu v29.4s, v29.4s\n\t"
+      "fcvtnu v5.4s, v5.4s\n\t"
+      "fcvtnu v30.4s, v30.4s\n\t"
+      "fdiv v3.4s, v8.4s, v3.4s\n\t"
+      "uzp1 v4.8h, v4.8h, v5.8h\n\t"
+      "uzp1 v29.8h, v29.8h, v30.8h\n\t"
+      "fmul v6.4s, v6.4s, v2.4s\n\t"
+      "fmul v31.4s, v31.4s, v2.4s\n\t"
+      "fcvtnu v6.4s, v6.4s\n\t"
+      "fcvtnu v31.4s, v31.4s\n\t"
+      "fmul v7.4s, v7.4s, v3.4s\n\t"
+      "fmul v15.4s, v15.4s, v3.4s\n\t"
+      "fcvtnu v7.4s, v7.4s\n\t"
+      "fcvtnu v15.4s, v15.4s\n\t"
+      "uzp1 v6.8h, v6.8h, v7.8h\n\t"
+      "uzp1 v31.8h, v31.8h, v15.8h\n\t"
+      "uzp1 v13.16b, v4.16b, v6.16b\n\t"
+      "uzp1 v14.16b, v29.16b, v31.16b\n\t"
+      "str q13, [%[outU], %[X]]\n\t"
+      "str q14, [%[outV], %[X]]\n\t"
+      "add %[X], %[X], #16\n\t"
+      "subs %[k], %[k], #1\n\t"
+      "b.ne 1b\n\t"
+      : [X] "+r"(x), [k] "+r"(count), [srcU] "+r"(srcU), [srcV] "+r"(srcV)
+      : [uUp] "r"(r.uUp), [uL] "r"(r.uL), [uMid] "r"(r.uMid), [uR] "r"(r.uR),
+        [uDown] "r"(r.uDown), [vUp] "r"(r.vUp), [vL] "r"(r.vL), [vMid] "r"(r.vMid),
+        [vR] "r"(r.vR), [vDown] "r"(r.vDown), [lUp] "r"(r.lUp), [lL] "r"(r.lL),
+        [lMid] "r"(r.lMid), [lR] "r"(r.lR), [lDown] "r"(r.lDown), [outU] "r"(r.outU),
+        [outV] "r"(r.outV), [lut] "r"(t.lut), [num] "r"(&kNumerator), [w0] "r"(w0)
+      : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
+        "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25",
+        "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
+}
+#endif
+
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
 // in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
 // fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
@@ -2987,7 +3221,43 @@ struct NeonBlocks {
         return pass2Step<decltype(lanes), W, decltype(kind)::value>(c, wt, t.w[0], sh, x, y, yUp,
                                                                     yDown);
       };
-#if !defined(__aarch64__)
+#if defined(__aarch64__)
+      if (wh <= kQuarterMax && t.reach <= 80) {
+        // The assembly inner steps, with the taps' luma taken out of rows
+        // 4 yUp, 4 y, 4 yDown for the columns they reach.
+        alignas(16) uint8_t q[3][kQuarterMax];
+        const size_t lw = size_t(c->lumaWidth), w = size_t(c->chromaWidth);
+        const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
+        takeQuarter(q[0], c->luma + size_t(4 * yUp) * lw, lo, hi);
+        takeQuarter(q[1], c->luma + size_t(4 * y) * lw, lo, hi);
+        takeQuarter(q[2], c->luma + size_t(4 * yDown) * lw, lo, hi);
+        const uint8_t* uMid = c->inU + size_t(y) * size_t(wh);
+        const uint8_t* vMid = c->inV + size_t(y) * size_t(wh);
+        const Pass2A64Rows rows{c->inU + size_t(yUp) * size_t(wh),
+                                uMid - s,
+                                uMid,
+                                uMid + s,
+                                c->inU + size_t(yDown) * size_t(wh),
+                                c->inV + size_t(yUp) * size_t(wh),
+                                vMid - s,
+                                vMid,
+                                vMid + s,
+                                c->inV + size_t(yDown) * size_t(wh),
+                                q[0],
+                                q[1] - s,
+                                q[1],
+                                q[1] + s,
+                                q[2],
+                                outU,
+                                outV};
+        steps<Q, PassInner<2>>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          pass2InnerA64(rows, c->srcU + size_t(2 * y) * w + 2 * x,
+                        c->srcV + size_t(2 * y) * w + 2 * x, t, x, count);
+          return x + count * PassInner<2>::kOut;
+        });
+        return;
+      }
+#else
       constexpr int kMaxRow = 2048;
       if (wh <= kMaxRow) {
         // The assembly inner steps, with the taps' luma taken out of rows
@@ -2995,9 +3265,9 @@ struct NeonBlocks {
         alignas(16) uint8_t q[3][kMaxRow];
         const size_t lw = size_t(c->lumaWidth), w = size_t(c->chromaWidth);
         const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
-        takeQuarterArmv7(q[0], c->luma + size_t(4 * yUp) * lw, lo, hi);
-        takeQuarterArmv7(q[1], c->luma + size_t(4 * y) * lw, lo, hi);
-        takeQuarterArmv7(q[2], c->luma + size_t(4 * yDown) * lw, lo, hi);
+        takeQuarter(q[0], c->luma + size_t(4 * yUp) * lw, lo, hi);
+        takeQuarter(q[1], c->luma + size_t(4 * y) * lw, lo, hi);
+        takeQuarter(q[2], c->luma + size_t(4 * yDown) * lw, lo, hi);
         const uint8_t* uMid = c->inU + size_t(y) * size_t(wh);
         const uint8_t* vMid = c->inV + size_t(y) * size_t(wh);
         const Pass2Armv7Rows rows{
