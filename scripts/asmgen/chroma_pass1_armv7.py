@@ -1,0 +1,239 @@
+# chroma_pass1_armv7.py - generates the assembly of the armv7 chroma pass 1 inner steps (pass1InnerArmv7): 8 outputs a step, U and V in the halves of one q register.
+#
+# The step is written out in program order with fixed registers; a list scheduler then orders it
+# for an in-order core (latencies of the core model named by MODEL, one NEON instruction and one
+# load or integer instruction per cycle), keeping every register and memory dependency. The
+# output is the text of the asm statement in src/filters/arm/chroma_neon.cpp:
+#   PART=A MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the sums loop
+#   PART=B MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the means loop
+# Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
+import os, re, sys
+PART = os.environ.get("PART", "A")
+prog = []
+def n(t): prog.append((t, 'n'))
+def s(t): prog.append((t, 's'))
+OFF = dict(uY=0, vY=4, uY1=8, vY1=12, lY=16, lY1=20, uUp=24, vUp=28, lUp=32, uL=36, vL=40, lL=44,
+           uR=48, vR=52, lR=56, uDown=60, vDown=64, lDown=68, outU=72, outV=76)
+SCALE = dict(uY=1, vY=1, uY1=1, vY1=1, lY=2, lY1=2, uUp=1, vUp=1, lUp=2, uL=1, vL=1, lL=2,
+             uR=1, vR=1, lR=2, uDown=1, vDown=1, lDown=2, outU=0, outV=0)
+scr = ["Ra", "Rb", "Rc"]
+si = [0]
+def addr(name):
+    r = scr[si[0] % 3]; si[0] += 1
+    s(f"ldr {r}, [RR, #{OFF[name]}]")
+    sh = SCALE[name]
+    s(f"add {r}, {r}, Rx" + (f", lsl #{sh}" if sh else ""))
+    return r
+
+def tap(qt, dt, dy, w, u, v, first=False, T=None):
+    # qt: the tap's q (U | V), dt: its (U, V) d halves, dy: tap luma
+    D, K, S_, P, P2 = T["D"], T["K"], T["S"], T["P"], T["P2"]
+    def lo(q): return f"d{2*int(q[1:])}"
+    def hi(q): return f"d{2*int(q[1:])+1}"
+    n(f"vabd.u8 {D}, q15, {qt}")
+    n(f"vshr.u8 {K}, {D}, #SH"); n(f"vshl.i8 {D}, {D}, #RE")
+    n(f"vtbl.8 {lo(S_)}, {{d18, d19}}, {lo(K)}"); n(f"vtbl.8 {hi(S_)}, {{d18, d19}}, {hi(K)}")
+    n(f"vtbl.8 {lo(K)}, {{d16, d17}}, {lo(K)}"); n(f"vtbl.8 {hi(K)}, {{d16, d17}}, {hi(K)}")
+    n(f"vmull.u8 {P}, {lo(S_)}, {lo(D)}"); n(f"vrshrn.i16 {lo(S_)}, {P}, #8")
+    n(f"vmull.u8 {P2}, {hi(S_)}, {hi(D)}"); n(f"vrshrn.i16 {hi(S_)}, {P2}, #8")
+    n(f"vsub.i8 {K}, {K}, {S_}")          # lo: wU, hi: wV
+    # luma, in D's and S's registers
+    dE, dF, dG = lo(D), hi(D), lo(S_)
+    n(f"vabd.u8 {dE}, d15, {dy}")
+    n(f"vshr.u8 {dF}, {dE}, #SH"); n(f"vshl.i8 {dE}, {dE}, #RE")
+    n(f"vtbl.8 {dG}, {{d18, d19}}, {dF}"); n(f"vtbl.8 {dF}, {{d16, d17}}, {dF}")
+    n(f"vmull.u8 {P}, {dG}, {dE}"); n(f"vrshrn.i16 {dG}, {P}, #8")
+    n(f"vsub.i8 {dF}, {dF}, {dG}")       # wY
+    n(f"vmull.u8 {P2}, {hi(K)}, {lo(K)}"); n(f"vshrn.i16 {dE}, {P2}, #8")   # uv
+    n(f"vmull.u8 {P}, {dE}, {dF}"); n(f"vshrn.i16 {dG}, {P}, #8")           # h
+    n(f"vshr.u8 {dE}, {dG}, #3"); n(f"vsra.u8 {dE}, {dG}, #4")              # w
+    n(f"vadd.i8 {w}, {w}, {dE}")
+    op = "vmull.u8" if first else "vmlal.u8"
+    n(f"{op} {u}, {dE}, {dt[0]}"); n(f"{op} {v}, {dE}, {dt[1]}")
+
+TA = dict(D="q2", K="q3", S="q4", P="q5", P2="q6")
+if PART == "A":
+    a = addr("uY"); n(f"vld2.8 {{d0, d2}}, [{a}]")
+    a = addr("vY"); n(f"vld2.8 {{d1, d3}}, [{a}]")
+    a = addr("lY"); n(f"vld4.8 {{d8, d9, d10, d11}}, [{a}]")
+    n("vorr q15, q0, q0")
+    n("vorr d15, d8, d8")
+    n("vorr d14, d10, d10")
+    n("vdup.8 d20, RCW1")
+    n("vdup.8 d12, RCW")
+    n("vmull.u8 q11, d30, d12")
+    n("vmull.u8 q12, d31, d12")
+    n("vmov.i8 d21, #0")
+    # (X+1, Y): q1, luma d14
+    tap("q1", ("d2", "d3"), "d14", "d20", "q11", "q12", T=TA)
+    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, [{a}]")
+    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, [{a}]")
+    a = addr("lY1"); n(f"vld4.8 {{d8, d9, d10, d11}}, [{a}]")
+    n("vorr d14, d10, d10")
+    n("vorr d13, d8, d8")
+    tap("q0", ("d0", "d1"), "d13", "d20", "q11", "q12", T=dict(D="q2", K="q3", S="q4", P="q5", P2="q5"))
+    tap("q1", ("d2", "d3"), "d14", "d20", "q11", "q12", T=TA)
+    for k, (u, v, l) in enumerate((("uUp", "vUp", "lUp"), ("uL", "vL", "lL"), ("uR", "vR", "lR"), ("uDown", "vDown", "lDown"))):
+        a = addr(u); n(f"vld2.8 {{d0, d2}}, [{a}]")
+        a = addr(v); n(f"vld2.8 {{d1, d3}}, [{a}]")
+        a = addr(l); n(f"vld4.8 {{d8, d9, d10, d11}}, [{a}]")
+        n("vorr d14, d8, d8")
+        tap("q0", ("d0", "d1"), "d14", "d21", "q13", "q14", first=(k == 0), T=TA)
+    n("vst1.64 {d20, d21}, [RS:128]!")
+    n("vst1.64 {d22, d23, d24, d25}, [RS:128]!")
+    n("vst1.64 {d26, d27, d28, d29}, [RS:128]!")
+else:
+    n("vld1.64 {d20, d21}, [RS:128]!")
+    n("vld1.64 {d22, d23, d24, d25}, [RS:128]!")
+    n("vld1.64 {d26, d27, d28, d29}, [RS:128]!")
+    n("vaddl.u8 q0, d20, d21")
+    n("vmovl.u16 q1, d0"); n("vmovl.u16 q2, d1")
+    n("vcvt.f32.u32 q1, q1"); n("vcvt.f32.u32 q2, q2")
+    for q, (t0, t1) in ((1, (3, 4)), (2, (5, 6))):
+        n(f"vrecpe.f32 q{t0}, q{q}")
+        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+        n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
+        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+        n(f"vmul.f32 q{q}, q{t0}, q{t1}")
+    s("movw Ra, #0x2000")
+    s("movt Ra, #0x3f00")
+    # U: (d22 + d26) lanes 0-3, (d23 + d27) 4-7 ; V: (d24 + d28), (d25 + d29)
+    for (b0, f0, b1, f1, outd, res) in (("d22", "d26", "d23", "d27", "d16", "q8"), ("d24", "d28", "d25", "d29", "d18", "q9")):
+        n(f"vaddl.u16 q3, {b0}, {f0}"); n(f"vaddl.u16 q4, {b1}, {f1}")
+        n("vcvt.f32.u32 q3, q3"); n("vcvt.f32.u32 q4, q4")
+        n("vdup.32 q5, Ra"); n("vdup.32 q6, Ra")
+        n("vmla.f32 q5, q3, q1"); n("vmla.f32 q6, q4, q2")
+        n("vcvt.u32.f32 q5, q5"); n("vcvt.u32.f32 q6, q6")
+        lo, hi = res[1:], None
+        k = int(res[1:])
+        n(f"vmovn.i32 d{2*k}, q5"); n(f"vmovn.i32 d{2*k+1}, q6")
+        n(f"vmovn.i16 {outd}, {res}")
+    a = addr("outU"); n(f"vst1.8 {{d16}}, [{a}]")
+    a = addr("outV"); n(f"vst1.8 {{d18}}, [{a}]")
+
+# ---------------------------------------------------------------- scheduling
+def dregs(tok):
+    tok = tok.strip()
+    m = re.fullmatch(r"q(\d+)", tok)
+    if m: k = int(m.group(1)); return [f"d{2*k}", f"d{2*k+1}"]
+    m = re.fullmatch(r"d(\d+)(\[\d+\])?", tok)
+    if m: return [f"d{m.group(1)}"]
+    return []
+
+def parse(text):
+    op, rest = text.split(None, 1)
+    reads, writes = set(), set()
+    mem = None
+    lst = re.search(r"\{([^}]*)\}", rest)
+    listregs = []
+    if lst:
+        for t in lst.group(1).split(","): listregs += dregs(t)
+    br = re.search(r"\[([^\]]*)\]", rest)
+    ops = [t.strip() for t in re.sub(r"\{[^}]*\}|\[[^\]]*\]", "LIST", rest).split(",")]
+    if br:
+        base = br.group(1).split(":")[0].strip(); reads.add(base)
+        if "]!" in rest: writes.add(base)
+    if op.startswith(("vld", "ldr")):
+        if op.startswith("vld"): writes.update(listregs)
+        else: writes.add(ops[0])
+        mem = ("load", br.group(1).split(":")[0].strip() if br else None)
+    elif op.startswith("vst"):
+        reads.update(listregs); mem = ("store", br.group(1).split(":")[0].strip())
+    elif op.startswith("vtbl"):
+        d = dregs(ops[0]); writes.update(d); reads.update(listregs); reads.update(dregs(ops[2]))
+    elif op in ("add", "movw", "movt"):
+        writes.add(ops[0]); reads.update(o for o in ops[1:] if o.startswith("R"))
+        if op == "movt": reads.add(ops[0])
+        if "lsl" in rest: pass
+    else:
+        d = dregs(ops[0]); writes.update(d)
+        for o in ops[1:]: reads.update(dregs(o)); 
+        for o in ops[1:]:
+            if o.startswith("R"): reads.add(o.split()[0])
+        if op.startswith(("vmla", "vmlal", "vsra")): reads.update(d)
+        if op.startswith(("vrecps", "vmul", "vmla", "vcvt", "vdup", "vmovl", "vmovn")): pass
+    return op, reads, writes, mem
+
+import os
+MODEL = os.environ.get("MODEL", "a9")
+def lat(op, text):
+    if MODEL == "a57":
+        if op.startswith("vld4"): return 9
+        if op.startswith("vld"): return 5
+        if op.startswith("vst"): return 1
+        if op == "ldr": return 4
+        if op in ("add", "movw", "movt"): return 1
+        if op.startswith(("vmull", "vmlal")): return 5
+        if op.startswith("vtbl"): return 6 if "d22" in text else 3
+        if op.startswith(("vmla.f32",)): return 9
+        if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
+        if op.startswith(("vsra", "vrshrn")): return 4
+        return 3
+    if op.startswith("vld4"): return 5
+    if op.startswith("vld"): return 4
+    if op.startswith("vst"): return 1
+    if op in ("ldr",): return 3
+    if op in ("add", "movw", "movt"): return 1
+    if op.startswith(("vmull", "vmlal", "vsra")): return 6
+    if op.startswith(("vmla.f32",)): return 9
+    if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
+    if op.startswith(("vabd", "vrshrn", "vtbl")): return 4
+    return 3
+
+P = [parse(t) + (k,) for t, k in prog]
+N = len(P)
+deps = [[] for _ in range(N)]  # (pred, latency)
+lastw, lastr = {}, {}
+laststore = {}
+for i, (op, rd, wr, mem, k) in enumerate(P):
+    for r in rd:
+        if r in lastw: deps[i].append((lastw[r], lat(P[lastw[r]][0], prog[lastw[r]][0])))
+    for r in wr:
+        if r in lastw: deps[i].append((lastw[r], 1))
+        for j in lastr.get(r, []): deps[i].append((j, 0))
+    if mem:
+        # buffer stores before buffer loads; out stores after everything that reads planes
+        if mem[0] == "load" and mem[1] in ("RB", "RB16", "RB32"):
+            for b, j in laststore.items(): deps[i].append((j, 1))
+        if mem[0] == "store":
+            laststore[mem[1]] = i
+    for r in rd: lastr.setdefault(r, []).append(i)
+    for r in wr: lastw[r] = i; lastr[r] = []
+# stores to the output come after every load of the step (in-place operation)
+for i, (op, rd, wr, mem, k) in enumerate(P):
+    if mem and mem[0] == "store" and mem[1] not in ("RB", "RB32"):
+        for j in range(i):
+            if P[j][3] and P[j][3][0] == "load": deps[i].append((j, 0))
+
+height = [0] * N
+succ = [[] for _ in range(N)]
+for i in range(N):
+    for j, l in deps[i]: succ[j].append((i, l))
+for i in reversed(range(N)):
+    height[i] = max([l + height[j] for j, l in succ[i]] + [lat(P[i][0], prog[i][0])])
+
+ready_at = [0] * N
+done = [False] * N
+order = []
+cycle = 0
+npred = [len(d) for d in deps]
+sched_time = [None] * N
+while len(order) < N:
+    for kind in ('n', 's'):
+        cands = [i for i in range(N) if not done[i] and P[i][4] == kind and
+                 all(sched_time[j] is not None and sched_time[j] + l <= cycle for j, l in deps[i])]
+        if cands:
+            i = max(cands, key=(lambda i: (height[i], -i)) if os.environ.get("PRI","h")=="h" else (lambda i: -i))
+            done[i] = True; sched_time[i] = cycle; order.append(i)
+    cycle += 1
+print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
+def fin(t):
+    for a, b in (("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"), ("Rx", "%[x]"),
+                 ("RS", "%[S]"), ("RCW1", "%[cw1]"), ("RCW", "%[cw]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"), ("SH", "%c[s]"), ("RE", "%c[r8]")):
+        t = t.replace(a, b)
+    return t
+out = [fin(prog[i][0]) for i in (order if os.environ.get("NOSCHED") is None else range(N))]
+if len(sys.argv) > 1 and sys.argv[1] == "c":
+    for t in out: print(f'  "{t}\\n\\t"')
+else:
+    for t in out: print(t)

@@ -1,0 +1,244 @@
+# chroma_pass3_armv7.py - generates the assembly of the armv7 chroma pass 3 inner steps (pass3InnerArmv7): 8 half-size columns, both parities in the halves of one q register.
+#
+# The step is written out in program order with fixed registers; a list scheduler then orders it
+# for an in-order core (latencies of the core model named by MODEL, one NEON instruction and one
+# load or integer instruction per cycle), keeping every register and memory dependency. The
+# output is the text of the asm statement in src/filters/arm/chroma_neon.cpp:
+#   PART=A MODEL=a9 PRI=h python3 chroma_pass3_armv7.py c   # the sums loop
+#   PART=B MODEL=a9 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
+# Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
+import os
+PART = os.environ.get("PART", "A")
+# armv7 chroma pass 3 step (8 half-size columns, both parities in q halves), scheduled.
+import re, sys
+
+S = "SH"     # shift immediate operand
+R8 = "RE"   # 8 - shift
+prog = []      # (text, kind) kind: 'n' neon, 's' scalar
+
+def n(t): prog.append((t, 'n'))
+def s(t): prog.append((t, 's'))
+
+OFF = dict(srcU=0, srcV=4, lumaC=8, uUp=12, uL=16, uM=20, uR=24, uDown=28,
+           vUp=32, vL=36, vM=40, vR=44, vDown=48, lUp=52, lL=56, lM=60, lR=64, lDown=68,
+           outU=72, outV=76)
+scr = ["Ra", "Rb", "Rc"]
+si = [0]
+def addr(name, shift):
+    r = scr[si[0] % 3]; si[0] += 1
+    s(f"ldr {r}, [RR, #{OFF[name]}]")
+    s(f"add {r}, {r}, Rx" + (f", lsl #{shift}" if shift else ""))
+    return r
+
+if PART == "A":
+    # centres
+    a = addr("srcU", 1); n(f"vld2.8 {{d2, d3}}, [{a}]")
+    a = addr("srcV", 1); n(f"vld2.8 {{d4, d5}}, [{a}]")
+    a = addr("lumaC", 2); n(f"vld4.8 {{d6, d7, d8, d9}}, [{a}]")
+    n("vorr d7, d8, d8")
+    n("vst1.64 {d2, d3, d4, d5}, [RB:128]")
+    n("vst1.64 {d6, d7}, [RB32:128]")
+    n("vmovl.u8 q12, d2"); n("vmovl.u8 q13, d3"); n("vmovl.u8 q14, d4"); n("vmovl.u8 q15, d5")
+    n("vmov.i8 q7, #1")
+    
+    taps = [("uUp", "vUp", "lUp"), ("uL", "vL", "lL"), ("uM", "vM", "lM"), ("uR", "vR", "lR"),
+            ("uDown", "vDown", "lDown")]
+    for (u, v, l) in taps:
+        a = addr(u, 0); n(f"vld1.8 {{d12}}, [{a}]")
+        a = addr(v, 0); n(f"vld1.8 {{d13}}, [{a}]")
+        a = addr(l, 2); n(f"vld4.8 {{d0, d1, d2, d3}}, [{a}]")
+        n("vld1.64 {d6, d7}, [RB32:128]")
+        n("vabd.u8 d6, d6, d0"); n("vabd.u8 d7, d7, d0")
+        n("vtbl.8 d6, {d20, d21, d22}, d6"); n("vtbl.8 d7, {d20, d21, d22}, d7")
+        n("vld1.64 {d2, d3}, [RB:128]")
+        n("vabd.u8 d2, d2, d12"); n("vabd.u8 d3, d3, d12")
+        n(f"vshr.u8 q4, q1, #{S}"); n(f"vshl.i8 q1, q1, #{R8}")
+        n("vtbl.8 d0, {d18, d19}, d8"); n("vtbl.8 d1, {d18, d19}, d9")
+        n("vtbl.8 d8, {d16, d17}, d8"); n("vtbl.8 d9, {d16, d17}, d9")
+        n("vmull.u8 q5, d0, d2"); n("vmull.u8 q2, d1, d3")
+        n("vrshrn.i16 d0, q5, #8"); n("vrshrn.i16 d1, q2, #8")
+        n("vsub.i8 q4, q4, q0")                       # wU
+        n("vld1.64 {d4, d5}, [RB16:128]")
+        n("vabd.u8 d4, d4, d13"); n("vabd.u8 d5, d5, d13")
+        n(f"vshr.u8 q5, q2, #{S}"); n(f"vshl.i8 q2, q2, #{R8}")
+        n("vtbl.8 d0, {d18, d19}, d10"); n("vtbl.8 d1, {d18, d19}, d11")
+        n("vtbl.8 d10, {d16, d17}, d10"); n("vtbl.8 d11, {d16, d17}, d11")
+        n("vmull.u8 q1, d0, d4"); n("vrshrn.i16 d0, q1, #8")
+        n("vmull.u8 q1, d1, d5"); n("vrshrn.i16 d1, q1, #8")
+        n("vsub.i8 q5, q5, q0")                       # wV
+        n("vmull.u8 q0, d10, d8"); n("vmull.u8 q1, d11, d9")
+        n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q1, #8")   # uv
+        n("vmull.u8 q0, d4, d6"); n("vmull.u8 q1, d5, d7")
+        n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q1, #8")   # h
+        n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")       # w
+        n("vadd.i8 q7, q7, q0")
+        n("vmlal.u8 q12, d0, d12"); n("vmlal.u8 q13, d1, d12")
+        n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
+    
+    n("vst1.64 {d14, d15}, [RS:128]!")
+    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+    
+else:
+    n("vld1.64 {d14, d15}, [RS:128]!")
+    n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
+    # means
+    n("vmovl.u8 q0, d14"); n("vmovl.u8 q1, d15")
+    n("vmovl.u16 q2, d0"); n("vmovl.u16 q3, d1"); n("vmovl.u16 q4, d2"); n("vmovl.u16 q5, d3")
+    for q in (2, 3, 4, 5):
+        n(f"vcvt.f32.u32 q{q}, q{q}")
+    tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
+    for q in (2, 3, 4, 5):
+        t0, t1 = tmp[q]
+        n(f"vrecpe.f32 q{t0}, q{q}")
+        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+        n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
+        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+        n(f"vmul.f32 q{q}, q{t0}, q{t1}")
+    s("movw Ra, #0x2000")
+    s("movt Ra, #0x3f00")
+    # U: sums q12 (even: d24 lanes 0-3, d25 lanes 4-7), q13 (odd); V: q14, q15
+    # reciprocal of even lanes 0-3: q2, even 4-7: q3, odd 0-3: q4, odd 4-7: q5
+    quads = [("d24", 2), ("d25", 3), ("d26", 4), ("d27", 5), ("d28", 2), ("d29", 3), ("d30", 4), ("d31", 5)]
+    pairs = [(0, 1), (6, 7)]
+    for i, (d, r) in enumerate(quads):
+        t, b = pairs[i % 2]
+        n(f"vmovl.u16 q{t}, {d}")
+        n(f"vcvt.f32.u32 q{t}, q{t}")
+        n(f"vdup.32 q{b}, Ra")
+        n(f"vmla.f32 q{b}, q{t}, q{r}")
+        n(f"vcvt.u32.f32 q{b}, q{b}")
+        n(f"vmovn.i32 {d}, q{b}")
+    n("vmovn.i16 d24, q12"); n("vmovn.i16 d25, q13")
+    n("vmovn.i16 d28, q14"); n("vmovn.i16 d29, q15")
+    a = addr("outU", 1); n(f"vst2.8 {{d24, d25}}, [{a}]")
+    a = addr("outV", 1); n(f"vst2.8 {{d28, d29}}, [{a}]")
+    
+    
+# ---------------------------------------------------------------- scheduling
+def dregs(tok):
+    tok = tok.strip()
+    m = re.fullmatch(r"q(\d+)", tok)
+    if m: k = int(m.group(1)); return [f"d{2*k}", f"d{2*k+1}"]
+    m = re.fullmatch(r"d(\d+)(\[\d+\])?", tok)
+    if m: return [f"d{m.group(1)}"]
+    return []
+
+def parse(text):
+    op, rest = text.split(None, 1)
+    reads, writes = set(), set()
+    mem = None
+    lst = re.search(r"\{([^}]*)\}", rest)
+    listregs = []
+    if lst:
+        for t in lst.group(1).split(","): listregs += dregs(t)
+    br = re.search(r"\[([^\]]*)\]", rest)
+    ops = [t.strip() for t in re.sub(r"\{[^}]*\}|\[[^\]]*\]", "LIST", rest).split(",")]
+    if br:
+        base = br.group(1).split(":")[0].strip(); reads.add(base)
+        if "]!" in rest: writes.add(base)
+    if op.startswith(("vld", "ldr")):
+        if op.startswith("vld"): writes.update(listregs)
+        else: writes.add(ops[0])
+        mem = ("load", br.group(1).split(":")[0].strip() if br else None)
+    elif op.startswith("vst"):
+        reads.update(listregs); mem = ("store", br.group(1).split(":")[0].strip())
+    elif op.startswith("vtbl"):
+        d = dregs(ops[0]); writes.update(d); reads.update(listregs); reads.update(dregs(ops[2]))
+    elif op in ("add", "movw", "movt"):
+        writes.add(ops[0]); reads.update(o for o in ops[1:] if o.startswith("R"))
+        if op == "movt": reads.add(ops[0])
+        if "lsl" in rest: pass
+    else:
+        d = dregs(ops[0]); writes.update(d)
+        for o in ops[1:]: reads.update(dregs(o)); 
+        for o in ops[1:]:
+            if o.startswith("R"): reads.add(o.split()[0])
+        if op.startswith(("vmla", "vmlal", "vsra")): reads.update(d)
+        if op.startswith(("vrecps", "vmul", "vmla", "vcvt", "vdup", "vmovl", "vmovn")): pass
+    return op, reads, writes, mem
+
+import os
+MODEL = os.environ.get("MODEL", "a9")
+def lat(op, text):
+    if MODEL == "a57":
+        if op.startswith("vld4"): return 9
+        if op.startswith("vld"): return 5
+        if op.startswith("vst"): return 1
+        if op == "ldr": return 4
+        if op in ("add", "movw", "movt"): return 1
+        if op.startswith(("vmull", "vmlal")): return 5
+        if op.startswith("vtbl"): return 6 if "d22" in text else 3
+        if op.startswith(("vmla.f32",)): return 9
+        if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
+        if op.startswith(("vsra", "vrshrn")): return 4
+        return 3
+    if op.startswith("vld4"): return 5
+    if op.startswith("vld"): return 4
+    if op.startswith("vst"): return 1
+    if op in ("ldr",): return 3
+    if op in ("add", "movw", "movt"): return 1
+    if op.startswith(("vmull", "vmlal", "vsra")): return 6
+    if op.startswith(("vmla.f32",)): return 9
+    if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
+    if op.startswith(("vabd", "vrshrn", "vtbl")): return 4
+    return 3
+
+P = [parse(t) + (k,) for t, k in prog]
+N = len(P)
+deps = [[] for _ in range(N)]  # (pred, latency)
+lastw, lastr = {}, {}
+laststore = {}
+for i, (op, rd, wr, mem, k) in enumerate(P):
+    for r in rd:
+        if r in lastw: deps[i].append((lastw[r], lat(P[lastw[r]][0], prog[lastw[r]][0])))
+    for r in wr:
+        if r in lastw: deps[i].append((lastw[r], 1))
+        for j in lastr.get(r, []): deps[i].append((j, 0))
+    if mem:
+        # buffer stores before buffer loads; out stores after everything that reads planes
+        if mem[0] == "load" and mem[1] in ("RB", "RB16", "RB32"):
+            for b, j in laststore.items(): deps[i].append((j, 1))
+        if mem[0] == "store":
+            laststore[mem[1]] = i
+    for r in rd: lastr.setdefault(r, []).append(i)
+    for r in wr: lastw[r] = i; lastr[r] = []
+# stores to the output come after every load of the step (in-place operation)
+for i, (op, rd, wr, mem, k) in enumerate(P):
+    if mem and mem[0] == "store" and mem[1] not in ("RB", "RB32"):
+        for j in range(i):
+            if P[j][3] and P[j][3][0] == "load": deps[i].append((j, 0))
+
+height = [0] * N
+succ = [[] for _ in range(N)]
+for i in range(N):
+    for j, l in deps[i]: succ[j].append((i, l))
+for i in reversed(range(N)):
+    height[i] = max([l + height[j] for j, l in succ[i]] + [lat(P[i][0], prog[i][0])])
+
+ready_at = [0] * N
+done = [False] * N
+order = []
+cycle = 0
+npred = [len(d) for d in deps]
+sched_time = [None] * N
+while len(order) < N:
+    for kind in ('n', 's'):
+        cands = [i for i in range(N) if not done[i] and P[i][4] == kind and
+                 all(sched_time[j] is not None and sched_time[j] + l <= cycle for j, l in deps[i])]
+        if cands:
+            i = max(cands, key=(lambda i: (height[i], -i)) if os.environ.get("PRI","h")=="h" else (lambda i: -i))
+            done[i] = True; sched_time[i] = cycle; order.append(i)
+    cycle += 1
+print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
+def fin(t):
+    for a, b in (("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"), ("Rx", "%[x]"),
+                 ("RS", "%[S]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"), ("SH", "%c[s]"), ("RE", "%c[r8]")):
+        t = t.replace(a, b)
+    return t
+out = [fin(prog[i][0]) for i in (order if os.environ.get("NOSCHED") is None else range(N))]
+if len(sys.argv) > 1 and sys.argv[1] == "c":
+    for t in out: print(f'  "{t}\\n\\t"')
+else:
+    for t in out: print(t)
