@@ -871,7 +871,8 @@ KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int 
 // a 16-byte aligned buffer and loaded again by each tap, which leaves the
 // registers a tap needs. Addresses are the rows' bases plus the column,
 // scaled (the rows' struct below), and the steps are ordered for an in-order
-// core (a list schedule over Cortex-A9 latencies).
+// core (a list schedule over Cortex-A9 latencies; the text is
+// scripts/asmgen/chroma_pass3_armv7.py's).
 struct Pass3Armv7Rows {
   const uint8_t* src[2];      // U, V centres: full-size row Y           (+ 2 hx)
   const uint8_t* lumaCentre;  // luma row 2Y                              (+ 4 hx)
@@ -1389,7 +1390,8 @@ void takeRows(uint8_t* q, const Pass3Rows& r, int lo, int hi, bool centres) {
 // `sums` (160 bytes a step), the second makes the means, two steps per
 // iteration, dividing for the next step while the means of this one are
 // made (the divisions hold an in-order core's divider for 10 cycles each).
-// Both loops are ordered by a list schedule over Cortex-A55 latencies.
+// Both loops are ordered by a list schedule over Cortex-A55 latencies
+// (scripts/asmgen/chroma_pass3_aarch64.py).
 // Makes count & ~1 steps from hx on and returns how many.
 int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* outV,
                   const Tables& t, int hx, int count) {
@@ -1999,7 +2001,7 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
 // q12-q15 the sums (U lanes 0-7, 8-15, V), q0-q6 and q10, q11 a tap's bytes
 // and steps; the centres are loaded again by each tap from a 16-byte
 // aligned buffer. Two loops per chunk of 16 steps, sums then means, as in
-// pass 3, each ordered by a list schedule.
+// pass 3, each ordered by a list schedule (scripts/asmgen/chroma_pass2_armv7.py).
 struct Pass2Armv7Rows {
   const uint8_t* src[2];   // U, V centres: full-size row 2y                (+ 2 x)
   const uint8_t* luma[5];  // taken-out luma: up, left, centre, right, down (+ x)
@@ -2469,7 +2471,8 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
 // Registers: d16-d19 the weight and slope tables, d20 and d21 the block's
 // and far taps' weights, q11 and q12 the block's U and V sums, q13 and q14
 // the far taps', q15 the centres' U and V, d15 their luma, q0-q6 and d14 a
-// tap's bytes and steps. Two loops per chunk of 16 steps, sums then means.
+// tap's bytes and steps. Two loops per chunk of 16 steps, sums then means
+// (scripts/asmgen/chroma_pass1_armv7.py).
 struct Pass1Armv7Rows {
   const uint8_t* block[6];  // U, V rows Y and Y + 1 (+ 2 x), luma rows 2Y, 2Y + 2 (+ 4 x)
   const uint8_t* far[12];   // up, left, right, down: U, V (+ 2 x) and luma (+ 4 x) each
@@ -2851,7 +2854,7 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
 // 4 yDown), so that every tap is a load at the step's column from its row's
 // base; two sets of registers take alternate taps, so that a tap's weighing
 // overlaps the one before on an in-order core (a list schedule over
-// Cortex-A55 latencies orders the step).
+// Cortex-A55 latencies orders the step; scripts/asmgen/chroma_pass2_aarch64.py).
 struct Pass2A64Rows {
   const uint8_t *uUp, *uL, *uMid, *uR, *uDown;  // half-size taps (+ x)
   const uint8_t *vUp, *vL, *vMid, *vR, *vDown;
