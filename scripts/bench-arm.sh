@@ -222,9 +222,9 @@ for arch in aarch64 armv7; do
     --kernel "noise filter border:$lpx=kqLumaNrBorderRun|borderBlock" \
     --kernel "noise filter blend:$lpx=kqLumaBlendRow" \
     --kernel "sharpening row:$lpx=kqSharpenRow_neon|SharpenNeon::row" \
-    --kernel "chroma pass 1:$hpx=kqChromaPass1Rows|halfSizeRun<1|halfSizeSteps<1" \
-    --kernel "chroma pass 2:$hpx=kqChromaPass2Rows|halfSizeRun<2|halfSizeSteps<2" \
-    --kernel "chroma pass 3:$cpx=kqChromaPass3Rows|NeonBlocks::pass3"
+    --kernel "chroma pass 1:$hpx=kqChromaPass1Rows|halfSizeRun<1|halfSizeSteps<1|pass1Inner" \
+    --kernel "chroma pass 2:$hpx=kqChromaPass2Rows|halfSizeRun<2|halfSizeSteps<2|pass2Inner" \
+    --kernel "chroma pass 3:$cpx=kqChromaPass3Rows|NeonBlocks::pass3|pass3Inner"
   python3 bench/arm/arm_profile.py mca "$out/counts/$arch/profile.warp" "$bin" "${tools[@]}" \
     --mattr "$([[ $arch == armv7 ]] && echo +neon)" --pixels "$cpx" --no-header \
     --kernel "warp pairs:$cpx=kqWarpNearestPairRow_neon"
