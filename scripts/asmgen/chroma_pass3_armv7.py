@@ -8,9 +8,10 @@
 #   PART=B MODEL=a9 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
+import re
+import sys
 PART = os.environ.get("PART", "A")
 # armv7 chroma pass 3 step (8 half-size columns, both parities in q halves), scheduled.
-import re, sys
 
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
@@ -116,129 +117,8 @@ else:
     a = addr("outV", 1); n(f"vst2.8 {{d28, d29}}, [{a}]")
     
     
-# ---------------------------------------------------------------- scheduling
-def dregs(tok):
-    tok = tok.strip()
-    m = re.fullmatch(r"q(\d+)", tok)
-    if m: k = int(m.group(1)); return [f"d{2*k}", f"d{2*k+1}"]
-    m = re.fullmatch(r"d(\d+)(\[\d+\])?", tok)
-    if m: return [f"d{m.group(1)}"]
-    return []
 
-def parse(text):
-    op, rest = text.split(None, 1)
-    reads, writes = set(), set()
-    mem = None
-    lst = re.search(r"\{([^}]*)\}", rest)
-    listregs = []
-    if lst:
-        for t in lst.group(1).split(","): listregs += dregs(t)
-    br = re.search(r"\[([^\]]*)\]", rest)
-    ops = [t.strip() for t in re.sub(r"\{[^}]*\}|\[[^\]]*\]", "LIST", rest).split(",")]
-    if br:
-        base = br.group(1).split(":")[0].strip(); reads.add(base)
-        if "]!" in rest: writes.add(base)
-    if op.startswith(("vld", "ldr")):
-        if op.startswith("vld"): writes.update(listregs)
-        else: writes.add(ops[0])
-        mem = ("load", br.group(1).split(":")[0].strip() if br else None)
-    elif op.startswith("vst"):
-        reads.update(listregs); mem = ("store", br.group(1).split(":")[0].strip())
-    elif op.startswith("vtbl"):
-        d = dregs(ops[0]); writes.update(d); reads.update(listregs); reads.update(dregs(ops[2]))
-    elif op in ("add", "movw", "movt"):
-        writes.add(ops[0]); reads.update(o for o in ops[1:] if o.startswith("R"))
-        if op == "movt": reads.add(ops[0])
-        if "lsl" in rest: pass
-    else:
-        d = dregs(ops[0]); writes.update(d)
-        for o in ops[1:]: reads.update(dregs(o)); 
-        for o in ops[1:]:
-            if o.startswith("R"): reads.add(o.split()[0])
-        if op.startswith(("vmla", "vmlal", "vsra")): reads.update(d)
-        if op.startswith(("vrecps", "vmul", "vmla", "vcvt", "vdup", "vmovl", "vmovn")): pass
-    return op, reads, writes, mem
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from armv7_sched import emit  # noqa: E402
 
-import os
-MODEL = os.environ.get("MODEL", "a9")
-def lat(op, text):
-    if MODEL == "a57":
-        if op.startswith("vld4"): return 9
-        if op.startswith("vld"): return 5
-        if op.startswith("vst"): return 1
-        if op == "ldr": return 4
-        if op in ("add", "movw", "movt"): return 1
-        if op.startswith(("vmull", "vmlal")): return 5
-        if op.startswith("vtbl"): return 6 if "d22" in text else 3
-        if op.startswith(("vmla.f32",)): return 9
-        if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
-        if op.startswith(("vsra", "vrshrn")): return 4
-        return 3
-    if op.startswith("vld4"): return 5
-    if op.startswith("vld"): return 4
-    if op.startswith("vst"): return 1
-    if op in ("ldr",): return 3
-    if op in ("add", "movw", "movt"): return 1
-    if op.startswith(("vmull", "vmlal", "vsra")): return 6
-    if op.startswith(("vmla.f32",)): return 9
-    if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
-    if op.startswith(("vabd", "vrshrn", "vtbl")): return 4
-    return 3
-
-P = [parse(t) + (k,) for t, k in prog]
-N = len(P)
-deps = [[] for _ in range(N)]  # (pred, latency)
-lastw, lastr = {}, {}
-laststore = {}
-for i, (op, rd, wr, mem, k) in enumerate(P):
-    for r in rd:
-        if r in lastw: deps[i].append((lastw[r], lat(P[lastw[r]][0], prog[lastw[r]][0])))
-    for r in wr:
-        if r in lastw: deps[i].append((lastw[r], 1))
-        for j in lastr.get(r, []): deps[i].append((j, 0))
-    if mem:
-        # buffer stores before buffer loads; out stores after everything that reads planes
-        if mem[0] == "load" and mem[1] in ("RB", "RB16", "RB32"):
-            for b, j in laststore.items(): deps[i].append((j, 1))
-        if mem[0] == "store":
-            laststore[mem[1]] = i
-    for r in rd: lastr.setdefault(r, []).append(i)
-    for r in wr: lastw[r] = i; lastr[r] = []
-# stores to the output come after every load of the step (in-place operation)
-for i, (op, rd, wr, mem, k) in enumerate(P):
-    if mem and mem[0] == "store" and mem[1] not in ("RB", "RB32"):
-        for j in range(i):
-            if P[j][3] and P[j][3][0] == "load": deps[i].append((j, 0))
-
-height = [0] * N
-succ = [[] for _ in range(N)]
-for i in range(N):
-    for j, l in deps[i]: succ[j].append((i, l))
-for i in reversed(range(N)):
-    height[i] = max([l + height[j] for j, l in succ[i]] + [lat(P[i][0], prog[i][0])])
-
-ready_at = [0] * N
-done = [False] * N
-order = []
-cycle = 0
-npred = [len(d) for d in deps]
-sched_time = [None] * N
-while len(order) < N:
-    for kind in ('n', 's'):
-        cands = [i for i in range(N) if not done[i] and P[i][4] == kind and
-                 all(sched_time[j] is not None and sched_time[j] + l <= cycle for j, l in deps[i])]
-        if cands:
-            i = max(cands, key=(lambda i: (height[i], -i)) if os.environ.get("PRI","h")=="h" else (lambda i: -i))
-            done[i] = True; sched_time[i] = cycle; order.append(i)
-    cycle += 1
-print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
-def fin(t):
-    for a, b in (("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"), ("Rx", "%[x]"),
-                 ("RS", "%[S]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"), ("SH", "%c[s]"), ("RE", "%c[r8]")):
-        t = t.replace(a, b)
-    return t
-out = [fin(prog[i][0]) for i in (order if os.environ.get("NOSCHED") is None else range(N))]
-if len(sys.argv) > 1 and sys.argv[1] == "c":
-    for t in out: print(f'  "{t}\\n\\t"')
-else:
-    for t in out: print(t)
+emit(prog)
