@@ -119,9 +119,15 @@ Tables loadTables(const KQChromaPassContext* c) {
 //    2^-19 less the rounding errors (2^-23), so a quotient with a half rounds
 //    up as the reference's does, and by at most (sum / weight) * 2^-18, which
 //    is below 1 / (2 weight) as sum < 2^17.
+#if defined(__aarch64__)
+// The dividend of aarch64's reciprocals, 1 + 2^-19 (the assembly loops load
+// it from here).
+const float kMeanDividend = 1.0f + 1.0f / 524288.0f;
+#endif
+
 KQ_INLINE float32x4_t reciprocal(float32x4_t w) {
 #if defined(__aarch64__)
-  return vdivq_f32(vdupq_n_f32(1.0f + 1.0f / 524288.0f), w);
+  return vdivq_f32(vdupq_n_f32(kMeanDividend), w);
 #else
   float32x4_t r = vrecpeq_f32(w);
   r = vmulq_f32(vrecpsq_f32(w, r), r);
@@ -1396,7 +1402,6 @@ void takeRows(uint8_t* q, const Pass3Rows& r, int lo, int hi, bool centres) {
 int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* outV,
                   const Tables& t, int hx, int count) {
   constexpr int kChunk = 16;
-  static const float kNumerator = 1.0f + 1.0f / 524288.0f;
   alignas(16) uint8_t sums[(kChunk + 1) * 160];
   const int total = count & ~1;
   for (int done = 0; done < total;) {
@@ -1982,7 +1987,7 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
         "subs %[k], %[k], #1\n\t"
         "b.ne 1b\n\t"
         : [S] "+r"(S), [outU] "+r"(oU), [outV] "+r"(oV), [k] "+r"(k)
-        : [num] "r"(&kNumerator)
+        : [num] "r"(&kMeanDividend)
         : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
           "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25",
           "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
@@ -2864,7 +2869,6 @@ struct Pass2A64Rows {
 
 void pass2InnerA64(const Pass2A64Rows& r, const uint8_t* srcU, const uint8_t* srcV,
                    const Tables& t, int64_t x, int64_t count) {
-  static const float kNumerator = 1.0f + 1.0f / 524288.0f;
   const uint32_t w0 = t.w[0];
   asm volatile(
       "ld1 {v16.16b, v17.16b, v18.16b, v19.16b}, [%[lut]]\n\t"
@@ -3074,7 +3078,7 @@ void pass2InnerA64(const Pass2A64Rows& r, const uint8_t* srcU, const uint8_t* sr
         [uDown] "r"(r.uDown), [vUp] "r"(r.vUp), [vL] "r"(r.vL), [vMid] "r"(r.vMid),
         [vR] "r"(r.vR), [vDown] "r"(r.vDown), [lUp] "r"(r.lUp), [lL] "r"(r.lL),
         [lMid] "r"(r.lMid), [lR] "r"(r.lR), [lDown] "r"(r.lDown), [outU] "r"(r.outU),
-        [outV] "r"(r.outV), [lut] "r"(t.lut), [num] "r"(&kNumerator), [w0] "r"(w0)
+        [outV] "r"(r.outV), [lut] "r"(t.lut), [num] "r"(&kMeanDividend), [w0] "r"(w0)
       : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13",
         "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25",
         "v26", "v27", "v28", "v29", "v30", "v31", "cc", "memory");
