@@ -28,7 +28,7 @@ def parse(text):
         for tok in br.group(1).split(",")[1:]:
             if tok.strip().startswith("X"): reads.add(tok.strip())
         if re.search(r"\], #", rest): writes.add(base)
-    if op in ("ld1", "ld2", "ld4", "ldr", "ldur"):
+    if op in ("ld1", "ld1r", "ld2", "ld4", "ldr", "ldur"):
         if op in ("ldr", "ldur"): writes.update(regs_of(ops[0].replace("q", "v")))
         else: writes.update(listregs)
         mem = ("load", base)
@@ -63,8 +63,9 @@ def occupancy(op):  # cycles an instruction holds its pipe (A55 model)
     return 1
 
 
-def emit(prog):
-    """Orders prog [(text, kind)], kind "n" (NEON) or "s" (integer), and prints it."""
+def emit(prog, names=None):
+    """Orders prog [(text, kind)], kind "n" (NEON) or "s" (integer), and prints it; names maps
+    operand names X... to fixed registers (the others become named operands)."""
     Pp = [parse(t) + (k,) for t, k in prog]
     N = len(Pp)
     deps = [[] for _ in range(N)]
@@ -120,6 +121,7 @@ def emit(prog):
     print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
     out = [prog[i][0] for i in order] if os.environ.get("NOSCHED") is None else [x[0] for x in prog]
     def fin(x):
+        x = re.sub(r"X([A-Za-z]\w*)", lambda m: (names or {}).get(m.group(1), m.group(0)), x)
         return re.sub(r"X([A-Za-z]\w*)", r"%[\1]", x)
     for x in out:
         print(f'        "{fin(x)}\\n\\t"' if len(sys.argv) > 1 and sys.argv[1] == "c" else fin(x))

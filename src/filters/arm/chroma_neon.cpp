@@ -25,6 +25,7 @@
 // and runs shorter than a step take the per-pixel code.
 #include <arm_neon.h>
 
+#include <cstddef>
 #include <cstring>
 #include <type_traits>
 
@@ -3085,6 +3086,370 @@ void pass2InnerA64(const Pass2A64Rows& r, const uint8_t* srcU, const uint8_t* sr
 }
 #endif
 
+#if defined(__aarch64__)
+// Pass 1's inner steps on aarch64 in assembly where the pass reads the
+// source planes and every difference from 80 on weighs as 0, 16 outputs a
+// step. The compiled steps hold the centres, the tables and both sets of
+// sums (block and far taps) and spill a tap's values. Here each tap loads
+// the centres again from rows taken out of row Y beforehand (U and V even
+// and odd columns, luma bytes 0 and 2 of every 4 of row 2Y: kQuarterRow
+// bytes apart, one pointer), which leaves two sets of registers for
+// alternate taps, so that a tap's weighing overlaps the one before on an
+// in-order core. The same rows give the block tap (X + 1, Y) and the left
+// and right far taps (even columns: the margin is even); the
+// block taps of row Y + 1 and the far taps up and down are loaded by
+// ld2/ld4 from their rows, a register set's first registers taking the
+// even columns and set 1's later ones the odd. The step is ordered by a
+// list schedule over Cortex-A55 latencies
+// (scripts/asmgen/chroma_pass1_aarch64.py).
+struct Pass1A64Rows {
+  const uint8_t* taken;                 // the taken-out rows (+ x)
+  const uint8_t *left, *right;          // the same at the far taps' columns (+ x)
+  const uint8_t *uY1, *vY1, *lY1;       // U, V row Y + 1 (+ 2x), luma row 2Y + 2 (+ 4x)
+  const uint8_t *uUp, *vUp, *lUp;       // rows yUp (+ 2x), 2 yUp (+ 4x)
+  const uint8_t *uDown, *vDown, *lDown;  // rows yDown, 2 yDown
+  uint8_t *outU, *outV;                  // half-size row y (+ x)
+};
+static_assert(offsetof(Pass1A64Rows, lDown) - offsetof(Pass1A64Rows, uY1) == 64,
+              "offsets the assembly step uses");
+
+void pass1InnerA64(const Pass1A64Rows& r, const Tables& t, int64_t count) {
+  const uint8_t w[2] = {t.centreWeight, uint8_t(t.centreWeight + 1)};
+  const uint8_t *P = r.taken, *PL = r.left, *PR = r.right;
+  uint8_t *oU = r.outU, *oV = r.outV;
+  asm volatile(
+      "ld1 {v16.16b, v17.16b, v18.16b, v19.16b}, [%[lut]]\n\t"
+      "ldr q20, [%[lut], #64]\n\t"
+      "movi v21.16b, #64\n\t"
+      // The rows that ld2/ld4 step, uY1 .. lDown, in x9 .. x17.
+      "ldp x9, x10, [%[R]]\n\t"
+      "ldp x11, x12, [%[R], #16]\n\t"
+      "ldp x13, x14, [%[R], #32]\n\t"
+      "ldp x15, x16, [%[R], #48]\n\t"
+      "ldr x17, [%[R], #64]\n\t"
+      "1:\n\t"
+      "ld2 {v0.16b, v1.16b}, [x9]\n\t"
+      "ld2 {v1.16b, v2.16b}, [x10]\n\t"
+      "ld4 {v2.16b, v3.16b, v4.16b, v5.16b}, [x11]\n\t"
+      "ldr q3, [%[P]]\n\t"
+      "ldr q4, [%[P], #4128]\n\t"
+      "ldr q5, [%[P], #8256]\n\t"
+      "uabd v3.16b, v3.16b, v0.16b\n\t"
+      "ld1r {v8.16b}, [%[w0]]\n\t"
+      "uabd v4.16b, v4.16b, v1.16b\n\t"
+      "ldr q12, [%[P]]\n\t"
+      "uabd v5.16b, v5.16b, v2.16b\n\t"
+      "ldr q13, [%[P], #4128]\n\t"
+      "ld1r {v22.16b}, [%[w1]]\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v3.16b\n\t"
+      "sub v3.16b, v3.16b, v21.16b\n\t"
+      "tbl v7.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v4.16b\n\t"
+      "sub v4.16b, v4.16b, v21.16b\n\t"
+      "umull v24.8h, v8.8b, v12.8b\n\t"
+      "tbx v6.16b, {v20.16b}, v3.16b\n\t"
+      "umull2 v25.8h, v8.16b, v12.16b\n\t"
+      "tbx v7.16b, {v20.16b}, v4.16b\n\t"
+      "ld4 {v9.16b, v10.16b, v11.16b, v12.16b}, [x11], #64\n\t"
+      "umull v26.8h, v8.8b, v13.8b\n\t"
+      "umull2 v27.8h, v8.16b, v13.16b\n\t"
+      "umull v3.8h, v6.8b, v7.8b\n\t"
+      "umull2 v4.8h, v6.16b, v7.16b\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v5.16b\n\t"
+      "sub v5.16b, v5.16b, v21.16b\n\t"
+      "ld2 {v9.16b, v10.16b}, [x10], #32\n\t"
+      "uzp2 v3.16b, v3.16b, v4.16b\n\t"
+      "tbx v6.16b, {v20.16b}, v5.16b\n\t"
+      "ld2 {v8.16b, v9.16b}, [x9], #32\n\t"
+      "umull v4.8h, v3.8b, v6.8b\n\t"
+      "umull2 v5.8h, v3.16b, v6.16b\n\t"
+      "ldr q8, [%[P]]\n\t"
+      "ldr q12, [%[P], #4128]\n\t"
+      "ldr q13, [%[P], #8256]\n\t"
+      "uabd v8.16b, v8.16b, v9.16b\n\t"
+      "uzp2 v4.16b, v4.16b, v5.16b\n\t"
+      "uabd v12.16b, v12.16b, v10.16b\n\t"
+      "uabd v13.16b, v13.16b, v11.16b\n\t"
+      "tbl v14.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+      "ldr q11, [%[P], #10320]\n\t"
+      "ushr v3.16b, v4.16b, #3\n\t"
+      "sub v8.16b, v8.16b, v21.16b\n\t"
+      "tbl v15.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v12.16b\n\t"
+      "sub v12.16b, v12.16b, v21.16b\n\t"
+      "usra v3.16b, v4.16b, #4\n\t"
+      "tbx v14.16b, {v20.16b}, v8.16b\n\t"
+      "tbx v15.16b, {v20.16b}, v12.16b\n\t"
+      "umlal v24.8h, v3.8b, v0.8b\n\t"
+      "umlal2 v25.8h, v3.16b, v0.16b\n\t"
+      "umlal v26.8h, v3.8b, v1.8b\n\t"
+      "umlal2 v27.8h, v3.16b, v1.16b\n\t"
+      "ld2 {v0.16b, v1.16b}, [x12], #32\n\t"
+      "add v22.16b, v22.16b, v3.16b\n\t"
+      "umull v8.8h, v14.8b, v15.8b\n\t"
+      "umull2 v12.8h, v14.16b, v15.16b\n\t"
+      "tbl v14.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v13.16b\n\t"
+      "ld2 {v1.16b, v2.16b}, [x13], #32\n\t"
+      "sub v13.16b, v13.16b, v21.16b\n\t"
+      "uzp2 v8.16b, v8.16b, v12.16b\n\t"
+      "ld4 {v2.16b, v3.16b, v4.16b, v5.16b}, [x14], #64\n\t"
+      "tbx v14.16b, {v20.16b}, v13.16b\n\t"
+      "umull v12.8h, v8.8b, v14.8b\n\t"
+      "umull2 v13.8h, v8.16b, v14.16b\n\t"
+      "ldr q3, [%[P]]\n\t"
+      "ldr q4, [%[P], #4128]\n\t"
+      "uzp2 v12.16b, v12.16b, v13.16b\n\t"
+      "ldr q5, [%[P], #8256]\n\t"
+      "uabd v3.16b, v3.16b, v0.16b\n\t"
+      "ldr q13, [%[P], #8256]\n\t"
+      "uabd v4.16b, v4.16b, v1.16b\n\t"
+      "uabd v5.16b, v5.16b, v2.16b\n\t"
+      "ushr v8.16b, v12.16b, #3\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v3.16b\n\t"
+      "sub v3.16b, v3.16b, v21.16b\n\t"
+      "tbl v7.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v4.16b\n\t"
+      "sub v4.16b, v4.16b, v21.16b\n\t"
+      "usra v8.16b, v12.16b, #4\n\t"
+      "tbx v6.16b, {v20.16b}, v3.16b\n\t"
+      "ldr q12, [%[P], #4128]\n\t"
+      "uabd v13.16b, v13.16b, v11.16b\n\t"
+      "tbx v7.16b, {v20.16b}, v4.16b\n\t"
+      "ldr q11, [%[PL], #8256]\n\t"
+      "add v22.16b, v22.16b, v8.16b\n\t"
+      "umlal v24.8h, v8.8b, v9.8b\n\t"
+      "umlal2 v25.8h, v8.16b, v9.16b\n\t"
+      "umull v3.8h, v6.8b, v7.8b\n\t"
+      "ldr q9, [%[P], #2064]\n\t"
+      "umull2 v4.8h, v6.16b, v7.16b\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v5.16b\n\t"
+      "sub v5.16b, v5.16b, v21.16b\n\t"
+      "umlal v26.8h, v8.8b, v10.8b\n\t"
+      "uzp2 v3.16b, v3.16b, v4.16b\n\t"
+      "umlal2 v27.8h, v8.16b, v10.16b\n\t"
+      "tbx v6.16b, {v20.16b}, v5.16b\n\t"
+      "ldr q10, [%[P], #6192]\n\t"
+      "ldr q8, [%[P]]\n\t"
+      "uabd v12.16b, v12.16b, v10.16b\n\t"
+      "umull v4.8h, v3.8b, v6.8b\n\t"
+      "umull2 v5.8h, v3.16b, v6.16b\n\t"
+      "uabd v8.16b, v8.16b, v9.16b\n\t"
+      "tbl v15.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v12.16b\n\t"
+      "sub v12.16b, v12.16b, v21.16b\n\t"
+      "uzp2 v4.16b, v4.16b, v5.16b\n\t"
+      "tbl v14.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+      "sub v8.16b, v8.16b, v21.16b\n\t"
+      "tbx v15.16b, {v20.16b}, v12.16b\n\t"
+      "ushr v23.16b, v4.16b, #3\n\t"
+      "tbx v14.16b, {v20.16b}, v8.16b\n\t"
+      "usra v23.16b, v4.16b, #4\n\t"
+      "umull v8.8h, v14.8b, v15.8b\n\t"
+      "umull2 v12.8h, v14.16b, v15.16b\n\t"
+      "umull v28.8h, v23.8b, v0.8b\n\t"
+      "umull2 v29.8h, v23.16b, v0.16b\n\t"
+      "umull v30.8h, v23.8b, v1.8b\n\t"
+      "umull2 v31.8h, v23.16b, v1.16b\n\t"
+      "ld2 {v0.16b, v1.16b}, [x15], #32\n\t"
+      "tbl v14.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v13.16b\n\t"
+      "sub v13.16b, v13.16b, v21.16b\n\t"
+      "uzp2 v8.16b, v8.16b, v12.16b\n\t"
+      "ld2 {v1.16b, v2.16b}, [x16], #32\n\t"
+      "tbx v14.16b, {v20.16b}, v13.16b\n\t"
+      "ld4 {v2.16b, v3.16b, v4.16b, v5.16b}, [x17], #64\n\t"
+      "umull v12.8h, v8.8b, v14.8b\n\t"
+      "umull2 v13.8h, v8.16b, v14.16b\n\t"
+      "uzp2 v12.16b, v12.16b, v13.16b\n\t"
+      "ldr q3, [%[P]]\n\t"
+      "ldr q4, [%[P], #4128]\n\t"
+      "ldr q5, [%[P], #8256]\n\t"
+      "ushr v8.16b, v12.16b, #3\n\t"
+      "uabd v3.16b, v3.16b, v0.16b\n\t"
+      "ldr q13, [%[P], #8256]\n\t"
+      "uabd v4.16b, v4.16b, v1.16b\n\t"
+      "uabd v5.16b, v5.16b, v2.16b\n\t"
+      "usra v8.16b, v12.16b, #4\n\t"
+      "ldr q2, [%[PR], #8256]\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v3.16b\n\t"
+      "ldr q12, [%[P], #4128]\n\t"
+      "sub v3.16b, v3.16b, v21.16b\n\t"
+      "tbl v7.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v4.16b\n\t"
+      "sub v4.16b, v4.16b, v21.16b\n\t"
+      "add v22.16b, v22.16b, v8.16b\n\t"
+      "tbx v6.16b, {v20.16b}, v3.16b\n\t"
+      "umlal v24.8h, v8.8b, v9.8b\n\t"
+      "tbx v7.16b, {v20.16b}, v4.16b\n\t"
+      "umlal2 v25.8h, v8.16b, v9.16b\n\t"
+      "umlal v26.8h, v8.8b, v10.8b\n\t"
+      "ldr q9, [%[PL]]\n\t"
+      "umlal2 v27.8h, v8.16b, v10.16b\n\t"
+      "umull v3.8h, v6.8b, v7.8b\n\t"
+      "ldr q10, [%[PL], #4128]\n\t"
+      "umull2 v4.8h, v6.16b, v7.16b\n\t"
+      "ldr q8, [%[P]]\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v5.16b\n\t"
+      "add %[PL], %[PL], #16\n\t"
+      "sub v5.16b, v5.16b, v21.16b\n\t"
+      "uabd v8.16b, v8.16b, v9.16b\n\t"
+      "uzp2 v3.16b, v3.16b, v4.16b\n\t"
+      "uabd v12.16b, v12.16b, v10.16b\n\t"
+      "tbx v6.16b, {v20.16b}, v5.16b\n\t"
+      "tbl v14.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v8.16b\n\t"
+      "sub v8.16b, v8.16b, v21.16b\n\t"
+      "tbl v15.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v12.16b\n\t"
+      "umull v4.8h, v3.8b, v6.8b\n\t"
+      "umull2 v5.8h, v3.16b, v6.16b\n\t"
+      "sub v12.16b, v12.16b, v21.16b\n\t"
+      "uabd v13.16b, v13.16b, v11.16b\n\t"
+      "tbx v14.16b, {v20.16b}, v8.16b\n\t"
+      "uzp2 v4.16b, v4.16b, v5.16b\n\t"
+      "tbx v15.16b, {v20.16b}, v12.16b\n\t"
+      "ldr q5, [%[P], #8256]\n\t"
+      "ushr v3.16b, v4.16b, #3\n\t"
+      "uabd v5.16b, v5.16b, v2.16b\n\t"
+      "umull v8.8h, v14.8b, v15.8b\n\t"
+      "umull2 v12.8h, v14.16b, v15.16b\n\t"
+      "usra v3.16b, v4.16b, #4\n\t"
+      "ldr q4, [%[P], #4128]\n\t"
+      "tbl v14.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v13.16b\n\t"
+      "sub v13.16b, v13.16b, v21.16b\n\t"
+      "uzp2 v8.16b, v8.16b, v12.16b\n\t"
+      "add v23.16b, v23.16b, v3.16b\n\t"
+      "umlal v28.8h, v3.8b, v0.8b\n\t"
+      "umlal2 v29.8h, v3.16b, v0.16b\n\t"
+      "umlal v30.8h, v3.8b, v1.8b\n\t"
+      "ldr q0, [%[PR]]\n\t"
+      "umlal2 v31.8h, v3.16b, v1.16b\n\t"
+      "ldr q1, [%[PR], #4128]\n\t"
+      "tbx v14.16b, {v20.16b}, v13.16b\n\t"
+      "ldr q3, [%[P]]\n\t"
+      "add %[PR], %[PR], #16\n\t"
+      "add %[P], %[P], #16\n\t"
+      "uabd v4.16b, v4.16b, v1.16b\n\t"
+      "uabd v3.16b, v3.16b, v0.16b\n\t"
+      "umull v12.8h, v8.8b, v14.8b\n\t"
+      "umull2 v13.8h, v8.16b, v14.16b\n\t"
+      "tbl v7.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v4.16b\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v3.16b\n\t"
+      "sub v3.16b, v3.16b, v21.16b\n\t"
+      "sub v4.16b, v4.16b, v21.16b\n\t"
+      "uzp2 v12.16b, v12.16b, v13.16b\n\t"
+      "tbx v6.16b, {v20.16b}, v3.16b\n\t"
+      "tbx v7.16b, {v20.16b}, v4.16b\n\t"
+      "ushr v8.16b, v12.16b, #3\n\t"
+      "umull v3.8h, v6.8b, v7.8b\n\t"
+      "umull2 v4.8h, v6.16b, v7.16b\n\t"
+      "tbl v6.16b, {v16.16b, v17.16b, v18.16b, v19.16b}, v5.16b\n\t"
+      "sub v5.16b, v5.16b, v21.16b\n\t"
+      "usra v8.16b, v12.16b, #4\n\t"
+      "uzp2 v3.16b, v3.16b, v4.16b\n\t"
+      "tbx v6.16b, {v20.16b}, v5.16b\n\t"
+      "umlal v28.8h, v8.8b, v9.8b\n\t"
+      "umlal2 v29.8h, v8.16b, v9.16b\n\t"
+      "umlal v30.8h, v8.8b, v10.8b\n\t"
+      "umull v4.8h, v3.8b, v6.8b\n\t"
+      "umull2 v5.8h, v3.16b, v6.16b\n\t"
+      "umlal2 v31.8h, v8.16b, v10.16b\n\t"
+      "ld1r {v6.4s}, [%[num]]\n\t"
+      "add v23.16b, v23.16b, v8.16b\n\t"
+      "uzp2 v4.16b, v4.16b, v5.16b\n\t"
+      "ushr v3.16b, v4.16b, #3\n\t"
+      "usra v3.16b, v4.16b, #4\n\t"
+      "add v23.16b, v23.16b, v3.16b\n\t"
+      "umlal v28.8h, v3.8b, v0.8b\n\t"
+      "umlal2 v29.8h, v3.16b, v0.16b\n\t"
+      "umlal v30.8h, v3.8b, v1.8b\n\t"
+      "umlal2 v31.8h, v3.16b, v1.16b\n\t"
+      "uaddl v0.8h, v22.8b, v23.8b\n\t"
+      "uaddl2 v1.8h, v22.16b, v23.16b\n\t"
+      "uaddl v7.4s, v24.4h, v28.4h\n\t"
+      "uaddl2 v8.4s, v24.8h, v28.8h\n\t"
+      "uxtl v2.4s, v0.4h\n\t"
+      "uxtl2 v3.4s, v0.8h\n\t"
+      "uxtl v4.4s, v1.4h\n\t"
+      "uxtl2 v5.4s, v1.8h\n\t"
+      "ucvtf v2.4s, v2.4s\n\t"
+      "ucvtf v3.4s, v3.4s\n\t"
+      "ucvtf v4.4s, v4.4s\n\t"
+      "ucvtf v5.4s, v5.4s\n\t"
+      "fdiv v2.4s, v6.4s, v2.4s\n\t"
+      "uaddl v9.4s, v25.4h, v29.4h\n\t"
+      "uaddl2 v10.4s, v25.8h, v29.8h\n\t"
+      "uaddl v11.4s, v26.4h, v30.4h\n\t"
+      "uaddl2 v12.4s, v26.8h, v30.8h\n\t"
+      "uaddl v13.4s, v27.4h, v31.4h\n\t"
+      "uaddl2 v14.4s, v27.8h, v31.8h\n\t"
+      "ucvtf v7.4s, v7.4s\n\t"
+      "ucvtf v8.4s, v8.4s\n\t"
+      "ucvtf v9.4s, v9.4s\n\t"
+      "fdiv v3.4s, v6.4s, v3.4s\n\t"
+      "ucvtf v10.4s, v10.4s\n\t"
+      "ucvtf v11.4s, v11.4s\n\t"
+      "ucvtf v12.4s, v12.4s\n\t"
+      "ucvtf v13.4s, v13.4s\n\t"
+      "ucvtf v14.4s, v14.4s\n\t"
+      "fmul v7.4s, v7.4s, v2.4s\n\t"
+      "fmul v11.4s, v11.4s, v2.4s\n\t"
+      "fdiv v4.4s, v6.4s, v4.4s\n\t"
+      "fcvtnu v7.4s, v7.4s\n\t"
+      "fcvtnu v11.4s, v11.4s\n\t"
+      "fmul v8.4s, v8.4s, v3.4s\n\t"
+      "fmul v12.4s, v12.4s, v3.4s\n\t"
+      "fcvtnu v8.4s, v8.4s\n\t"
+      "fcvtnu v12.4s, v12.4s\n\t"
+      "fdiv v5.4s, v6.4s, v5.4s\n\t"
+      "uzp1 v7.8h, v7.8h, v8.8h\n\t"
+      "uzp1 v11.8h, v11.8h, v12.8h\n\t"
+      "fmul v9.4s, v9.4s, v4.4s\n\t"
+      "fmul v13.4s, v13.4s, v4.4s\n\t"
+      "fcvtnu v9.4s, v9.4s\n\t"
+      "fcvtnu v13.4s, v13.4s\n\t"
+      "fmul v10.4s, v10.4s, v5.4s\n\t"
+      "fmul v14.4s, v14.4s, v5.4s\n\t"
+      "fcvtnu v10.4s, v10.4s\n\t"
+      "fcvtnu v14.4s, v14.4s\n\t"
+      "uzp1 v9.8h, v9.8h, v10.8h\n\t"
+      "uzp1 v13.8h, v13.8h, v14.8h\n\t"
+      "uzp1 v7.16b, v7.16b, v9.16b\n\t"
+      "uzp1 v11.16b, v11.16b, v13.16b\n\t"
+      "str q7, [%[outU]], #16\n\t"
+      "str q11, [%[outV]], #16\n\t"
+      "subs %[k], %[k], #1\n\t"
+      "b.ne 1b\n\t"
+      : [P] "+r"(P), [PL] "+r"(PL), [PR] "+r"(PR), [outU] "+r"(oU), [outV] "+r"(oV),
+        [k] "+r"(count)
+      : [R] "r"(&r.uY1), [lut] "r"(t.lut), [num] "r"(&kMeanDividend), [w0] "r"(&w[0]),
+        [w1] "r"(&w[1])
+      : "x9", "x10", "x11", "x12", "x13", "x14", "x15", "x16", "x17", "v0", "v1", "v2", "v3",
+        "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13", "v14", "v15", "v16", "v17",
+        "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30",
+        "v31", "cc", "memory");
+}
+
+// The rows of Pass1A64Rows::taken for outputs [lo, hi) of half-size row y
+// (full-size row Y = 2y), kQuarterRow bytes apart: U even and odd columns,
+// V even and odd, luma bytes 0 and 2 of every 4 of row 2Y.
+void takePass1Rows(uint8_t* q, const uint8_t* u, const uint8_t* v, const uint8_t* luma, int lo,
+                   int hi) {
+  constexpr int R = kQuarterRow;
+  int i = lo;
+  for (; i + 16 <= hi; i += 16) {
+    const uint8x16x2_t a = vld2q_u8(u + 2 * i), b = vld2q_u8(v + 2 * i);
+    const uint8x16x4_t l = vld4q_u8(luma + 4 * i);
+    vst1q_u8(q + i, a.val[0]);
+    vst1q_u8(q + R + i, a.val[1]);
+    vst1q_u8(q + 2 * R + i, b.val[0]);
+    vst1q_u8(q + 3 * R + i, b.val[1]);
+    vst1q_u8(q + 4 * R + i, l.val[0]);
+    vst1q_u8(q + 5 * R + i, l.val[2]);
+  }
+  for (; i < hi; ++i) {
+    q[i] = u[2 * i];
+    q[R + i] = u[2 * i + 1];
+    q[2 * R + i] = v[2 * i];
+    q[3 * R + i] = v[2 * i + 1];
+    q[4 * R + i] = luma[4 * i];
+    q[5 * R + i] = luma[4 * i + 2];
+  }
+}
+#endif
+
 // The inner steps' lanes: aarch64 keeps 16 in registers, armv7 8, except
 // in pass 2, whose five taps leave armv7 room for 16 (fewer instructions and
 // fewer cycles on the Cortex-A9 and A57 models than 8; pass 1's eight taps
@@ -3213,7 +3578,41 @@ struct NeonBlocks {
         return x + count * Inner::kOut;
       });
 #else
-      steps<Q>(x0, n, first, last, s, compute, store);
+      if (wh <= kQuarterMax && t.reach <= 80 && c->margin % 2 == 0) {
+        // The assembly inner steps, with row Y's centres and taps taken out
+        // for the columns they reach (the far taps at the even columns
+        // x -/+ M / 2: the pass's margins are even).
+        alignas(16) uint8_t q[6 * kQuarterRow];
+        const size_t w = size_t(c->chromaWidth), lw = size_t(c->lumaWidth);
+        const int Y = 2 * y;
+        const uint8_t* const lY = c->luma + size_t(2 * Y) * lw;
+        const uint8_t* const lUp = c->luma + size_t(2 * yUp) * lw;
+        const uint8_t* const lDown = c->luma + size_t(2 * yDown) * lw;
+        steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
+          const int end = x + 16 * count;
+          takePass1Rows(q, c->inU + size_t(Y) * w, c->inV + size_t(Y) * w, lY,
+                        x - s > 0 ? x - s : 0, end + s < wh ? end + s : wh);
+          const size_t x2 = size_t(2 * x), x4 = size_t(4 * x);
+          const Pass1A64Rows rows{q + x,
+                                  q + x - s,
+                                  q + x + s,
+                                  c->inU + size_t(Y + 1) * w + x2,
+                                  c->inV + size_t(Y + 1) * w + x2,
+                                  lY + 2 * lw + x4,
+                                  c->inU + size_t(yUp) * w + x2,
+                                  c->inV + size_t(yUp) * w + x2,
+                                  lUp + x4,
+                                  c->inU + size_t(yDown) * w + x2,
+                                  c->inV + size_t(yDown) * w + x2,
+                                  lDown + x4,
+                                  outU + x,
+                                  outV + x};
+          pass1InnerA64(rows, t, count);
+          return end;
+        });
+      } else {
+        steps<Q>(x0, n, first, last, s, compute, store);
+      }
 #endif
     } else if (kPass == 1) {
       steps<Q>(
