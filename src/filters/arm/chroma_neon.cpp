@@ -1336,12 +1336,25 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
 }
 #endif
 
-// Every fourth byte of `src` into dst[lo, hi) (dst[i] = src[4 i]); src
-// holds at least 4 hi bytes.
-void takeQuarter(uint8_t* dst, const uint8_t* src, int lo, int hi) {
-  int i = lo;
-  for (; i + 16 <= hi; i += 16) vst1q_u8(dst + i, vld4q_u8(src + 4 * i).val[0]);
-  for (; i < hi; ++i) dst[i] = src[4 * i];
+// Every fourth byte of three rows (dst[k][i] = srcK[4 i] for i in [lo, hi)),
+// the loads stepping each row's pointer in one loop; each src holds at least
+// 4 hi bytes.
+template <int kRow>
+void takeQuarters(uint8_t (*dst)[kRow], const uint8_t* src0, const uint8_t* src1,
+                  const uint8_t* src2, int lo, int hi) {
+  const int n = hi > lo ? (hi - lo) / 16 : 0;
+  const uint8_t *a = src0 + 4 * lo, *b = src1 + 4 * lo, *c = src2 + 4 * lo;
+  uint8_t* d = dst[0] + lo;
+  for (int k = 0; k < n; ++k, d += 16, a += 64, b += 64, c += 64) {
+    vst1q_u8(d, vld4q_u8(a).val[0]);
+    vst1q_u8(d + kRow, vld4q_u8(b).val[0]);
+    vst1q_u8(d + 2 * kRow, vld4q_u8(c).val[0]);
+  }
+  for (int i = lo + 16 * n; i < hi; ++i) {
+    dst[0][i] = src0[4 * i];
+    dst[1][i] = src1[4 * i];
+    dst[2][i] = src2[4 * i];
+  }
 }
 
 #if defined(__aarch64__)
@@ -1352,23 +1365,35 @@ void takeQuarter(uint8_t* dst, const uint8_t* src, int lo, int hi) {
 // centres of even and odd columns (bytes 0 and 1 of every 2 of row Y).
 void takeRows(uint8_t* q, const Pass3Rows& r, int lo, int hi, bool centres) {
   constexpr int R = kQuarterRow;
-  int i = lo;
-  for (; i + 16 <= hi; i += 16) {
-    const uint8x16x4_t c = vld4q_u8(r.lumaCentre + 4 * i);
-    vst1q_u8(q + i, c.val[0]);
-    vst1q_u8(q + R + i, c.val[2]);
-    vst1q_u8(q + 2 * R + i, vld4q_u8(r.lumaUp + 4 * i).val[0]);
-    vst1q_u8(q + 3 * R + i, vld4q_u8(r.lumaMid + 4 * i).val[0]);
-    vst1q_u8(q + 4 * R + i, vld4q_u8(r.lumaDown + 4 * i).val[0]);
-    if (centres) {
-      const uint8x16x2_t u = vld2q_u8(r.srcU + 2 * i), v = vld2q_u8(r.srcV + 2 * i);
-      vst1q_u8(q + 5 * R + i, u.val[0]);
-      vst1q_u8(q + 6 * R + i, u.val[1]);
-      vst1q_u8(q + 7 * R + i, v.val[0]);
-      vst1q_u8(q + 8 * R + i, v.val[1]);
+  // Every row in a local pointer that the loads step (stores into q could
+  // otherwise change r's pointers, which the loop would then load again).
+  const uint8_t *lc = r.lumaCentre + 4 * lo, *lu = r.lumaUp + 4 * lo, *lm = r.lumaMid + 4 * lo;
+  const uint8_t *ld = r.lumaDown + 4 * lo, *su = r.srcU + 2 * lo, *sv = r.srcV + 2 * lo;
+  uint8_t* d = q + lo;
+  const int n = hi > lo ? (hi - lo) / 16 : 0;
+  auto luma = [&] {
+    const uint8x16x4_t c = vld4q_u8(lc);
+    vst1q_u8(d, c.val[0]);
+    vst1q_u8(d + R, c.val[2]);
+    vst1q_u8(d + 2 * R, vld4q_u8(lu).val[0]);
+    vst1q_u8(d + 3 * R, vld4q_u8(lm).val[0]);
+    vst1q_u8(d + 4 * R, vld4q_u8(ld).val[0]);
+    lc += 64, lu += 64, lm += 64, ld += 64;
+  };
+  if (centres) {
+    for (int k = 0; k < n; ++k, d += 16) {
+      luma();
+      const uint8x16x2_t u = vld2q_u8(su), v = vld2q_u8(sv);
+      vst1q_u8(d + 5 * R, u.val[0]);
+      vst1q_u8(d + 6 * R, u.val[1]);
+      vst1q_u8(d + 7 * R, v.val[0]);
+      vst1q_u8(d + 8 * R, v.val[1]);
+      su += 32, sv += 32;
     }
+  } else {
+    for (int k = 0; k < n; ++k, d += 16) luma();
   }
-  for (; i < hi; ++i) {
+  for (int i = lo + 16 * n; i < hi; ++i) {
     q[i] = r.lumaCentre[4 * i];
     q[R + i] = r.lumaCentre[4 * i + 2];
     q[2 * R + i] = r.lumaUp[4 * i];
@@ -3634,9 +3659,8 @@ struct NeonBlocks {
         alignas(16) uint8_t q[3][kQuarterMax];
         const size_t lw = size_t(c->lumaWidth), w = size_t(c->chromaWidth);
         const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
-        takeQuarter(q[0], c->luma + size_t(4 * yUp) * lw, lo, hi);
-        takeQuarter(q[1], c->luma + size_t(4 * y) * lw, lo, hi);
-        takeQuarter(q[2], c->luma + size_t(4 * yDown) * lw, lo, hi);
+        takeQuarters(q, c->luma + size_t(4 * yUp) * lw, c->luma + size_t(4 * y) * lw,
+                     c->luma + size_t(4 * yDown) * lw, lo, hi);
         const uint8_t* uMid = c->inU + size_t(y) * size_t(wh);
         const uint8_t* vMid = c->inV + size_t(y) * size_t(wh);
         const Pass2A64Rows rows{c->inU + size_t(yUp) * size_t(wh),
@@ -3671,9 +3695,8 @@ struct NeonBlocks {
         alignas(16) uint8_t q[3][kMaxRow];
         const size_t lw = size_t(c->lumaWidth), w = size_t(c->chromaWidth);
         const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
-        takeQuarter(q[0], c->luma + size_t(4 * yUp) * lw, lo, hi);
-        takeQuarter(q[1], c->luma + size_t(4 * y) * lw, lo, hi);
-        takeQuarter(q[2], c->luma + size_t(4 * yDown) * lw, lo, hi);
+        takeQuarters(q, c->luma + size_t(4 * yUp) * lw, c->luma + size_t(4 * y) * lw,
+                     c->luma + size_t(4 * yDown) * lw, lo, hi);
         const uint8_t* uMid = c->inU + size_t(y) * size_t(wh);
         const uint8_t* vMid = c->inV + size_t(y) * size_t(wh);
         const Pass2Armv7Rows rows{
