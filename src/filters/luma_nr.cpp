@@ -22,20 +22,13 @@ uint8_t* rowOf(const KQImage8* p, int32_t y) { return p->data + size_t(y) * size
 // inside its row (the scalar kernel's clamp never acts there), so the runs
 // go to the vector kernel; narrower planes, and any range whose runs would
 // not stay inside the row, take the scalar kernel.
-void borderRuns(const KQImage8* in, KQImage8* out, int32_t x0, int32_t x1, int32_t y0, int32_t y1,
-                const KQLumaDsp* dsp) {
-  const int32_t width = in->width, height = in->height;
-  // The frame's ranges overlap or leave the plane on small planes: clamped
-  // as the scalar kernel clamps them.
-  if (x0 < 0) x0 = 0;
-  if (y0 < 0) y0 = 0;
-  if (x1 > width) x1 = width;
-  if (y1 > height) y1 = height;
-  if (x0 >= x1 || y0 >= y1) return;
-  struct Run {
-    int32_t x, end, s;
-  };
-  Run runs[3];
+struct BorderRun {
+  int32_t x, end, s;
+};
+
+// The runs of columns [x0, x1) (clamped to the plane; at most 3) into runs;
+// false where they would not stay inside the row (then the scalar kernel).
+bool borderRunsOf(int32_t width, int32_t x0, int32_t x1, BorderRun* runs, int32_t* count) {
   int32_t n = 0;
   int32_t x = x0, s = x0 < 7 ? 6 : -6;
   for (int32_t drop : {6, width - 6}) {
@@ -46,19 +39,45 @@ void borderRuns(const KQImage8* in, KQImage8* out, int32_t x0, int32_t x1, int32
     s -= 6;
   }
   runs[n++] = {x, x1, s};
-  bool inside = width >= 18;
+  *count = n;
+  if (width < 18) return false;
   for (int32_t i = 0; i < n; ++i)
     if (runs[i].x < runs[i].end &&
         (runs[i].x + runs[i].s - 6 < 0 || runs[i].end - 1 + runs[i].s + 6 > width - 1))
-      inside = false;
-  if (!inside) {
+      return false;
+  return true;
+}
+
+// The kernel's five rows for row y: y, y -/+ 2, y -/+ 4, clamped.
+void borderRows(const KQImage8* in, int32_t y, const uint8_t** rows) {
+  const int32_t height = in->height;
+  auto clampRow = [height](int32_t r) { return r < 0 ? 0 : r > height - 1 ? height - 1 : r; };
+  rows[0] = rowOf(in, y);
+  rows[1] = rowOf(in, clampRow(y - 2));
+  rows[2] = rowOf(in, clampRow(y + 2));
+  rows[3] = rowOf(in, clampRow(y - 4));
+  rows[4] = rowOf(in, clampRow(y + 4));
+}
+
+void borderRuns(const KQImage8* in, KQImage8* out, int32_t x0, int32_t x1, int32_t y0, int32_t y1,
+                const KQLumaDsp* dsp) {
+  const int32_t width = in->width, height = in->height;
+  // The frame's ranges overlap or leave the plane on small planes: clamped
+  // as the scalar kernel clamps them.
+  if (x0 < 0) x0 = 0;
+  if (y0 < 0) y0 = 0;
+  if (x1 > width) x1 = width;
+  if (y1 > height) y1 = height;
+  if (x0 >= x1 || y0 >= y1) return;
+  BorderRun runs[3];
+  int32_t n;
+  if (!borderRunsOf(width, x0, x1, runs, &n)) {
     kqLumaNrBorder_c(in->data, out->data, width, height, x0, x1, y0, y1);
     return;
   }
-  auto clampRow = [height](int32_t y) { return y < 0 ? 0 : y > height - 1 ? height - 1 : y; };
   for (int32_t y = y0; y < y1; ++y) {
-    const uint8_t* rows[5] = {rowOf(in, y), rowOf(in, clampRow(y - 2)), rowOf(in, clampRow(y + 2)),
-                              rowOf(in, clampRow(y - 4)), rowOf(in, clampRow(y + 4))};
+    const uint8_t* rows[5];
+    borderRows(in, y, rows);
     for (int32_t i = 0; i < n; ++i)
       if (runs[i].x < runs[i].end)
         dsp->nrBorderRun(rowOf(out, y), rows, runs[i].x, runs[i].end - runs[i].x, runs[i].s);
@@ -94,15 +113,45 @@ void interiorRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
   const bool fused =
       c->reference == nullptr && dsp->nrBlendRow != nullptr && weight >= 0 && weight <= 128;
   const int32_t blended = width & ~7;  // the blend's columns
+  // With the fused row on a plane of 64 columns or more, a strip run
+  // shorter than 16 columns goes to the kernel as 16 columns ending at the
+  // run's end (the left strip's from column 0), written before the interior
+  // row, which then overwrites the interior columns they reach; the right
+  // strip's last run first, so that the run before it overwrites it where
+  // they overlap. The short run would otherwise go through padded copies of
+  // its rows, for every row; the longer runs' taps stay inside the row
+  // (from column 0 to width - 7).
+  BorderRun strips[4];
+  int32_t blocks = 0;
+  if (fused && width >= 64) {
+    BorderRun left[3], rightRuns[3];
+    int32_t nl, nr;
+    if (borderRunsOf(width, 0, 6, left, &nl) && borderRunsOf(width, right, width, rightRuns, &nr) &&
+        nl == 1) {
+      strips[blocks++] = {0, 16, left[0].s};
+      for (int32_t i = nr - 1; i >= 0; --i) {
+        const BorderRun& r = rightRuns[i];
+        if (r.x < r.end) strips[blocks++] = {r.x < r.end - 16 ? r.x : r.end - 16, r.end, r.s};
+      }
+    }
+  }
   for (int32_t y = first; y < end; ++y) {
     uint8_t* out = rowOf(c->output, y);
     const uint8_t* in = rowOf(c->input, y);
+    if (blocks > 0) {
+      const uint8_t* rows[5];
+      borderRows(c->input, y, rows);
+      for (int32_t i = 0; i < blocks; ++i)
+        dsp->nrBorderRun(out, rows, strips[i].x, strips[i].end - strips[i].x, strips[i].s);
+    }
     if (fused)  // right - 6 is a multiple of 16, at most the interior
       dsp->nrBlendRow(out, in, ptrdiff_t(width), (right - 6) / 16, weight);
     else
       dsp->nrRow(out, in, ptrdiff_t(width), width);
-    borderRuns(c->input, c->output, 0, 6, y, y + 1, dsp);
-    borderRuns(c->input, c->output, right, width, y, y + 1, dsp);
+    if (blocks == 0) {
+      borderRuns(c->input, c->output, 0, 6, y, y + 1, dsp);
+      borderRuns(c->input, c->output, right, width, y, y + 1, dsp);
+    }
     if (fused) {
       blendColumns(dsp, out, in, 0, 6 < blended ? 6 : blended, weight);
       blendColumns(dsp, out, in, right, blended, weight);

@@ -206,27 +206,32 @@ TEST(FilterStages, BadInputIsLoggedAndWritesNothing) {
 }
 
 // The noise filter's frame goes through runs of one tap shift: on widths
-// around the 18 from which the runs take the vector kernel and around the
-// right strip's start moving by 16, it equals the scalar border kernel
-// applied to the four parts of the frame (strength 10 keeps the filtered
-// bytes).
+// around the 18 from which the runs take the vector kernel, around the
+// right strip's start moving by 16 and around the 64 from which the fused
+// row's strips go to the kernel in whole blocks that overlap the interior,
+// it equals the scalar border kernel applied to the four parts of the frame
+// (strength 10 keeps the filtered bytes), with this machine's kernels and
+// with the scalar ones (the only fused row on x86).
 TEST(LumaNr, FrameEqualsTheScalarBorderKernel) {
-  for (int w : {16, 17, 18, 19, 24, 45, 46, 47, 61, 62, 100, 257})
-    for (int h : {9, 12, 23}) {
-      SCOPED_TRACE(testing::Message() << w << "x" << h);
-      Plane in = randomPlane(w, h, kqTestSeed() + uint64_t(w * 31 + h));
-      Plane frame(w, h);
-      const int right = kqLumaNrRightStripStart(w);
-      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, w, 0, 4);
-      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, w, h - 4, h);
-      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, 6, 4, h - 4);
-      kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, right, w, 4, h - 4);
-      Plane out = runNr(in, 10, 1, kqLumaDspGet());
-      for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-          if (y < 4 || y >= h - 4 || x < 6 || x >= right)
-            ASSERT_EQ(out.at(x, y), frame.at(x, y)) << x << "," << y;
-    }
+  KQLumaDsp scalar;
+  kqLumaDspInit(&scalar, 0);
+  for (const KQLumaDsp* dsp : {kqLumaDspGet(), static_cast<const KQLumaDsp*>(&scalar)})
+    for (int w : {16, 17, 18, 19, 24, 45, 46, 47, 61, 62, 63, 64, 65, 79, 100, 257})
+      for (int h : {9, 12, 23}) {
+        SCOPED_TRACE(testing::Message() << w << "x" << h << (dsp == &scalar ? " scalar" : ""));
+        Plane in = randomPlane(w, h, kqTestSeed() + uint64_t(w * 31 + h));
+        Plane frame(w, h);
+        const int right = kqLumaNrRightStripStart(w);
+        kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, w, 0, 4);
+        kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, w, h - 4, h);
+        kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, 0, 6, 4, h - 4);
+        kqLumaNrBorder_c(in.img.data, frame.img.data, w, h, right, w, 4, h - 4);
+        Plane out = runNr(in, 10, 1, dsp);
+        for (int y = 0; y < h; ++y)
+          for (int x = 0; x < w; ++x)
+            if (y < 4 || y >= h - 4 || x < 6 || x >= right)
+              ASSERT_EQ(out.at(x, y), frame.at(x, y)) << x << "," << y;
+      }
 }
 
 // The chroma kernels rely on falling weights (a slope never exceeds its
