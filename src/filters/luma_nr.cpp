@@ -115,14 +115,15 @@ void interiorRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
   const int32_t blended = width & ~7;  // the blend's columns
   // With the fused row on a plane of 64 columns or more, a strip run
   // shorter than 16 columns goes to the kernel as 16 columns ending at the
-  // run's end (the left strip's from column 0), written before the interior
-  // row, which then overwrites the interior columns they reach; the right
-  // strip's last run first, so that the run before it overwrites it where
-  // they overlap. The short run would otherwise go through padded copies of
-  // its rows, for every row; the longer runs' taps stay inside the row
+  // run's end (the left strip's from column 0), and the right strip's first
+  // run starts at the latest at its first group of 8 (rightBlend), written before
+  // the interior row, which then overwrites the interior columns they reach;
+  // the right strip's last run first, so that the run before it overwrites
+  // it where they overlap. The short run would otherwise go through padded
+  // copies of its rows, for every row; the runs' taps stay inside the row
   // (from column 0 to width - 7).
   BorderRun strips[4];
-  int32_t blocks = 0;
+  int32_t blocks = 0, rightBlend = right & ~7;
   if (fused && width >= 64) {
     BorderRun left[3], rightRuns[3];
     int32_t nl, nr;
@@ -131,7 +132,9 @@ void interiorRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
       strips[blocks++] = {0, 16, left[0].s};
       for (int32_t i = nr - 1; i >= 0; --i) {
         const BorderRun& r = rightRuns[i];
-        if (r.x < r.end) strips[blocks++] = {r.x < r.end - 16 ? r.x : r.end - 16, r.end, r.s};
+        int32_t x = r.x < r.end - 16 ? r.x : r.end - 16;
+        if (i == 0 && x > rightBlend) x = rightBlend;
+        if (r.x < r.end) strips[blocks++] = {x, r.end, r.s};
       }
     }
   }
@@ -139,19 +142,24 @@ void interiorRows(const KQLumaNrContext* c, int32_t first, int32_t end) {
     uint8_t* out = rowOf(c->output, y);
     const uint8_t* in = rowOf(c->input, y);
     if (blocks > 0) {
+      // The strips, then their blend in whole groups of 8 (columns 0-15 and
+      // from the right strip's first group on), then the interior row, which
+      // overwrites the interior columns of both with its blended bytes.
       const uint8_t* rows[5];
       borderRows(c->input, y, rows);
       for (int32_t i = 0; i < blocks; ++i)
         dsp->nrBorderRun(out, rows, strips[i].x, strips[i].end - strips[i].x, strips[i].s);
+      dsp->blendRow(out, in, 16, weight);
+      dsp->blendRow(out + rightBlend, in + rightBlend, blended - rightBlend, weight);
+      dsp->nrBlendRow(out, in, ptrdiff_t(width), (right - 6) / 16, weight);
+      continue;
     }
     if (fused)  // right - 6 is a multiple of 16, at most the interior
       dsp->nrBlendRow(out, in, ptrdiff_t(width), (right - 6) / 16, weight);
     else
       dsp->nrRow(out, in, ptrdiff_t(width), width);
-    if (blocks == 0) {
-      borderRuns(c->input, c->output, 0, 6, y, y + 1, dsp);
-      borderRuns(c->input, c->output, right, width, y, y + 1, dsp);
-    }
+    borderRuns(c->input, c->output, 0, 6, y, y + 1, dsp);
+    borderRuns(c->input, c->output, right, width, y, y + 1, dsp);
     if (fused) {
       blendColumns(dsp, out, in, 0, 6 < blended ? 6 : blended, weight);
       blendColumns(dsp, out, in, right, blended, weight);

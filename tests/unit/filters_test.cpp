@@ -231,6 +231,18 @@ TEST(LumaNr, FrameEqualsTheScalarBorderKernel) {
           for (int x = 0; x < w; ++x)
             if (y < 4 || y >= h - 4 || x < 6 || x >= right)
               ASSERT_EQ(out.at(x, y), frame.at(x, y)) << x << "," << y;
+        // Strength 3: the interior rows' strips are blended with the input
+        // up to the last whole group of 8 columns.
+        const uint32_t weight = uint32_t(kqLumaBlendWeight(3));
+        out = runNr(in, 3, 1, dsp);
+        for (int y = 4; y < h - 4; ++y)
+          for (int x = 0; x < w; ++x)
+            if (x < 6 || x >= right) {
+              const uint8_t want = x < (w & ~7)
+                                       ? kqLumaBlendPixel(frame.at(x, y), in.at(x, y), weight)
+                                       : frame.at(x, y);
+              ASSERT_EQ(out.at(x, y), want) << x << "," << y << " strength 3";
+            }
       }
 }
 
