@@ -257,7 +257,7 @@ static inline void kqChromaSliceRows(const KQChromaPassContext* c, int* first, i
 }
 
 // Vector column ranges. Each pass's vector loop starts at the left margin
-// (margin / 2 half-size columns) and covers whole blocks of the interior
+// (margin / 2 half-size columns, rounded up in pass 1) and covers whole blocks of the interior
 // minus tailCount columns; the clamps keep every vector load of the last
 // block inside its row even if the context were inconsistent.
 //  pass 1: blocks of 8 outputs (16 full-size columns), interior w - 2 * margin
@@ -268,8 +268,9 @@ static inline int kqChromaVectorBlocks(const KQChromaPassContext* c, int pass) {
   int blocks = 0, limit = 0;
   if (pass == 1) {
     const int n = w - 2 * c->margin - c->tailCount;
+    const int m1 = (c->margin + 1) / 2;  // the first output (see kqChromaVectorRun)
     blocks = n > 0 ? n / 16 : 0;
-    limit = (wh - 2 * m) / 8;  // last lane + m <= wh - 1
+    limit = (wh - 2 * m1) / 8;  // last lane + m1 <= wh - 1
   } else if (pass == 2) {
     const int n = wh - c->margin - c->tailCount;
     blocks = n > 0 ? n / 8 : 0;

@@ -50,13 +50,18 @@ template <class Blocks>
 inline void kqChromaVectorRun(const KQChromaPassContext* c, int pass, int* x0, int* x1) {
   *x0 = *x1 = 0;
   if (!Blocks::kVector || c->lumaRatio != 2 || c->guideWidth != 0) return;
-  if (Blocks::wholeRows(c, pass)) {
+  // Pass 1's far taps lie at full-size columns X -/+ margin: with an odd
+  // margin they are odd columns, which the whole rows' end steps cannot
+  // take by moving lanes of even ones, and the first output whose left tap
+  // is inside the row is (margin + 1) / 2.
+  const bool evenTaps = pass != 1 || c->margin % 2 == 0;
+  if (evenTaps && Blocks::wholeRows(c, pass)) {
     *x1 = c->chromaWidth / 2;
     return;
   }
   const int blocks = kqChromaVectorBlocks(c, pass);
   if (blocks <= 0) return;
-  *x0 = pass == 3 ? 1 : c->margin / 2;
+  *x0 = pass == 3 ? 1 : pass == 1 ? (c->margin + 1) / 2 : c->margin / 2;
   *x1 = *x0 + (pass == 3 ? 4 : 8) * blocks;
 }
 

@@ -206,6 +206,33 @@ TEST(ChromaKernels, LongRows) {
   });
 }
 
+// The assembly steps take rows of at most 2048 half-size columns (they take
+// rows out into fixed stack buffers, and pass 3 keeps its clamped taps in
+// the bytes after a row) and strengths whose look-ups end at 80 (aarch64) or
+// 96 (armv7 pass 3), pass 1 only even margins; rows at and just past that
+// width, strengths whose look-ups end on either side of 80 and 96 (with the
+// table step of 32 the weights reach 32, 79, 90 and 121) and odd margins
+// give the same bytes whichever steps take them.
+TEST(ChromaKernels, RowsAtTheAssemblyLimits) {
+  const uint64_t seed = kqTestSeed();
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
+    for (int w : {2 * 2047, 2 * 2048, 2 * 2048 + 1, 2 * 2049, 2 * 2064})
+      for (float strength : {2.0f, 4.0f, 4.5f, 6.0f}) {
+        const Shape s{w, 4, 2, kMargins[pass - 1][0], 0};
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kSmooth, strength, 0, 0, 4,
+                            seed + uint64_t(w) * 7 + uint64_t(strength * 2) + kind + pass))
+            << "wide rows";
+      }
+    if (pass == 1)
+      for (int margin : {13, 25}) {
+        const Shape s{2 * 300, 6, 2, margin, 0};
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kUniform, 4.0f, 0, 0, 6,
+                            seed + uint64_t(margin) + kind))
+            << "odd margin";
+      }
+  });
+}
+
 // Chroma close to the centre everywhere and luma of every difference: each
 // tap's weight then turns on its luma weight, over the whole range of luma
 // differences, for every strength whose tables the vector kernels shorten
