@@ -181,6 +181,13 @@ TEST_F(PipelineStress, ThousandsOfCallsLeaveHeapAndThreadsAsTheyFoundThem) {
   const size_t heap = heapInUse();
   const long rss = procStatus("VmRSS");
   for (int i = 0; i < calls; ++i) jobs[size_t(i) % jobs.size()].run();
+  // Every thread a call starts is joined before it returns, but under
+  // qemu-user a joined thread's host thread ends only just after the join
+  // (the emulator wakes the joiner on its way out), so the count may take a
+  // moment to come down; a thread left running keeps it up for good.
+  const auto settle = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  while (procStatus("Threads") != threads && std::chrono::steady_clock::now() < settle)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(procStatus("Threads"), threads) << "threads left running after " << calls << " calls";
   // A few kB come and go with the threads' own allocator state; 32 KiB over
   // 2000 calls is a leak of 16 bytes per call.
