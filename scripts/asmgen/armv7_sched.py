@@ -39,14 +39,12 @@ def parse(text):
     elif op in ("add", "movw", "movt"):
         writes.add(ops[0]); reads.update(o for o in ops[1:] if o.startswith("R"))
         if op == "movt": reads.add(ops[0])
-        if "lsl" in rest: pass
     else:
         d = dregs(ops[0]); writes.update(d)
-        for o in ops[1:]: reads.update(dregs(o)); 
+        for o in ops[1:]: reads.update(dregs(o))
         for o in ops[1:]:
             if o.startswith("R"): reads.add(o.split()[0])
         if op.startswith(("vmla", "vmlal", "vsra")): reads.update(d)
-        if op.startswith(("vrecps", "vmul", "vmla", "vcvt", "vdup", "vmovl", "vmovn")): pass
     return op, reads, writes, mem
 
 MODEL = os.environ.get("MODEL", "a9")

@@ -7,23 +7,16 @@
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the means loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
-import os, re, sys
+import os, sys
 PART = os.environ.get("PART", "A")
-prog = []
-def n(t): prog.append((t, 'n'))
-def s(t): prog.append((t, 's'))
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from armv7_steps import addresser, n, prog, reciprocal, s  # noqa: E402
 OFF = dict(uY=0, vY=4, uY1=8, vY1=12, lY=16, lY1=20, uUp=24, vUp=28, lUp=32, uL=36, vL=40, lL=44,
            uR=48, vR=52, lR=56, uDown=60, vDown=64, lDown=68, outU=72, outV=76)
 SCALE = dict(uY=1, vY=1, uY1=1, vY1=1, lY=2, lY1=2, uUp=1, vUp=1, lUp=2, uL=1, vL=1, lL=2,
              uR=1, vR=1, lR=2, uDown=1, vDown=1, lDown=2, outU=0, outV=0)
-scr = ["Ra", "Rb", "Rc"]
-si = [0]
-def addr(name):
-    r = scr[si[0] % 3]; si[0] += 1
-    s(f"ldr {r}, [RR, #{OFF[name]}]")
-    sh = SCALE[name]
-    s(f"add {r}, {r}, Rx" + (f", lsl #{sh}" if sh else ""))
-    return r
+row = addresser(OFF)
+def addr(name): return row(name, SCALE[name])
 
 def tap(qt, dt, dy, w, u, v, first=False, T=None):
     # qt: the tap's q (U | V), dt: its (U, V) d halves, dy: tap luma
@@ -89,12 +82,8 @@ else:
     n("vaddl.u8 q0, d20, d21")
     n("vmovl.u16 q1, d0"); n("vmovl.u16 q2, d1")
     n("vcvt.f32.u32 q1, q1"); n("vcvt.f32.u32 q2, q2")
-    for q, (t0, t1) in ((1, (3, 4)), (2, (5, 6))):
-        n(f"vrecpe.f32 q{t0}, q{q}")
-        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-        n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
-        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-        n(f"vmul.f32 q{q}, q{t0}, q{t1}")
+    reciprocal(1, 3, 4)
+    reciprocal(2, 5, 6)
     s("movw Ra, #0x2000")
     s("movt Ra, #0x3f00")
     # U: (d22 + d26) lanes 0-3, (d23 + d27) 4-7 ; V: (d24 + d28), (d25 + d29)
@@ -109,8 +98,6 @@ else:
         n(f"vmovn.i16 {outd}, {res}")
     a = addr("outU"); n(f"vst1.8 {{d16}}, [{a}]")
     a = addr("outV"); n(f"vst1.8 {{d18}}, [{a}]")
-
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from armv7_sched import emit  # noqa: E402
 
 emit(prog)

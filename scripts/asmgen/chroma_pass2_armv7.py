@@ -8,26 +8,17 @@
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # the means loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
-import re
 import sys
 PART = os.environ.get("PART", "A")
 
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
-prog = []      # (text, kind) kind: 'n' neon, 's' scalar
-
-def n(t): prog.append((t, 'n'))
-def s(t): prog.append((t, 's'))
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from armv7_steps import addresser, means16, n, prog, s  # noqa: E402
 
 OFF = dict(srcU=0, srcV=4, lUp=8, lL=12, lM=16, lR=20, lDown=24, uUp=28, uL=32, uM=36, uR=40,
            uDown=44, vUp=48, vL=52, vM=56, vR=60, vDown=64, outU=68, outV=72)
-scr = ["Ra", "Rb", "Rc"]
-si = [0]
-def addr(name, shift):
-    r = scr[si[0] % 3]; si[0] += 1
-    s(f"ldr {r}, [RR, #{OFF[name]}]")
-    s(f"add {r}, {r}, Rx" + (f", lsl #{shift}" if shift else ""))
-    return r
+addr = addresser(OFF)
 
 if PART == "A":
     a = addr("srcU", 1); n(f"vld2.8 {{d0, d1, d2, d3}}, [{a}]")
@@ -83,44 +74,11 @@ if PART == "A":
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
 else:
-    n("vld1.64 {d14, d15}, [RS:128]!")
-    n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
-    n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
-    # means
-    n("vmovl.u8 q0, d14"); n("vmovl.u8 q1, d15")
-    n("vmovl.u16 q2, d0"); n("vmovl.u16 q3, d1"); n("vmovl.u16 q4, d2"); n("vmovl.u16 q5, d3")
-    for q in (2, 3, 4, 5):
-        n(f"vcvt.f32.u32 q{q}, q{q}")
-    tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
-    for q in (2, 3, 4, 5):
-        t0, t1 = tmp[q]
-        n(f"vrecpe.f32 q{t0}, q{q}")
-        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-        n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
-        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-        n(f"vmul.f32 q{q}, q{t0}, q{t1}")
-    s("movw Ra, #0x2000")
-    s("movt Ra, #0x3f00")
-    # U: sums q12 (even: d24 lanes 0-3, d25 lanes 4-7), q13 (odd); V: q14, q15
-    # reciprocal of even lanes 0-3: q2, even 4-7: q3, odd 0-3: q4, odd 4-7: q5
-    quads = [("d24", 2), ("d25", 3), ("d26", 4), ("d27", 5), ("d28", 2), ("d29", 3), ("d30", 4), ("d31", 5)]
-    pairs = [(0, 1), (6, 7)]
-    for i, (d, r) in enumerate(quads):
-        t, b = pairs[i % 2]
-        n(f"vmovl.u16 q{t}, {d}")
-        n(f"vcvt.f32.u32 q{t}, q{t}")
-        n(f"vdup.32 q{b}, Ra")
-        n(f"vmla.f32 q{b}, q{t}, q{r}")
-        n(f"vcvt.u32.f32 q{b}, q{b}")
-        n(f"vmovn.i32 {d}, q{b}")
-    n("vmovn.i16 d24, q12"); n("vmovn.i16 d25, q13")
-    n("vmovn.i16 d28, q14"); n("vmovn.i16 d29, q15")
+    means16()
     a = addr("outU", 0); n(f"vst1.8 {{d24, d25}}, [{a}]")
     a = addr("outV", 0); n(f"vst1.8 {{d28, d29}}, [{a}]")
-    
-    
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+    
 from armv7_sched import emit  # noqa: E402
 
 emit(prog)

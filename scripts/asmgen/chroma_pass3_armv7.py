@@ -8,28 +8,19 @@
 #   PART=B MODEL=a9 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
-import re
 import sys
 PART = os.environ.get("PART", "A")
 # armv7 chroma pass 3 step (8 half-size columns, both parities in q halves), scheduled.
 
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
-prog = []      # (text, kind) kind: 'n' neon, 's' scalar
-
-def n(t): prog.append((t, 'n'))
-def s(t): prog.append((t, 's'))
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from armv7_steps import addresser, means16, n, prog, s  # noqa: E402
 
 OFF = dict(srcU=0, srcV=4, lumaC=8, uUp=12, uL=16, uM=20, uR=24, uDown=28,
            vUp=32, vL=36, vM=40, vR=44, vDown=48, lUp=52, lL=56, lM=60, lR=64, lDown=68,
            outU=72, outV=76)
-scr = ["Ra", "Rb", "Rc"]
-si = [0]
-def addr(name, shift):
-    r = scr[si[0] % 3]; si[0] += 1
-    s(f"ldr {r}, [RR, #{OFF[name]}]")
-    s(f"add {r}, {r}, Rx" + (f", lsl #{shift}" if shift else ""))
-    return r
+addr = addresser(OFF)
 
 if PART == "A":
     # centres
@@ -41,7 +32,7 @@ if PART == "A":
     n("vst1.64 {d6, d7}, [RB32:128]")
     n("vmovl.u8 q12, d2"); n("vmovl.u8 q13, d3"); n("vmovl.u8 q14, d4"); n("vmovl.u8 q15, d5")
     n("vmov.i8 q7, #1")
-    
+
     taps = [("uUp", "vUp", "lUp"), ("uL", "vL", "lL"), ("uM", "vM", "lM"), ("uR", "vR", "lR"),
             ("uDown", "vDown", "lDown")]
     for (u, v, l) in taps:
@@ -75,50 +66,17 @@ if PART == "A":
         n("vadd.i8 q7, q7, q0")
         n("vmlal.u8 q12, d0, d12"); n("vmlal.u8 q13, d1, d12")
         n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
-    
+
     n("vst1.64 {d14, d15}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
-    
+
 else:
-    n("vld1.64 {d14, d15}, [RS:128]!")
-    n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
-    n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
-    # means
-    n("vmovl.u8 q0, d14"); n("vmovl.u8 q1, d15")
-    n("vmovl.u16 q2, d0"); n("vmovl.u16 q3, d1"); n("vmovl.u16 q4, d2"); n("vmovl.u16 q5, d3")
-    for q in (2, 3, 4, 5):
-        n(f"vcvt.f32.u32 q{q}, q{q}")
-    tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
-    for q in (2, 3, 4, 5):
-        t0, t1 = tmp[q]
-        n(f"vrecpe.f32 q{t0}, q{q}")
-        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-        n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
-        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-        n(f"vmul.f32 q{q}, q{t0}, q{t1}")
-    s("movw Ra, #0x2000")
-    s("movt Ra, #0x3f00")
-    # U: sums q12 (even: d24 lanes 0-3, d25 lanes 4-7), q13 (odd); V: q14, q15
-    # reciprocal of even lanes 0-3: q2, even 4-7: q3, odd 0-3: q4, odd 4-7: q5
-    quads = [("d24", 2), ("d25", 3), ("d26", 4), ("d27", 5), ("d28", 2), ("d29", 3), ("d30", 4), ("d31", 5)]
-    pairs = [(0, 1), (6, 7)]
-    for i, (d, r) in enumerate(quads):
-        t, b = pairs[i % 2]
-        n(f"vmovl.u16 q{t}, {d}")
-        n(f"vcvt.f32.u32 q{t}, q{t}")
-        n(f"vdup.32 q{b}, Ra")
-        n(f"vmla.f32 q{b}, q{t}, q{r}")
-        n(f"vcvt.u32.f32 q{b}, q{b}")
-        n(f"vmovn.i32 {d}, q{b}")
-    n("vmovn.i16 d24, q12"); n("vmovn.i16 d25, q13")
-    n("vmovn.i16 d28, q14"); n("vmovn.i16 d29, q15")
+    means16()
     a = addr("outU", 1); n(f"vst2.8 {{d24, d25}}, [{a}]")
     a = addr("outV", 1); n(f"vst2.8 {{d28, d29}}, [{a}]")
-    
-    
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+    
 from armv7_sched import emit  # noqa: E402
 
 emit(prog)

@@ -1,0 +1,62 @@
+# armv7_steps.py - step text that the armv7 chroma generators share: the program they write, the
+# rows' addresses taken from the rows record, the refined reciprocals and the means loop of 16
+# outputs (passes 2 and 3).
+prog = []  # (text, kind), kind 'n' NEON or 's' integer
+
+
+def n(t): prog.append((t, 'n'))
+def s(t): prog.append((t, 's'))
+
+
+def addresser(offsets):
+    """addr(name, shift): loads row `name`'s base from the rows record RR (offsets[name]) into the
+    next of Ra, Rb, Rc in turn and adds the column Rx << shift; returns the register."""
+    count = [0]
+
+    def addr(name, shift):
+        r = ("Ra", "Rb", "Rc")[count[0] % 3]
+        count[0] += 1
+        s(f"ldr {r}, [RR, #{offsets[name]}]")
+        s(f"add {r}, {r}, Rx" + (f", lsl #{shift}" if shift else ""))
+        return r
+    return addr
+
+
+def reciprocal(q, t0, t1):
+    """q = 1 / q, the estimate refined twice (t0, t1 scratch)."""
+    n(f"vrecpe.f32 q{t0}, q{q}")
+    n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+    n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
+    n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+    n(f"vmul.f32 q{q}, q{t0}, q{t1}")
+
+
+def means16():
+    """The means loop's step of 16 outputs: weights d14 d15 (u8), sums q12 q13 (U) and q14 q15
+    (V) from the sums buffer; leaves the means in d24 d25 (U) and d28 d29 (V)."""
+    n("vld1.64 {d14, d15}, [RS:128]!")
+    n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
+    n("vmovl.u8 q0, d14"); n("vmovl.u8 q1, d15")
+    n("vmovl.u16 q2, d0"); n("vmovl.u16 q3, d1"); n("vmovl.u16 q4, d2"); n("vmovl.u16 q5, d3")
+    for q in (2, 3, 4, 5):
+        n(f"vcvt.f32.u32 q{q}, q{q}")
+    tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
+    for q in (2, 3, 4, 5):
+        reciprocal(q, *tmp[q])
+    s("movw Ra, #0x2000")
+    s("movt Ra, #0x3f00")
+    # U: sums q12 (d24 lanes 0-3, d25 lanes 4-7), q13; V: q14, q15; reciprocals of lanes 0-3:
+    # q2, 4-7: q3, 8-11: q4, 12-15: q5
+    quads = [("d24", 2), ("d25", 3), ("d26", 4), ("d27", 5), ("d28", 2), ("d29", 3), ("d30", 4), ("d31", 5)]
+    pairs = [(0, 1), (6, 7)]
+    for i, (d, r) in enumerate(quads):
+        t, b = pairs[i % 2]
+        n(f"vmovl.u16 q{t}, {d}")
+        n(f"vcvt.f32.u32 q{t}, q{t}")
+        n(f"vdup.32 q{b}, Ra")
+        n(f"vmla.f32 q{b}, q{t}, q{r}")
+        n(f"vcvt.u32.f32 q{b}, q{b}")
+        n(f"vmovn.i32 {d}, q{b}")
+    n("vmovn.i16 d24, q12"); n("vmovn.i16 d25, q13")
+    n("vmovn.i16 d28, q14"); n("vmovn.i16 d29, q15")
