@@ -11,7 +11,7 @@ def dregs(tok):
     tok = tok.strip()
     m = re.fullmatch(r"q(\d+)", tok)
     if m: k = int(m.group(1)); return [f"d{2*k}", f"d{2*k+1}"]
-    m = re.fullmatch(r"d(\d+)(\[\d+\])?", tok)
+    m = re.fullmatch(r"d(\d+)(\[\d*\])?", tok)
     if m: return [f"d{m.group(1)}"]
     return []
 
@@ -28,6 +28,8 @@ def parse(text):
     if br:
         base = br.group(1).split(":")[0].strip(); reads.add(base)
         if "]!" in rest: writes.add(base)
+        post = re.search(r"\]\s*,\s*(R\w+)", rest)  # post-increment by a register
+        if post: reads.add(post.group(1)); writes.add(base)
     if op.startswith(("vld", "ldr")):
         if op.startswith("vld"): writes.update(listregs)
         else: writes.add(ops[0])
@@ -82,7 +84,10 @@ def emit(prog):
     laststore = {}
     for i, (op, rd, wr, mem, k) in enumerate(P):
         for r in rd:
-            if r in lastw: deps[i].append((lastw[r], lat(P[lastw[r]][0], prog[lastw[r]][0])))
+            if r in lastw:
+                # a walking pointer is written back a cycle after its load issues
+                walk = r.startswith(("RP", "RO")) and P[lastw[r]][0].startswith(("vld", "vst"))
+                deps[i].append((lastw[r], 1 if walk else lat(P[lastw[r]][0], prog[lastw[r]][0])))
         for r in wr:
             if r in lastw: deps[i].append((lastw[r], 1))
             for j in lastr.get(r, []): deps[i].append((j, 0))
@@ -125,8 +130,9 @@ def emit(prog):
     def fin(t):
         for a, b in (("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"),
                      ("Rx", "%[x]"), ("RS", "%[S]"), ("RW", "%[w0]"), ("RCW1", "%[cw1]"),
-                     ("RCW", "%[cw]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"),
-                     ("SH", "%c[s]"), ("RE", "%c[r8]")):
+                     ("RCW", "%[cw]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"), ("Rd", "%[d]"),
+                     ("SH", "%c[s]"), ("RE", "%c[r8]"), ("RP0", "%[p0]"), ("RP1", "%[p1]"),
+                     ("RP2", "%[p2]"), ("RO0", "%[o0]"), ("RO1", "%[o1]")):
             t = t.replace(a, b)
         return t
     out = [fin(prog[i][0]) for i in (order if os.environ.get("NOSCHED") is None else range(N))]

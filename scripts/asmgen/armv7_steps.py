@@ -1,6 +1,6 @@
 # armv7_steps.py - step text that the armv7 chroma generators share: the program they write, the
-# rows' addresses taken from the rows record, the refined reciprocals and the means loop of 16
-# outputs (passes 2 and 3).
+# rows' addresses walked by post-incremented pointers, the refined reciprocals and the means loop
+# of 16 outputs (passes 2 and 3).
 prog = []  # (text, kind), kind 'n' NEON or 's' integer
 
 
@@ -8,17 +8,30 @@ def n(t): prog.append((t, 'n'))
 def s(t): prog.append((t, 's'))
 
 
-def addresser(offsets):
-    """addr(name, shift): loads row `name`'s base from the rows record RR (offsets[name]) into the
-    next of Ra, Rb, Rc in turn and adds the column Rx << shift; returns the register."""
-    count = [0]
+def walker(chains, scratch=("Ra", "Rb", "Rc"), first=0):
+    """Addresses of a step's loads without a register per row: chains is [(pointer, advance,
+    [rows in load order])]; each row's load reads its chain's pointer (RP0, RP1, ...) and
+    post-increments it by the distance to the chain's next row, the last row's by the distance to
+    the first row of the next step (advance bytes on). The distances are the words of the steps
+    record RR from word `first` on, chain after chain, each loaded into the next of the scratch
+    registers in turn. Returns addr: addr(name) gives the operand text of row name's load
+    ("[RPk], Ra"), the rows asked for in each chain's order."""
+    where = {}
+    k = first
+    for c, (_ptr, _advance, rows) in enumerate(chains):
+        for i, name in enumerate(rows):
+            where[name] = (c, i, 4 * k)
+            k += 1
+    count, pos = [0], [0] * len(chains)
 
-    def addr(name, shift):
-        r = ("Ra", "Rb", "Rc")[count[0] % 3]
+    def addr(name):
+        c, i, off = where[name]
+        assert pos[c] == i, f"{name} loaded out of its chain's order"
+        pos[c] = (i + 1) % len(chains[c][2])
+        r = scratch[count[0] % len(scratch)]
         count[0] += 1
-        s(f"ldr {r}, [RR, #{offsets[name]}]")
-        s(f"add {r}, {r}, Rx" + (f", lsl #{shift}" if shift else ""))
-        return r
+        s(f"ldr {r}, [RR, #{off}]")
+        return f"[{chains[c][0]}], {r}"
     return addr
 
 

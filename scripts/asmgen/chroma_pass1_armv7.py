@@ -10,13 +10,12 @@
 import os, sys
 PART = os.environ.get("PART", "A")
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import addresser, n, prog, reciprocal, s  # noqa: E402
-OFF = dict(uY=0, vY=4, uY1=8, vY1=12, lY=16, lY1=20, uUp=24, vUp=28, lUp=32, uL=36, vL=40, lL=44,
-           uR=48, vR=52, lR=56, uDown=60, vDown=64, lDown=68, outU=72, outV=76)
-SCALE = dict(uY=1, vY=1, uY1=1, vY1=1, lY=2, lY1=2, uUp=1, vUp=1, lUp=2, uL=1, vL=1, lL=2,
-             uR=1, vR=1, lR=2, uDown=1, vDown=1, lDown=2, outU=0, outV=0)
-row = addresser(OFF)
-def addr(name): return row(name, SCALE[name])
+from armv7_steps import n, prog, reciprocal, s, walker  # noqa: E402
+# The sums loop's pointers: RP0 the U and V rows (2 columns per output), RP1 the luma (4 per
+# output); the means loop stores through RO0 (U) and RO1 (V).
+addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", "uR", "vR",
+                           "uDown", "vDown"]),
+              ("RP1", 32, ["lY", "lY1", "lUp", "lL", "lR", "lDown"])])
 
 def tap(qt, dt, dy, w, u, v, first=False, T=None):
     # qt: the tap's q (U | V), dt: its (U, V) d halves, dy: tap luma
@@ -46,9 +45,9 @@ def tap(qt, dt, dy, w, u, v, first=False, T=None):
 
 TA = dict(D="q2", K="q3", S="q4", P="q5", P2="q6")
 if PART == "A":
-    a = addr("uY"); n(f"vld2.8 {{d0, d2}}, [{a}]")
-    a = addr("vY"); n(f"vld2.8 {{d1, d3}}, [{a}]")
-    a = addr("lY"); n(f"vld4.8 {{d8, d9, d10, d11}}, [{a}]")
+    a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")
+    a = addr("lY"); n(f"vld4.8 {{d8, d9, d10, d11}}, {a}")
     n("vorr q15, q0, q0")
     n("vorr d15, d8, d8")
     n("vorr d14, d10, d10")
@@ -59,17 +58,17 @@ if PART == "A":
     n("vmov.i8 d21, #0")
     # (X+1, Y): q1, luma d14
     tap("q1", ("d2", "d3"), "d14", "d20", "q11", "q12", T=TA)
-    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, [{a}]")
-    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, [{a}]")
-    a = addr("lY1"); n(f"vld4.8 {{d8, d9, d10, d11}}, [{a}]")
+    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
+    a = addr("lY1"); n(f"vld4.8 {{d8, d9, d10, d11}}, {a}")
     n("vorr d14, d10, d10")
     n("vorr d13, d8, d8")
     tap("q0", ("d0", "d1"), "d13", "d20", "q11", "q12", T=dict(D="q2", K="q3", S="q4", P="q5", P2="q5"))
     tap("q1", ("d2", "d3"), "d14", "d20", "q11", "q12", T=TA)
     for k, (u, v, l) in enumerate((("uUp", "vUp", "lUp"), ("uL", "vL", "lL"), ("uR", "vR", "lR"), ("uDown", "vDown", "lDown"))):
-        a = addr(u); n(f"vld2.8 {{d0, d2}}, [{a}]")
-        a = addr(v); n(f"vld2.8 {{d1, d3}}, [{a}]")
-        a = addr(l); n(f"vld4.8 {{d8, d9, d10, d11}}, [{a}]")
+        a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
+        a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
+        a = addr(l); n(f"vld4.8 {{d8, d9, d10, d11}}, {a}")
         n("vorr d14, d8, d8")
         tap("q0", ("d0", "d1"), "d14", "d21", "q13", "q14", first=(k == 0), T=TA)
     n("vst1.64 {d20, d21}, [RS:128]!")
@@ -96,8 +95,8 @@ else:
         k = int(res[1:])
         n(f"vmovn.i32 d{2*k}, q5"); n(f"vmovn.i32 d{2*k+1}, q6")
         n(f"vmovn.i16 {outd}, {res}")
-    a = addr("outU"); n(f"vst1.8 {{d16}}, [{a}]")
-    a = addr("outV"); n(f"vst1.8 {{d18}}, [{a}]")
+    n("vst1.8 {d16}, [RO0]!")
+    n("vst1.8 {d18}, [RO1]!")
 from armv7_sched import emit  # noqa: E402
 
 emit(prog)

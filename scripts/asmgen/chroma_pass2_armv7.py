@@ -14,16 +14,20 @@ PART = os.environ.get("PART", "A")
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import addresser, means16, n, prog, s  # noqa: E402
+from armv7_steps import means16, n, prog, s, walker  # noqa: E402
 
-OFF = dict(srcU=0, srcV=4, lUp=8, lL=12, lM=16, lR=20, lDown=24, uUp=28, uL=32, uM=36, uR=40,
-           uDown=44, vUp=48, vL=52, vM=56, vR=60, vDown=64, outU=68, outV=72)
-addr = addresser(OFF)
+# The sums loop's pointers: RP0 the taken-out luma and the U and V taps (half-size columns), RP1
+# the U and V centres (full-size columns, 2 per half-size one); the means loop stores through RO0
+# (U) and RO1 (V). The record's first byte is the weight of a difference 0 (the centre tap's
+# luma weight, loaded into every lane), its steps from word 1 on; four scratch registers.
+addr = walker([("RP0", 16, ["lM", "uUp", "vUp", "lUp", "uL", "vL", "lL", "uM", "vM", "uR", "vR",
+                             "lR", "uDown", "vDown", "lDown"]),
+               ("RP1", 32, ["srcU", "srcV"])], scratch=("Ra", "Rb", "Rc", "Rd"), first=1)
 
 if PART == "A":
-    a = addr("srcU", 1); n(f"vld2.8 {{d0, d1, d2, d3}}, [{a}]")
-    a = addr("srcV", 1); n(f"vld2.8 {{d4, d5, d6, d7}}, [{a}]")
-    a = addr("lM", 0); n(f"vld1.8 {{d8, d9}}, [{a}]")
+    a = addr("srcU"); n(f"vld2.8 {{d0, d1, d2, d3}}, {a}")
+    a = addr("srcV"); n(f"vld2.8 {{d4, d5, d6, d7}}, {a}")
+    a = addr("lM"); n(f"vld1.8 {{d8, d9}}, {a}")
     n("vst1.64 {d0, d1}, [RB:128]")
     n("vst1.64 {d4, d5}, [RB16:128]")
     n("vst1.64 {d8, d9}, [RB32:128]")
@@ -31,12 +35,12 @@ if PART == "A":
     taps = [("uUp", "vUp", "lUp"), ("uL", "vL", "lL"), ("uM", "vM", None), ("uR", "vR", "lR"),
             ("uDown", "vDown", "lDown")]
     for t, (u, v, l) in enumerate(taps):
-        a = addr(u, 0); n(f"vld1.8 {{d20, d21}}, [{a}]")
-        a = addr(v, 0); n(f"vld1.8 {{d22, d23}}, [{a}]")
+        a = addr(u); n(f"vld1.8 {{d20, d21}}, {a}")
+        a = addr(v); n(f"vld1.8 {{d22, d23}}, {a}")
         if l is None:
-            n("vdup.8 q2, RW")
+            n("vld1.8 {d4[], d5[]}, [RR]")
         else:
-            a = addr(l, 0); n(f"vld1.8 {{d0, d1}}, [{a}]")
+            a = addr(l); n(f"vld1.8 {{d0, d1}}, {a}")
             n("vld1.64 {d2, d3}, [RB32:128]")
             n("vabd.u8 q1, q1, q0")
             n("vshr.u8 q2, q1, #SH"); n("vshl.i8 q1, q1, #RE")
@@ -75,8 +79,8 @@ if PART == "A":
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
 else:
     means16()
-    a = addr("outU", 0); n(f"vst1.8 {{d24, d25}}, [{a}]")
-    a = addr("outV", 0); n(f"vst1.8 {{d28, d29}}, [{a}]")
+    n("vst1.8 {d24, d25}, [RO0]!")
+    n("vst1.8 {d28, d29}, [RO1]!")
 
     
 from armv7_sched import emit  # noqa: E402

@@ -4,8 +4,8 @@
 # for an in-order core (latencies of the core model named by MODEL, one NEON instruction and one
 # load or integer instruction per cycle), keeping every register and memory dependency. The
 # output is the text of the asm statement in src/filters/arm/chroma_neon.cpp:
-#   PART=A MODEL=a9 PRI=h python3 chroma_pass3_armv7.py c   # the sums loop
-#   PART=B MODEL=a9 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
+#   PART=A MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the sums loop
+#   PART=B MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
 import sys
@@ -15,18 +15,20 @@ PART = os.environ.get("PART", "A")
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import addresser, means16, n, prog, s  # noqa: E402
+from armv7_steps import means16, n, prog, s, walker  # noqa: E402
 
-OFF = dict(srcU=0, srcV=4, lumaC=8, uUp=12, uL=16, uM=20, uR=24, uDown=28,
-           vUp=32, vL=36, vM=40, vR=44, vDown=48, lUp=52, lL=56, lM=60, lR=64, lDown=68,
-           outU=72, outV=76)
-addr = addresser(OFF)
+# The sums loop's pointers: RP0 the taps' U and V (half-size columns), RP1 the U and V centres
+# (full-size columns, 2 per half-size one), RP2 the luma (4 per half-size column); the means
+# loop stores through RO0 (U) and RO1 (V).
+addr = walker([("RP0", 8, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uDown", "vDown"]),
+              ("RP1", 16, ["srcU", "srcV"]),
+              ("RP2", 32, ["lumaC", "lUp", "lL", "lM", "lR", "lDown"])])
 
 if PART == "A":
     # centres
-    a = addr("srcU", 1); n(f"vld2.8 {{d2, d3}}, [{a}]")
-    a = addr("srcV", 1); n(f"vld2.8 {{d4, d5}}, [{a}]")
-    a = addr("lumaC", 2); n(f"vld4.8 {{d6, d7, d8, d9}}, [{a}]")
+    a = addr("srcU"); n(f"vld2.8 {{d2, d3}}, {a}")
+    a = addr("srcV"); n(f"vld2.8 {{d4, d5}}, {a}")
+    a = addr("lumaC"); n(f"vld4.8 {{d6, d7, d8, d9}}, {a}")
     n("vorr d7, d8, d8")
     n("vst1.64 {d2, d3, d4, d5}, [RB:128]")
     n("vst1.64 {d6, d7}, [RB32:128]")
@@ -36,9 +38,9 @@ if PART == "A":
     taps = [("uUp", "vUp", "lUp"), ("uL", "vL", "lL"), ("uM", "vM", "lM"), ("uR", "vR", "lR"),
             ("uDown", "vDown", "lDown")]
     for (u, v, l) in taps:
-        a = addr(u, 0); n(f"vld1.8 {{d12}}, [{a}]")
-        a = addr(v, 0); n(f"vld1.8 {{d13}}, [{a}]")
-        a = addr(l, 2); n(f"vld4.8 {{d0, d1, d2, d3}}, [{a}]")
+        a = addr(u); n(f"vld1.8 {{d12}}, {a}")
+        a = addr(v); n(f"vld1.8 {{d13}}, {a}")
+        a = addr(l); n(f"vld4.8 {{d0, d1, d2, d3}}, {a}")
         n("vld1.64 {d6, d7}, [RB32:128]")
         n("vabd.u8 d6, d6, d0"); n("vabd.u8 d7, d7, d0")
         n("vtbl.8 d6, {d20, d21, d22}, d6"); n("vtbl.8 d7, {d20, d21, d22}, d7")
@@ -73,8 +75,8 @@ if PART == "A":
 
 else:
     means16()
-    a = addr("outU", 1); n(f"vst2.8 {{d24, d25}}, [{a}]")
-    a = addr("outV", 1); n(f"vst2.8 {{d28, d29}}, [{a}]")
+    n("vst2.8 {d24, d25}, [RO0]!")
+    n("vst2.8 {d28, d29}, [RO1]!")
 
     
 from armv7_sched import emit  # noqa: E402

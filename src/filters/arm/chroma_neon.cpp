@@ -26,7 +26,9 @@
 #include <arm_neon.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <type_traits>
 
 #include "filters/chroma_dsp.h"
@@ -867,6 +869,23 @@ KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int 
 }
 
 #if !defined(__aarch64__)
+// The post-increments with which one pointer of an armv7 assembly loop walks
+// the rows a step loads from, in the order it loads them (its generator's
+// chain): word i takes the pointer from rows[i] to rows[i + 1], the last
+// word from the last row to the first row `advance` bytes on, where the next
+// step starts. One register and a load of its word per row, where a row's
+// base and column would take a load and an add (armv7 has too few registers
+// to keep a pointer per row); modulo 2^32, so the rows may lie in different
+// planes. Returns the word after the walk's.
+inline uint32_t* walkWords(uint32_t* word, std::initializer_list<const uint8_t*> rows,
+                           uint32_t advance) {
+  const uint8_t* const* r = rows.begin();
+  const size_t n = rows.size();
+  for (size_t i = 0; i + 1 < n; ++i) *word++ = uint32_t(uintptr_t(r[i + 1]) - uintptr_t(r[i]));
+  *word++ = uint32_t(uintptr_t(r[0]) + advance - uintptr_t(r[n - 1]));
+  return word;
+}
+
 // Pass 3's inner steps on armv7, in assembly: GCC spills and moves registers
 // in the compiled steps (about 70 of their 440 instructions per 16 outputs).
 // A step takes 8 half-size columns and both parities in one q register
@@ -876,9 +895,9 @@ KQ_INLINE Out2<L> pass3Step(const Pass3Rows& r, const WC& wc, const WL& wl, int 
 // from 96 on weighs as 0), q7 the weights, q12-q15 the sums (U even, U odd,
 // V even, V odd), q0-q6 the taps and their weights. The centres are kept in
 // a 16-byte aligned buffer and loaded again by each tap, which leaves the
-// registers a tap needs. Addresses are the rows' bases plus the column,
-// scaled (the rows' struct below), and the steps are ordered for an in-order
-// core (a list schedule over Cortex-A9 latencies; the text is
+// registers a tap needs. Three pointers walk the rows a step loads from
+// (walkWords), and the steps are ordered for an in-order core (a list
+// schedule over Cortex-A57 latencies; the text is
 // scripts/asmgen/chroma_pass3_armv7.py's).
 struct Pass3Armv7Rows {
   const uint8_t* src[2];      // U, V centres: full-size row Y           (+ 2 hx)
@@ -888,7 +907,6 @@ struct Pass3Armv7Rows {
   const uint8_t* luma[5];     // luma rows 4 yUp, 4 y (x - 4, x, x + 4), 4 yDown (+ 4 hx)
   uint8_t* out[2];            // U, V outputs: full-size row Y            (+ 2 hx)
 };
-static_assert(sizeof(Pass3Armv7Rows) == 80, "offsets the assembly step uses");
 
 template <int kShift>
 void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, int32_t count) {
@@ -901,62 +919,121 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
   alignas(16) uint8_t centres[48];
   alignas(16) uint8_t sums[kChunk * 80];
   uint8_t* const b = centres;
+  // The sums loop's record: the walks of the taps' U and V, the centres' U
+  // and V and the luma (the generator's chains), then the two tables.
+  const Pass3Armv7Rows& r = *rows;
+  uint32_t words[20];
+  uint32_t* w = walkWords(words, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3], r.v[3],
+                                  r.u[4], r.v[4]}, 8);
+  w = walkWords(w, {r.src[0], r.src[1]}, 16);
+  w = walkWords(w, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[2], r.luma[3], r.luma[4]}, 32);
+  w[0] = uint32_t(uintptr_t(t.w));
+  w[1] = uint32_t(uintptr_t(t.lutLuma));
+  const uint8_t *p0 = r.u[0] + hx, *p1 = r.src[0] + 2 * hx, *p2 = r.lumaCentre + 4 * hx;
+  uint8_t *o0 = r.out[0] + 2 * hx, *o1 = r.out[1] + 2 * hx;
   while (count > 0) {
     const int32_t n = count < kChunk ? count : kChunk;
-    int32_t x = hx, k = n;
+    int32_t k = n;
     uint8_t* sp = sums;
     uint32_t sa, sb, sc;
     asm volatile(
-        "vld1.8 {d16-d19}, [%[t]]\n\t"
-        "vld1.8 {d20-d22}, [%[tl]]\n\t"
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]\n\t"
+        "ldr %[a], [%[R], #76]\n\t"
+        "vld1.8 {d20-d22}, [%[a]]\n\t"
         "1:\n\t"
         "vmov.i8 q7, #1\n\t"
-        "ldr %[c], [%[R], #8]\n\t"
-        "ldr %[a], [%[R], #0]\n\t"
-        "ldr %[b], [%[R], #4]\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vld4.8 {d6, d7, d8, d9}, [%[c]]\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "vld2.8 {d2, d3}, [%[a]]\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
-        "vld2.8 {d4, d5}, [%[b]]\n\t"
+        "ldr %[c], [%[R], #48]\n\t"
+        "ldr %[a], [%[R], #40]\n\t"
+        "ldr %[b], [%[R], #44]\n\t"
+        "vld4.8 {d6, d7, d8, d9}, [%[p2]], %[c]\n\t"
         "ldr %[c], [%[R], #52]\n\t"
-        "ldr %[a], [%[R], #12]\n\t"
-        "ldr %[b], [%[R], #32]\n\t"
-        "vorr d7, d8, d8\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vst1.64 {d2, d3, d4, d5}, [%[B]:128]\n\t"
-        "add %[a], %[a], %[x]\n\t"
+        "vld2.8 {d2, d3}, [%[p1]], %[a]\n\t"
+        "ldr %[a], [%[R], #0]\n\t"
+        "vld2.8 {d4, d5}, [%[p1]], %[b]\n\t"
+        "ldr %[b], [%[R], #4]\n\t"
+        "vld1.8 {d12}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #8]\n\t"
         "vmovl.u8 q12, d2\n\t"
-        "add %[b], %[b], %[x]\n\t"
-        "vst1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vst1.64 {d2, d3, d4, d5}, [%[B]:128]\n\t"
         "vmovl.u8 q13, d3\n\t"
-        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "vorr d7, d8, d8\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[c]\n\t"
         "ldr %[c], [%[R], #56]\n\t"
-        "vld1.8 {d12}, [%[a]]\n\t"
+        "vmovl.u8 q14, d4\n\t"
+        "vst1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vmovl.u8 q15, d5\n\t"
+        "vld1.8 {d13}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #12]\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
+        "vabd.u8 d7, d7, d0\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
+        "vtbl.8 d1, {d18, d19}, d9\n\t"
+        "vtbl.8 d0, {d18, d19}, d8\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q2, d1, d3\n\t"
+        "vmull.u8 q5, d0, d2\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vrshrn.i16 d1, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
+        "vrshrn.i16 d0, q5, #8\n\t"
+        "vabd.u8 d4, d4, d13\n\t"
+        "vabd.u8 d5, d5, d13\n\t"
+        "vsub.i8 q4, q4, q0\n\t"
+        "vshr.u8 q5, q2, #%c[s]\n\t"
+        "vshl.i8 q2, q2, #%c[r8]\n\t"
+        "vtbl.8 d0, {d18, d19}, d10\n\t"
+        "vtbl.8 d1, {d18, d19}, d11\n\t"
+        "vtbl.8 d10, {d16, d17}, d10\n\t"
+        "vmull.u8 q1, d0, d4\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
+        "vrshrn.i16 d0, q1, #8\n\t"
+        "vmull.u8 q1, d1, d5\n\t"
+        "vrshrn.i16 d1, q1, #8\n\t"
+        "vsub.i8 q5, q5, q0\n\t"
+        "vmull.u8 q0, d10, d8\n\t"
+        "vmull.u8 q1, d11, d9\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q1, d5, d7\n\t"
+        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q1, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[c]\n\t"
+        "ldr %[c], [%[R], #60]\n\t"
+        "vld1.8 {d12}, [%[p0]], %[a]\n\t"
         "ldr %[a], [%[R], #16]\n\t"
         "vld1.64 {d2, d3}, [%[B]:128]\n\t"
-        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vmovl.u8 q14, d4\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vmovl.u8 q15, d5\n\t"
+        "vld1.8 {d13}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #20]\n\t"
         "vabd.u8 d2, d2, d12\n\t"
         "vabd.u8 d3, d3, d12\n\t"
         "vabd.u8 d6, d6, d0\n\t"
         "vabd.u8 d7, d7, d0\n\t"
-        "vld1.8 {d13}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #36]\n\t"
         "vshr.u8 q4, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
         "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
-        "add %[b], %[b], %[x]\n\t"
         "vtbl.8 d1, {d18, d19}, d9\n\t"
         "vtbl.8 d0, {d18, d19}, d8\n\t"
         "vtbl.8 d8, {d16, d17}, d8\n\t"
-        "vtbl.8 d9, {d16, d17}, d9\n\t"
         "vmull.u8 q2, d1, d3\n\t"
         "vmull.u8 q5, d0, d2\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
         "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
         "vrshrn.i16 d1, q2, #8\n\t"
         "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
@@ -969,8 +1046,8 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vtbl.8 d0, {d18, d19}, d10\n\t"
         "vtbl.8 d1, {d18, d19}, d11\n\t"
         "vtbl.8 d10, {d16, d17}, d10\n\t"
-        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vmull.u8 q1, d0, d4\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vrshrn.i16 d0, q1, #8\n\t"
         "vmull.u8 q1, d1, d5\n\t"
         "vrshrn.i16 d1, q1, #8\n\t"
@@ -991,87 +1068,27 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vmlal.u8 q13, d1, d12\n\t"
         "vmlal.u8 q14, d0, d13\n\t"
         "vmlal.u8 q15, d1, d13\n\t"
-        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #60]\n\t"
-        "vld1.8 {d12}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #20]\n\t"
-        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
-        "vld1.8 {d13}, [%[b]]\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vabd.u8 d6, d6, d0\n\t"
-        "ldr %[b], [%[R], #40]\n\t"
-        "vabd.u8 d2, d2, d12\n\t"
-        "vabd.u8 d3, d3, d12\n\t"
-        "vabd.u8 d7, d7, d0\n\t"
-        "add %[b], %[b], %[x]\n\t"
-        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
-        "vshr.u8 q4, q1, #%c[s]\n\t"
-        "vshl.i8 q1, q1, #%c[r8]\n\t"
-        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
-        "vtbl.8 d1, {d18, d19}, d9\n\t"
-        "vtbl.8 d0, {d18, d19}, d8\n\t"
-        "vtbl.8 d8, {d16, d17}, d8\n\t"
-        "vtbl.8 d9, {d16, d17}, d9\n\t"
-        "vmull.u8 q2, d1, d3\n\t"
-        "vmull.u8 q5, d0, d2\n\t"
-        "vrshrn.i16 d1, q2, #8\n\t"
-        "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
-        "vrshrn.i16 d0, q5, #8\n\t"
-        "vabd.u8 d4, d4, d13\n\t"
-        "vabd.u8 d5, d5, d13\n\t"
-        "vsub.i8 q4, q4, q0\n\t"
-        "vshr.u8 q5, q2, #%c[s]\n\t"
-        "vshl.i8 q2, q2, #%c[r8]\n\t"
-        "vtbl.8 d0, {d18, d19}, d10\n\t"
-        "vtbl.8 d1, {d18, d19}, d11\n\t"
-        "vtbl.8 d10, {d16, d17}, d10\n\t"
-        "vtbl.8 d11, {d16, d17}, d11\n\t"
-        "vmull.u8 q1, d0, d4\n\t"
-        "vrshrn.i16 d0, q1, #8\n\t"
-        "vmull.u8 q1, d1, d5\n\t"
-        "vrshrn.i16 d1, q1, #8\n\t"
-        "vsub.i8 q5, q5, q0\n\t"
-        "vmull.u8 q0, d10, d8\n\t"
-        "vmull.u8 q1, d11, d9\n\t"
-        "vshrn.i16 d4, q0, #8\n\t"
-        "vshrn.i16 d5, q1, #8\n\t"
-        "vmull.u8 q0, d4, d6\n\t"
-        "vmull.u8 q1, d5, d7\n\t"
-        "vld1.64 {d6, d7}, [%[B32]:128]\n\t"
-        "vshrn.i16 d4, q0, #8\n\t"
-        "vshrn.i16 d5, q1, #8\n\t"
-        "vshr.u8 q0, q2, #3\n\t"
-        "vsra.u8 q0, q2, #4\n\t"
-        "vadd.i8 q7, q7, q0\n\t"
-        "vmlal.u8 q12, d0, d12\n\t"
-        "vmlal.u8 q13, d1, d12\n\t"
-        "vmlal.u8 q14, d0, d13\n\t"
-        "vmlal.u8 q15, d1, d13\n\t"
-        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[c]\n\t"
         "ldr %[c], [%[R], #64]\n\t"
-        "vld1.8 {d12}, [%[a]]\n\t"
+        "vld1.8 {d12}, [%[p0]], %[a]\n\t"
         "ldr %[a], [%[R], #24]\n\t"
         "vld1.64 {d2, d3}, [%[B]:128]\n\t"
-        "vld1.8 {d13}, [%[b]]\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vabd.u8 d6, d6, d0\n\t"
-        "ldr %[b], [%[R], #44]\n\t"
+        "vld1.8 {d13}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #28]\n\t"
         "vabd.u8 d2, d2, d12\n\t"
         "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
         "vabd.u8 d7, d7, d0\n\t"
-        "add %[b], %[b], %[x]\n\t"
-        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
         "vshr.u8 q4, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
-        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
         "vtbl.8 d1, {d18, d19}, d9\n\t"
         "vtbl.8 d0, {d18, d19}, d8\n\t"
         "vtbl.8 d8, {d16, d17}, d8\n\t"
-        "vtbl.8 d9, {d16, d17}, d9\n\t"
         "vmull.u8 q2, d1, d3\n\t"
         "vmull.u8 q5, d0, d2\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
         "vrshrn.i16 d1, q2, #8\n\t"
         "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
         "vrshrn.i16 d0, q5, #8\n\t"
@@ -1083,8 +1100,8 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vtbl.8 d0, {d18, d19}, d10\n\t"
         "vtbl.8 d1, {d18, d19}, d11\n\t"
         "vtbl.8 d10, {d16, d17}, d10\n\t"
-        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vmull.u8 q1, d0, d4\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vrshrn.i16 d0, q1, #8\n\t"
         "vmull.u8 q1, d1, d5\n\t"
         "vrshrn.i16 d1, q1, #8\n\t"
@@ -1105,30 +1122,27 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vmlal.u8 q13, d1, d12\n\t"
         "vmlal.u8 q14, d0, d13\n\t"
         "vmlal.u8 q15, d1, d13\n\t"
-        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[c]\n\t"
         "ldr %[c], [%[R], #68]\n\t"
-        "vld1.8 {d12}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #28]\n\t"
+        "vld1.8 {d12}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #32]\n\t"
         "vld1.64 {d2, d3}, [%[B]:128]\n\t"
-        "vld1.8 {d13}, [%[b]]\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vabd.u8 d6, d6, d0\n\t"
-        "ldr %[b], [%[R], #48]\n\t"
+        "vld1.8 {d13}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #36]\n\t"
         "vabd.u8 d2, d2, d12\n\t"
         "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
         "vabd.u8 d7, d7, d0\n\t"
-        "add %[b], %[b], %[x]\n\t"
-        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
         "vshr.u8 q4, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
-        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
         "vtbl.8 d1, {d18, d19}, d9\n\t"
         "vtbl.8 d0, {d18, d19}, d8\n\t"
         "vtbl.8 d8, {d16, d17}, d8\n\t"
-        "vtbl.8 d9, {d16, d17}, d9\n\t"
         "vmull.u8 q2, d1, d3\n\t"
         "vmull.u8 q5, d0, d2\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
         "vrshrn.i16 d1, q2, #8\n\t"
         "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
         "vrshrn.i16 d0, q5, #8\n\t"
@@ -1140,8 +1154,8 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vtbl.8 d0, {d18, d19}, d10\n\t"
         "vtbl.8 d1, {d18, d19}, d11\n\t"
         "vtbl.8 d10, {d16, d17}, d10\n\t"
-        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vmull.u8 q1, d0, d4\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vrshrn.i16 d0, q1, #8\n\t"
         "vmull.u8 q1, d1, d5\n\t"
         "vrshrn.i16 d1, q1, #8\n\t"
@@ -1162,24 +1176,24 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vmlal.u8 q13, d1, d12\n\t"
         "vmlal.u8 q14, d0, d13\n\t"
         "vmlal.u8 q15, d1, d13\n\t"
-        "vld4.8 {d0, d1, d2, d3}, [%[c]]\n\t"
-        "vld1.8 {d12}, [%[a]]\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[c]\n\t"
+        "vld1.8 {d12}, [%[p0]], %[a]\n\t"
         "vld1.64 {d2, d3}, [%[B]:128]\n\t"
-        "vld1.8 {d13}, [%[b]]\n\t"
-        "vabd.u8 d6, d6, d0\n\t"
+        "vld1.8 {d13}, [%[p0]], %[b]\n\t"
         "vabd.u8 d2, d2, d12\n\t"
         "vabd.u8 d3, d3, d12\n\t"
+        "vabd.u8 d6, d6, d0\n\t"
         "vabd.u8 d7, d7, d0\n\t"
-        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
         "vshr.u8 q4, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
-        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
+        "vtbl.8 d6, {d20, d21, d22}, d6\n\t"
         "vtbl.8 d1, {d18, d19}, d9\n\t"
         "vtbl.8 d0, {d18, d19}, d8\n\t"
         "vtbl.8 d8, {d16, d17}, d8\n\t"
-        "vtbl.8 d9, {d16, d17}, d9\n\t"
         "vmull.u8 q2, d1, d3\n\t"
         "vmull.u8 q5, d0, d2\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vtbl.8 d7, {d20, d21, d22}, d7\n\t"
         "vrshrn.i16 d1, q2, #8\n\t"
         "vld1.64 {d4, d5}, [%[B16]:128]\n\t"
         "vrshrn.i16 d0, q5, #8\n\t"
@@ -1191,8 +1205,8 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vtbl.8 d0, {d18, d19}, d10\n\t"
         "vtbl.8 d1, {d18, d19}, d11\n\t"
         "vtbl.8 d10, {d16, d17}, d10\n\t"
-        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vmull.u8 q1, d0, d4\n\t"
+        "vtbl.8 d11, {d16, d17}, d11\n\t"
         "vrshrn.i16 d0, q1, #8\n\t"
         "vmull.u8 q1, d1, d5\n\t"
         "vrshrn.i16 d1, q1, #8\n\t"
@@ -1209,22 +1223,21 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vsra.u8 q0, q2, #4\n\t"
         "vmlal.u8 q12, d0, d12\n\t"
         "vmlal.u8 q13, d1, d12\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
         "vmlal.u8 q14, d0, d13\n\t"
         "vmlal.u8 q15, d1, d13\n\t"
-        "vadd.i8 q7, q7, q0\n\t"
         "vst1.64 {d14, d15}, [%[S]:128]!\n\t"
         "vst1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
         "vst1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
-        "add %[x], %[x], #8\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
-        : [R] "r"(rows), [B] "r"(b), [B16] "r"(b + 16), [B32] "r"(b + 32), [t] "r"(t.w),
-          [tl] "r"(t.lutLuma), [s] "i"(kShift), [r8] "i"(8 - kShift)
+        : [p0] "+r"(p0), [p1] "+r"(p1), [p2] "+r"(p2), [n] "+r"(k), [S] "+r"(sp),
+          [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(words), [B] "r"(b), [B16] "r"(b + 16), [B32] "r"(b + 32), [s] "i"(kShift),
+          [r8] "i"(8 - kShift)
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
           "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    x = hx;
     k = n;
     sp = sums;
     asm volatile(
@@ -1232,10 +1245,8 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
         "movw %[a], #0x2000\n\t"
         "movt %[a], #0x3f00\n\t"
-        "ldr %[b], [%[R], #76]\n\t"
         "vmovl.u8 q0, d14\n\t"
         "vmovl.u8 q1, d15\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
         "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
         "vmovl.u16 q2, d0\n\t"
         "vmovl.u16 q3, d1\n\t"
@@ -1302,6 +1313,7 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vmla.f32 q7, q6, q3\n\t"
         "vmovl.u16 q0, d30\n\t"
         "vmovl.u16 q6, d31\n\t"
+        "vst2.8 {d24, d25}, [%[o0]]!\n\t"
         "vcvt.f32.u32 q0, q0\n\t"
         "vcvt.f32.u32 q6, q6\n\t"
         "vcvt.u32.f32 q1, q1\n\t"
@@ -1310,27 +1322,22 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vmovn.i32 d29, q7\n\t"
         "vdup.32 q1, %[a]\n\t"
         "vdup.32 q7, %[a]\n\t"
-        "ldr %[a], [%[R], #72]\n\t"
         "vmovn.i16 d28, q14\n\t"
         "vmla.f32 q1, q0, q4\n\t"
         "vmla.f32 q7, q6, q5\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "vst2.8 {d24, d25}, [%[a]]\n\t"
         "vcvt.u32.f32 q1, q1\n\t"
         "vcvt.u32.f32 q7, q7\n\t"
         "vmovn.i32 d30, q1\n\t"
         "vmovn.i32 d31, q7\n\t"
         "vmovn.i16 d29, q15\n\t"
-        "vst2.8 {d28, d29}, [%[b]]\n\t"
-        "add %[x], %[x], #8\n\t"
+        "vst2.8 {d28, d29}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
-        : [R] "r"(rows)
+        : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
+        :
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc",
           "memory");
-    hx += 8 * n;
     count -= n;
   }
 }
@@ -2031,8 +2038,9 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
 // bytes. Registers: d16-d19 the weight and slope tables, q7 the weights,
 // q12-q15 the sums (U lanes 0-7, 8-15, V), q0-q6 and q10, q11 a tap's bytes
 // and steps; the centres are loaded again by each tap from a 16-byte
-// aligned buffer. Two loops per chunk of 16 steps, sums then means, as in
-// pass 3, each ordered by a list schedule (scripts/asmgen/chroma_pass2_armv7.py).
+// aligned buffer. Two pointers walk the rows a step loads from (walkWords).
+// Two loops per chunk of 16 steps, sums then means, as in pass 3, each
+// ordered by a list schedule (scripts/asmgen/chroma_pass2_armv7.py).
 struct Pass2Armv7Rows {
   const uint8_t* src[2];   // U, V centres: full-size row 2y                (+ 2 x)
   const uint8_t* luma[5];  // taken-out luma: up, left, centre, right, down (+ x)
@@ -2040,7 +2048,6 @@ struct Pass2Armv7Rows {
   const uint8_t* v[5];
   uint8_t* out[2];         // U, V outputs: half-size row y                 (+ x)
 };
-static_assert(sizeof(Pass2Armv7Rows) == 76, "offsets the assembly step uses");
 
 template <int kShift>
 void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, int32_t count) {
@@ -2048,45 +2055,51 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
   alignas(16) uint8_t centres[48];
   alignas(16) uint8_t sums[kChunk * 80];
   uint8_t* const b = centres;
-  const uint32_t w0 = t.w[0];
+  // The sums loop's record: the weight of a difference 0 (word 0's low
+  // byte, which the centre tap's luma weight is), the walks of the luma and
+  // the U and V taps and of the centres' U and V (the generator's chains),
+  // then the table.
+  const Pass2Armv7Rows& r = *rows;
+  uint32_t words[19];
+  words[0] = t.w[0];
+  uint32_t* w = walkWords(words + 1, {r.luma[2], r.u[0], r.v[0], r.luma[0], r.u[1], r.v[1], r.luma[1],
+                                  r.u[2], r.v[2], r.u[3], r.v[3], r.luma[3], r.u[4], r.v[4],
+                                  r.luma[4]}, 16);
+  w = walkWords(w, {r.src[0], r.src[1]}, 32);
+  w[0] = uint32_t(uintptr_t(t.w));
+  const uint8_t *p0 = r.luma[2] + x0, *p1 = r.src[0] + 2 * x0;
+  uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
   while (count > 0) {
     const int32_t n = count < kChunk ? count : kChunk;
-    int32_t x = x0, k = n;
+    int32_t k = n;
     uint8_t* sp = sums;
-    uint32_t sa, sb, sc;
+    uint32_t sa, sb, sc, sd;
     asm volatile(
-        "vld1.8 {d16-d19}, [%[t]]\n\t"
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]\n\t"
         "1:\n\t"
         "vmov.i8 q7, #1\n\t"
-        "ldr %[a], [%[R], #0]\n\t"
-        "ldr %[b], [%[R], #4]\n\t"
-        "ldr %[c], [%[R], #16]\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "vld2.8 {d0, d1, d2, d3}, [%[a]]\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
-        "vld2.8 {d4, d5, d6, d7}, [%[b]]\n\t"
-        "add %[c], %[c], %[x]\n\t"
-        "vld1.8 {d8, d9}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #8]\n\t"
+        "ldr %[a], [%[R], #64]\n\t"
+        "ldr %[b], [%[R], #68]\n\t"
+        "ldr %[c], [%[R], #4]\n\t"
+        "ldr %[d], [%[R], #8]\n\t"
+        "vld2.8 {d0, d1, d2, d3}, [%[p1]], %[a]\n\t"
+        "ldr %[a], [%[R], #12]\n\t"
+        "vld2.8 {d4, d5, d6, d7}, [%[p1]], %[b]\n\t"
+        "ldr %[b], [%[R], #16]\n\t"
+        "vld1.8 {d8, d9}, [%[p0]], %[c]\n\t"
+        "ldr %[c], [%[R], #20]\n\t"
+        "vld1.8 {d20, d21}, [%[p0]], %[d]\n\t"
+        "ldr %[d], [%[R], #24]\n\t"
+        "vld1.8 {d22, d23}, [%[p0]], %[a]\n\t"
         "ldr %[a], [%[R], #28]\n\t"
-        "ldr %[b], [%[R], #48]\n\t"
         "vst1.64 {d0, d1}, [%[B]:128]\n\t"
         "vst1.64 {d4, d5}, [%[B16]:128]\n\t"
-        "add %[c], %[c], %[x]\n\t"
         "vst1.64 {d8, d9}, [%[B32]:128]\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vld1.8 {d0, d1}, [%[c]]\n\t"
-        "add %[b], %[b], %[x]\n\t"
+        "vld1.8 {d0, d1}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #32]\n\t"
         "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
-        "ldr %[c], [%[R], #12]\n\t"
-        "vld1.8 {d20, d21}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #32]\n\t"
-        "vld1.8 {d22, d23}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #52]\n\t"
-        "add %[c], %[c], %[x]\n\t"
         "vabd.u8 q1, q1, q0\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "add %[b], %[b], %[x]\n\t"
         "vshr.u8 q2, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
         "vtbl.8 d6, {d18, d19}, d4\n\t"
@@ -2135,21 +2148,18 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshr.u8 q0, q1, #3\n\t"
         "vsra.u8 q0, q1, #4\n\t"
         "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
-        "vadd.i8 q7, q7, q0\n\t"
         "vmull.u8 q12, d0, d20\n\t"
         "vmull.u8 q13, d1, d21\n\t"
+        "vld1.8 {d20, d21}, [%[p0]], %[c]\n\t"
+        "ldr %[c], [%[R], #36]\n\t"
         "vmull.u8 q14, d0, d22\n\t"
         "vmull.u8 q15, d1, d23\n\t"
-        "vld1.8 {d0, d1}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #40]\n\t"
-        "vld1.8 {d20, d21}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #36]\n\t"
-        "vld1.8 {d22, d23}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #56]\n\t"
-        "add %[c], %[c], %[x]\n\t"
+        "vld1.8 {d22, d23}, [%[p0]], %[d]\n\t"
+        "ldr %[d], [%[R], #40]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vld1.8 {d0, d1}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #44]\n\t"
         "vabd.u8 q1, q1, q0\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "add %[b], %[b], %[x]\n\t"
         "vshr.u8 q2, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
         "vtbl.8 d6, {d18, d19}, d4\n\t"
@@ -2193,7 +2203,7 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshrn.i16 d3, q6, #8\n\t"
         "vmull.u8 q5, d2, d4\n\t"
         "vmull.u8 q6, d3, d5\n\t"
-        "vdup.8 q2, %[w0]\n\t"
+        "vld1.8 {d4[], d5[]}, [%[R]]\n\t"
         "vshrn.i16 d2, q5, #8\n\t"
         "vshrn.i16 d3, q6, #8\n\t"
         "vshr.u8 q0, q1, #3\n\t"
@@ -2201,66 +2211,60 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vld1.64 {d2, d3}, [%[B]:128]\n\t"
         "vmlal.u8 q12, d0, d20\n\t"
         "vmlal.u8 q13, d1, d21\n\t"
-        "vld1.8 {d20, d21}, [%[a]]\n\t"
+        "vld1.8 {d20, d21}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #48]\n\t"
+        "vmlal.u8 q14, d0, d22\n\t"
+        "vmlal.u8 q15, d1, d23\n\t"
+        "vld1.8 {d22, d23}, [%[p0]], %[c]\n\t"
+        "ldr %[c], [%[R], #52]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vabd.u8 q1, q1, q10\n\t"
+        "vshr.u8 q3, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d8, {d18, d19}, d6\n\t"
+        "vtbl.8 d9, {d18, d19}, d7\n\t"
+        "vtbl.8 d6, {d16, d17}, d6\n\t"
+        "vmull.u8 q5, d8, d2\n\t"
+        "vmull.u8 q6, d9, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vtbl.8 d7, {d16, d17}, d7\n\t"
+        "vrshrn.i16 d8, q5, #8\n\t"
+        "vrshrn.i16 d9, q6, #8\n\t"
+        "vabd.u8 q1, q1, q11\n\t"
+        "vsub.i8 q3, q3, q4\n\t"
+        "vshr.u8 q4, q1, #%c[s]\n\t"
+        "vshl.i8 q1, q1, #%c[r8]\n\t"
+        "vtbl.8 d10, {d18, d19}, d8\n\t"
+        "vtbl.8 d11, {d18, d19}, d9\n\t"
+        "vtbl.8 d8, {d16, d17}, d8\n\t"
+        "vmull.u8 q6, d10, d2\n\t"
+        "vmull.u8 q0, d11, d3\n\t"
+        "vtbl.8 d9, {d16, d17}, d9\n\t"
+        "vrshrn.i16 d10, q6, #8\n\t"
+        "vrshrn.i16 d11, q0, #8\n\t"
+        "vsub.i8 q4, q4, q5\n\t"
+        "vmull.u8 q5, d8, d6\n\t"
+        "vmull.u8 q6, d9, d7\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vmull.u8 q5, d2, d4\n\t"
+        "vmull.u8 q6, d3, d5\n\t"
+        "vshrn.i16 d2, q5, #8\n\t"
+        "vshrn.i16 d3, q6, #8\n\t"
+        "vshr.u8 q0, q1, #3\n\t"
+        "vsra.u8 q0, q1, #4\n\t"
+        "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
+        "vmlal.u8 q12, d0, d20\n\t"
+        "vmlal.u8 q13, d1, d21\n\t"
+        "vld1.8 {d20, d21}, [%[p0]], %[d]\n\t"
+        "ldr %[d], [%[R], #56]\n\t"
+        "vmlal.u8 q14, d0, d22\n\t"
+        "vmlal.u8 q15, d1, d23\n\t"
+        "vld1.8 {d22, d23}, [%[p0]], %[a]\n\t"
         "ldr %[a], [%[R], #60]\n\t"
-        "vmlal.u8 q14, d0, d22\n\t"
-        "vmlal.u8 q15, d1, d23\n\t"
-        "vld1.8 {d22, d23}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #20]\n\t"
         "vadd.i8 q7, q7, q0\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vabd.u8 q1, q1, q10\n\t"
-        "add %[b], %[b], %[x]\n\t"
-        "vshr.u8 q3, q1, #%c[s]\n\t"
-        "vshl.i8 q1, q1, #%c[r8]\n\t"
-        "vtbl.8 d8, {d18, d19}, d6\n\t"
-        "vtbl.8 d9, {d18, d19}, d7\n\t"
-        "vtbl.8 d6, {d16, d17}, d6\n\t"
-        "vmull.u8 q5, d8, d2\n\t"
-        "vmull.u8 q6, d9, d3\n\t"
-        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
-        "vtbl.8 d7, {d16, d17}, d7\n\t"
-        "vrshrn.i16 d8, q5, #8\n\t"
-        "vrshrn.i16 d9, q6, #8\n\t"
-        "vabd.u8 q1, q1, q11\n\t"
-        "vsub.i8 q3, q3, q4\n\t"
-        "vshr.u8 q4, q1, #%c[s]\n\t"
-        "vshl.i8 q1, q1, #%c[r8]\n\t"
-        "vtbl.8 d10, {d18, d19}, d8\n\t"
-        "vtbl.8 d11, {d18, d19}, d9\n\t"
-        "vtbl.8 d8, {d16, d17}, d8\n\t"
-        "vmull.u8 q6, d10, d2\n\t"
-        "vmull.u8 q0, d11, d3\n\t"
-        "vtbl.8 d9, {d16, d17}, d9\n\t"
-        "vrshrn.i16 d10, q6, #8\n\t"
-        "vrshrn.i16 d11, q0, #8\n\t"
-        "vsub.i8 q4, q4, q5\n\t"
-        "vmull.u8 q5, d8, d6\n\t"
-        "vmull.u8 q6, d9, d7\n\t"
-        "vshrn.i16 d2, q5, #8\n\t"
-        "vshrn.i16 d3, q6, #8\n\t"
-        "vmull.u8 q5, d2, d4\n\t"
-        "vmull.u8 q6, d3, d5\n\t"
-        "vshrn.i16 d2, q5, #8\n\t"
-        "vshrn.i16 d3, q6, #8\n\t"
-        "vshr.u8 q0, q1, #3\n\t"
-        "vsra.u8 q0, q1, #4\n\t"
-        "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
-        "vadd.i8 q7, q7, q0\n\t"
-        "vmlal.u8 q12, d0, d20\n\t"
-        "vmlal.u8 q13, d1, d21\n\t"
-        "vmlal.u8 q14, d0, d22\n\t"
-        "vmlal.u8 q15, d1, d23\n\t"
-        "vld1.8 {d0, d1}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #24]\n\t"
-        "vld1.8 {d20, d21}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #44]\n\t"
-        "vld1.8 {d22, d23}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #64]\n\t"
-        "add %[b], %[b], %[x]\n\t"
+        "vld1.8 {d0, d1}, [%[p0]], %[b]\n\t"
         "vabd.u8 q1, q1, q0\n\t"
-        "add %[c], %[c], %[x]\n\t"
-        "add %[a], %[a], %[x]\n\t"
         "vshr.u8 q2, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
         "vtbl.8 d6, {d18, d19}, d4\n\t"
@@ -2309,14 +2313,14 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshr.u8 q0, q1, #3\n\t"
         "vsra.u8 q0, q1, #4\n\t"
         "vld1.64 {d2, d3}, [%[B32]:128]\n\t"
-        "vadd.i8 q7, q7, q0\n\t"
         "vmlal.u8 q12, d0, d20\n\t"
         "vmlal.u8 q13, d1, d21\n\t"
+        "vld1.8 {d20, d21}, [%[p0]], %[c]\n\t"
         "vmlal.u8 q14, d0, d22\n\t"
         "vmlal.u8 q15, d1, d23\n\t"
-        "vld1.8 {d0, d1}, [%[b]]\n\t"
-        "vld1.8 {d20, d21}, [%[c]]\n\t"
-        "vld1.8 {d22, d23}, [%[a]]\n\t"
+        "vld1.8 {d22, d23}, [%[p0]], %[d]\n\t"
+        "vadd.i8 q7, q7, q0\n\t"
+        "vld1.8 {d0, d1}, [%[p0]], %[a]\n\t"
         "vabd.u8 q1, q1, q0\n\t"
         "vshr.u8 q2, q1, #%c[s]\n\t"
         "vshl.i8 q1, q1, #%c[r8]\n\t"
@@ -2373,16 +2377,15 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vst1.64 {d14, d15}, [%[S]:128]!\n\t"
         "vst1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
         "vst1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
-        "add %[x], %[x], #16\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
-        : [R] "r"(rows), [B] "r"(b), [B16] "r"(b + 16), [B32] "r"(b + 32), [t] "r"(t.w),
-          [w0] "r"(w0), [s] "i"(kShift), [r8] "i"(8 - kShift)
+        : [p0] "+r"(p0), [p1] "+r"(p1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb),
+          [c] "=&r"(sc), [d] "=&r"(sd)
+        : [R] "r"(words), [B] "r"(b), [B16] "r"(b + 16), [B32] "r"(b + 32), [s] "i"(kShift),
+          [r8] "i"(8 - kShift)
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
           "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    x = x0;
     k = n;
     sp = sums;
     asm volatile(
@@ -2390,10 +2393,8 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
         "movw %[a], #0x2000\n\t"
         "movt %[a], #0x3f00\n\t"
-        "ldr %[b], [%[R], #72]\n\t"
         "vmovl.u8 q0, d14\n\t"
         "vmovl.u8 q1, d15\n\t"
-        "add %[b], %[b], %[x]\n\t"
         "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
         "vmovl.u16 q2, d0\n\t"
         "vmovl.u16 q3, d1\n\t"
@@ -2460,6 +2461,7 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vmla.f32 q7, q6, q3\n\t"
         "vmovl.u16 q0, d30\n\t"
         "vmovl.u16 q6, d31\n\t"
+        "vst1.8 {d24, d25}, [%[o0]]!\n\t"
         "vcvt.f32.u32 q0, q0\n\t"
         "vcvt.f32.u32 q6, q6\n\t"
         "vcvt.u32.f32 q1, q1\n\t"
@@ -2468,27 +2470,22 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vmovn.i32 d29, q7\n\t"
         "vdup.32 q1, %[a]\n\t"
         "vdup.32 q7, %[a]\n\t"
-        "ldr %[a], [%[R], #68]\n\t"
         "vmovn.i16 d28, q14\n\t"
         "vmla.f32 q1, q0, q4\n\t"
         "vmla.f32 q7, q6, q5\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vst1.8 {d24, d25}, [%[a]]\n\t"
         "vcvt.u32.f32 q1, q1\n\t"
         "vcvt.u32.f32 q7, q7\n\t"
         "vmovn.i32 d30, q1\n\t"
         "vmovn.i32 d31, q7\n\t"
         "vmovn.i16 d29, q15\n\t"
-        "vst1.8 {d28, d29}, [%[b]]\n\t"
-        "add %[x], %[x], #16\n\t"
+        "vst1.8 {d28, d29}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
-        : [R] "r"(rows)
+        : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
+        :
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc",
           "memory");
-    x0 += 16 * n;
     count -= n;
   }
 }
@@ -2502,23 +2499,33 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
 // Registers: d16-d19 the weight and slope tables, d20 and d21 the block's
 // and far taps' weights, q11 and q12 the block's U and V sums, q13 and q14
 // the far taps', q15 the centres' U and V, d15 their luma, q0-q6 and d14 a
-// tap's bytes and steps. Two loops per chunk of 16 steps, sums then means
+// tap's bytes and steps; two pointers walk the rows a step loads from
+// (walkWords). Two loops per chunk of 16 steps, sums then means
 // (scripts/asmgen/chroma_pass1_armv7.py).
 struct Pass1Armv7Rows {
   const uint8_t* block[6];  // U, V rows Y and Y + 1 (+ 2 x), luma rows 2Y, 2Y + 2 (+ 4 x)
   const uint8_t* far[12];   // up, left, right, down: U, V (+ 2 x) and luma (+ 4 x) each
   uint8_t* out[2];          // U, V outputs: half-size row y (+ x)
 };
-static_assert(sizeof(Pass1Armv7Rows) == 80, "offsets the assembly step uses");
 
 template <int kShift>
 void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, int32_t count) {
   constexpr int32_t kChunk = 16;
   alignas(16) uint8_t sums[kChunk * 80];
   const uint32_t cw = t.centreWeight, cw1 = 1u + t.centreWeight;
+  // The sums loop's record: the walks of the U and V rows and of the luma
+  // rows (the generator's chains).
+  const Pass1Armv7Rows& r = *rows;
+  const uint8_t* const* f = r.far;
+  uint32_t words[18];
+  walkWords(walkWords(words, {r.block[0], r.block[1], r.block[2], r.block[3], f[0], f[1], f[3],
+                              f[4], f[6], f[7], f[9], f[10]}, 16),
+            {r.block[4], r.block[5], f[2], f[5], f[8], f[11]}, 32);
+  const uint8_t *p0 = r.block[0] + 2 * x0, *p1 = r.block[4] + 4 * x0;
+  uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
   while (count > 0) {
     const int32_t n = count < kChunk ? count : kChunk;
-    int32_t x = x0, k = n;
+    int32_t k = n;
     uint8_t* sp = sums;
     uint32_t sa, sb, sc;
     asm volatile(
@@ -2529,20 +2536,14 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vdup.8 d20, %[cw1]\n\t"
         "ldr %[b], [%[R], #4]\n\t"
         "vmov.i8 d21, #0\n\t"
-        "ldr %[c], [%[R], #16]\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "vld2.8 {d0, d2}, [%[a]]\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
-        "vld2.8 {d1, d3}, [%[b]]\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "ldr %[c], [%[R], #48]\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[a]\n\t"
         "ldr %[a], [%[R], #8]\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
         "ldr %[b], [%[R], #12]\n\t"
-        "ldr %[c], [%[R], #20]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[c]\n\t"
+        "ldr %[c], [%[R], #52]\n\t"
         "vorr q15, q0, q0\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
         "vabd.u8 q2, q15, q1\n\t"
         "vmull.u8 q11, d30, d12\n\t"
         "vorr d15, d8, d8\n\t"
@@ -2573,20 +2574,17 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshrn.i16 d8, q5, #8\n\t"
         "vshr.u8 d4, d8, #3\n\t"
         "vsra.u8 d4, d8, #4\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #32]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[c]\n\t"
+        "ldr %[c], [%[R], #56]\n\t"
         "vmlal.u8 q11, d4, d2\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #16]\n\t"
         "vmlal.u8 q12, d4, d3\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vld2.8 {d0, d2}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #24]\n\t"
-        "vld2.8 {d1, d3}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #28]\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #20]\n\t"
         "vadd.i8 d20, d20, d4\n\t"
         "vorr d13, d8, d8\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
         "vorr d14, d10, d10\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
         "vabd.u8 q2, q15, q0\n\t"
         "vshr.u8 q3, q2, #%c[s]\n\t"
         "vshl.i8 q2, q2, #%c[r8]\n\t"
@@ -2642,19 +2640,16 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshrn.i16 d8, q5, #8\n\t"
         "vshr.u8 d4, d8, #3\n\t"
         "vsra.u8 d4, d8, #4\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #44]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[c]\n\t"
+        "ldr %[c], [%[R], #60]\n\t"
         "vmlal.u8 q11, d4, d2\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #24]\n\t"
         "vmlal.u8 q12, d4, d3\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vld2.8 {d0, d2}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #36]\n\t"
-        "vld2.8 {d1, d3}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #40]\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #28]\n\t"
         "vadd.i8 d20, d20, d4\n\t"
         "vorr d14, d8, d8\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
         "vabd.u8 q2, q15, q0\n\t"
         "vshr.u8 q3, q2, #%c[s]\n\t"
         "vshl.i8 q2, q2, #%c[r8]\n\t"
@@ -2681,19 +2676,16 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshrn.i16 d8, q5, #8\n\t"
         "vshr.u8 d4, d8, #3\n\t"
         "vsra.u8 d4, d8, #4\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
-        "ldr %[c], [%[R], #56]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[c]\n\t"
+        "ldr %[c], [%[R], #64]\n\t"
         "vmull.u8 q13, d4, d0\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #32]\n\t"
         "vmull.u8 q14, d4, d1\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vld2.8 {d0, d2}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #48]\n\t"
-        "vld2.8 {d1, d3}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #52]\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #36]\n\t"
         "vadd.i8 d21, d21, d4\n\t"
         "vorr d14, d8, d8\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
         "vabd.u8 q2, q15, q0\n\t"
         "vshr.u8 q3, q2, #%c[s]\n\t"
         "vshl.i8 q2, q2, #%c[r8]\n\t"
@@ -2720,19 +2712,16 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshrn.i16 d8, q5, #8\n\t"
         "vshr.u8 d4, d8, #3\n\t"
         "vsra.u8 d4, d8, #4\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[c]\n\t"
         "ldr %[c], [%[R], #68]\n\t"
         "vmlal.u8 q13, d4, d0\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #40]\n\t"
         "vmlal.u8 q14, d4, d1\n\t"
-        "add %[c], %[c], %[x], lsl #2\n\t"
-        "vld2.8 {d0, d2}, [%[a]]\n\t"
-        "ldr %[a], [%[R], #60]\n\t"
-        "vld2.8 {d1, d3}, [%[b]]\n\t"
-        "ldr %[b], [%[R], #64]\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #44]\n\t"
         "vadd.i8 d21, d21, d4\n\t"
         "vorr d14, d8, d8\n\t"
-        "add %[a], %[a], %[x], lsl #1\n\t"
-        "add %[b], %[b], %[x], lsl #1\n\t"
         "vabd.u8 q2, q15, q0\n\t"
         "vshr.u8 q3, q2, #%c[s]\n\t"
         "vshl.i8 q2, q2, #%c[r8]\n\t"
@@ -2759,11 +2748,11 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vshrn.i16 d8, q5, #8\n\t"
         "vshr.u8 d4, d8, #3\n\t"
         "vsra.u8 d4, d8, #4\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[c]]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[c]\n\t"
         "vmlal.u8 q13, d4, d0\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[a]\n\t"
         "vmlal.u8 q14, d4, d1\n\t"
-        "vld2.8 {d0, d2}, [%[a]]\n\t"
-        "vld2.8 {d1, d3}, [%[b]]\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
         "vadd.i8 d21, d21, d4\n\t"
         "vorr d14, d8, d8\n\t"
         "vabd.u8 q2, q15, q0\n\t"
@@ -2798,16 +2787,15 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vst1.64 {d20, d21}, [%[S]:128]!\n\t"
         "vst1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
         "vst1.64 {d26, d27, d28, d29}, [%[S]:128]!\n\t"
-        "add %[x], %[x], #8\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
-        : [R] "r"(rows), [t] "r"(t.w), [cw] "r"(cw), [cw1] "r"(cw1), [s] "i"(kShift),
+        : [p0] "+r"(p0), [p1] "+r"(p1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb),
+          [c] "=&r"(sc)
+        : [R] "r"(words), [t] "r"(t.w), [cw] "r"(cw), [cw1] "r"(cw1), [s] "i"(kShift),
           [r8] "i"(8 - kShift)
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
           "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    x = x0;
     k = n;
     sp = sums;
     asm volatile(
@@ -2815,10 +2803,8 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vld1.64 {d20, d21}, [%[S]:128]!\n\t"
         "movw %[a], #0x2000\n\t"
         "movt %[a], #0x3f00\n\t"
-        "ldr %[b], [%[R], #76]\n\t"
         "vaddl.u8 q0, d20, d21\n\t"
         "vld1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
-        "add %[b], %[b], %[x]\n\t"
         "vmovl.u16 q1, d0\n\t"
         "vmovl.u16 q2, d1\n\t"
         "vcvt.f32.u32 q1, q1\n\t"
@@ -2852,27 +2838,23 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vmovn.i32 d17, q6\n\t"
         "vdup.32 q5, %[a]\n\t"
         "vdup.32 q6, %[a]\n\t"
-        "ldr %[a], [%[R], #72]\n\t"
         "vmovn.i16 d16, q8\n\t"
         "vmla.f32 q5, q3, q1\n\t"
         "vmla.f32 q6, q4, q2\n\t"
-        "add %[a], %[a], %[x]\n\t"
-        "vst1.8 {d16}, [%[a]]\n\t"
+        "vst1.8 {d16}, [%[o0]]!\n\t"
         "vcvt.u32.f32 q5, q5\n\t"
         "vcvt.u32.f32 q6, q6\n\t"
         "vmovn.i32 d18, q5\n\t"
         "vmovn.i32 d19, q6\n\t"
         "vmovn.i16 d18, q9\n\t"
-        "vst1.8 {d18}, [%[b]]\n\t"
-        "add %[x], %[x], #8\n\t"
+        "vst1.8 {d18}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [x] "+r"(x), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
-        : [R] "r"(rows)
+        : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
+        :
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
           "d27", "d28", "d29", "cc", "memory");
-    x0 += 8 * n;
     count -= n;
   }
 }
