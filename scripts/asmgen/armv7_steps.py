@@ -44,9 +44,30 @@ def reciprocal(q, t0, t1):
     n(f"vmul.f32 q{q}, q{t0}, q{t1}")
 
 
-def means16():
+def scaledReciprocal(q, k, t0, t1):
+    """q = (1 + 2^-20) / q for the means (q{k} holds 1 + 2^-20): the refined reciprocal, above
+    1 / q by a relative 2^-20 less its error (below 2^-21), so that twice sum times it, truncated,
+    is floor(2 sum / q) for every sum <= 255 q, q <= 369 (an exhaustive check in the kernel
+    checks holds the means to that)."""
+    reciprocal(q, t0, t1)
+    n(f"vmul.f32 q{q}, q{q}, q{k}")
+
+
+def mean4(d, r, t):
+    """The means floor(sum / weight + 1 / 2) of the four u16 sums in d{d}, from the scaled
+    reciprocals in q{r}, narrowed into d{d} (q{t} scratch): m = trunc(2 sum r), the mean
+    (m + 1) >> 1."""
+    n(f"vmovl.u16 q{t}, {d}")
+    n(f"vcvt.f32.u32 q{t}, q{t}")
+    n(f"vmul.f32 q{t}, q{t}, q{r}")
+    n(f"vcvt.u32.f32 q{t}, q{t}, #1")
+    n(f"vrshrn.i32 {d}, q{t}, #1")
+
+
+def means16(k):
     """The means loop's step of 16 outputs: weights d14 d15 (u8), sums q12 q13 (U) and q14 q15
-    (V) from the sums buffer; leaves the means in d24 d25 (U) and d28 d29 (V)."""
+    (V) from the sums buffer; leaves the means in d24 d25 (U) and d28 d29 (V). q{k} holds
+    1 + 2^-20 in every lane (see scaledReciprocal)."""
     n("vld1.64 {d14, d15}, [RS:128]!")
     n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
@@ -56,20 +77,12 @@ def means16():
         n(f"vcvt.f32.u32 q{q}, q{q}")
     tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
     for q in (2, 3, 4, 5):
-        reciprocal(q, *tmp[q])
-    s("movw Ra, #0x2000")
-    s("movt Ra, #0x3f00")
+        scaledReciprocal(q, k, *tmp[q])
     # U: sums q12 (d24 lanes 0-3, d25 lanes 4-7), q13; V: q14, q15; reciprocals of lanes 0-3:
     # q2, 4-7: q3, 8-11: q4, 12-15: q5
     quads = [("d24", 2), ("d25", 3), ("d26", 4), ("d27", 5), ("d28", 2), ("d29", 3), ("d30", 4), ("d31", 5)]
-    pairs = [(0, 1), (6, 7)]
+    temps = (0, 1, 6, 7, 9, 10, 11)
     for i, (d, r) in enumerate(quads):
-        t, b = pairs[i % 2]
-        n(f"vmovl.u16 q{t}, {d}")
-        n(f"vcvt.f32.u32 q{t}, q{t}")
-        n(f"vdup.32 q{b}, Ra")
-        n(f"vmla.f32 q{b}, q{t}, q{r}")
-        n(f"vcvt.u32.f32 q{b}, q{b}")
-        n(f"vmovn.i32 {d}, q{b}")
+        mean4(d, r, temps[i % len(temps)])
     n("vmovn.i16 d24, q12"); n("vmovn.i16 d25, q13")
     n("vmovn.i16 d28, q14"); n("vmovn.i16 d29, q15")

@@ -78,7 +78,7 @@ if PART == "A":
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
 else:
-    means16()
+    means16(8)
     n("vst1.8 {d24, d25}, [RO0]!")
     n("vst1.8 {d28, d29}, [RO1]!")
 

@@ -1,12 +1,14 @@
 // check_chroma.cpp - chroma noise reduction kernels of every instruction-set
 // level against the scalar reference, byte for byte, outputs framed by
 // sentinels and inputs ending at an inaccessible page.
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <vector>
 
 #include "filters/chroma_dsp.h"
 #include "filters/chroma_nr.h"
+#include "filters/recip_estimate.h"
 #include "kernels/check_util.h"
 #include "runtime/cpu.h"
 
@@ -286,6 +288,33 @@ TEST(ChromaMean, VectorMeansMatchOverTheReachablePairs) {
         }
       });
   if (visited == 0) GTEST_SKIP() << "no level has means of its own";
+}
+
+// The armv7 means' arithmetic, emulated, over the same pairs: the reciprocal
+// estimate refined twice, scaled by 1 + 2^-20, m = trunc(2 sum r), the mean
+// (m + 1) >> 1. The qemu runs hold the NEON code to the reference with one
+// form of the refinement step: ARMv7's vrecps rounds the product before
+// subtracting it from 2, ARMv8's (the armeabi-v7a code on 64-bit cores)
+// fuses the two. Both forms must give the reference's means.
+TEST(ChromaMean, Armv7ReciprocalMeansHoldForBothRefinementSteps) {
+  for (int fused = 0; fused < 2; ++fused) {
+    for (uint32_t weight = 1; weight <= 1 + 8 * 46; ++weight) {
+      const float w = float(weight);
+      volatile float r = kqRecipEstimate(w);
+      for (int i = 0; i < 2; ++i) {
+        volatile float product = w * r;  // volatile: no contraction into a fused step
+        const float step = fused ? std::fma(-w, float(r), 2.0f) : 2.0f - product;
+        r = r * step;
+      }
+      volatile float scaled = r * (1.0f + 1.0f / 1048576.0f);
+      for (uint32_t sum = 0; sum <= 255 * weight; ++sum) {
+        volatile float twice = float(sum) * scaled * 2.0f;  // the doubling is exact
+        const uint32_t mean = (uint32_t(twice) + 1) >> 1;
+        ASSERT_EQ(int(kqChromaMean(int32_t(sum), int32_t(weight))), int(mean))
+            << "sum " << sum << " weight " << weight << (fused ? " fused" : " separate");
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -113,10 +113,16 @@ Tables loadTables(const KQChromaPassContext* c) {
 // from every half other than its own, so an error smaller than that cannot
 // move it across one:
 //  - armv7, without a vector division, refines the reciprocal estimate twice
-//    (r within a relative 2^-21 of 1 / weight) and truncates
-//    sum * r + (0.5 + 2^-11): the product is within 2^-13 of sum / weight, so
-//    the bias keeps a whole result above its integer and 2^-11 + 2^-13 stays
-//    below 1 / (2 weight);
+//    (within a relative 2^-21 of 1 / weight) and scales it by 1 + 2^-20, so
+//    that r lies above 1 / weight, by less than a relative 2^-19; then
+//    m = trunc(2 sum r) is floor(2 sum / weight) (a whole 2 sum / weight is
+//    not undershot, and the next whole number lies at least 1 / weight
+//    above, far more than 2 sum / weight * 2^-19 for sum < 2^17), and the
+//    mean is (m + 1) >> 1, a rounding narrowing shift (vcvt to fixed point
+//    with one fraction bit doubles without rounding). Both forms of vrecps
+//    (the separate multiply of ARMv7 and ARMv8's fused one) give the same
+//    means for every weight up to 369 and sum up to 255 times it; the kernel
+//    checks hold the means to the reference over all of them;
 //  - aarch64 divides once for r = (1 + 2^-19) / weight and rounds the product
 //    to the nearest integer: sum * r lies above sum / weight by a relative
 //    2^-19 less the rounding errors (2^-23), so a quotient with a half rounds
@@ -134,20 +140,25 @@ KQ_INLINE float32x4_t reciprocal(float32x4_t w) {
 #else
   float32x4_t r = vrecpeq_f32(w);
   r = vmulq_f32(vrecpsq_f32(w, r), r);
-  return vmulq_f32(vrecpsq_f32(w, r), r);
+  r = vmulq_f32(vrecpsq_f32(w, r), r);
+  // 1 + 2^-20 (0x3F800008; the assembly loops build it so).
+  return vmulq_f32(r, vdupq_n_f32(1.0f + 1.0f / 1048576.0f));
 #endif
 }
 
-KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
 #if defined(__aarch64__)
+KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
   return vcvtnq_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r));
-#else
-  // vmla.f32 rounds the product before the add (it is not fused): the same
-  // two roundings as a multiply and an add.
-  const float32x4_t bias = vdupq_n_f32(0.5f + 1.0f / 2048.0f);
-  return vcvtq_u32_f32(vmlaq_f32(bias, vcvtq_f32_u32(sum), r));
-#endif
 }
+#else
+// trunc(2 sum r): twice the mean, less one if the mean has a half or more.
+KQ_INLINE uint32x4_t meanTwice(uint32x4_t sum, float32x4_t r) {
+  return vcvtq_n_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r), 1);
+}
+KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
+  return vrshrq_n_u32(meanTwice(sum, r), 1);
+}
+#endif
 
 // Reciprocals of 8 weights (u16), lanes 0..3 and 4..7.
 struct Recip8 {
@@ -158,18 +169,15 @@ KQ_INLINE Recip8 recip8(uint16x8_t w) {
                 reciprocal(vcvtq_f32_u32(vmovl_u16(vget_high_u16(w))))};
 }
 
-// The low halves of 32-bit (16-bit) values that fit them.
-KQ_INLINE uint16x8_t narrow32(uint32x4_t lo, uint32x4_t hi) {
-#if defined(__aarch64__)
-  return vuzp1q_u16(vreinterpretq_u16_u32(lo), vreinterpretq_u16_u32(hi));
-#else
-  return vcombine_u16(vmovn_u32(lo), vmovn_u32(hi));
-#endif
-}
-
 // Means of 8 lanes: 32-bit sums, or 16-bit ones.
 KQ_INLINE uint16x8_t mean8(uint32x4_t sumLo, uint32x4_t sumHi, const Recip8& r) {
-  return narrow32(meanQuad(sumLo, r.lo), meanQuad(sumHi, r.hi));
+#if defined(__aarch64__)
+  return vuzp1q_u16(vreinterpretq_u16_u32(meanQuad(sumLo, r.lo)),
+                    vreinterpretq_u16_u32(meanQuad(sumHi, r.hi)));
+#else
+  return vcombine_u16(vrshrn_n_u32(meanTwice(sumLo, r.lo), 1),
+                      vrshrn_n_u32(meanTwice(sumHi, r.hi), 1));
+#endif
 }
 KQ_INLINE uint16x8_t mean8(uint16x8_t sum, const Recip8& r) {
   return mean8(vmovl_u16(vget_low_u16(sum)), vmovl_u16(vget_high_u16(sum)), r);
@@ -1241,10 +1249,11 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
     k = n;
     sp = sums;
     asm volatile(
+        "movw %[a], #0x0008\n\t"
+        "movt %[a], #0x3f80\n\t"
+        "vdup.32 q8, %[a]\n\t"
         "1:\n\t"
         "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
-        "movw %[a], #0x2000\n\t"
-        "movt %[a], #0x3f00\n\t"
         "vmovl.u8 q0, d14\n\t"
         "vmovl.u8 q1, d15\n\t"
         "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
@@ -1252,92 +1261,88 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         "vmovl.u16 q3, d1\n\t"
         "vmovl.u16 q4, d2\n\t"
         "vcvt.f32.u32 q2, q2\n\t"
-        "vcvt.f32.u32 q3, q3\n\t"
         "vmovl.u16 q5, d3\n\t"
+        "vcvt.f32.u32 q3, q3\n\t"
         "vcvt.f32.u32 q4, q4\n\t"
-        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
-        "vrecpe.f32 q0, q2\n\t"
-        "vrecpe.f32 q6, q3\n\t"
         "vcvt.f32.u32 q5, q5\n\t"
+        "vrecpe.f32 q0, q2\n\t"
+        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "vrecpe.f32 q6, q3\n\t"
         "vrecps.f32 q1, q2, q0\n\t"
+        "vmovl.u16 q9, d28\n\t"
         "vrecps.f32 q7, q3, q6\n\t"
+        "vmovl.u16 q10, d29\n\t"
+        "vmovl.u16 q11, d30\n\t"
         "vmul.f32 q0, q0, q1\n\t"
+        "vcvt.f32.u32 q9, q9\n\t"
         "vmul.f32 q6, q6, q7\n\t"
+        "vcvt.f32.u32 q10, q10\n\t"
+        "vcvt.f32.u32 q11, q11\n\t"
         "vrecps.f32 q1, q2, q0\n\t"
         "vrecps.f32 q7, q3, q6\n\t"
         "vmul.f32 q2, q0, q1\n\t"
-        "vmul.f32 q3, q6, q7\n\t"
         "vrecpe.f32 q0, q4\n\t"
+        "vmul.f32 q3, q6, q7\n\t"
         "vrecpe.f32 q6, q5\n\t"
+        "vmul.f32 q2, q2, q8\n\t"
         "vrecps.f32 q1, q4, q0\n\t"
+        "vmul.f32 q3, q3, q8\n\t"
         "vrecps.f32 q7, q5, q6\n\t"
+        "vmul.f32 q9, q9, q2\n\t"
         "vmul.f32 q0, q0, q1\n\t"
+        "vmul.f32 q10, q10, q3\n\t"
         "vmul.f32 q6, q6, q7\n\t"
+        "vcvt.u32.f32 q9, q9, #1\n\t"
         "vrecps.f32 q1, q4, q0\n\t"
+        "vcvt.u32.f32 q10, q10, #1\n\t"
         "vrecps.f32 q7, q5, q6\n\t"
+        "vrshrn.i32 d28, q9, #1\n\t"
         "vmul.f32 q4, q0, q1\n\t"
-        "vmul.f32 q5, q6, q7\n\t"
         "vmovl.u16 q0, d24\n\t"
-        "vmovl.u16 q6, d25\n\t"
-        "vdup.32 q1, %[a]\n\t"
+        "vmul.f32 q5, q6, q7\n\t"
+        "vmovl.u16 q1, d25\n\t"
         "vcvt.f32.u32 q0, q0\n\t"
+        "vmovl.u16 q6, d26\n\t"
+        "vmovl.u16 q7, d27\n\t"
+        "vmul.f32 q4, q4, q8\n\t"
+        "vmul.f32 q5, q5, q8\n\t"
+        "vmul.f32 q0, q0, q2\n\t"
+        "vcvt.f32.u32 q1, q1\n\t"
         "vcvt.f32.u32 q6, q6\n\t"
-        "vdup.32 q7, %[a]\n\t"
-        "vmla.f32 q1, q0, q2\n\t"
-        "vmla.f32 q7, q6, q3\n\t"
-        "vmovl.u16 q0, d26\n\t"
-        "vmovl.u16 q6, d27\n\t"
+        "vcvt.f32.u32 q7, q7\n\t"
+        "vmul.f32 q11, q11, q4\n\t"
+        "vcvt.u32.f32 q0, q0, #1\n\t"
+        "vmul.f32 q1, q1, q3\n\t"
+        "vmul.f32 q6, q6, q4\n\t"
+        "vmul.f32 q7, q7, q5\n\t"
+        "vcvt.u32.f32 q11, q11, #1\n\t"
+        "vrshrn.i32 d24, q0, #1\n\t"
+        "vmovl.u16 q0, d31\n\t"
+        "vcvt.u32.f32 q1, q1, #1\n\t"
+        "vcvt.u32.f32 q6, q6, #1\n\t"
         "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d24, q1\n\t"
-        "vmovn.i32 d25, q7\n\t"
-        "vdup.32 q1, %[a]\n\t"
-        "vdup.32 q7, %[a]\n\t"
+        "vcvt.u32.f32 q7, q7, #1\n\t"
+        "vrshrn.i32 d29, q10, #1\n\t"
+        "vrshrn.i32 d25, q1, #1\n\t"
+        "vrshrn.i32 d26, q6, #1\n\t"
+        "vmul.f32 q0, q0, q5\n\t"
+        "vrshrn.i32 d27, q7, #1\n\t"
+        "vrshrn.i32 d30, q11, #1\n\t"
         "vmovn.i16 d24, q12\n\t"
-        "vmla.f32 q1, q0, q4\n\t"
-        "vmla.f32 q7, q6, q5\n\t"
-        "vmovl.u16 q0, d28\n\t"
-        "vmovl.u16 q6, d29\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d26, q1\n\t"
-        "vmovn.i32 d27, q7\n\t"
-        "vdup.32 q1, %[a]\n\t"
-        "vdup.32 q7, %[a]\n\t"
-        "vmovn.i16 d25, q13\n\t"
-        "vmla.f32 q1, q0, q2\n\t"
-        "vmla.f32 q7, q6, q3\n\t"
-        "vmovl.u16 q0, d30\n\t"
-        "vmovl.u16 q6, d31\n\t"
-        "vst2.8 {d24, d25}, [%[o0]]!\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d28, q1\n\t"
-        "vmovn.i32 d29, q7\n\t"
-        "vdup.32 q1, %[a]\n\t"
-        "vdup.32 q7, %[a]\n\t"
         "vmovn.i16 d28, q14\n\t"
-        "vmla.f32 q1, q0, q4\n\t"
-        "vmla.f32 q7, q6, q5\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d30, q1\n\t"
-        "vmovn.i32 d31, q7\n\t"
+        "vcvt.u32.f32 q0, q0, #1\n\t"
+        "vmovn.i16 d25, q13\n\t"
+        "vst2.8 {d24, d25}, [%[o0]]!\n\t"
+        "vrshrn.i32 d31, q0, #1\n\t"
         "vmovn.i16 d29, q15\n\t"
         "vst2.8 {d28, d29}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
         : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
         :
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
-          "d13", "d14", "d15", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc",
-          "memory");
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+          "d27", "d28", "d29", "d30", "d31", "cc", "memory");
     count -= n;
   }
 }
@@ -2062,9 +2067,9 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
   const Pass2Armv7Rows& r = *rows;
   uint32_t words[19];
   words[0] = t.w[0];
-  uint32_t* w = walkWords(words + 1, {r.luma[2], r.u[0], r.v[0], r.luma[0], r.u[1], r.v[1], r.luma[1],
-                                  r.u[2], r.v[2], r.u[3], r.v[3], r.luma[3], r.u[4], r.v[4],
-                                  r.luma[4]}, 16);
+  uint32_t* w = walkWords(words + 1, {r.luma[2], r.u[0], r.v[0], r.luma[0], r.u[1], r.v[1],
+                                      r.luma[1], r.u[2], r.v[2], r.u[3], r.v[3], r.luma[3], r.u[4],
+                                      r.v[4], r.luma[4]}, 16);
   w = walkWords(w, {r.src[0], r.src[1]}, 32);
   w[0] = uint32_t(uintptr_t(t.w));
   const uint8_t *p0 = r.luma[2] + x0, *p1 = r.src[0] + 2 * x0;
@@ -2389,10 +2394,11 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
     k = n;
     sp = sums;
     asm volatile(
+        "movw %[a], #0x0008\n\t"
+        "movt %[a], #0x3f80\n\t"
+        "vdup.32 q8, %[a]\n\t"
         "1:\n\t"
         "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
-        "movw %[a], #0x2000\n\t"
-        "movt %[a], #0x3f00\n\t"
         "vmovl.u8 q0, d14\n\t"
         "vmovl.u8 q1, d15\n\t"
         "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
@@ -2400,92 +2406,88 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vmovl.u16 q3, d1\n\t"
         "vmovl.u16 q4, d2\n\t"
         "vcvt.f32.u32 q2, q2\n\t"
-        "vcvt.f32.u32 q3, q3\n\t"
         "vmovl.u16 q5, d3\n\t"
+        "vcvt.f32.u32 q3, q3\n\t"
         "vcvt.f32.u32 q4, q4\n\t"
-        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
-        "vrecpe.f32 q0, q2\n\t"
-        "vrecpe.f32 q6, q3\n\t"
         "vcvt.f32.u32 q5, q5\n\t"
+        "vrecpe.f32 q0, q2\n\t"
+        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "vrecpe.f32 q6, q3\n\t"
         "vrecps.f32 q1, q2, q0\n\t"
+        "vmovl.u16 q9, d28\n\t"
         "vrecps.f32 q7, q3, q6\n\t"
+        "vmovl.u16 q10, d29\n\t"
+        "vmovl.u16 q11, d30\n\t"
         "vmul.f32 q0, q0, q1\n\t"
+        "vcvt.f32.u32 q9, q9\n\t"
         "vmul.f32 q6, q6, q7\n\t"
+        "vcvt.f32.u32 q10, q10\n\t"
+        "vcvt.f32.u32 q11, q11\n\t"
         "vrecps.f32 q1, q2, q0\n\t"
         "vrecps.f32 q7, q3, q6\n\t"
         "vmul.f32 q2, q0, q1\n\t"
-        "vmul.f32 q3, q6, q7\n\t"
         "vrecpe.f32 q0, q4\n\t"
+        "vmul.f32 q3, q6, q7\n\t"
         "vrecpe.f32 q6, q5\n\t"
+        "vmul.f32 q2, q2, q8\n\t"
         "vrecps.f32 q1, q4, q0\n\t"
+        "vmul.f32 q3, q3, q8\n\t"
         "vrecps.f32 q7, q5, q6\n\t"
+        "vmul.f32 q9, q9, q2\n\t"
         "vmul.f32 q0, q0, q1\n\t"
+        "vmul.f32 q10, q10, q3\n\t"
         "vmul.f32 q6, q6, q7\n\t"
+        "vcvt.u32.f32 q9, q9, #1\n\t"
         "vrecps.f32 q1, q4, q0\n\t"
+        "vcvt.u32.f32 q10, q10, #1\n\t"
         "vrecps.f32 q7, q5, q6\n\t"
+        "vrshrn.i32 d28, q9, #1\n\t"
         "vmul.f32 q4, q0, q1\n\t"
-        "vmul.f32 q5, q6, q7\n\t"
         "vmovl.u16 q0, d24\n\t"
-        "vmovl.u16 q6, d25\n\t"
-        "vdup.32 q1, %[a]\n\t"
+        "vmul.f32 q5, q6, q7\n\t"
+        "vmovl.u16 q1, d25\n\t"
         "vcvt.f32.u32 q0, q0\n\t"
+        "vmovl.u16 q6, d26\n\t"
+        "vmovl.u16 q7, d27\n\t"
+        "vmul.f32 q4, q4, q8\n\t"
+        "vmul.f32 q5, q5, q8\n\t"
+        "vmul.f32 q0, q0, q2\n\t"
+        "vcvt.f32.u32 q1, q1\n\t"
         "vcvt.f32.u32 q6, q6\n\t"
-        "vdup.32 q7, %[a]\n\t"
-        "vmla.f32 q1, q0, q2\n\t"
-        "vmla.f32 q7, q6, q3\n\t"
-        "vmovl.u16 q0, d26\n\t"
-        "vmovl.u16 q6, d27\n\t"
+        "vcvt.f32.u32 q7, q7\n\t"
+        "vmul.f32 q11, q11, q4\n\t"
+        "vcvt.u32.f32 q0, q0, #1\n\t"
+        "vmul.f32 q1, q1, q3\n\t"
+        "vmul.f32 q6, q6, q4\n\t"
+        "vmul.f32 q7, q7, q5\n\t"
+        "vcvt.u32.f32 q11, q11, #1\n\t"
+        "vrshrn.i32 d24, q0, #1\n\t"
+        "vmovl.u16 q0, d31\n\t"
+        "vcvt.u32.f32 q1, q1, #1\n\t"
+        "vcvt.u32.f32 q6, q6, #1\n\t"
         "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d24, q1\n\t"
-        "vmovn.i32 d25, q7\n\t"
-        "vdup.32 q1, %[a]\n\t"
-        "vdup.32 q7, %[a]\n\t"
+        "vcvt.u32.f32 q7, q7, #1\n\t"
+        "vrshrn.i32 d29, q10, #1\n\t"
+        "vrshrn.i32 d25, q1, #1\n\t"
+        "vrshrn.i32 d26, q6, #1\n\t"
+        "vmul.f32 q0, q0, q5\n\t"
+        "vrshrn.i32 d27, q7, #1\n\t"
+        "vrshrn.i32 d30, q11, #1\n\t"
         "vmovn.i16 d24, q12\n\t"
-        "vmla.f32 q1, q0, q4\n\t"
-        "vmla.f32 q7, q6, q5\n\t"
-        "vmovl.u16 q0, d28\n\t"
-        "vmovl.u16 q6, d29\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d26, q1\n\t"
-        "vmovn.i32 d27, q7\n\t"
-        "vdup.32 q1, %[a]\n\t"
-        "vdup.32 q7, %[a]\n\t"
-        "vmovn.i16 d25, q13\n\t"
-        "vmla.f32 q1, q0, q2\n\t"
-        "vmla.f32 q7, q6, q3\n\t"
-        "vmovl.u16 q0, d30\n\t"
-        "vmovl.u16 q6, d31\n\t"
-        "vst1.8 {d24, d25}, [%[o0]]!\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d28, q1\n\t"
-        "vmovn.i32 d29, q7\n\t"
-        "vdup.32 q1, %[a]\n\t"
-        "vdup.32 q7, %[a]\n\t"
         "vmovn.i16 d28, q14\n\t"
-        "vmla.f32 q1, q0, q4\n\t"
-        "vmla.f32 q7, q6, q5\n\t"
-        "vcvt.u32.f32 q1, q1\n\t"
-        "vcvt.u32.f32 q7, q7\n\t"
-        "vmovn.i32 d30, q1\n\t"
-        "vmovn.i32 d31, q7\n\t"
+        "vcvt.u32.f32 q0, q0, #1\n\t"
+        "vmovn.i16 d25, q13\n\t"
+        "vst1.8 {d24, d25}, [%[o0]]!\n\t"
+        "vrshrn.i32 d31, q0, #1\n\t"
         "vmovn.i16 d29, q15\n\t"
         "vst1.8 {d28, d29}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
         : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
         :
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
-          "d13", "d14", "d15", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc",
-          "memory");
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+          "d27", "d28", "d29", "d30", "d31", "cc", "memory");
     count -= n;
   }
 }
@@ -2799,10 +2801,11 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
     k = n;
     sp = sums;
     asm volatile(
+        "movw %[a], #0x0008\n\t"
+        "movt %[a], #0x3f80\n\t"
+        "vdup.32 q15, %[a]\n\t"
         "1:\n\t"
         "vld1.64 {d20, d21}, [%[S]:128]!\n\t"
-        "movw %[a], #0x2000\n\t"
-        "movt %[a], #0x3f00\n\t"
         "vaddl.u8 q0, d20, d21\n\t"
         "vld1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
         "vmovl.u16 q1, d0\n\t"
@@ -2819,42 +2822,40 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vrecps.f32 q4, q1, q3\n\t"
         "vrecps.f32 q6, q2, q5\n\t"
         "vmul.f32 q1, q3, q4\n\t"
+        "vmul.f32 q2, q5, q6\n\t"
         "vaddl.u16 q3, d22, d26\n\t"
         "vaddl.u16 q4, d23, d27\n\t"
-        "vmul.f32 q2, q5, q6\n\t"
+        "vaddl.u16 q5, d24, d28\n\t"
+        "vaddl.u16 q6, d25, d29\n\t"
+        "vmul.f32 q1, q1, q15\n\t"
+        "vmul.f32 q2, q2, q15\n\t"
         "vcvt.f32.u32 q3, q3\n\t"
         "vcvt.f32.u32 q4, q4\n\t"
-        "vdup.32 q5, %[a]\n\t"
-        "vdup.32 q6, %[a]\n\t"
-        "vmla.f32 q5, q3, q1\n\t"
-        "vmla.f32 q6, q4, q2\n\t"
-        "vaddl.u16 q3, d24, d28\n\t"
-        "vaddl.u16 q4, d25, d29\n\t"
-        "vcvt.f32.u32 q3, q3\n\t"
-        "vcvt.f32.u32 q4, q4\n\t"
-        "vcvt.u32.f32 q5, q5\n\t"
-        "vcvt.u32.f32 q6, q6\n\t"
-        "vmovn.i32 d16, q5\n\t"
-        "vmovn.i32 d17, q6\n\t"
-        "vdup.32 q5, %[a]\n\t"
-        "vdup.32 q6, %[a]\n\t"
+        "vcvt.f32.u32 q5, q5\n\t"
+        "vcvt.f32.u32 q6, q6\n\t"
+        "vmul.f32 q3, q3, q1\n\t"
+        "vmul.f32 q4, q4, q2\n\t"
+        "vmul.f32 q5, q5, q1\n\t"
+        "vmul.f32 q6, q6, q2\n\t"
+        "vcvt.u32.f32 q3, q3, #1\n\t"
+        "vcvt.u32.f32 q4, q4, #1\n\t"
+        "vcvt.u32.f32 q5, q5, #1\n\t"
+        "vcvt.u32.f32 q6, q6, #1\n\t"
+        "vrshrn.i32 d16, q3, #1\n\t"
+        "vrshrn.i32 d17, q4, #1\n\t"
+        "vrshrn.i32 d18, q5, #1\n\t"
+        "vrshrn.i32 d19, q6, #1\n\t"
         "vmovn.i16 d16, q8\n\t"
-        "vmla.f32 q5, q3, q1\n\t"
-        "vmla.f32 q6, q4, q2\n\t"
-        "vst1.8 {d16}, [%[o0]]!\n\t"
-        "vcvt.u32.f32 q5, q5\n\t"
-        "vcvt.u32.f32 q6, q6\n\t"
-        "vmovn.i32 d18, q5\n\t"
-        "vmovn.i32 d19, q6\n\t"
         "vmovn.i16 d18, q9\n\t"
+        "vst1.8 {d16}, [%[o0]]!\n\t"
         "vst1.8 {d18}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
         : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
         :
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
-          "d13", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
-          "d27", "d28", "d29", "cc", "memory");
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+          "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28",
+          "d29", "d30", "d31", "cc", "memory");
     count -= n;
   }
 }
