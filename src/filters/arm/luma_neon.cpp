@@ -386,7 +386,141 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 // q0 the centres, q1-q3 and q4-q6 the two groups' sums (lo, hi, weights),
 // q7-q13 taps and their weights, q14 the blend weights, q15 30. The taps go
 // in pairs, one of each group, the next pair's bytes loaded while this one
-// is summed.
+// is summed. Two blocks per iteration (an odd first one alone).
+#define KQ_NR_ARMV7_BLOCK \
+  "vld1.8 {d14-d15}, [%[y0]], %[s5]\n\t" \
+  "vld1.8 {d16-d17}, [%[d1]], %[s2]\n\t" \
+  "vld1.8 {d18-d19}, [%[y0]], %[s1]\n\t" \
+  "vld1.8 {d0-d1}, [%[y0]], %[s1]\n\t" \
+  "vld1.8 {d20-d21}, [%[d1]], %[s2]\n\t" \
+  "vld1.8 {d22-d23}, [%[y0]], %[s5]\n\t" \
+  "vld1.8 {d24-d25}, [%[d1]], %[s4]\n\t" \
+  "vmull.u8 q1, d0, %e[k30]\n\t" \
+  "vmull.u8 q2, d1, %e[k30]\n\t" \
+  "vabd.u8 q13, q7, q0\n\t" \
+  "vabd.u8 q6, q8, q0\n\t" \
+  "vqsub.u8 q13, %q[k30], q13\n\t" \
+  "vqsub.u8 q6, %q[k30], q6\n\t" \
+  "vmlal.u8 q1, d26, d14\n\t" \
+  "vmull.u8 q4, d12, d16\n\t" \
+  "vmlal.u8 q2, d27, d15\n\t" \
+  "vmull.u8 q5, d13, d17\n\t" \
+  "vadd.i8 q3, %q[k30], q13\n\t" \
+  "vabd.u8 q7, q9, q0\n\t" \
+  "vabd.u8 q8, q10, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vqsub.u8 q8, %q[k30], q8\n\t" \
+  "vmlal.u8 q1, d14, d18\n\t" \
+  "vld1.8 {d26-d27}, [%[y0]], %[s4]\n\t" \
+  "vmlal.u8 q4, d16, d20\n\t" \
+  "vmlal.u8 q2, d15, d19\n\t" \
+  "vmlal.u8 q5, d17, d21\n\t" \
+  "vadd.i8 q3, q3, q7\n\t" \
+  "vadd.i8 q6, q6, q8\n\t" \
+  "vabd.u8 q7, q11, q0\n\t" \
+  "vabd.u8 q8, q12, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vqsub.u8 q8, %q[k30], q8\n\t" \
+  "vmlal.u8 q1, d14, d22\n\t" \
+  "vld1.8 {d18-d19}, [%[d1]], %[s8]\n\t" \
+  "vmlal.u8 q4, d16, d24\n\t" \
+  "vld1.8 {d20-d21}, [%[u1]], %[s4]\n\t" \
+  "vmlal.u8 q2, d15, d23\n\t" \
+  "vmlal.u8 q5, d17, d25\n\t" \
+  "vadd.i8 q3, q3, q7\n\t" \
+  "vadd.i8 q6, q6, q8\n\t" \
+  "vabd.u8 q7, q13, q0\n\t" \
+  "vabd.u8 q8, q9, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vqsub.u8 q8, %q[k30], q8\n\t" \
+  "vmlal.u8 q1, d14, d26\n\t" \
+  "vld1.8 {d22-d23}, [%[u4]], %[s4]\n\t" \
+  "vmlal.u8 q4, d16, d18\n\t" \
+  "vld1.8 {d24-d25}, [%[u1]], %[s4]\n\t" \
+  "vmlal.u8 q2, d15, d27\n\t" \
+  "vmlal.u8 q5, d17, d19\n\t" \
+  "vadd.i8 q3, q3, q7\n\t" \
+  "vadd.i8 q6, q6, q8\n\t" \
+  "vabd.u8 q7, q10, q0\n\t" \
+  "vabd.u8 q8, q11, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vqsub.u8 q8, %q[k30], q8\n\t" \
+  "vmlal.u8 q1, d14, d20\n\t" \
+  "vld1.8 {d18-d19}, [%[u4]], %[s12]\n\t" \
+  "vmlal.u8 q4, d16, d22\n\t" \
+  "vld1.8 {d26-d27}, [%[u1]], %[s8]\n\t" \
+  "vmlal.u8 q2, d15, d21\n\t" \
+  "vmlal.u8 q5, d17, d23\n\t" \
+  "vadd.i8 q3, q3, q7\n\t" \
+  "vadd.i8 q6, q6, q8\n\t" \
+  "vabd.u8 q7, q12, q0\n\t" \
+  "vabd.u8 q8, q9, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vqsub.u8 q8, %q[k30], q8\n\t" \
+  "vmlal.u8 q1, d14, d24\n\t" \
+  "vld1.8 {d20-d21}, [%[d4]], %[s4]\n\t" \
+  "vmlal.u8 q4, d16, d18\n\t" \
+  "vld1.8 {d22-d23}, [%[d4]], %[s12]\n\t" \
+  "vmlal.u8 q2, d15, d25\n\t" \
+  "vmlal.u8 q5, d17, d19\n\t" \
+  "vadd.i8 q3, q3, q7\n\t" \
+  "vadd.i8 q6, q6, q8\n\t" \
+  "vabd.u8 q7, q13, q0\n\t" \
+  "vabd.u8 q8, q10, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vqsub.u8 q8, %q[k30], q8\n\t" \
+  "vmlal.u8 q1, d14, d26\n\t" \
+  "vmlal.u8 q4, d16, d20\n\t" \
+  "vmlal.u8 q2, d15, d27\n\t" \
+  "vmlal.u8 q5, d17, d21\n\t" \
+  "vadd.i8 q3, q3, q7\n\t" \
+  "vadd.i8 q6, q6, q8\n\t" \
+  "vabd.u8 q7, q11, q0\n\t" \
+  "vqsub.u8 q7, %q[k30], q7\n\t" \
+  "vmlal.u8 q4, d14, d22\n\t" \
+  "vmlal.u8 q5, d15, d23\n\t" \
+  "vadd.i8 q6, q6, q7\n\t" \
+  "vaddl.u8 q8, d6, d12\n\t" \
+  "vaddl.u8 q9, d7, d13\n\t" \
+  "vaddl.u16 q10, d2, d8\n\t" \
+  "vaddl.u16 q11, d3, d9\n\t" \
+  "vaddl.u16 q12, d4, d10\n\t" \
+  "vaddl.u16 q13, d5, d11\n\t" \
+  "vmovl.u16 q1, d16\n\t" \
+  "vmovl.u16 q2, d17\n\t" \
+  "vmovl.u16 q3, d18\n\t" \
+  "vmovl.u16 q4, d19\n\t" \
+  "vcvt.f32.u32 q1, q1\n\t" \
+  "vcvt.f32.u32 q2, q2\n\t" \
+  "vcvt.f32.u32 q3, q3\n\t" \
+  "vcvt.f32.u32 q4, q4\n\t" \
+  "vrecpe.f32 q1, q1\n\t" \
+  "vrecpe.f32 q2, q2\n\t" \
+  "vrecpe.f32 q3, q3\n\t" \
+  "vrecpe.f32 q4, q4\n\t" \
+  "vcvt.f32.u32 q10, q10\n\t" \
+  "vcvt.f32.u32 q11, q11\n\t" \
+  "vcvt.f32.u32 q12, q12\n\t" \
+  "vcvt.f32.u32 q13, q13\n\t" \
+  "vmul.f32 q10, q10, q1\n\t" \
+  "vmul.f32 q11, q11, q2\n\t" \
+  "vmul.f32 q12, q12, q3\n\t" \
+  "vmul.f32 q13, q13, q4\n\t" \
+  "vmull.u8 q7, d0, %f[bwi]\n\t" \
+  "vmull.u8 q8, d1, %f[bwi]\n\t" \
+  "vcvt.u32.f32 q10, q10\n\t" \
+  "vcvt.u32.f32 q11, q11\n\t" \
+  "vcvt.u32.f32 q12, q12\n\t" \
+  "vcvt.u32.f32 q13, q13\n\t" \
+  "vuzp.16 q10, q11\n\t" \
+  "vuzp.16 q12, q13\n\t" \
+  "vqmovn.u16 d26, q10\n\t" \
+  "vqmovn.u16 d27, q12\n\t" \
+  "vmlal.u8 q7, d26, %e[bwi]\n\t" \
+  "vmlal.u8 q8, d27, %e[bwi]\n\t" \
+  "vshrn.i16 d26, q7, #7\n\t" \
+  "vshrn.i16 d27, q8, #7\n\t" \
+  "vst1.8 {d26-d27}, [%[out]]!\n\t"
 void nrBlendBlocksArmv7(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_t blocks,
                         int32_t weight) {
   const uint8x16_t k30 = vdupq_n_u8(30);
@@ -400,142 +534,17 @@ void nrBlendBlocksArmv7(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int3
   int32_t n = blocks;
   const int32_t s1 = 1, s2 = 2, s4 = 4, s5 = 5, s8 = 8, s12 = 12;
   asm volatile(
-      "1:\n\t"
-      "vld1.8 {d14-d15}, [%[y0]], %[s5]\n\t"
-      "vld1.8 {d16-d17}, [%[d1]], %[s2]\n\t"
-      "vld1.8 {d18-d19}, [%[y0]], %[s1]\n\t"
-      "vld1.8 {d0-d1}, [%[y0]], %[s1]\n\t"
-      "vld1.8 {d20-d21}, [%[d1]], %[s2]\n\t"
-      "vld1.8 {d22-d23}, [%[y0]], %[s5]\n\t"
-      "vld1.8 {d24-d25}, [%[d1]], %[s4]\n\t"
-      "vmull.u8 q1, d0, %e[k30]\n\t"
-      "vmull.u8 q2, d1, %e[k30]\n\t"
-      "vabd.u8 q13, q7, q0\n\t"
-      "vabd.u8 q6, q8, q0\n\t"
-      "vqsub.u8 q13, %q[k30], q13\n\t"
-      "vqsub.u8 q6, %q[k30], q6\n\t"
-      "vmlal.u8 q1, d26, d14\n\t"
-      "vmull.u8 q4, d12, d16\n\t"
-      "vmlal.u8 q2, d27, d15\n\t"
-      "vmull.u8 q5, d13, d17\n\t"
-      "vadd.i8 q3, %q[k30], q13\n\t"
-      "vabd.u8 q7, q9, q0\n\t"
-      "vabd.u8 q8, q10, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vqsub.u8 q8, %q[k30], q8\n\t"
-      "vmlal.u8 q1, d14, d18\n\t"
-      "vld1.8 {d26-d27}, [%[y0]], %[s4]\n\t"
-      "vmlal.u8 q4, d16, d20\n\t"
-      "vmlal.u8 q2, d15, d19\n\t"
-      "vmlal.u8 q5, d17, d21\n\t"
-      "vadd.i8 q3, q3, q7\n\t"
-      "vadd.i8 q6, q6, q8\n\t"
-      "vabd.u8 q7, q11, q0\n\t"
-      "vabd.u8 q8, q12, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vqsub.u8 q8, %q[k30], q8\n\t"
-      "vmlal.u8 q1, d14, d22\n\t"
-      "vld1.8 {d18-d19}, [%[d1]], %[s8]\n\t"
-      "vmlal.u8 q4, d16, d24\n\t"
-      "vld1.8 {d20-d21}, [%[u1]], %[s4]\n\t"
-      "vmlal.u8 q2, d15, d23\n\t"
-      "vmlal.u8 q5, d17, d25\n\t"
-      "vadd.i8 q3, q3, q7\n\t"
-      "vadd.i8 q6, q6, q8\n\t"
-      "vabd.u8 q7, q13, q0\n\t"
-      "vabd.u8 q8, q9, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vqsub.u8 q8, %q[k30], q8\n\t"
-      "vmlal.u8 q1, d14, d26\n\t"
-      "vld1.8 {d22-d23}, [%[u4]], %[s4]\n\t"
-      "vmlal.u8 q4, d16, d18\n\t"
-      "vld1.8 {d24-d25}, [%[u1]], %[s4]\n\t"
-      "vmlal.u8 q2, d15, d27\n\t"
-      "vmlal.u8 q5, d17, d19\n\t"
-      "vadd.i8 q3, q3, q7\n\t"
-      "vadd.i8 q6, q6, q8\n\t"
-      "vabd.u8 q7, q10, q0\n\t"
-      "vabd.u8 q8, q11, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vqsub.u8 q8, %q[k30], q8\n\t"
-      "vmlal.u8 q1, d14, d20\n\t"
-      "vld1.8 {d18-d19}, [%[u4]], %[s12]\n\t"
-      "vmlal.u8 q4, d16, d22\n\t"
-      "vld1.8 {d26-d27}, [%[u1]], %[s8]\n\t"
-      "vmlal.u8 q2, d15, d21\n\t"
-      "vmlal.u8 q5, d17, d23\n\t"
-      "vadd.i8 q3, q3, q7\n\t"
-      "vadd.i8 q6, q6, q8\n\t"
-      "vabd.u8 q7, q12, q0\n\t"
-      "vabd.u8 q8, q9, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vqsub.u8 q8, %q[k30], q8\n\t"
-      "vmlal.u8 q1, d14, d24\n\t"
-      "vld1.8 {d20-d21}, [%[d4]], %[s4]\n\t"
-      "vmlal.u8 q4, d16, d18\n\t"
-      "vld1.8 {d22-d23}, [%[d4]], %[s12]\n\t"
-      "vmlal.u8 q2, d15, d25\n\t"
-      "vmlal.u8 q5, d17, d19\n\t"
-      "vadd.i8 q3, q3, q7\n\t"
-      "vadd.i8 q6, q6, q8\n\t"
-      "vabd.u8 q7, q13, q0\n\t"
-      "vabd.u8 q8, q10, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vqsub.u8 q8, %q[k30], q8\n\t"
-      "vmlal.u8 q1, d14, d26\n\t"
-      "vmlal.u8 q4, d16, d20\n\t"
-      "vmlal.u8 q2, d15, d27\n\t"
-      "vmlal.u8 q5, d17, d21\n\t"
-      "vadd.i8 q3, q3, q7\n\t"
-      "vadd.i8 q6, q6, q8\n\t"
-      "vabd.u8 q7, q11, q0\n\t"
-      "vqsub.u8 q7, %q[k30], q7\n\t"
-      "vmlal.u8 q4, d14, d22\n\t"
-      "vmlal.u8 q5, d15, d23\n\t"
-      "vadd.i8 q6, q6, q7\n\t"
-      "vaddl.u8 q8, d6, d12\n\t"
-      "vaddl.u8 q9, d7, d13\n\t"
-      "vaddl.u16 q10, d2, d8\n\t"
-      "vaddl.u16 q11, d3, d9\n\t"
-      "vaddl.u16 q12, d4, d10\n\t"
-      "vaddl.u16 q13, d5, d11\n\t"
-      "vmovl.u16 q1, d16\n\t"
-      "vmovl.u16 q2, d17\n\t"
-      "vmovl.u16 q3, d18\n\t"
-      "vmovl.u16 q4, d19\n\t"
-      "vcvt.f32.u32 q1, q1\n\t"
-      "vcvt.f32.u32 q2, q2\n\t"
-      "vcvt.f32.u32 q3, q3\n\t"
-      "vcvt.f32.u32 q4, q4\n\t"
-      "vrecpe.f32 q1, q1\n\t"
-      "vrecpe.f32 q2, q2\n\t"
-      "vrecpe.f32 q3, q3\n\t"
-      "vrecpe.f32 q4, q4\n\t"
-      "vcvt.f32.u32 q10, q10\n\t"
-      "vcvt.f32.u32 q11, q11\n\t"
-      "vcvt.f32.u32 q12, q12\n\t"
-      "vcvt.f32.u32 q13, q13\n\t"
-      "vmul.f32 q10, q10, q1\n\t"
-      "vmul.f32 q11, q11, q2\n\t"
-      "vmul.f32 q12, q12, q3\n\t"
-      "vmul.f32 q13, q13, q4\n\t"
-      "vmull.u8 q7, d0, %f[bwi]\n\t"
-      "vmull.u8 q8, d1, %f[bwi]\n\t"
-      "vcvt.u32.f32 q10, q10\n\t"
-      "vcvt.u32.f32 q11, q11\n\t"
-      "vcvt.u32.f32 q12, q12\n\t"
-      "vcvt.u32.f32 q13, q13\n\t"
-      "vuzp.16 q10, q11\n\t"
-      "vuzp.16 q12, q13\n\t"
-      "vqmovn.u16 d26, q10\n\t"
-      "vqmovn.u16 d27, q12\n\t"
-      "vmlal.u8 q7, d26, %e[bwi]\n\t"
-      "vmlal.u8 q8, d27, %e[bwi]\n\t"
-      "vshrn.i16 d26, q7, #7\n\t"
-      "vshrn.i16 d27, q8, #7\n\t"
+      "tst %[n], #1\n\t"
+      "beq 1f\n\t"
+      KQ_NR_ARMV7_BLOCK
       "subs %[n], %[n], #1\n\t"
-      "vst1.8 {d26-d27}, [%[out]]!\n\t"
+      "beq 2f\n\t"
+      "1:\n\t"
+      KQ_NR_ARMV7_BLOCK
+      KQ_NR_ARMV7_BLOCK
+      "subs %[n], %[n], #2\n\t"
       "bne 1b\n\t"
+      "2:\n\t"
       : [y0] "+r"(y0), [u1] "+r"(u1), [d1] "+r"(d1), [u4] "+r"(u4), [d4] "+r"(d4),
         [out] "+r"(out), [n] "+r"(n)
       : [k30] "w"(k30), [bwi] "w"(bwi), [s1] "r"(s1), [s2] "r"(s2), [s4] "r"(s4), [s5] "r"(s5),
@@ -544,6 +553,7 @@ void nrBlendBlocksArmv7(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int3
         "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
         "d27", "cc", "memory");
 }
+#undef KQ_NR_ARMV7_BLOCK
 #endif
 
 }  // namespace
@@ -840,34 +850,45 @@ struct SharpenNeon {
   // steps spend an add on each row's address and a move to join the halves
   // of the result (72 instructions per 16 pixels for both; 57 here): here
   // each row pointer steps by its post-indexed load and the narrowing
-  // writes the halves of one q register.
+  // writes the halves of one q register. Two steps per iteration (an odd
+  // first one alone): the loop's count and branch are 2 of a step's 20
+  // instructions.
+#define KQ_SHARPEN_V_STEP \
+  "vld1.8 {d16-d17}, [%[r0]]!\n\t" \
+  "vld1.8 {d18-d19}, [%[r1]]!\n\t" \
+  "vld1.8 {d20-d21}, [%[r2]]!\n\t" \
+  "vld1.8 {d22-d23}, [%[r3]]!\n\t" \
+  "vld1.8 {d24-d25}, [%[r4]]!\n\t" \
+  "vaddl.u8 q13, d17, d25\n\t" \
+  "vaddl.u8 q8, d16, d24\n\t" \
+  "vaddl.u8 q12, d19, d23\n\t" \
+  "vaddl.u8 q9, d18, d22\n\t" \
+  "vmul.i16 q8, q8, %q[wo]\n\t" \
+  "vmul.i16 q13, q13, %q[wo]\n\t" \
+  "vmla.i16 q8, q9, %q[wi]\n\t" \
+  "vmla.i16 q13, q12, %q[wi]\n\t" \
+  "vmlal.u8 q8, d20, %P[wc]\n\t" \
+  "vmlal.u8 q13, d21, %P[wc]\n\t" \
+  "vqrshrn.u16 d18, q8, #7\n\t" \
+  "vqrshrn.u16 d19, q13, #7\n\t" \
+  "vst1.8 {d18-d19}, [%[out]]!\n\t"
   int32_t vSteps(uint8_t* v, int32_t x, int32_t n) const {
     const uint8_t *r0 = rows[0] + x, *r1 = rows[1] + x, *r2 = rows[2] + x;
     const uint8_t *r3 = rows[3] + x, *r4 = rows[4] + x;
     uint8_t* out = v;
     int32_t left = n;
     asm volatile(
-        "1:\n\t"
-        "vld1.8 {d16-d17}, [%[r0]]!\n\t"
-        "vld1.8 {d18-d19}, [%[r1]]!\n\t"
-        "vld1.8 {d20-d21}, [%[r2]]!\n\t"
-        "vld1.8 {d22-d23}, [%[r3]]!\n\t"
-        "vld1.8 {d24-d25}, [%[r4]]!\n\t"
-        "vaddl.u8 q13, d17, d25\n\t"
-        "vaddl.u8 q8, d16, d24\n\t"
-        "vaddl.u8 q12, d19, d23\n\t"
-        "vaddl.u8 q9, d18, d22\n\t"
-        "vmul.i16 q8, q8, %q[wo]\n\t"
-        "vmul.i16 q13, q13, %q[wo]\n\t"
-        "vmla.i16 q8, q9, %q[wi]\n\t"
-        "vmla.i16 q13, q12, %q[wi]\n\t"
-        "vmlal.u8 q8, d20, %P[wc]\n\t"
-        "vmlal.u8 q13, d21, %P[wc]\n\t"
-        "vqrshrn.u16 d18, q8, #7\n\t"
-        "vqrshrn.u16 d19, q13, #7\n\t"
+        "tst %[left], #1\n\t"
+        "beq 1f\n\t"
+        KQ_SHARPEN_V_STEP
         "subs %[left], %[left], #1\n\t"
-        "vst1.8 {d18-d19}, [%[out]]!\n\t"
-        "bne 1b"
+        "beq 2f\n\t"
+        "1:\n\t"
+        KQ_SHARPEN_V_STEP
+        KQ_SHARPEN_V_STEP
+        "subs %[left], %[left], #2\n\t"
+        "bne 1b\n\t"
+        "2:"
         : [r0] "+r"(r0), [r1] "+r"(r1), [r2] "+r"(r2), [r3] "+r"(r3), [r4] "+r"(r4),
           [out] "+r"(out), [left] "+r"(left)
         : [wo] "w"(wo), [wi] "w"(wi), [wc] "w"(wc)
@@ -876,6 +897,45 @@ struct SharpenNeon {
     return x + 16 * n;
   }
 
+// One step of 16 outputs: H = outer * (m2 + p2) + inner * (m1 + p1) +
+// centre * v0, f = vqdmulh((H - 128 o) & -32, -2g), x = f + clamp(f, -60, 60),
+// out = sat_u8(o + ((x + 2) >> 2)) (see respond).
+#define KQ_SHARPEN_OUT_STEP \
+  "vld1.8 {d16-d17}, [%[m2]]!\n\t" \
+  "vld1.8 {d18-d19}, [%[m1]]!\n\t" \
+  "vld1.8 {d20-d21}, [%[v0]]!\n\t" \
+  "vld1.8 {d22-d23}, [%[p1]]!\n\t" \
+  "vld1.8 {d24-d25}, [%[p2]]!\n\t" \
+  "vld1.8 {d26-d27}, [%[o]]!\n\t" \
+  "vaddl.u8 q14, d17, d25\n\t" \
+  "vaddl.u8 q8, d16, d24\n\t" \
+  "vaddl.u8 q12, d19, d23\n\t" \
+  "vaddl.u8 q9, d18, d22\n\t" \
+  "vmul.i16 q8, q8, %q[wo]\n\t" \
+  "vmul.i16 q14, q14, %q[wo]\n\t" \
+  "vmla.i16 q8, q9, %q[wi]\n\t" \
+  "vmla.i16 q14, q12, %q[wi]\n\t" \
+  "vmlal.u8 q8, d20, %P[wc]\n\t" \
+  "vmlal.u8 q14, d21, %P[wc]\n\t" \
+  "vmlsl.u8 q8, d26, %P[k128]\n\t" \
+  "vmlsl.u8 q14, d27, %P[k128]\n\t" \
+  "vbic.i16 q8, #31\n\t" \
+  "vbic.i16 q14, #31\n\t" \
+  "vqdmulh.s16 q8, q8, %q[gain]\n\t" \
+  "vqdmulh.s16 q14, q14, %q[gain]\n\t" \
+  "vmin.s16 q9, q8, %q[k60]\n\t" \
+  "vmin.s16 q10, q14, %q[k60]\n\t" \
+  "vmax.s16 q9, q9, %q[km60]\n\t" \
+  "vmax.s16 q10, q10, %q[km60]\n\t" \
+  "vadd.i16 q8, q8, q9\n\t" \
+  "vadd.i16 q14, q14, q10\n\t" \
+  "vmovl.u8 q9, d26\n\t" \
+  "vmovl.u8 q10, d27\n\t" \
+  "vrsra.s16 q9, q8, #2\n\t" \
+  "vrsra.s16 q10, q14, #2\n\t" \
+  "vqmovun.s16 d26, q9\n\t" \
+  "vqmovun.s16 d27, q10\n\t" \
+  "vst1.8 {d26-d27}, [%[out]]!\n\t"
   // q: V(x) in the line buffer.
   int32_t outSteps(uint8_t* dst, const uint8_t* q, int32_t x, int32_t n) const {
     const uint8_t *m2 = q - 2, *m1 = q - 1, *p1 = q + 1, *p2 = q + 2, *o = rows[2] + x;
@@ -883,47 +943,17 @@ struct SharpenNeon {
     int32_t left = n;
     const int16x8_t k60 = vdupq_n_s16(60), km60 = vdupq_n_s16(-60);
     asm volatile(
-        "1:\n\t"
-        "vld1.8 {d16-d17}, [%[m2]]!\n\t"
-        "vld1.8 {d18-d19}, [%[m1]]!\n\t"
-        "vld1.8 {d20-d21}, [%[v0]]!\n\t"
-        "vld1.8 {d22-d23}, [%[p1]]!\n\t"
-        "vld1.8 {d24-d25}, [%[p2]]!\n\t"
-        "vld1.8 {d26-d27}, [%[o]]!\n\t"
-        // H = outer * (m2 + p2) + inner * (m1 + p1) + centre * v0.
-        "vaddl.u8 q14, d17, d25\n\t"
-        "vaddl.u8 q8, d16, d24\n\t"
-        "vaddl.u8 q12, d19, d23\n\t"
-        "vaddl.u8 q9, d18, d22\n\t"
-        "vmul.i16 q8, q8, %q[wo]\n\t"
-        "vmul.i16 q14, q14, %q[wo]\n\t"
-        "vmla.i16 q8, q9, %q[wi]\n\t"
-        "vmla.i16 q14, q12, %q[wi]\n\t"
-        "vmlal.u8 q8, d20, %P[wc]\n\t"
-        "vmlal.u8 q14, d21, %P[wc]\n\t"
-        // f = vqdmulh((H - 128 o) & -32, -2g), x = f + clamp(f, -60, 60),
-        // out = sat_u8(o + ((x + 2) >> 2)) (see respond).
-        "vmlsl.u8 q8, d26, %P[k128]\n\t"
-        "vmlsl.u8 q14, d27, %P[k128]\n\t"
-        "vbic.i16 q8, #31\n\t"
-        "vbic.i16 q14, #31\n\t"
-        "vqdmulh.s16 q8, q8, %q[gain]\n\t"
-        "vqdmulh.s16 q14, q14, %q[gain]\n\t"
-        "vmin.s16 q9, q8, %q[k60]\n\t"
-        "vmin.s16 q10, q14, %q[k60]\n\t"
-        "vmax.s16 q9, q9, %q[km60]\n\t"
-        "vmax.s16 q10, q10, %q[km60]\n\t"
-        "vadd.i16 q8, q8, q9\n\t"
-        "vadd.i16 q14, q14, q10\n\t"
-        "vmovl.u8 q9, d26\n\t"
-        "vmovl.u8 q10, d27\n\t"
-        "vrsra.s16 q9, q8, #2\n\t"
-        "vrsra.s16 q10, q14, #2\n\t"
-        "vqmovun.s16 d26, q9\n\t"
-        "vqmovun.s16 d27, q10\n\t"
+        "tst %[left], #1\n\t"
+        "beq 1f\n\t"
+        KQ_SHARPEN_OUT_STEP
         "subs %[left], %[left], #1\n\t"
-        "vst1.8 {d26-d27}, [%[out]]!\n\t"
-        "bne 1b"
+        "beq 2f\n\t"
+        "1:\n\t"
+        KQ_SHARPEN_OUT_STEP
+        KQ_SHARPEN_OUT_STEP
+        "subs %[left], %[left], #2\n\t"
+        "bne 1b\n\t"
+        "2:"
         : [m2] "+r"(m2), [m1] "+r"(m1), [v0] "+r"(q), [p1] "+r"(p1), [p2] "+r"(p2), [o] "+r"(o),
           [out] "+r"(out), [left] "+r"(left)
         : [wo] "w"(wo), [wi] "w"(wi), [wc] "w"(wc), [k128] "w"(k128), [gain] "w"(gainK),
@@ -932,6 +962,8 @@ struct SharpenNeon {
           "d28", "d29", "cc", "memory");
     return x + 16 * n;
   }
+#undef KQ_SHARPEN_V_STEP
+#undef KQ_SHARPEN_OUT_STEP
 #endif
 
   // 16 outputs at x; q points at V(x) in the line buffer.
