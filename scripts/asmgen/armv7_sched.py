@@ -46,7 +46,7 @@ def parse(text):
         for o in ops[1:]: reads.update(dregs(o))
         for o in ops[1:]:
             if o.startswith("R"): reads.add(o.split()[0])
-        if op.startswith(("vmla", "vmlal", "vsra")): reads.update(d)
+        if op.startswith(("vmla", "vmlal", "vsra", "vtbx")): reads.update(d)
     return op, reads, writes, mem
 
 MODEL = os.environ.get("MODEL", "a9")
@@ -58,7 +58,7 @@ def lat(op, text):
         if op == "ldr": return 4
         if op in ("add", "movw", "movt"): return 1
         if op.startswith(("vmull", "vmlal")): return 5
-        if op.startswith("vtbl"): return 6 if "d22" in text else 3
+        if op.startswith(("vtbl", "vtbx")): return 3 if text.count(",") <= 3 else 6  # 1-2 / 3-4 registers
         if op.startswith(("vmla.f32",)): return 9
         if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
         if op.startswith(("vsra", "vrshrn")): return 4
@@ -71,7 +71,7 @@ def lat(op, text):
     if op.startswith(("vmull", "vmlal", "vsra")): return 6
     if op.startswith(("vmla.f32",)): return 9
     if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
-    if op.startswith(("vabd", "vrshrn", "vtbl")): return 4
+    if op.startswith(("vabd", "vrshrn", "vtbl", "vtbx")): return 4
     return 3
 
 
@@ -132,7 +132,9 @@ def emit(prog):
                      ("Rx", "%[x]"), ("RS", "%[S]"), ("RW", "%[w0]"), ("RCW1", "%[cw1]"),
                      ("RCW", "%[cw]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"), ("Rd", "%[d]"),
                      ("SH", "%c[s]"), ("RE", "%c[r8]"), ("RP0", "%[p0]"), ("RP1", "%[p1]"),
-                     ("RP2", "%[p2]"), ("RO0", "%[o0]"), ("RO1", "%[o1]")):
+                     ("RP2", "%[p2]"), ("RO0", "%[o0]"), ("RO1", "%[o1]"), ("RY", "%[y]"), ("RH0", "%[h0]"),
+                     ("RH1", "%[h1]"), ("RH2", "%[h2]"), ("RH3", "%[h3]"), ("RH4", "%[h4]"),
+                     ("RH5", "%[h5]")):
             t = t.replace(a, b)
         return t
     out = [fin(prog[i][0]) for i in (order if os.environ.get("NOSCHED") is None else range(N))]

@@ -8,14 +8,16 @@ def n(t): prog.append((t, 'n'))
 def s(t): prog.append((t, 's'))
 
 
-def walker(chains, scratch=("Ra", "Rb", "Rc"), first=0):
+def walker(chains, scratch=("Ra", "Rb", "Rc"), first=0, held=None):
     """Addresses of a step's loads without a register per row: chains is [(pointer, advance,
     [rows in load order])]; each row's load reads its chain's pointer (RP0, RP1, ...) and
     post-increments it by the distance to the chain's next row, the last row's by the distance to
     the first row of the next step (advance bytes on). The distances are the words of the steps
     record RR from word `first` on, chain after chain, each loaded into the next of the scratch
-    registers in turn. Returns addr: addr(name) gives the operand text of row name's load
-    ("[RPk], Ra"), the rows asked for in each chain's order."""
+    registers in turn, except for the rows named in held ({row: register}), whose distances the
+    loop holds in registers (RH0, RH1, ...; rows with equal distances may share one). Returns
+    addr: addr(name) gives the operand text of row name's load ("[RPk], Ra"), the rows asked for
+    in each chain's order."""
     where = {}
     k = first
     for c, (_ptr, _advance, rows) in enumerate(chains):
@@ -23,11 +25,14 @@ def walker(chains, scratch=("Ra", "Rb", "Rc"), first=0):
             where[name] = (c, i, 4 * k)
             k += 1
     count, pos = [0], [0] * len(chains)
+    hold = held or {}
 
     def addr(name):
         c, i, off = where[name]
         assert pos[c] == i, f"{name} loaded out of its chain's order"
         pos[c] = (i + 1) % len(chains[c][2])
+        if name in hold:
+            return f"[{chains[c][0]}], {hold[name]}"
         r = scratch[count[0] % len(scratch)]
         count[0] += 1
         s(f"ldr {r}, [RR, #{off}]")

@@ -6,6 +6,8 @@
 # output is the text of the asm statement in src/filters/arm/chroma_neon.cpp:
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
+#   PART=L MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # look-ups: the luma weights loop
+#   PART=AL MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c  # look-ups: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
 import sys
@@ -20,9 +22,15 @@ from armv7_steps import means16, n, prog, s, walker  # noqa: E402
 # The sums loop's pointers: RP0 the taps' U and V (half-size columns), RP1 the U and V centres
 # (full-size columns, 2 per half-size one), RP2 the luma (4 per half-size column); the means
 # loop stores through RO0 (U) and RO1 (V).
+# The luma weights loop (PART L) holds its walk's six steps in registers (RH0-RH5); the look-ups'
+# sums loop (AL) the step from each tap's U to its V (RH0), the same for every tap (the
+# planes' distance).
+LUMA = ["lumaC", "lUp", "lL", "lM", "lR", "lDown"]
 addr = walker([("RP0", 8, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uDown", "vDown"]),
               ("RP1", 16, ["srcU", "srcV"]),
-              ("RP2", 32, ["lumaC", "lUp", "lL", "lM", "lR", "lDown"])])
+              ("RP2", 32, LUMA)],
+              held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
+              {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")} if PART == "AL" else None)
 
 if PART == "A":
     # centres
@@ -70,6 +78,64 @@ if PART == "A":
         n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
 
     n("vst1.64 {d14, d15}, [RS:128]!")
+    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+
+elif PART == "L":
+    # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
+    # luma weights of a chunk's steps: wY of each tap, 16 bytes (even outputs, odd) per tap, into
+    # the buffer RY. d20-d22 the luma look-up, q0 the centres.
+    a = addr("lumaC"); n(f"vld4.8 {{d0, d1, d2, d3}}, {a}")
+    n("vorr d1, d2, d2")
+    for k, l in enumerate(("lUp", "lL", "lM", "lR", "lDown")):
+        t = 4 + 2 * (k % 3)     # q2, q3, q4 take turns (a tap's four loaded registers from d4)
+        a = addr(l); n(f"vld4.8 {{d{2 * t}, d{2 * t + 1}, d{2 * t + 2}, d{2 * t + 3}}}, {a}")
+        w = 13 + k % 3          # q13, q14, q15
+        n(f"vabd.u8 d{2 * w}, d0, d{2 * t}"); n(f"vabd.u8 d{2 * w + 1}, d1, d{2 * t}")
+        n(f"vtbl.8 d{2 * w}, {{d20, d21, d22}}, d{2 * w}")
+        n(f"vtbl.8 d{2 * w + 1}, {{d20, d21, d22}}, d{2 * w + 1}")
+        n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
+
+elif PART == "AL":
+    # The sums with the weight table's look-ups: T0-T31 in d16-d19, T32-T63 in d20-d23,
+    # T64-T79 in d8 d9, q7 32 in every lane (the index steps between the look-ups), q5 the
+    # weights, q12-q15 the sums, d12 d13 a tap's U and V, q0-q3 its steps; wY from RY.
+    a = addr("srcU"); n(f"vld2.8 {{d2, d3}}, {a}")
+    a = addr("srcV"); n(f"vld2.8 {{d4, d5}}, {a}")
+    n("vst1.64 {d2, d3, d4, d5}, [RB:128]")
+    n("vmovl.u8 q12, d2"); n("vmovl.u8 q13, d3"); n("vmovl.u8 q14, d4"); n("vmovl.u8 q15, d5")
+    n("vmov.i8 q5, #1")
+
+    def lookup(dst, idx):
+        """q{dst} = the weights of the differences in q{idx} (which it steps down by 32 twice)."""
+        lo, hi = f"d{2 * dst}", f"d{2 * dst + 1}"
+        ilo, ihi = f"d{2 * idx}", f"d{2 * idx + 1}"
+        n(f"vtbl.8 {lo}, {{d16, d17, d18, d19}}, {ilo}"); n(f"vtbl.8 {hi}, {{d16, d17, d18, d19}}, {ihi}")
+        n(f"vsub.i8 q{idx}, q{idx}, q7")
+        n(f"vtbx.8 {lo}, {{d20, d21, d22, d23}}, {ilo}"); n(f"vtbx.8 {hi}, {{d20, d21, d22, d23}}, {ihi}")
+        n(f"vsub.i8 q{idx}, q{idx}, q7")
+        n(f"vtbx.8 {lo}, {{d8, d9}}, {ilo}"); n(f"vtbx.8 {hi}, {{d8, d9}}, {ihi}")
+
+    for (u, v) in (("uUp", "vUp"), ("uL", "vL"), ("uM", "vM"), ("uR", "vR"), ("uDown", "vDown")):
+        a = addr(u); n(f"vld1.8 {{d12}}, {a}")
+        a = addr(v); n(f"vld1.8 {{d13}}, {a}")
+        n("vld1.64 {d2, d3}, [RB:128]")
+        n("vabd.u8 d2, d2, d12"); n("vabd.u8 d3, d3, d12")
+        lookup(2, 1)                                           # wU
+        n("vld1.64 {d2, d3}, [RB16:128]")
+        n("vabd.u8 d2, d2, d13"); n("vabd.u8 d3, d3, d13")
+        lookup(3, 1)                                           # wV
+        n("vmull.u8 q0, d4, d6"); n("vmull.u8 q2, d5, d7")
+        n("vshrn.i16 d2, q0, #8"); n("vshrn.i16 d3, q2, #8")   # uv
+        n("vld1.64 {d4, d5}, [RY:128]!")                        # wY
+        n("vmull.u8 q0, d2, d4"); n("vmull.u8 q3, d3, d5")
+        n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q3, #8")   # h
+        n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")       # w
+        n("vadd.i8 q5, q5, q0")
+        n("vmlal.u8 q12, d0, d12"); n("vmlal.u8 q13, d1, d12")
+        n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
+
+    n("vst1.64 {d10, d11}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
 

@@ -916,6 +916,113 @@ struct Pass3Armv7Rows {
   uint8_t* out[2];            // U, V outputs: full-size row Y            (+ 2 hx)
 };
 
+// The means loop of pass 3's steps on armv7 (after either sums loop): n
+// steps' sums and weights from `sums`, 16 outputs each into *o0 (U) and *o1
+// (V), which it moves on.
+inline void pass3MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_t** o1) {
+  uint8_t *u = *o0, *v = *o1;
+  const uint8_t* sp = sums;
+  uint32_t sa;
+  int32_t k = n;
+  asm volatile(
+      "movw %[a], #0x0008\n\t"
+      "movt %[a], #0x3f80\n\t"
+      "vdup.32 q8, %[a]\n\t"
+      "1:\n\t"
+      "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
+      "vmovl.u8 q0, d14\n\t"
+      "vmovl.u8 q1, d15\n\t"
+      "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+      "vmovl.u16 q2, d0\n\t"
+      "vmovl.u16 q3, d1\n\t"
+      "vmovl.u16 q4, d2\n\t"
+      "vcvt.f32.u32 q2, q2\n\t"
+      "vmovl.u16 q5, d3\n\t"
+      "vcvt.f32.u32 q3, q3\n\t"
+      "vcvt.f32.u32 q4, q4\n\t"
+      "vcvt.f32.u32 q5, q5\n\t"
+      "vrecpe.f32 q0, q2\n\t"
+      "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+      "vrecpe.f32 q6, q3\n\t"
+      "vrecps.f32 q1, q2, q0\n\t"
+      "vmovl.u16 q9, d28\n\t"
+      "vrecps.f32 q7, q3, q6\n\t"
+      "vmovl.u16 q10, d29\n\t"
+      "vmovl.u16 q11, d30\n\t"
+      "vmul.f32 q0, q0, q1\n\t"
+      "vcvt.f32.u32 q9, q9\n\t"
+      "vmul.f32 q6, q6, q7\n\t"
+      "vcvt.f32.u32 q10, q10\n\t"
+      "vcvt.f32.u32 q11, q11\n\t"
+      "vrecps.f32 q1, q2, q0\n\t"
+      "vrecps.f32 q7, q3, q6\n\t"
+      "vmul.f32 q2, q0, q1\n\t"
+      "vrecpe.f32 q0, q4\n\t"
+      "vmul.f32 q3, q6, q7\n\t"
+      "vrecpe.f32 q6, q5\n\t"
+      "vmul.f32 q2, q2, q8\n\t"
+      "vrecps.f32 q1, q4, q0\n\t"
+      "vmul.f32 q3, q3, q8\n\t"
+      "vrecps.f32 q7, q5, q6\n\t"
+      "vmul.f32 q9, q9, q2\n\t"
+      "vmul.f32 q0, q0, q1\n\t"
+      "vmul.f32 q10, q10, q3\n\t"
+      "vmul.f32 q6, q6, q7\n\t"
+      "vcvt.u32.f32 q9, q9, #1\n\t"
+      "vrecps.f32 q1, q4, q0\n\t"
+      "vcvt.u32.f32 q10, q10, #1\n\t"
+      "vrecps.f32 q7, q5, q6\n\t"
+      "vrshrn.i32 d28, q9, #1\n\t"
+      "vmul.f32 q4, q0, q1\n\t"
+      "vmovl.u16 q0, d24\n\t"
+      "vmul.f32 q5, q6, q7\n\t"
+      "vmovl.u16 q1, d25\n\t"
+      "vcvt.f32.u32 q0, q0\n\t"
+      "vmovl.u16 q6, d26\n\t"
+      "vmovl.u16 q7, d27\n\t"
+      "vmul.f32 q4, q4, q8\n\t"
+      "vmul.f32 q5, q5, q8\n\t"
+      "vmul.f32 q0, q0, q2\n\t"
+      "vcvt.f32.u32 q1, q1\n\t"
+      "vcvt.f32.u32 q6, q6\n\t"
+      "vcvt.f32.u32 q7, q7\n\t"
+      "vmul.f32 q11, q11, q4\n\t"
+      "vcvt.u32.f32 q0, q0, #1\n\t"
+      "vmul.f32 q1, q1, q3\n\t"
+      "vmul.f32 q6, q6, q4\n\t"
+      "vmul.f32 q7, q7, q5\n\t"
+      "vcvt.u32.f32 q11, q11, #1\n\t"
+      "vrshrn.i32 d24, q0, #1\n\t"
+      "vmovl.u16 q0, d31\n\t"
+      "vcvt.u32.f32 q1, q1, #1\n\t"
+      "vcvt.u32.f32 q6, q6, #1\n\t"
+      "vcvt.f32.u32 q0, q0\n\t"
+      "vcvt.u32.f32 q7, q7, #1\n\t"
+      "vrshrn.i32 d29, q10, #1\n\t"
+      "vrshrn.i32 d25, q1, #1\n\t"
+      "vrshrn.i32 d26, q6, #1\n\t"
+      "vmul.f32 q0, q0, q5\n\t"
+      "vrshrn.i32 d27, q7, #1\n\t"
+      "vrshrn.i32 d30, q11, #1\n\t"
+      "vmovn.i16 d24, q12\n\t"
+      "vmovn.i16 d28, q14\n\t"
+      "vcvt.u32.f32 q0, q0, #1\n\t"
+      "vmovn.i16 d25, q13\n\t"
+      "vst2.8 {d24, d25}, [%[o0]]!\n\t"
+      "vrshrn.i32 d31, q0, #1\n\t"
+      "vmovn.i16 d29, q15\n\t"
+      "vst2.8 {d28, d29}, [%[o1]]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
+      :
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+  *o0 = u;
+  *o1 = v;
+}
+
 template <int kShift>
 void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, int32_t count) {
   // The steps go in chunks of up to kChunk through two loops: the first
@@ -1246,103 +1353,327 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
           "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    k = n;
-    sp = sums;
+    pass3MeansArmv7(sums, n, &o0, &o1);
+    count -= n;
+  }
+}
+
+// The same where every difference from 80 on weighs as 0 (reach <= 80, the
+// default strength's table): the weights of U and V are look-ups of the
+// table's first 80 bytes (vtbl of 32, then vtbx of 32 and of 16 at indices
+// stepped down by 32), 10 instructions per 16 in place of the slopes' 13.
+// The 10 d registers of the table and a register of 32s leave no room for
+// the luma look-up and the luma centres in the sums loop, so a first loop
+// makes each step's luma weights (16 bytes per tap) into `lumaW`, which the
+// sums loop loads (scripts/asmgen/chroma_pass3_armv7.py, PART=L and AL).
+void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
+                        int32_t count) {
+  constexpr int32_t kChunk = 16;
+  alignas(16) uint8_t centres[32];
+  alignas(16) uint8_t lumaW[kChunk * 80];
+  alignas(16) uint8_t sums[kChunk * 80];
+  uint8_t* const b = centres;
+  // The loops' record, as pass3InnerArmv7's: the walks, then the tables.
+  // The luma weights loop holds its walk's steps (words 12-17) in registers,
+  // the sums loop the step from each tap's U to its V (word 0), which is the
+  // same for every tap: the taps' U and V rows lie at the same offsets from
+  // the planes (pass3StepsArmv7).
+  const Pass3Armv7Rows& r = *rows;
+  uint32_t words[20];
+  uint32_t* w = walkWords(words, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3], r.v[3],
+                                  r.u[4], r.v[4]}, 8);
+  w = walkWords(w, {r.src[0], r.src[1]}, 16);
+  w = walkWords(w, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[2], r.luma[3], r.luma[4]}, 32);
+  w[0] = uint32_t(uintptr_t(t.lut));
+  w[1] = uint32_t(uintptr_t(t.lutLuma));
+  const uint8_t *p0 = r.u[0] + hx, *p1 = r.src[0] + 2 * hx, *p2 = r.lumaCentre + 4 * hx;
+  uint8_t *o0 = r.out[0] + 2 * hx, *o1 = r.out[1] + 2 * hx;
+  while (count > 0) {
+    const int32_t n = count < kChunk ? count : kChunk;
+    int32_t k = n;
+    uint8_t* y = lumaW;
+    uint32_t sa, sb, sc;
     asm volatile(
-        "movw %[a], #0x0008\n\t"
-        "movt %[a], #0x3f80\n\t"
-        "vdup.32 q8, %[a]\n\t"
+        "ldr %[a], [%[R], #76]\n\t"
+        "vld1.8 {d20-d22}, [%[a]]\n\t"
         "1:\n\t"
-        "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
-        "vmovl.u8 q0, d14\n\t"
-        "vmovl.u8 q1, d15\n\t"
-        "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
-        "vmovl.u16 q2, d0\n\t"
-        "vmovl.u16 q3, d1\n\t"
-        "vmovl.u16 q4, d2\n\t"
-        "vcvt.f32.u32 q2, q2\n\t"
-        "vmovl.u16 q5, d3\n\t"
-        "vcvt.f32.u32 q3, q3\n\t"
-        "vcvt.f32.u32 q4, q4\n\t"
-        "vcvt.f32.u32 q5, q5\n\t"
-        "vrecpe.f32 q0, q2\n\t"
-        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
-        "vrecpe.f32 q6, q3\n\t"
-        "vrecps.f32 q1, q2, q0\n\t"
-        "vmovl.u16 q9, d28\n\t"
-        "vrecps.f32 q7, q3, q6\n\t"
-        "vmovl.u16 q10, d29\n\t"
-        "vmovl.u16 q11, d30\n\t"
-        "vmul.f32 q0, q0, q1\n\t"
-        "vcvt.f32.u32 q9, q9\n\t"
-        "vmul.f32 q6, q6, q7\n\t"
-        "vcvt.f32.u32 q10, q10\n\t"
-        "vcvt.f32.u32 q11, q11\n\t"
-        "vrecps.f32 q1, q2, q0\n\t"
-        "vrecps.f32 q7, q3, q6\n\t"
-        "vmul.f32 q2, q0, q1\n\t"
-        "vrecpe.f32 q0, q4\n\t"
-        "vmul.f32 q3, q6, q7\n\t"
-        "vrecpe.f32 q6, q5\n\t"
-        "vmul.f32 q2, q2, q8\n\t"
-        "vrecps.f32 q1, q4, q0\n\t"
-        "vmul.f32 q3, q3, q8\n\t"
-        "vrecps.f32 q7, q5, q6\n\t"
-        "vmul.f32 q9, q9, q2\n\t"
-        "vmul.f32 q0, q0, q1\n\t"
-        "vmul.f32 q10, q10, q3\n\t"
-        "vmul.f32 q6, q6, q7\n\t"
-        "vcvt.u32.f32 q9, q9, #1\n\t"
-        "vrecps.f32 q1, q4, q0\n\t"
-        "vcvt.u32.f32 q10, q10, #1\n\t"
-        "vrecps.f32 q7, q5, q6\n\t"
-        "vrshrn.i32 d28, q9, #1\n\t"
-        "vmul.f32 q4, q0, q1\n\t"
-        "vmovl.u16 q0, d24\n\t"
-        "vmul.f32 q5, q6, q7\n\t"
-        "vmovl.u16 q1, d25\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vmovl.u16 q6, d26\n\t"
-        "vmovl.u16 q7, d27\n\t"
-        "vmul.f32 q4, q4, q8\n\t"
-        "vmul.f32 q5, q5, q8\n\t"
-        "vmul.f32 q0, q0, q2\n\t"
-        "vcvt.f32.u32 q1, q1\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.f32.u32 q7, q7\n\t"
-        "vmul.f32 q11, q11, q4\n\t"
-        "vcvt.u32.f32 q0, q0, #1\n\t"
-        "vmul.f32 q1, q1, q3\n\t"
-        "vmul.f32 q6, q6, q4\n\t"
-        "vmul.f32 q7, q7, q5\n\t"
-        "vcvt.u32.f32 q11, q11, #1\n\t"
-        "vrshrn.i32 d24, q0, #1\n\t"
-        "vmovl.u16 q0, d31\n\t"
-        "vcvt.u32.f32 q1, q1, #1\n\t"
-        "vcvt.u32.f32 q6, q6, #1\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.u32.f32 q7, q7, #1\n\t"
-        "vrshrn.i32 d29, q10, #1\n\t"
-        "vrshrn.i32 d25, q1, #1\n\t"
-        "vrshrn.i32 d26, q6, #1\n\t"
-        "vmul.f32 q0, q0, q5\n\t"
-        "vrshrn.i32 d27, q7, #1\n\t"
-        "vrshrn.i32 d30, q11, #1\n\t"
-        "vmovn.i16 d24, q12\n\t"
-        "vmovn.i16 d28, q14\n\t"
-        "vcvt.u32.f32 q0, q0, #1\n\t"
-        "vmovn.i16 d25, q13\n\t"
-        "vst2.8 {d24, d25}, [%[o0]]!\n\t"
-        "vrshrn.i32 d31, q0, #1\n\t"
-        "vmovn.i16 d29, q15\n\t"
-        "vst2.8 {d28, d29}, [%[o1]]!\n\t"
+        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[h0]\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h1]\n\t"
+        "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h2]\n\t"
+        "vld4.8 {d16, d17, d18, d19}, [%[p2]], %[h3]\n\t"
+        "vorr d1, d2, d2\n\t"
+        "vabd.u8 d26, d0, d8\n\t"
+        "vabd.u8 d28, d0, d12\n\t"
+        "vabd.u8 d27, d1, d8\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h4]\n\t"
+        "vabd.u8 d29, d1, d12\n\t"
+        "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h5]\n\t"
+        "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
+        "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
+        "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
+        "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
+        "vabd.u8 d30, d0, d16\n\t"
+        "vabd.u8 d31, d1, d16\n\t"
+        "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+        "vabd.u8 d26, d0, d8\n\t"
+        "vabd.u8 d27, d1, d8\n\t"
+        "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+        "vabd.u8 d28, d0, d12\n\t"
+        "vabd.u8 d29, d1, d12\n\t"
+        "vtbl.8 d30, {d20, d21, d22}, d30\n\t"
+        "vtbl.8 d31, {d20, d21, d22}, d31\n\t"
+        "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
+        "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
+        "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
+        "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
+        "vst1.64 {d30, d31}, [%[y]:128]!\n\t"
+        "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+        "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
-        :
+        : [p2] "+r"(p2), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
+        : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
+          [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d26", "d27", "d28", "d29",
+          "d30", "d31", "cc", "memory");
+    k = n;
+    y = lumaW;
+    uint8_t* sp = sums;
+    asm volatile(
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]!\n\t"
+        "vld1.8 {d20-d23}, [%[a]]!\n\t"
+        "vld1.8 {d8-d9}, [%[a]]\n\t"
+        "vmov.i8 q7, #32\n\t"
+        "1:\n\t"
+        "vld1.8 {d12}, [%[p0]], %[h0]\n\t"
+        "ldr %[a], [%[R], #40]\n\t"
+        "vmov.i8 q5, #1\n\t"
+        "ldr %[b], [%[R], #44]\n\t"
+        "ldr %[c], [%[R], #4]\n\t"
+        "vld2.8 {d2, d3}, [%[p1]], %[a]\n\t"
+        "ldr %[a], [%[R], #12]\n\t"
+        "vld2.8 {d4, d5}, [%[p1]], %[b]\n\t"
+        "ldr %[b], [%[R], #20]\n\t"
+        "vld1.8 {d13}, [%[p0]], %[c]\n\t"
+        "ldr %[c], [%[R], #28]\n\t"
+        "vmovl.u8 q12, d2\n\t"
+        "vst1.64 {d2, d3, d4, d5}, [%[B]:128]\n\t"
+        "vmovl.u8 q13, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vmovl.u8 q14, d4\n\t"
+        "vmovl.u8 q15, d5\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 d2, d2, d13\n\t"
+        "vabd.u8 d3, d3, d13\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d8, d9}, d2\n\t"
+        "vtbx.8 d7, {d8, d9}, d3\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q2, d5, d7\n\t"
+        "vshrn.i16 d2, q0, #8\n\t"
+        "vshrn.i16 d3, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[y]:128]!\n\t"
+        "vmull.u8 q0, d2, d4\n\t"
+        "vmull.u8 q3, d3, d5\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q3, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vld1.8 {d12}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld1.8 {d13}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #36]\n\t"
+        "vadd.i8 q5, q5, q0\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 d2, d2, d13\n\t"
+        "vabd.u8 d3, d3, d13\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d8, d9}, d2\n\t"
+        "vtbx.8 d7, {d8, d9}, d3\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q2, d5, d7\n\t"
+        "vshrn.i16 d2, q0, #8\n\t"
+        "vshrn.i16 d3, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[y]:128]!\n\t"
+        "vmull.u8 q0, d2, d4\n\t"
+        "vmull.u8 q3, d3, d5\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q3, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vld1.8 {d12}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld1.8 {d13}, [%[p0]], %[b]\n\t"
+        "vadd.i8 q5, q5, q0\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 d2, d2, d13\n\t"
+        "vabd.u8 d3, d3, d13\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d8, d9}, d2\n\t"
+        "vtbx.8 d7, {d8, d9}, d3\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q2, d5, d7\n\t"
+        "vshrn.i16 d2, q0, #8\n\t"
+        "vshrn.i16 d3, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[y]:128]!\n\t"
+        "vmull.u8 q0, d2, d4\n\t"
+        "vmull.u8 q3, d3, d5\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q3, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vld1.8 {d12}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld1.8 {d13}, [%[p0]], %[c]\n\t"
+        "vadd.i8 q5, q5, q0\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 d2, d2, d13\n\t"
+        "vabd.u8 d3, d3, d13\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d8, d9}, d2\n\t"
+        "vtbx.8 d7, {d8, d9}, d3\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q2, d5, d7\n\t"
+        "vshrn.i16 d2, q0, #8\n\t"
+        "vshrn.i16 d3, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[y]:128]!\n\t"
+        "vmull.u8 q0, d2, d4\n\t"
+        "vmull.u8 q3, d3, d5\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q3, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vld1.8 {d12}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vld1.8 {d13}, [%[p0]], %[a]\n\t"
+        "vadd.i8 q5, q5, q0\n\t"
+        "vabd.u8 d2, d2, d12\n\t"
+        "vabd.u8 d3, d3, d12\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 d2, d2, d13\n\t"
+        "vabd.u8 d3, d3, d13\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d6, {d8, d9}, d2\n\t"
+        "vtbx.8 d7, {d8, d9}, d3\n\t"
+        "vmull.u8 q0, d4, d6\n\t"
+        "vmull.u8 q2, d5, d7\n\t"
+        "vshrn.i16 d2, q0, #8\n\t"
+        "vshrn.i16 d3, q2, #8\n\t"
+        "vld1.64 {d4, d5}, [%[y]:128]!\n\t"
+        "vmull.u8 q0, d2, d4\n\t"
+        "vmull.u8 q3, d3, d5\n\t"
+        "vshrn.i16 d4, q0, #8\n\t"
+        "vshrn.i16 d5, q3, #8\n\t"
+        "vshr.u8 q0, q2, #3\n\t"
+        "vsra.u8 q0, q2, #4\n\t"
+        "vmlal.u8 q12, d0, d12\n\t"
+        "vmlal.u8 q13, d1, d12\n\t"
+        "vadd.i8 q5, q5, q0\n\t"
+        "vmlal.u8 q14, d0, d13\n\t"
+        "vmlal.u8 q15, d1, d13\n\t"
+        "vst1.64 {d10, d11}, [%[S]:128]!\n\t"
+        "vst1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+        "vst1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [p0] "+r"(p0), [p1] "+r"(p1), [y] "+r"(y), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa),
+          [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(words), [B] "r"(b), [B16] "r"(b + 16), [h0] "r"(words[0])
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
           "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
           "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    pass3MeansArmv7(sums, n, &o0, &o1);
     count -= n;
   }
 }
@@ -3805,7 +4136,8 @@ struct NeonBlocks {
 
 #if !defined(__aarch64__)
   // armv7 where every difference from 96 on weighs as 0: the inner steps in
-  // assembly (pass3InnerArmv7), the edge and tail steps as above.
+  // assembly (pass3InnerArmv7, or pass3InnerArmv7Lut where every difference
+  // from 80 on weighs as 0), the edge and tail steps as above.
   template <int kShift>
   static void pass3StepsArmv7(const KQChromaPassContext* c, const Tables& t, int hx0, int hn,
                               int Y, int yUp, int y, int yDown) {
@@ -3819,7 +4151,10 @@ struct NeonBlocks {
                            {c->outU + size_t(Y) * w, c->outV + size_t(Y) * w}};
     pass3Steps(c, ByFormula<kShift>(t), ByLutLuma24(t), hx0, hn, Y, yUp, y, yDown,
                [&](int hx, int count) {
-                 pass3InnerArmv7<kShift>(&a, t, hx, count);
+                 if (t.reach <= 80)
+                   pass3InnerArmv7Lut(&a, t, hx, count);
+                 else
+                   pass3InnerArmv7<kShift>(&a, t, hx, count);
                  return hx + count * Inner::kOut;
                });
   }
