@@ -916,6 +916,19 @@ struct Pass3Armv7Rows {
   uint8_t* out[2];            // U, V outputs: full-size row Y            (+ 2 hx)
 };
 
+// The record of pass 3's assembly loops: the walks of the taps' U and V
+// (words 0-9), the centres' U and V (10, 11) and the luma (12-17), in the
+// generator's chains, then the weight table (18) and the luma look-up (19).
+inline void pass3Words(const Pass3Armv7Rows& r, const uint8_t* table, const uint8_t* lumaTable,
+                       uint32_t words[20]) {
+  uint32_t* w = walkWords(words, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3], r.v[3],
+                                  r.u[4], r.v[4]}, 8);
+  w = walkWords(w, {r.src[0], r.src[1]}, 16);
+  w = walkWords(w, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[2], r.luma[3], r.luma[4]}, 32);
+  w[0] = uint32_t(uintptr_t(table));
+  w[1] = uint32_t(uintptr_t(lumaTable));
+}
+
 // The means loop of pass 3's steps on armv7 (after either sums loop): n
 // steps' sums and weights from `sums`, 16 outputs each into *o0 (U) and *o1
 // (V), which it moves on.
@@ -1034,16 +1047,9 @@ void pass3InnerArmv7(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx, in
   alignas(16) uint8_t centres[48];
   alignas(16) uint8_t sums[kChunk * 80];
   uint8_t* const b = centres;
-  // The sums loop's record: the walks of the taps' U and V, the centres' U
-  // and V and the luma (the generator's chains), then the two tables.
   const Pass3Armv7Rows& r = *rows;
   uint32_t words[20];
-  uint32_t* w = walkWords(words, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3], r.v[3],
-                                  r.u[4], r.v[4]}, 8);
-  w = walkWords(w, {r.src[0], r.src[1]}, 16);
-  w = walkWords(w, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[2], r.luma[3], r.luma[4]}, 32);
-  w[0] = uint32_t(uintptr_t(t.w));
-  w[1] = uint32_t(uintptr_t(t.lutLuma));
+  pass3Words(r, t.w, t.lutLuma, words);
   const uint8_t *p0 = r.u[0] + hx, *p1 = r.src[0] + 2 * hx, *p2 = r.lumaCentre + 4 * hx;
   uint8_t *o0 = r.out[0] + 2 * hx, *o1 = r.out[1] + 2 * hx;
   while (count > 0) {
@@ -1373,19 +1379,13 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
   alignas(16) uint8_t lumaW[kChunk * 80];
   alignas(16) uint8_t sums[kChunk * 80];
   uint8_t* const b = centres;
-  // The loops' record, as pass3InnerArmv7's: the walks, then the tables.
-  // The luma weights loop holds its walk's steps (words 12-17) in registers,
-  // the sums loop the step from each tap's U to its V (word 0), which is the
-  // same for every tap: the taps' U and V rows lie at the same offsets from
-  // the planes (pass3StepsArmv7).
+  // The loops' record (pass3Words). The luma weights loop holds its walk's
+  // steps (words 12-17) in registers, the sums loop the step from each tap's
+  // U to its V (word 0), which is the same for every tap: the taps' U and V
+  // rows lie at the same offsets from the planes (pass3StepsArmv7).
   const Pass3Armv7Rows& r = *rows;
   uint32_t words[20];
-  uint32_t* w = walkWords(words, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3], r.v[3],
-                                  r.u[4], r.v[4]}, 8);
-  w = walkWords(w, {r.src[0], r.src[1]}, 16);
-  w = walkWords(w, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[2], r.luma[3], r.luma[4]}, 32);
-  w[0] = uint32_t(uintptr_t(t.lut));
-  w[1] = uint32_t(uintptr_t(t.lutLuma));
+  pass3Words(r, t.lut, t.lutLuma, words);
   const uint8_t *p0 = r.u[0] + hx, *p1 = r.src[0] + 2 * hx, *p2 = r.lumaCentre + 4 * hx;
   uint8_t *o0 = r.out[0] + 2 * hx, *o1 = r.out[1] + 2 * hx;
   while (count > 0) {

@@ -382,7 +382,7 @@ void nrBlendBlocksA64(uint8_t* dst, const uint8_t* src, ptrdiff_t stride, int32_
 // y: -6, -1, 0, +1, +6, then the next block's -6: 5, 1, 1, 5, 4; row y - 1:
 // -4, 0, +4: 4, 4, 8; row y + 1: -4, -2, 0, +4: 2, 2, 4, 8; rows y -/+ 4:
 // -2, +2: 4, 12). Compiled, the loop spends an add on every tap's address
-// and 8 register moves per block (162 instructions; 137 here). Registers:
+// and 8 register moves per block (162 instructions; 136 here). Registers:
 // q0 the centres, q1-q3 and q4-q6 the two groups' sums (lo, hi, weights),
 // q7-q13 taps and their weights, q14 the blend weights, q15 30. The taps go
 // in pairs, one of each group, the next pair's bytes loaded while this one
@@ -848,7 +848,7 @@ struct SharpenNeon {
   // n of the small-gain outStep without threshold, each one loop in
   // assembly; they return the column after their last step. Compiled, the
   // steps spend an add on each row's address and a move to join the halves
-  // of the result (72 instructions per 16 pixels for both; 57 here): here
+  // of the result (72 instructions per 16 pixels for both; 55 here): here
   // each row pointer steps by its post-indexed load and the narrowing
   // writes the halves of one q register. Two steps per iteration (an odd
   // first one alone): the loop's count and branch are 2 of a step's 20
