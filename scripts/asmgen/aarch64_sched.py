@@ -7,25 +7,21 @@ import os
 import re
 import sys
 
+from sched_common import heights, operands, register_deps
+
 def regs_of(tok):
     tok = tok.strip()
     m = re.match(r"v(\d+)", tok)
     return [f"v{m.group(1)}"] if m else []
 
 def parse(text):
-    op, rest = text.split(None, 1)
+    op, rest, listregs, br, ops = operands(text, regs_of, r"\[[^\]]*\](, #-?\d+)?")
     reads, writes = set(), set()
     mem = None
-    lst = re.search(r"\{([^}]*)\}", rest)
-    listregs = []
-    if lst:
-        for t in lst.group(1).split(","): listregs += regs_of(t)
-    br = re.search(r"\[([^\]]*)\]", rest)
-    ops = [t.strip() for t in re.sub(r"\{[^}]*\}|\[[^\]]*\](, #-?\d+)?", "LIST", rest).split(",")]
     base = None
-    if br:
-        base = br.group(1).split(",")[0].strip(); reads.add(base)
-        for tok in br.group(1).split(",")[1:]:
+    if br is not None:
+        base = br.split(",")[0].strip(); reads.add(base)
+        for tok in br.split(",")[1:]:
             if tok.strip().startswith("X"): reads.add(tok.strip())
         if re.search(r"\], #", rest): writes.add(base)
     if op in ("ld1", "ld1r", "ld2", "ld4", "ldr", "ldur"):
@@ -68,27 +64,13 @@ def emit(prog, names=None):
     operand names X... to fixed registers (the others become named operands)."""
     Pp = [parse(t) + (k,) for t, k in prog]
     N = len(Pp)
-    deps = [[] for _ in range(N)]
-    lastw, lastr = {}, {}
-    for i, (op, rd, wr, mem, k) in enumerate(Pp):
-        for r in rd:
-            if r in lastw: deps[i].append((lastw[r], lat(Pp[lastw[r]][0])))
-        for r in wr:
-            if r in lastw: deps[i].append((lastw[r], 1))
-            for j in lastr.get(r, []): deps[i].append((j, 0))
-        for r in rd: lastr.setdefault(r, []).append(i)
-        for r in wr: lastw[r] = i; lastr[r] = []
+    deps = register_deps(Pp, lambda j, r: lat(Pp[j][0]))
     # in place: the output stores after every load
     for i, (op, rd, wr, mem, k) in enumerate(Pp):
         if mem and mem[0] == "store" and mem[1] in ("XoutU", "XoutV"):
             for j in range(i):
                 if Pp[j][3] and Pp[j][3][0] == "load": deps[i].append((j, 0))
-    succ = [[] for _ in range(N)]
-    for i in range(N):
-        for j, l in deps[i]: succ[j].append((i, l))
-    height = [0] * N
-    for i in reversed(range(N)):
-        height[i] = max([l + height[j] for j, l in succ[i]] + [lat(Pp[i][0])])
+    height = heights(deps, [lat(Pp[i][0]) for i in range(N)])
     t = [None] * N
     order = []
     cycle = 0

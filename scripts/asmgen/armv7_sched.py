@@ -7,6 +7,8 @@ import os
 import re
 import sys
 
+from sched_common import heights, operands, register_deps
+
 def dregs(tok):
     tok = tok.strip()
     m = re.fullmatch(r"q(\d+)", tok)
@@ -16,26 +18,20 @@ def dregs(tok):
     return []
 
 def parse(text):
-    op, rest = text.split(None, 1)
+    op, rest, listregs, br, ops = operands(text, dregs)
     reads, writes = set(), set()
     mem = None
-    lst = re.search(r"\{([^}]*)\}", rest)
-    listregs = []
-    if lst:
-        for t in lst.group(1).split(","): listregs += dregs(t)
-    br = re.search(r"\[([^\]]*)\]", rest)
-    ops = [t.strip() for t in re.sub(r"\{[^}]*\}|\[[^\]]*\]", "LIST", rest).split(",")]
-    if br:
-        base = br.group(1).split(":")[0].strip(); reads.add(base)
+    if br is not None:
+        base = br.split(":")[0].strip(); reads.add(base)
         if "]!" in rest: writes.add(base)
         post = re.search(r"\]\s*,\s*(R\w+)", rest)  # post-increment by a register
         if post: reads.add(post.group(1)); writes.add(base)
     if op.startswith(("vld", "ldr")):
         if op.startswith("vld"): writes.update(listregs)
         else: writes.add(ops[0])
-        mem = ("load", br.group(1).split(":")[0].strip() if br else None)
+        mem = ("load", br.split(":")[0].strip() if br is not None else None)
     elif op.startswith("vst"):
-        reads.update(listregs); mem = ("store", br.group(1).split(":")[0].strip())
+        reads.update(listregs); mem = ("store", br.split(":")[0].strip())
     elif op.startswith("vtbl"):
         d = dregs(ops[0]); writes.update(d); reads.update(listregs); reads.update(dregs(ops[2]))
     elif op in ("add", "movw", "movt"):
@@ -79,44 +75,29 @@ def emit(prog):
     """Orders prog [(text, kind)], kind "n" (NEON) or "s" (integer), and prints it."""
     P = [parse(t) + (k,) for t, k in prog]
     N = len(P)
-    deps = [[] for _ in range(N)]  # (pred, latency)
-    lastw, lastr = {}, {}
+    def latency(j, r):
+        # a walking pointer is written back a cycle after its load issues
+        if r.startswith(("RP", "RO")) and P[j][0].startswith(("vld", "vst")): return 1
+        return lat(P[j][0], prog[j][0])
+    deps = register_deps(P, latency)
+    # buffer stores before buffer loads
     laststore = {}
     for i, (op, rd, wr, mem, k) in enumerate(P):
-        for r in rd:
-            if r in lastw:
-                # a walking pointer is written back a cycle after its load issues
-                walk = r.startswith(("RP", "RO")) and P[lastw[r]][0].startswith(("vld", "vst"))
-                deps[i].append((lastw[r], 1 if walk else lat(P[lastw[r]][0], prog[lastw[r]][0])))
-        for r in wr:
-            if r in lastw: deps[i].append((lastw[r], 1))
-            for j in lastr.get(r, []): deps[i].append((j, 0))
         if mem:
-            # buffer stores before buffer loads; out stores after everything that reads planes
             if mem[0] == "load" and mem[1] in ("RB", "RB16", "RB32"):
                 for b, j in laststore.items(): deps[i].append((j, 1))
             if mem[0] == "store":
                 laststore[mem[1]] = i
-        for r in rd: lastr.setdefault(r, []).append(i)
-        for r in wr: lastw[r] = i; lastr[r] = []
     # stores to the output come after every load of the step (in-place operation)
     for i, (op, rd, wr, mem, k) in enumerate(P):
         if mem and mem[0] == "store" and mem[1] not in ("RB", "RB32"):
             for j in range(i):
                 if P[j][3] and P[j][3][0] == "load": deps[i].append((j, 0))
+    height = heights(deps, [lat(P[i][0], prog[i][0]) for i in range(N)])
 
-    height = [0] * N
-    succ = [[] for _ in range(N)]
-    for i in range(N):
-        for j, l in deps[i]: succ[j].append((i, l))
-    for i in reversed(range(N)):
-        height[i] = max([l + height[j] for j, l in succ[i]] + [lat(P[i][0], prog[i][0])])
-
-    ready_at = [0] * N
     done = [False] * N
     order = []
     cycle = 0
-    npred = [len(d) for d in deps]
     sched_time = [None] * N
     while len(order) < N:
         for kind in ('n', 's'):
@@ -129,14 +110,12 @@ def emit(prog):
     print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
     def fin(t):
         for a, b in (("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"),
-                     ("Rx", "%[x]"), ("RS", "%[S]"), ("RW", "%[w0]"), ("RCW1", "%[cw1]"),
-                     ("RCW", "%[cw]"), ("Ra", "%[a]"), ("Rb", "%[b]"), ("Rc", "%[c]"), ("Rd", "%[d]"),
-                     ("SH", "%c[s]"), ("RE", "%c[r8]"), ("RP0", "%[p0]"), ("RP1", "%[p1]"),
-                     ("RP2", "%[p2]"), ("RO0", "%[o0]"), ("RO1", "%[o1]"), ("RY", "%[y]"), ("RH0", "%[h0]"),
-                     ("RH1", "%[h1]"), ("RH2", "%[h2]"), ("RH3", "%[h3]"), ("RH4", "%[h4]"),
-                     ("RH5", "%[h5]")):
+                     ("RS", "%[S]"), ("RCW1", "%[cw1]"), ("RCW", "%[cw]"), ("RY", "%[y]"),
+                     ("SH", "%c[s]"), ("RE", "%c[r8]")):
             t = t.replace(a, b)
-        return t
+        # scratch Ra-Rd, walking pointers RP0.., output pointers RO0.., held steps RH0..
+        t = re.sub(r"\bR([a-d])\b", r"%[\1]", t)
+        return re.sub(r"\bR([POH])(\d)\b", lambda m: f"%[{m.group(1).lower()}{m.group(2)}]", t)
     out = [fin(prog[i][0]) for i in (order if os.environ.get("NOSCHED") is None else range(N))]
     if len(sys.argv) > 1 and sys.argv[1] == "c":
         for t in out: print(f'  "{t}\\n\\t"')

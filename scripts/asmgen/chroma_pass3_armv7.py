@@ -32,6 +32,23 @@ addr = walker([("RP0", 8, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uD
               held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
               {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")} if PART == "AL" else None)
 
+def addTap(w):
+    """The tap's weight from h = ((wU * wV) >> 8) * wY >> 8 in q2 (both parities): w = (h >> 3) +
+    (h >> 4) into q0, added to the weights q{w} and, times the tap's U (d12) and V (d13), to the
+    sums q12-q15."""
+    n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")
+    n(f"vadd.i8 q{w}, q{w}, q0")
+    n("vmlal.u8 q12, d0, d12"); n("vmlal.u8 q13, d1, d12")
+    n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
+
+
+def storeSums(w):
+    """The step's weights q{w} and sums q12-q15 into the sums buffer, as the means loop reads them."""
+    n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RS:128]!")
+    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+
+
 if PART == "A":
     # centres
     a = addr("srcU"); n(f"vld2.8 {{d2, d3}}, {a}")
@@ -72,14 +89,9 @@ if PART == "A":
         n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q1, #8")   # uv
         n("vmull.u8 q0, d4, d6"); n("vmull.u8 q1, d5, d7")
         n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q1, #8")   # h
-        n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")       # w
-        n("vadd.i8 q7, q7, q0")
-        n("vmlal.u8 q12, d0, d12"); n("vmlal.u8 q13, d1, d12")
-        n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
+        addTap(7)
 
-    n("vst1.64 {d14, d15}, [RS:128]!")
-    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
-    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+    storeSums(7)
 
 elif PART == "L":
     # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
@@ -130,14 +142,9 @@ elif PART == "AL":
         n("vld1.64 {d4, d5}, [RY:128]!")                        # wY
         n("vmull.u8 q0, d2, d4"); n("vmull.u8 q3, d3, d5")
         n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q3, #8")   # h
-        n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")       # w
-        n("vadd.i8 q5, q5, q0")
-        n("vmlal.u8 q12, d0, d12"); n("vmlal.u8 q13, d1, d12")
-        n("vmlal.u8 q14, d0, d13"); n("vmlal.u8 q15, d1, d13")
+        addTap(5)
 
-    n("vst1.64 {d10, d11}, [RS:128]!")
-    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
-    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+    storeSums(5)
 
 else:
     means16(8)
