@@ -34,6 +34,8 @@ def parse(text):
         reads.update(listregs); mem = ("store", br.split(":")[0].strip())
     elif op.startswith("vtbl"):
         d = dregs(ops[0]); writes.update(d); reads.update(listregs); reads.update(dregs(ops[2]))
+    elif op.startswith(("vuzp", "vzip", "vtrn")):
+        d = dregs(ops[0]) + dregs(ops[1]); writes.update(d); reads.update(d)
     elif op in ("add", "movw", "movt"):
         writes.add(ops[0]); reads.update(o for o in ops[1:] if o.startswith("R"))
         if op == "movt": reads.add(ops[0])
@@ -53,7 +55,7 @@ def lat(op, text):
         if op.startswith("vst"): return 1
         if op == "ldr": return 4
         if op in ("add", "movw", "movt"): return 1
-        if op.startswith(("vmull", "vmlal")): return 5
+        if op.startswith(("vmull", "vmlal", "vqrdmulh")): return 5
         if op.startswith(("vtbl", "vtbx")): return 3 if text.count(",") <= 3 else 6  # 1-2 / 3-4 registers
         if op.startswith(("vmla.f32",)): return 9
         if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
@@ -64,7 +66,7 @@ def lat(op, text):
     if op.startswith("vst"): return 1
     if op in ("ldr",): return 3
     if op in ("add", "movw", "movt"): return 1
-    if op.startswith(("vmull", "vmlal", "vsra")): return 6
+    if op.startswith(("vmull", "vmlal", "vsra", "vqrdmulh")): return 6
     if op.startswith(("vmla.f32",)): return 9
     if op.startswith(("vmul.f32", "vrecps", "vrecpe", "vcvt")): return 5
     if op.startswith(("vabd", "vrshrn", "vtbl", "vtbx")): return 4

@@ -40,39 +40,38 @@ def walker(chains, scratch=("Ra", "Rb", "Rc"), first=0, held=None):
     return addr
 
 
-def reciprocal(q, t0, t1):
-    """q = 1 / q, the estimate refined twice (t0, t1 scratch)."""
+def scaledReciprocal(q, k, t0, t1):
+    """q = (1 + 2^-20) / q for the means (q{k} holds 1 + 2^-20; t0, t1 scratch): the reciprocal
+    estimate r refined once, r1 = r (2 - q r), then r1 (1 + 2^-20) (2 - q r1), which lies above
+    1 / q by a relative 2^-20 less its error (below 2^-21). The scale multiplies r1 beside the
+    second step, off the chain of latencies."""
     n(f"vrecpe.f32 q{t0}, q{q}")
     n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
     n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
     n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+    n(f"vmul.f32 q{t0}, q{t0}, q{k}")
     n(f"vmul.f32 q{q}, q{t0}, q{t1}")
 
 
-def scaledReciprocal(q, k, t0, t1):
-    """q = (1 + 2^-20) / q for the means (q{k} holds 1 + 2^-20): the refined reciprocal, above
-    1 / q by a relative 2^-20 less its error (below 2^-21), so that twice sum times it, truncated,
-    is floor(2 sum / q) for every sum <= 255 q, q <= 369 (an exhaustive check in the kernel
-    checks holds the means to that)."""
-    reciprocal(q, t0, t1)
-    n(f"vmul.f32 q{q}, q{q}, q{k}")
+def reciprocalQ31(q, k, t0, t1):
+    """q = the scaled reciprocal (1 + 2^-20) / q in 1.31 fixed point, saturated (2^31 - 1 for a
+    weight of 1), for vqrdmulh: the reciprocal estimate refined twice, above 1 / q by a relative
+    2^-20 less its error (below 2^-21), so that vqrdmulh(sum, q), floor(sum q / 2^31 + 1 / 2), is
+    floor(sum / q + 1 / 2) for every sum <= 255 q, q <= 369 (an exhaustive check in the kernel
+    checks holds the means to that). q{k} holds 1 + 2^-20."""
+    scaledReciprocal(q, k, t0, t1)
+    n(f"vcvt.s32.f32 q{q}, q{q}, #31")
 
 
-def mean4(d, r, t):
-    """The means floor(sum / weight + 1 / 2) of the four u16 sums in d{d}, from the scaled
-    reciprocals in q{r}, narrowed into d{d} (q{t} scratch): m = trunc(2 sum r), the mean
-    (m + 1) >> 1."""
-    n(f"vmovl.u16 q{t}, {d}")
-    n(f"vcvt.f32.u32 q{t}, q{t}")
-    n(f"vmul.f32 q{t}, q{t}, q{r}")
-    n(f"vcvt.u32.f32 q{t}, q{t}, #1")
-    n(f"vrshrn.i32 {d}, q{t}, #1")
+def gather(a, b, c, d):
+    """The low bytes of the 32-bit lanes q{a}, q{b}, q{c}, q{d} (in that order) into q{a}."""
+    n(f"vuzp.16 q{a}, q{b}"); n(f"vuzp.16 q{c}, q{d}"); n(f"vuzp.8 q{a}, q{c}")
 
 
 def means16(k):
     """The means loop's step of 16 outputs: weights d14 d15 (u8), sums q12 q13 (U) and q14 q15
-    (V) from the sums buffer; leaves the means in d24 d25 (U) and d28 d29 (V). q{k} holds
-    1 + 2^-20 in every lane (see scaledReciprocal)."""
+    (V) from the sums buffer; leaves the means in d12 d13 (U) and d18 d19 (V). q{k} holds
+    1 + 2^-20 in every lane (see reciprocalQ31)."""
     n("vld1.64 {d14, d15}, [RS:128]!")
     n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
@@ -82,12 +81,11 @@ def means16(k):
         n(f"vcvt.f32.u32 q{q}, q{q}")
     tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
     for q in (2, 3, 4, 5):
-        scaledReciprocal(q, k, *tmp[q])
-    # U: sums q12 (d24 lanes 0-3, d25 lanes 4-7), q13; V: q14, q15; reciprocals of lanes 0-3:
-    # q2, 4-7: q3, 8-11: q4, 12-15: q5
-    quads = [("d24", 2), ("d25", 3), ("d26", 4), ("d27", 5), ("d28", 2), ("d29", 3), ("d30", 4), ("d31", 5)]
-    temps = (0, 1, 6, 7, 9, 10, 11)
-    for i, (d, r) in enumerate(quads):
-        mean4(d, r, temps[i % len(temps)])
-    n("vmovn.i16 d24, q12"); n("vmovn.i16 d25, q13")
-    n("vmovn.i16 d28, q14"); n("vmovn.i16 d29, q15")
+        reciprocalQ31(q, k, *tmp[q])
+    # U: sums d24 (lanes 0-3), d25 (4-7), d26 (8-11), d27 (12-15), V: d28-d31; their
+    # reciprocals q2, q3, q4, q5
+    for plane, temps in (((24, 25, 26, 27), (6, 7, 0, 1)), ((28, 29, 30, 31), (9, 10, 11, 12))):
+        for d, t, r in zip(plane, temps, (2, 3, 4, 5)):
+            n(f"vmovl.u16 q{t}, d{d}")
+            n(f"vqrdmulh.s32 q{t}, q{t}, q{r}")
+        gather(*temps)

@@ -10,7 +10,7 @@
 import os, sys
 PART = os.environ.get("PART", "A")
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import n, prog, s, scaledReciprocal, walker  # noqa: E402
+from armv7_steps import gather, n, prog, reciprocalQ31, s, walker  # noqa: E402
 # The sums loop's pointers: RP0 the U and V rows (2 columns per output), RP1 the luma (4 per
 # output); the means loop stores through RO0 (U) and RO1 (V).
 addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", "uR", "vR",
@@ -81,20 +81,16 @@ else:
     n("vaddl.u8 q0, d20, d21")
     n("vmovl.u16 q1, d0"); n("vmovl.u16 q2, d1")
     n("vcvt.f32.u32 q1, q1"); n("vcvt.f32.u32 q2, q2")
-    scaledReciprocal(1, 15, 3, 4)
-    scaledReciprocal(2, 15, 5, 6)
-    # U: (d22 + d26) lanes 0-3, (d23 + d27) 4-7 ; V: (d24 + d28), (d25 + d29); means as in mean4
-    for (b0, f0, b1, f1, outd, res, t0, t1) in (("d22", "d26", "d23", "d27", "d16", "q8", 3, 4),
-                                                ("d24", "d28", "d25", "d29", "d18", "q9", 5, 6)):
+    reciprocalQ31(1, 15, 3, 4)
+    reciprocalQ31(2, 15, 5, 6)
+    # U: (d22 + d26) lanes 0-3, (d23 + d27) 4-7; V: (d24 + d28), (d25 + d29); vqrdmulh by the
+    # reciprocals as in means16, then the low bytes: U into d6, V into d7
+    for (b0, f0, b1, f1, t0, t1) in (("d22", "d26", "d23", "d27", 3, 4), ("d24", "d28", "d25", "d29", 5, 6)):
         n(f"vaddl.u16 q{t0}, {b0}, {f0}"); n(f"vaddl.u16 q{t1}, {b1}, {f1}")
-        n(f"vcvt.f32.u32 q{t0}, q{t0}"); n(f"vcvt.f32.u32 q{t1}, q{t1}")
-        n(f"vmul.f32 q{t0}, q{t0}, q1"); n(f"vmul.f32 q{t1}, q{t1}, q2")
-        n(f"vcvt.u32.f32 q{t0}, q{t0}, #1"); n(f"vcvt.u32.f32 q{t1}, q{t1}, #1")
-        k = int(res[1:])
-        n(f"vrshrn.i32 d{2*k}, q{t0}, #1"); n(f"vrshrn.i32 d{2*k+1}, q{t1}, #1")
-        n(f"vmovn.i16 {outd}, {res}")
-    n("vst1.8 {d16}, [RO0]!")
-    n("vst1.8 {d18}, [RO1]!")
+        n(f"vqrdmulh.s32 q{t0}, q{t0}, q1"); n(f"vqrdmulh.s32 q{t1}, q{t1}, q2")
+    gather(3, 4, 5, 6)
+    n("vst1.8 {d6}, [RO0]!")
+    n("vst1.8 {d7}, [RO1]!")
 from armv7_sched import emit  # noqa: E402
 
 emit(prog)

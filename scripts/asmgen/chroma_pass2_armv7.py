@@ -79,8 +79,8 @@ if PART == "A":
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
 else:
     means16(8)
-    n("vst1.8 {d24, d25}, [RO0]!")
-    n("vst1.8 {d28, d29}, [RO1]!")
+    n("vst1.8 {d12, d13}, [RO0]!")
+    n("vst1.8 {d18, d19}, [RO1]!")
 
     
 from armv7_sched import emit  # noqa: E402

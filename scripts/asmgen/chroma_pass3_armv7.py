@@ -148,8 +148,8 @@ elif PART == "AL":
 
 else:
     means16(8)
-    n("vst2.8 {d24, d25}, [RO0]!")
-    n("vst2.8 {d28, d29}, [RO1]!")
+    n("vst2.8 {d12, d13}, [RO0]!")
+    n("vst2.8 {d18, d19}, [RO1]!")
 
     
 from armv7_sched import emit  # noqa: E402

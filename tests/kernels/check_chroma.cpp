@@ -291,25 +291,30 @@ TEST(ChromaMean, VectorMeansMatchOverTheReachablePairs) {
 }
 
 // The armv7 means' arithmetic, emulated, over the same pairs: the reciprocal
-// estimate refined twice, scaled by 1 + 2^-20, m = trunc(2 sum r), the mean
-// (m + 1) >> 1. The qemu runs hold the NEON code to the reference with one
-// form of the refinement step: ARMv7's vrecps rounds the product before
-// subtracting it from 2, ARMv8's (the armeabi-v7a code on 64-bit cores)
-// fuses the two. Both forms must give the reference's means.
+// estimate refined twice (the second step's product taking the scale
+// 1 + 2^-20 first), converted to 1.31 fixed point R (truncated, saturated),
+// the mean vqrdmulh(sum, R), that is floor(sum R / 2^31 + 1 / 2). The qemu
+// runs hold the NEON code to the reference with one form of the refinement
+// step: ARMv7's vrecps rounds the product before subtracting it from 2,
+// ARMv8's (the armeabi-v7a code on 64-bit cores) fuses the two. Both forms
+// must give the reference's means.
 TEST(ChromaMean, Armv7ReciprocalMeansHoldForBothRefinementSteps) {
   for (int fused = 0; fused < 2; ++fused) {
     for (uint32_t weight = 1; weight <= 1 + 8 * 46; ++weight) {
       const float w = float(weight);
       volatile float r = kqRecipEstimate(w);
+      float step[2];
       for (int i = 0; i < 2; ++i) {
         volatile float product = w * r;  // volatile: no contraction into a fused step
-        const float step = fused ? std::fma(-w, float(r), 2.0f) : 2.0f - product;
-        r = r * step;
+        step[i] = fused ? std::fma(-w, float(r), 2.0f) : 2.0f - product;
+        if (i == 0) r = r * step[0];
       }
       volatile float scaled = r * (1.0f + 1.0f / 1048576.0f);
+      scaled = scaled * step[1];
+      const double fixed = double(scaled) * 2147483648.0;  // exact: a power of 2
+      const int64_t q31 = fixed >= 2147483647.0 ? 2147483647 : int64_t(fixed);
       for (uint32_t sum = 0; sum <= 255 * weight; ++sum) {
-        volatile float twice = float(sum) * scaled * 2.0f;  // the doubling is exact
-        const uint32_t mean = (uint32_t(twice) + 1) >> 1;
+        const int64_t mean = (2 * int64_t(sum) * q31 + (int64_t(1) << 31)) >> 32;
         ASSERT_EQ(int(kqChromaMean(int32_t(sum), int32_t(weight))), int(mean))
             << "sum " << sum << " weight " << weight << (fused ? " fused" : " separate");
       }

@@ -21,6 +21,8 @@ from check_asmgen import LOOPS  # noqa: E402
 ACCUMULATE = {"vmla", "vmlal", "vmls", "vmlsl", "vaba", "vabal", "vsra", "vrsra", "vsli", "vsri",
               "vtbx", "vbsl", "vbit", "vbif", "umlal", "umlal2", "umlsl", "umlsl2", "usra", "ursra",
               "ssra", "srsra", "tbx", "bsl", "bit", "bif", "mla", "mls", "sli", "sri", "movt"}
+# armv7 mnemonics that rewrite both their operands (and read both).
+EXCHANGE = {"vuzp", "vzip", "vtrn", "vswp"}
 # Base operands that address the loops' own buffers (a region each); every other base is a plane.
 BUFFERS = {"B": "centres", "B16": "centres", "B32": "centres", "S": "sums", "y": "lumaW",
            "P": "rows", "PL": "rows", "PR": "rows", "Pm": "rows"}
@@ -87,6 +89,10 @@ def effects(text):
         if listm:                                    # table registers
             reads.update(vregs(listm.group(1)))
         if base_op in ACCUMULATE:
+            reads.update(dst)
+        if base_op in EXCHANGE:
+            both = vregs(ops[1])
+            writes.update(both)
             reads.update(dst)
     return reads, writes, mem
 

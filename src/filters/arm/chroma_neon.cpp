@@ -113,16 +113,19 @@ Tables loadTables(const KQChromaPassContext* c) {
 // from every half other than its own, so an error smaller than that cannot
 // move it across one:
 //  - armv7, without a vector division, refines the reciprocal estimate twice
-//    (within a relative 2^-21 of 1 / weight) and scales it by 1 + 2^-20, so
-//    that r lies above 1 / weight, by less than a relative 2^-19; then
-//    m = trunc(2 sum r) is floor(2 sum / weight) (a whole 2 sum / weight is
-//    not undershot, and the next whole number lies at least 1 / weight
-//    above, far more than 2 sum / weight * 2^-19 for sum < 2^17), and the
-//    mean is (m + 1) >> 1, a rounding narrowing shift (vcvt to fixed point
-//    with one fraction bit doubles without rounding). Both forms of vrecps
-//    (the separate multiply of ARMv7 and ARMv8's fused one) give the same
-//    means for every weight up to 369 and sum up to 255 times it; the kernel
-//    checks hold the means to the reference over all of them;
+//    (within a relative 2^-21 of 1 / weight) and scales it by 1 + 2^-20 (the
+//    second step's product takes the scale first), so that it lies above
+//    1 / weight, by less than a relative 2^-19, and converts it to 1.31
+//    fixed point, R (saturated: 2^31 - 1 for a weight of 1). The mean
+//    is then one vqrdmulh, floor(sum R / 2^31 + 1 / 2), on the sum's integer
+//    lanes: sum R / 2^31 lies above sum / weight (truncating R to the fixed
+//    point loses far less than the scale adds), so a quotient with a half
+//    rounds up as the reference's does, and by at most (sum / weight) * 2^-19,
+//    below 1 / (2 weight) as sum < 2^17. For a weight of 1,
+//    sum (1 - 2^-31) + 1 / 2 rounds down to the sum. Both forms of vrecps (the
+//    separate multiply of ARMv7 and ARMv8's fused one) give the same means for
+//    every weight up to 369 and sum up to 255 times it; the kernel checks hold
+//    the means to the reference over all of them;
 //  - aarch64 divides once for r = (1 + 2^-19) / weight and rounds the product
 //    to the nearest integer: sum * r lies above sum / weight by a relative
 //    2^-19 less the rounding errors (2^-23), so a quotient with a half rounds
@@ -132,37 +135,33 @@ Tables loadTables(const KQChromaPassContext* c) {
 // The dividend of aarch64's reciprocals, 1 + 2^-19 (the assembly loops load
 // it from here).
 const float kMeanDividend = 1.0f + 1.0f / 524288.0f;
-#endif
 
-KQ_INLINE float32x4_t reciprocal(float32x4_t w) {
-#if defined(__aarch64__)
+using RecipLanes = float32x4_t;
+KQ_INLINE RecipLanes reciprocal(float32x4_t w) {
   return vdivq_f32(vdupq_n_f32(kMeanDividend), w);
-#else
-  float32x4_t r = vrecpeq_f32(w);
-  r = vmulq_f32(vrecpsq_f32(w, r), r);
-  r = vmulq_f32(vrecpsq_f32(w, r), r);
-  // 1 + 2^-20 (0x3F800008; the assembly loops build it so).
-  return vmulq_f32(r, vdupq_n_f32(1.0f + 1.0f / 1048576.0f));
-#endif
 }
-
-#if defined(__aarch64__)
-KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
+KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, RecipLanes r) {
   return vcvtnq_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r));
 }
 #else
-// trunc(2 sum r): twice the mean, less one if the mean has a half or more.
-KQ_INLINE uint32x4_t meanTwice(uint32x4_t sum, float32x4_t r) {
-  return vcvtq_n_u32_f32(vmulq_f32(vcvtq_f32_u32(sum), r), 1);
+using RecipLanes = int32x4_t;  // R, 1.31 fixed point
+KQ_INLINE RecipLanes reciprocal(float32x4_t w) {
+  float32x4_t r = vrecpeq_f32(w);
+  r = vmulq_f32(vrecpsq_f32(w, r), r);
+  // The second step's product taken by the scale 1 + 2^-20 first (0x3F800008;
+  // the assembly loops build it so), beside the step.
+  const float32x4_t step = vrecpsq_f32(w, r);
+  r = vmulq_f32(r, vdupq_n_f32(1.0f + 1.0f / 1048576.0f));
+  return vcvtq_n_s32_f32(vmulq_f32(r, step), 31);
 }
-KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, float32x4_t r) {
-  return vrshrq_n_u32(meanTwice(sum, r), 1);
+KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, RecipLanes r) {
+  return vreinterpretq_u32_s32(vqrdmulhq_s32(vreinterpretq_s32_u32(sum), r));
 }
 #endif
 
 // Reciprocals of 8 weights (u16), lanes 0..3 and 4..7.
 struct Recip8 {
-  float32x4_t lo, hi;
+  RecipLanes lo, hi;
 };
 KQ_INLINE Recip8 recip8(uint16x8_t w) {
   return Recip8{reciprocal(vcvtq_f32_u32(vmovl_u16(vget_low_u16(w)))),
@@ -175,8 +174,7 @@ KQ_INLINE uint16x8_t mean8(uint32x4_t sumLo, uint32x4_t sumHi, const Recip8& r) 
   return vuzp1q_u16(vreinterpretq_u16_u32(meanQuad(sumLo, r.lo)),
                     vreinterpretq_u16_u32(meanQuad(sumHi, r.hi)));
 #else
-  return vcombine_u16(vrshrn_n_u32(meanTwice(sumLo, r.lo), 1),
-                      vrshrn_n_u32(meanTwice(sumHi, r.hi), 1));
+  return vcombine_u16(vmovn_u32(meanQuad(sumLo, r.lo)), vmovn_u32(meanQuad(sumHi, r.hi)));
 #endif
 }
 KQ_INLINE uint16x8_t mean8(uint16x8_t sum, const Recip8& r) {
@@ -950,81 +948,63 @@ inline void pass3MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vmovl.u16 q3, d1\n\t"
       "vmovl.u16 q4, d2\n\t"
       "vcvt.f32.u32 q2, q2\n\t"
-      "vmovl.u16 q5, d3\n\t"
       "vcvt.f32.u32 q3, q3\n\t"
+      "vmovl.u16 q5, d3\n\t"
       "vcvt.f32.u32 q4, q4\n\t"
-      "vcvt.f32.u32 q5, q5\n\t"
-      "vrecpe.f32 q0, q2\n\t"
       "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+      "vrecpe.f32 q0, q2\n\t"
       "vrecpe.f32 q6, q3\n\t"
-      "vrecps.f32 q1, q2, q0\n\t"
+      "vcvt.f32.u32 q5, q5\n\t"
       "vmovl.u16 q9, d28\n\t"
+      "vrecps.f32 q1, q2, q0\n\t"
       "vrecps.f32 q7, q3, q6\n\t"
       "vmovl.u16 q10, d29\n\t"
       "vmovl.u16 q11, d30\n\t"
       "vmul.f32 q0, q0, q1\n\t"
-      "vcvt.f32.u32 q9, q9\n\t"
       "vmul.f32 q6, q6, q7\n\t"
-      "vcvt.f32.u32 q10, q10\n\t"
-      "vcvt.f32.u32 q11, q11\n\t"
       "vrecps.f32 q1, q2, q0\n\t"
+      "vmul.f32 q0, q0, q8\n\t"
       "vrecps.f32 q7, q3, q6\n\t"
+      "vmul.f32 q6, q6, q8\n\t"
       "vmul.f32 q2, q0, q1\n\t"
       "vrecpe.f32 q0, q4\n\t"
       "vmul.f32 q3, q6, q7\n\t"
       "vrecpe.f32 q6, q5\n\t"
-      "vmul.f32 q2, q2, q8\n\t"
+      "vcvt.s32.f32 q2, q2, #31\n\t"
       "vrecps.f32 q1, q4, q0\n\t"
-      "vmul.f32 q3, q3, q8\n\t"
+      "vcvt.s32.f32 q3, q3, #31\n\t"
       "vrecps.f32 q7, q5, q6\n\t"
-      "vmul.f32 q9, q9, q2\n\t"
+      "vqrdmulh.s32 q9, q9, q2\n\t"
       "vmul.f32 q0, q0, q1\n\t"
-      "vmul.f32 q10, q10, q3\n\t"
+      "vqrdmulh.s32 q10, q10, q3\n\t"
       "vmul.f32 q6, q6, q7\n\t"
-      "vcvt.u32.f32 q9, q9, #1\n\t"
       "vrecps.f32 q1, q4, q0\n\t"
-      "vcvt.u32.f32 q10, q10, #1\n\t"
+      "vmul.f32 q0, q0, q8\n\t"
       "vrecps.f32 q7, q5, q6\n\t"
-      "vrshrn.i32 d28, q9, #1\n\t"
+      "vmul.f32 q6, q6, q8\n\t"
+      "vuzp.16 q9, q10\n\t"
       "vmul.f32 q4, q0, q1\n\t"
-      "vmovl.u16 q0, d24\n\t"
+      "vmovl.u16 q0, d26\n\t"
       "vmul.f32 q5, q6, q7\n\t"
-      "vmovl.u16 q1, d25\n\t"
-      "vcvt.f32.u32 q0, q0\n\t"
-      "vmovl.u16 q6, d26\n\t"
-      "vmovl.u16 q7, d27\n\t"
-      "vmul.f32 q4, q4, q8\n\t"
-      "vmul.f32 q5, q5, q8\n\t"
-      "vmul.f32 q0, q0, q2\n\t"
-      "vcvt.f32.u32 q1, q1\n\t"
-      "vcvt.f32.u32 q6, q6\n\t"
-      "vcvt.f32.u32 q7, q7\n\t"
-      "vmul.f32 q11, q11, q4\n\t"
-      "vcvt.u32.f32 q0, q0, #1\n\t"
-      "vmul.f32 q1, q1, q3\n\t"
-      "vmul.f32 q6, q6, q4\n\t"
-      "vmul.f32 q7, q7, q5\n\t"
-      "vcvt.u32.f32 q11, q11, #1\n\t"
-      "vrshrn.i32 d24, q0, #1\n\t"
-      "vmovl.u16 q0, d31\n\t"
-      "vcvt.u32.f32 q1, q1, #1\n\t"
-      "vcvt.u32.f32 q6, q6, #1\n\t"
-      "vcvt.f32.u32 q0, q0\n\t"
-      "vcvt.u32.f32 q7, q7, #1\n\t"
-      "vrshrn.i32 d29, q10, #1\n\t"
-      "vrshrn.i32 d25, q1, #1\n\t"
-      "vrshrn.i32 d26, q6, #1\n\t"
-      "vmul.f32 q0, q0, q5\n\t"
-      "vrshrn.i32 d27, q7, #1\n\t"
-      "vrshrn.i32 d30, q11, #1\n\t"
-      "vmovn.i16 d24, q12\n\t"
-      "vmovn.i16 d28, q14\n\t"
-      "vcvt.u32.f32 q0, q0, #1\n\t"
-      "vmovn.i16 d25, q13\n\t"
-      "vst2.8 {d24, d25}, [%[o0]]!\n\t"
-      "vrshrn.i32 d31, q0, #1\n\t"
-      "vmovn.i16 d29, q15\n\t"
-      "vst2.8 {d28, d29}, [%[o1]]!\n\t"
+      "vmovl.u16 q6, d24\n\t"
+      "vmovl.u16 q7, d25\n\t"
+      "vcvt.s32.f32 q4, q4, #31\n\t"
+      "vmovl.u16 q1, d27\n\t"
+      "vcvt.s32.f32 q5, q5, #31\n\t"
+      "vmovl.u16 q12, d31\n\t"
+      "vqrdmulh.s32 q6, q6, q2\n\t"
+      "vqrdmulh.s32 q7, q7, q3\n\t"
+      "vqrdmulh.s32 q0, q0, q4\n\t"
+      "vqrdmulh.s32 q1, q1, q5\n\t"
+      "vqrdmulh.s32 q11, q11, q4\n\t"
+      "vqrdmulh.s32 q12, q12, q5\n\t"
+      "vuzp.16 q6, q7\n\t"
+      "vuzp.16 q0, q1\n\t"
+      "vuzp.16 q11, q12\n\t"
+      "vuzp.8 q6, q0\n\t"
+      "vuzp.8 q9, q11\n\t"
+      "vst2.8 {d12, d13}, [%[o0]]!\n\t"
+      "vst2.8 {d18, d19}, [%[o1]]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
       : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
@@ -2737,81 +2717,63 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vmovl.u16 q3, d1\n\t"
         "vmovl.u16 q4, d2\n\t"
         "vcvt.f32.u32 q2, q2\n\t"
-        "vmovl.u16 q5, d3\n\t"
         "vcvt.f32.u32 q3, q3\n\t"
+        "vmovl.u16 q5, d3\n\t"
         "vcvt.f32.u32 q4, q4\n\t"
-        "vcvt.f32.u32 q5, q5\n\t"
-        "vrecpe.f32 q0, q2\n\t"
         "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "vrecpe.f32 q0, q2\n\t"
         "vrecpe.f32 q6, q3\n\t"
-        "vrecps.f32 q1, q2, q0\n\t"
+        "vcvt.f32.u32 q5, q5\n\t"
         "vmovl.u16 q9, d28\n\t"
+        "vrecps.f32 q1, q2, q0\n\t"
         "vrecps.f32 q7, q3, q6\n\t"
         "vmovl.u16 q10, d29\n\t"
         "vmovl.u16 q11, d30\n\t"
         "vmul.f32 q0, q0, q1\n\t"
-        "vcvt.f32.u32 q9, q9\n\t"
         "vmul.f32 q6, q6, q7\n\t"
-        "vcvt.f32.u32 q10, q10\n\t"
-        "vcvt.f32.u32 q11, q11\n\t"
         "vrecps.f32 q1, q2, q0\n\t"
+        "vmul.f32 q0, q0, q8\n\t"
         "vrecps.f32 q7, q3, q6\n\t"
+        "vmul.f32 q6, q6, q8\n\t"
         "vmul.f32 q2, q0, q1\n\t"
         "vrecpe.f32 q0, q4\n\t"
         "vmul.f32 q3, q6, q7\n\t"
         "vrecpe.f32 q6, q5\n\t"
-        "vmul.f32 q2, q2, q8\n\t"
+        "vcvt.s32.f32 q2, q2, #31\n\t"
         "vrecps.f32 q1, q4, q0\n\t"
-        "vmul.f32 q3, q3, q8\n\t"
+        "vcvt.s32.f32 q3, q3, #31\n\t"
         "vrecps.f32 q7, q5, q6\n\t"
-        "vmul.f32 q9, q9, q2\n\t"
+        "vqrdmulh.s32 q9, q9, q2\n\t"
         "vmul.f32 q0, q0, q1\n\t"
-        "vmul.f32 q10, q10, q3\n\t"
+        "vqrdmulh.s32 q10, q10, q3\n\t"
         "vmul.f32 q6, q6, q7\n\t"
-        "vcvt.u32.f32 q9, q9, #1\n\t"
         "vrecps.f32 q1, q4, q0\n\t"
-        "vcvt.u32.f32 q10, q10, #1\n\t"
+        "vmul.f32 q0, q0, q8\n\t"
         "vrecps.f32 q7, q5, q6\n\t"
-        "vrshrn.i32 d28, q9, #1\n\t"
+        "vmul.f32 q6, q6, q8\n\t"
+        "vuzp.16 q9, q10\n\t"
         "vmul.f32 q4, q0, q1\n\t"
-        "vmovl.u16 q0, d24\n\t"
+        "vmovl.u16 q0, d26\n\t"
         "vmul.f32 q5, q6, q7\n\t"
-        "vmovl.u16 q1, d25\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vmovl.u16 q6, d26\n\t"
-        "vmovl.u16 q7, d27\n\t"
-        "vmul.f32 q4, q4, q8\n\t"
-        "vmul.f32 q5, q5, q8\n\t"
-        "vmul.f32 q0, q0, q2\n\t"
-        "vcvt.f32.u32 q1, q1\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vcvt.f32.u32 q7, q7\n\t"
-        "vmul.f32 q11, q11, q4\n\t"
-        "vcvt.u32.f32 q0, q0, #1\n\t"
-        "vmul.f32 q1, q1, q3\n\t"
-        "vmul.f32 q6, q6, q4\n\t"
-        "vmul.f32 q7, q7, q5\n\t"
-        "vcvt.u32.f32 q11, q11, #1\n\t"
-        "vrshrn.i32 d24, q0, #1\n\t"
-        "vmovl.u16 q0, d31\n\t"
-        "vcvt.u32.f32 q1, q1, #1\n\t"
-        "vcvt.u32.f32 q6, q6, #1\n\t"
-        "vcvt.f32.u32 q0, q0\n\t"
-        "vcvt.u32.f32 q7, q7, #1\n\t"
-        "vrshrn.i32 d29, q10, #1\n\t"
-        "vrshrn.i32 d25, q1, #1\n\t"
-        "vrshrn.i32 d26, q6, #1\n\t"
-        "vmul.f32 q0, q0, q5\n\t"
-        "vrshrn.i32 d27, q7, #1\n\t"
-        "vrshrn.i32 d30, q11, #1\n\t"
-        "vmovn.i16 d24, q12\n\t"
-        "vmovn.i16 d28, q14\n\t"
-        "vcvt.u32.f32 q0, q0, #1\n\t"
-        "vmovn.i16 d25, q13\n\t"
-        "vst1.8 {d24, d25}, [%[o0]]!\n\t"
-        "vrshrn.i32 d31, q0, #1\n\t"
-        "vmovn.i16 d29, q15\n\t"
-        "vst1.8 {d28, d29}, [%[o1]]!\n\t"
+        "vmovl.u16 q6, d24\n\t"
+        "vmovl.u16 q7, d25\n\t"
+        "vcvt.s32.f32 q4, q4, #31\n\t"
+        "vmovl.u16 q1, d27\n\t"
+        "vcvt.s32.f32 q5, q5, #31\n\t"
+        "vmovl.u16 q12, d31\n\t"
+        "vqrdmulh.s32 q6, q6, q2\n\t"
+        "vqrdmulh.s32 q7, q7, q3\n\t"
+        "vqrdmulh.s32 q0, q0, q4\n\t"
+        "vqrdmulh.s32 q1, q1, q5\n\t"
+        "vqrdmulh.s32 q11, q11, q4\n\t"
+        "vqrdmulh.s32 q12, q12, q5\n\t"
+        "vuzp.16 q6, q7\n\t"
+        "vuzp.16 q0, q1\n\t"
+        "vuzp.16 q11, q12\n\t"
+        "vuzp.8 q6, q0\n\t"
+        "vuzp.8 q9, q11\n\t"
+        "vst1.8 {d12, d13}, [%[o0]]!\n\t"
+        "vst1.8 {d18, d19}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
         : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
@@ -3151,35 +3113,26 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         "vmul.f32 q3, q3, q4\n\t"
         "vmul.f32 q5, q5, q6\n\t"
         "vrecps.f32 q4, q1, q3\n\t"
+        "vmul.f32 q3, q3, q15\n\t"
         "vrecps.f32 q6, q2, q5\n\t"
+        "vmul.f32 q5, q5, q15\n\t"
         "vmul.f32 q1, q3, q4\n\t"
-        "vmul.f32 q2, q5, q6\n\t"
         "vaddl.u16 q3, d22, d26\n\t"
+        "vmul.f32 q2, q5, q6\n\t"
         "vaddl.u16 q4, d23, d27\n\t"
         "vaddl.u16 q5, d24, d28\n\t"
+        "vcvt.s32.f32 q1, q1, #31\n\t"
         "vaddl.u16 q6, d25, d29\n\t"
-        "vmul.f32 q1, q1, q15\n\t"
-        "vmul.f32 q2, q2, q15\n\t"
-        "vcvt.f32.u32 q3, q3\n\t"
-        "vcvt.f32.u32 q4, q4\n\t"
-        "vcvt.f32.u32 q5, q5\n\t"
-        "vcvt.f32.u32 q6, q6\n\t"
-        "vmul.f32 q3, q3, q1\n\t"
-        "vmul.f32 q4, q4, q2\n\t"
-        "vmul.f32 q5, q5, q1\n\t"
-        "vmul.f32 q6, q6, q2\n\t"
-        "vcvt.u32.f32 q3, q3, #1\n\t"
-        "vcvt.u32.f32 q4, q4, #1\n\t"
-        "vcvt.u32.f32 q5, q5, #1\n\t"
-        "vcvt.u32.f32 q6, q6, #1\n\t"
-        "vrshrn.i32 d16, q3, #1\n\t"
-        "vrshrn.i32 d17, q4, #1\n\t"
-        "vrshrn.i32 d18, q5, #1\n\t"
-        "vrshrn.i32 d19, q6, #1\n\t"
-        "vmovn.i16 d16, q8\n\t"
-        "vmovn.i16 d18, q9\n\t"
-        "vst1.8 {d16}, [%[o0]]!\n\t"
-        "vst1.8 {d18}, [%[o1]]!\n\t"
+        "vcvt.s32.f32 q2, q2, #31\n\t"
+        "vqrdmulh.s32 q3, q3, q1\n\t"
+        "vqrdmulh.s32 q5, q5, q1\n\t"
+        "vqrdmulh.s32 q4, q4, q2\n\t"
+        "vqrdmulh.s32 q6, q6, q2\n\t"
+        "vuzp.16 q3, q4\n\t"
+        "vuzp.16 q5, q6\n\t"
+        "vuzp.8 q3, q5\n\t"
+        "vst1.8 {d6}, [%[o0]]!\n\t"
+        "vst1.8 {d7}, [%[o1]]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
         : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
