@@ -1,6 +1,6 @@
 # armv7_steps.py - step text that the armv7 chroma generators share: the program they write, the
-# rows' addresses walked by post-incremented pointers, the refined reciprocals and the means loop
-# of 16 outputs (passes 2 and 3).
+# rows' addresses walked by post-incremented pointers, the whole weight table's look-ups, the
+# refined reciprocals and the means loop of 16 outputs (passes 2 and 3).
 prog = []  # (text, kind), kind 'n' NEON or 's' integer
 
 
@@ -38,6 +38,29 @@ def walker(chains, scratch=("Ra", "Rb", "Rc"), first=0, held=None):
         s(f"ldr {r}, [RR, #{off}]")
         return f"[{chains[c][0]}], {r}"
     return addr
+
+
+def lookup(dst, idx, k32=7, t2="d8, d9"):
+    """q{dst} = the weights of the differences in q{idx} (which it steps down by 32 twice), from
+    the whole weight table of a look-up loop: T0-T31 in d16-d19, T32-T63 in d20-d23, T64-T79 in
+    the two registers t2, q{k32} 32 in every lane (every difference from 80 on weighs as 0)."""
+    lo, hi = f"d{2 * dst}", f"d{2 * dst + 1}"
+    ilo, ihi = f"d{2 * idx}", f"d{2 * idx + 1}"
+    n(f"vtbl.8 {lo}, {{d16, d17, d18, d19}}, {ilo}"); n(f"vtbl.8 {hi}, {{d16, d17, d18, d19}}, {ihi}")
+    n(f"vsub.i8 q{idx}, q{idx}, q{k32}")
+    n(f"vtbx.8 {lo}, {{d20, d21, d22, d23}}, {ilo}"); n(f"vtbx.8 {hi}, {{d20, d21, d22, d23}}, {ihi}")
+    n(f"vsub.i8 q{idx}, q{idx}, q{k32}")
+    n(f"vtbx.8 {lo}, {{{t2}}}, {ilo}"); n(f"vtbx.8 {hi}, {{{t2}}}, {ihi}")
+
+
+def lookupD(dst, idx, k32, t2):
+    """The same for the 8 differences in d register idx, into d register dst; k32 a d register
+    of 32s."""
+    n(f"vtbl.8 {dst}, {{d16, d17, d18, d19}}, {idx}")
+    n(f"vsub.i8 {idx}, {idx}, {k32}")
+    n(f"vtbx.8 {dst}, {{d20, d21, d22, d23}}, {idx}")
+    n(f"vsub.i8 {idx}, {idx}, {k32}")
+    n(f"vtbx.8 {dst}, {{{t2}}}, {idx}")
 
 
 def scaledReciprocal(q, k, t0, t1):

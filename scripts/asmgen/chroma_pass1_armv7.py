@@ -6,16 +6,23 @@
 # output is the text of the asm statement in src/filters/arm/chroma_neon.cpp:
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the means loop
+#   PART=L MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # look-ups: the luma weights loop
+#   PART=AL MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os, sys
 PART = os.environ.get("PART", "A")
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import gather, n, prog, reciprocalQ31, s, walker  # noqa: E402
+from armv7_steps import gather, lookup, lookupD, n, prog, reciprocalQ31, s, walker  # noqa: E402
 # The sums loop's pointers: RP0 the U and V rows (2 columns per output), RP1 the luma (4 per
-# output); the means loop stores through RO0 (U) and RO1 (V).
+# output); the means loop stores through RO0 (U) and RO1 (V). The look-up form's luma weights
+# loop (PART L) holds its walk's six steps in registers (RH0-RH5), its sums loop (AL) the step
+# from each row's U to its V (RH0), the same for every row (the planes' distance).
+LUMA = ["lY", "lY1", "lUp", "lL", "lR", "lDown"]
 addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", "uR", "vR",
                            "uDown", "vDown"]),
-              ("RP1", 32, ["lY", "lY1", "lUp", "lL", "lR", "lDown"])])
+              ("RP1", 32, LUMA)],
+              held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
+              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")} if PART == "AL" else None)
 
 def tap(qt, dt, dy, w, u, v, first=False, T=None):
     # qt: the tap's q (U | V), dt: its (U, V) d halves, dy: tap luma
@@ -74,6 +81,64 @@ if PART == "A":
     n("vst1.64 {d20, d21}, [RS:128]!")
     n("vst1.64 {d22, d23, d24, d25}, [RS:128]!")
     n("vst1.64 {d26, d27, d28, d29}, [RS:128]!")
+elif PART == "L":
+    # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
+    # luma weights of a chunk's steps: wY of the seven taps after the centre, 8 bytes each in
+    # the sums loop's order, into the buffer RY. T0-T31 in d16-d19, T32-T63 in d20-d23, T64-T79
+    # in d24 d25, d26 32 in every lane; d8 the centres, d0-d6 the weights.
+    a = addr("lY"); n(f"vld4.8 {{d8, d9, d10, d11}}, {a}")       # centres, (X+1, Y): d10
+    a = addr("lY1"); n(f"vld4.8 {{d12, d13, d14, d15}}, {a}")    # (X, Y+1): d12, (X+1, Y+1): d14
+    idx = ("d7", "d9", "d11", "d27")
+    for k, src in enumerate(("d10", "d12", "d14")):
+        n(f"vabd.u8 {idx[k % 4]}, d8, {src}")
+        lookupD(f"d{k}", idx[k % 4], "d26", "d24, d25")
+    for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
+        g = (28, 12)[k % 2]
+        a = addr(l); n(f"vld4.8 {{d{g}, d{g + 1}, d{g + 2}, d{g + 3}}}, {a}")
+        n(f"vabd.u8 {idx[(k + 3) % 4]}, d8, d{g}")
+        lookupD(f"d{k + 3}", idx[(k + 3) % 4], "d26", "d24, d25")
+    n("vst1.64 {d0, d1, d2, d3}, [RY:64]!")
+    n("vst1.64 {d4, d5, d6}, [RY:64]!")
+
+elif PART == "AL":
+    # The sums with the weight table's look-ups: T0-T31 in d16-d19, T32-T63 in d20-d23, T64-T79
+    # in d24 d25, q13 32 in every lane; q15 the centres' U and V, q0 and q1 a row's taps (U and
+    # V of columns X and X + 1), q2 their differences, q3 their weights (wU | wV), d28 and d29
+    # the block's and the far taps' weights, q4 and q5 the block's U and V sums, q6 and q7 the
+    # far taps'; wY from RY.
+    def tapL(t, wacc, su, sv, first=False):
+        n(f"vabd.u8 q2, q15, q{t}")
+        lookup(3, 2, k32=13, t2="d24, d25")                  # wU | wV
+        n("vmull.u8 q2, d6, d7")
+        n("vld1.64 {d7}, [RY:64]!")                          # wY
+        n("vshrn.i16 d6, q2, #8")                            # uv
+        n("vmull.u8 q2, d6, d7")
+        n("vshrn.i16 d6, q2, #8")                            # h
+        n("vshr.u8 d7, d6, #3"); n("vsra.u8 d7, d6, #4")     # w
+        n(f"vadd.i8 {wacc}, {wacc}, d7")
+        op = "vmull.u8" if first else "vmlal.u8"
+        n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
+
+    a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")
+    n("vorr q15, q0, q0")
+    n("vdup.8 d28, RCW1")
+    n("vdup.8 d4, RCW")
+    n("vmull.u8 q4, d30, d4"); n("vmull.u8 q5, d31, d4")
+    n("vmov.i8 d29, #0")
+    tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
+    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
+    tapL(0, "d28", "q4", "q5")                               # (X, Y+1)
+    tapL(1, "d28", "q4", "q5")                               # (X+1, Y+1)
+    for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uR", "vR"), ("uDown", "vDown"))):
+        a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
+        a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
+        tapL(0, "d29", "q6", "q7", first=(k == 0))
+    n("vst1.64 {d28, d29}, [RS:128]!")
+    n("vst1.64 {d8, d9, d10, d11}, [RS:128]!")
+    n("vst1.64 {d12, d13, d14, d15}, [RS:128]!")
+
 else:
     n("vld1.64 {d20, d21}, [RS:128]!")
     n("vld1.64 {d22, d23, d24, d25}, [RS:128]!")

@@ -6,6 +6,8 @@
 # output is the text of the asm statement in src/filters/arm/chroma_neon.cpp:
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # the means loop
+#   PART=L MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # look-ups: the luma weights loop
+#   PART=AL MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c  # look-ups: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
 import sys
@@ -14,15 +16,26 @@ PART = os.environ.get("PART", "A")
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import means16, n, prog, s, walker  # noqa: E402
+from armv7_steps import lookup, means16, n, prog, s, walker  # noqa: E402
 
 # The sums loop's pointers: RP0 the taken-out luma and the U and V taps (half-size columns), RP1
 # the U and V centres (full-size columns, 2 per half-size one); the means loop stores through RO0
 # (U) and RO1 (V). The record's first byte is the weight of a difference 0 (the centre tap's
 # luma weight, loaded into every lane), its steps from word 1 on; four scratch registers.
-addr = walker([("RP0", 16, ["lM", "uUp", "vUp", "lUp", "uL", "vL", "lL", "uM", "vM", "uR", "vR",
-                             "lR", "uDown", "vDown", "lDown"]),
-               ("RP1", 32, ["srcU", "srcV"])], scratch=("Ra", "Rb", "Rc", "Rd"), first=1)
+# The look-up form walks the taps' U and V (RP0), the centres (RP1) and the luma (RP2, in a
+# loop of its own that holds its five steps in RH0-RH4); its sums loop holds the step from each
+# tap's U to its V (RH0), the same for every tap (the planes' distance).
+if PART in ("L", "AL"):
+    LUMA = ["lM", "lUp", "lL", "lR", "lDown"]
+    addr = walker([("RP0", 16, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uDown", "vDown"]),
+                   ("RP1", 32, ["srcU", "srcV"]),
+                   ("RP2", 16, LUMA)], first=1,
+                  held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
+                  {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")})
+else:
+    addr = walker([("RP0", 16, ["lM", "uUp", "vUp", "lUp", "uL", "vL", "lL", "uM", "vM", "uR", "vR",
+                                 "lR", "uDown", "vDown", "lDown"]),
+                   ("RP1", 32, ["srcU", "srcV"])], scratch=("Ra", "Rb", "Rc", "Rd"), first=1)
 
 if PART == "A":
     a = addr("srcU"); n(f"vld2.8 {{d0, d1, d2, d3}}, {a}")
@@ -77,6 +90,53 @@ if PART == "A":
     n("vst1.64 {d14, d15}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+elif PART == "L":
+    # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
+    # luma weights of a chunk's steps: wY of the four outer taps, 16 bytes each, into the buffer
+    # RY. Table as in the sums loop; q0 the centres.
+    a = addr("lM"); n(f"vld1.8 {{d0, d1}}, {a}")
+    for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
+        t, w = (1, 2, 3)[k % 3], (12, 13, 14)[k % 3]
+        a = addr(l); n(f"vld1.8 {{d{2 * t}, d{2 * t + 1}}}, {a}")
+        n(f"vabd.u8 q{t}, q{t}, q0")
+        lookup(w, t)
+        n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
+
+elif PART == "AL":
+    # The sums with the weight table's look-ups: T0-T31 in d16-d19, T32-T63 in d20-d23, T64-T79
+    # in d8 d9, q7 32 in every lane, q5 the weights, q12-q15 the sums, q6 and q3 a tap's U and V,
+    # q1 its differences, q2 and q0 its weights; wY from RY (the centre tap's from the record).
+    a = addr("srcU"); n(f"vld2.8 {{d0, d1, d2, d3}}, {a}")
+    a = addr("srcV"); n(f"vld2.8 {{d2, d3, d4, d5}}, {a}")
+    n("vst1.64 {d0, d1, d2, d3}, [RB:128]")
+    n("vmov.i8 q5, #1")
+    for t, (u, v, centre) in enumerate((("uUp", "vUp", False), ("uL", "vL", False), ("uM", "vM", True),
+                                        ("uR", "vR", False), ("uDown", "vDown", False))):
+        a = addr(u); n(f"vld1.8 {{d12, d13}}, {a}")
+        a = addr(v); n(f"vld1.8 {{d6, d7}}, {a}")
+        n("vld1.64 {d2, d3}, [RB:128]")
+        n("vabd.u8 q1, q1, q6")
+        lookup(2, 1)                                           # wU
+        n("vld1.64 {d2, d3}, [RB16:128]")
+        n("vabd.u8 q1, q1, q3")
+        lookup(0, 1)                                           # wV
+        n("vmull.u8 q1, d4, d0"); n("vmull.u8 q2, d5, d1")
+        n("vshrn.i16 d0, q1, #8"); n("vshrn.i16 d1, q2, #8")   # uv
+        if centre:
+            n("vld1.8 {d2[], d3[]}, [RR]")                     # wY of a difference 0
+        else:
+            n("vld1.64 {d2, d3}, [RY:128]!")                    # wY
+        n("vmull.u8 q2, d0, d2"); n("vmull.u8 q1, d1, d3")
+        n("vshrn.i16 d0, q2, #8"); n("vshrn.i16 d1, q1, #8")   # h
+        n("vshr.u8 q2, q0, #3"); n("vsra.u8 q2, q0, #4")
+        n("vadd.i8 q5, q5, q2")
+        op = "vmull.u8" if t == 0 else "vmlal.u8"
+        n(f"{op} q12, d4, d12"); n(f"{op} q13, d5, d13")
+        n(f"{op} q14, d4, d6"); n(f"{op} q15, d5, d7")
+    n("vst1.64 {d10, d11}, [RS:128]!")
+    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+
 else:
     means16(8)
     n("vst1.8 {d12, d13}, [RO0]!")

@@ -17,7 +17,7 @@ PART = os.environ.get("PART", "A")
 S = "SH"     # shift immediate operand
 R8 = "RE"   # 8 - shift
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from armv7_steps import means16, n, prog, s, walker  # noqa: E402
+from armv7_steps import lookup, means16, n, prog, s, walker  # noqa: E402
 
 # The sums loop's pointers: RP0 the taps' U and V (half-size columns), RP1 the U and V centres
 # (full-size columns, 2 per half-size one), RP2 the luma (4 per half-size column); the means
@@ -117,16 +117,6 @@ elif PART == "AL":
     n("vst1.64 {d2, d3, d4, d5}, [RB:128]")
     n("vmovl.u8 q12, d2"); n("vmovl.u8 q13, d3"); n("vmovl.u8 q14, d4"); n("vmovl.u8 q15, d5")
     n("vmov.i8 q5, #1")
-
-    def lookup(dst, idx):
-        """q{dst} = the weights of the differences in q{idx} (which it steps down by 32 twice)."""
-        lo, hi = f"d{2 * dst}", f"d{2 * dst + 1}"
-        ilo, ihi = f"d{2 * idx}", f"d{2 * idx + 1}"
-        n(f"vtbl.8 {lo}, {{d16, d17, d18, d19}}, {ilo}"); n(f"vtbl.8 {hi}, {{d16, d17, d18, d19}}, {ihi}")
-        n(f"vsub.i8 q{idx}, q{idx}, q7")
-        n(f"vtbx.8 {lo}, {{d20, d21, d22, d23}}, {ilo}"); n(f"vtbx.8 {hi}, {{d20, d21, d22, d23}}, {ihi}")
-        n(f"vsub.i8 q{idx}, q{idx}, q7")
-        n(f"vtbx.8 {lo}, {{d8, d9}}, {ilo}"); n(f"vtbx.8 {hi}, {{d8, d9}}, {ihi}")
 
     for (u, v) in (("uUp", "vUp"), ("uL", "vL"), ("uM", "vM"), ("uR", "vR"), ("uDown", "vDown")):
         a = addr(u); n(f"vld1.8 {{d12}}, {a}")

@@ -2356,7 +2356,9 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
 // and steps; the centres are loaded again by each tap from a 16-byte
 // aligned buffer. Two pointers walk the rows a step loads from (walkWords).
 // Two loops per chunk of 16 steps, sums then means, as in pass 3, each
-// ordered by a list schedule (scripts/asmgen/chroma_pass2_armv7.py).
+// ordered by a list schedule (scripts/asmgen/chroma_pass2_armv7.py); where
+// every difference from 80 on weighs as 0, the look-up form
+// (pass2InnerArmv7Lut) instead, with a luma weights loop first.
 struct Pass2Armv7Rows {
   const uint8_t* src[2];   // U, V centres: full-size row 2y                (+ 2 x)
   const uint8_t* luma[5];  // taken-out luma: up, left, centre, right, down (+ x)
@@ -2364,6 +2366,95 @@ struct Pass2Armv7Rows {
   const uint8_t* v[5];
   uint8_t* out[2];         // U, V outputs: half-size row y                 (+ x)
 };
+
+// The means loop of pass 2's steps on armv7 (after either sums loop): n
+// steps' sums and weights from `sums`, 16 outputs each into *o0 (U) and *o1
+// (V), which it moves on.
+inline void pass2MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_t** o1) {
+  uint8_t *u = *o0, *v = *o1;
+  const uint8_t* sp = sums;
+  uint32_t sa;
+  int32_t k = n;
+  asm volatile(
+      "movw %[a], #0x0008\n\t"
+      "movt %[a], #0x3f80\n\t"
+      "vdup.32 q8, %[a]\n\t"
+      "1:\n\t"
+      "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
+      "vmovl.u8 q0, d14\n\t"
+      "vmovl.u8 q1, d15\n\t"
+      "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+      "vmovl.u16 q2, d0\n\t"
+      "vmovl.u16 q3, d1\n\t"
+      "vmovl.u16 q4, d2\n\t"
+      "vcvt.f32.u32 q2, q2\n\t"
+      "vcvt.f32.u32 q3, q3\n\t"
+      "vmovl.u16 q5, d3\n\t"
+      "vcvt.f32.u32 q4, q4\n\t"
+      "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+      "vrecpe.f32 q0, q2\n\t"
+      "vrecpe.f32 q6, q3\n\t"
+      "vcvt.f32.u32 q5, q5\n\t"
+      "vmovl.u16 q9, d28\n\t"
+      "vrecps.f32 q1, q2, q0\n\t"
+      "vrecps.f32 q7, q3, q6\n\t"
+      "vmovl.u16 q10, d29\n\t"
+      "vmovl.u16 q11, d30\n\t"
+      "vmul.f32 q0, q0, q1\n\t"
+      "vmul.f32 q6, q6, q7\n\t"
+      "vrecps.f32 q1, q2, q0\n\t"
+      "vmul.f32 q0, q0, q8\n\t"
+      "vrecps.f32 q7, q3, q6\n\t"
+      "vmul.f32 q6, q6, q8\n\t"
+      "vmul.f32 q2, q0, q1\n\t"
+      "vrecpe.f32 q0, q4\n\t"
+      "vmul.f32 q3, q6, q7\n\t"
+      "vrecpe.f32 q6, q5\n\t"
+      "vcvt.s32.f32 q2, q2, #31\n\t"
+      "vrecps.f32 q1, q4, q0\n\t"
+      "vcvt.s32.f32 q3, q3, #31\n\t"
+      "vrecps.f32 q7, q5, q6\n\t"
+      "vqrdmulh.s32 q9, q9, q2\n\t"
+      "vmul.f32 q0, q0, q1\n\t"
+      "vqrdmulh.s32 q10, q10, q3\n\t"
+      "vmul.f32 q6, q6, q7\n\t"
+      "vrecps.f32 q1, q4, q0\n\t"
+      "vmul.f32 q0, q0, q8\n\t"
+      "vrecps.f32 q7, q5, q6\n\t"
+      "vmul.f32 q6, q6, q8\n\t"
+      "vuzp.16 q9, q10\n\t"
+      "vmul.f32 q4, q0, q1\n\t"
+      "vmovl.u16 q0, d26\n\t"
+      "vmul.f32 q5, q6, q7\n\t"
+      "vmovl.u16 q6, d24\n\t"
+      "vmovl.u16 q7, d25\n\t"
+      "vcvt.s32.f32 q4, q4, #31\n\t"
+      "vmovl.u16 q1, d27\n\t"
+      "vcvt.s32.f32 q5, q5, #31\n\t"
+      "vmovl.u16 q12, d31\n\t"
+      "vqrdmulh.s32 q6, q6, q2\n\t"
+      "vqrdmulh.s32 q7, q7, q3\n\t"
+      "vqrdmulh.s32 q0, q0, q4\n\t"
+      "vqrdmulh.s32 q1, q1, q5\n\t"
+      "vqrdmulh.s32 q11, q11, q4\n\t"
+      "vqrdmulh.s32 q12, q12, q5\n\t"
+      "vuzp.16 q6, q7\n\t"
+      "vuzp.16 q0, q1\n\t"
+      "vuzp.16 q11, q12\n\t"
+      "vuzp.8 q6, q0\n\t"
+      "vuzp.8 q9, q11\n\t"
+      "vst1.8 {d12, d13}, [%[o0]]!\n\t"
+      "vst1.8 {d18, d19}, [%[o1]]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
+      :
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+  *o0 = u;
+  *o1 = v;
+}
 
 template <int kShift>
 void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, int32_t count) {
@@ -2702,85 +2793,327 @@ void pass2InnerArmv7(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0, in
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
           "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    k = n;
-    sp = sums;
+    pass2MeansArmv7(sums, n, &o0, &o1);
+    count -= n;
+  }
+}
+
+// The same where every difference from 80 on weighs as 0 (reach <= 80, the
+// default strength), by look-ups of the whole weight table, as pass 3's
+// look-up form does: a first loop makes each step's luma weights of the four
+// outer taps (16 bytes each) into a stack buffer; the sums loop looks up the
+// U and V weights and loads those; the means loop is the one above.
+void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
+                        int32_t count) {
+  constexpr int32_t kChunk = 16;
+  alignas(16) uint8_t centres[32];
+  alignas(16) uint8_t lumaW[kChunk * 64];
+  alignas(16) uint8_t sums[kChunk * 80];
+  uint8_t* const b = centres;
+  // The loops' record: the weight of a difference 0 (word 0's low byte), the
+  // walks of the taps' U and V (words 1-10), the centres (11, 12) and the
+  // luma (13-17), in the generator's chains, then the table (18). The luma
+  // weights loop holds its walk's steps in registers, the sums loop the step
+  // from each tap's U to its V (word 1), the same for every tap: the taps'
+  // U and V rows lie at the same offsets from their planes.
+  const Pass2Armv7Rows& r = *rows;
+  uint32_t words[19];
+  words[0] = t.w[0];
+  uint32_t* w = walkWords(words + 1, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3],
+                                      r.v[3], r.u[4], r.v[4]}, 16);
+  w = walkWords(w, {r.src[0], r.src[1]}, 32);
+  w = walkWords(w, {r.luma[2], r.luma[0], r.luma[1], r.luma[3], r.luma[4]}, 16);
+  w[0] = uint32_t(uintptr_t(t.lut));
+  const uint8_t *p0 = r.u[0] + x0, *p1 = r.src[0] + 2 * x0, *p2 = r.luma[2] + x0;
+  uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
+  while (count > 0) {
+    const int32_t n = count < kChunk ? count : kChunk;
+    int32_t k = n;
+    uint8_t* y = lumaW;
+    uint32_t sa, sb, sc;
     asm volatile(
-        "movw %[a], #0x0008\n\t"
-        "movt %[a], #0x3f80\n\t"
-        "vdup.32 q8, %[a]\n\t"
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]!\n\t"
+        "vld1.8 {d20-d23}, [%[a]]!\n\t"
+        "vld1.8 {d8-d9}, [%[a]]\n\t"
+        "vmov.i8 q7, #32\n\t"
         "1:\n\t"
-        "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
-        "vmovl.u8 q0, d14\n\t"
-        "vmovl.u8 q1, d15\n\t"
-        "vld1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
-        "vmovl.u16 q2, d0\n\t"
-        "vmovl.u16 q3, d1\n\t"
-        "vmovl.u16 q4, d2\n\t"
-        "vcvt.f32.u32 q2, q2\n\t"
-        "vcvt.f32.u32 q3, q3\n\t"
-        "vmovl.u16 q5, d3\n\t"
-        "vcvt.f32.u32 q4, q4\n\t"
-        "vld1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
-        "vrecpe.f32 q0, q2\n\t"
-        "vrecpe.f32 q6, q3\n\t"
-        "vcvt.f32.u32 q5, q5\n\t"
-        "vmovl.u16 q9, d28\n\t"
-        "vrecps.f32 q1, q2, q0\n\t"
-        "vrecps.f32 q7, q3, q6\n\t"
-        "vmovl.u16 q10, d29\n\t"
-        "vmovl.u16 q11, d30\n\t"
-        "vmul.f32 q0, q0, q1\n\t"
-        "vmul.f32 q6, q6, q7\n\t"
-        "vrecps.f32 q1, q2, q0\n\t"
-        "vmul.f32 q0, q0, q8\n\t"
-        "vrecps.f32 q7, q3, q6\n\t"
-        "vmul.f32 q6, q6, q8\n\t"
-        "vmul.f32 q2, q0, q1\n\t"
-        "vrecpe.f32 q0, q4\n\t"
-        "vmul.f32 q3, q6, q7\n\t"
-        "vrecpe.f32 q6, q5\n\t"
-        "vcvt.s32.f32 q2, q2, #31\n\t"
-        "vrecps.f32 q1, q4, q0\n\t"
-        "vcvt.s32.f32 q3, q3, #31\n\t"
-        "vrecps.f32 q7, q5, q6\n\t"
-        "vqrdmulh.s32 q9, q9, q2\n\t"
-        "vmul.f32 q0, q0, q1\n\t"
-        "vqrdmulh.s32 q10, q10, q3\n\t"
-        "vmul.f32 q6, q6, q7\n\t"
-        "vrecps.f32 q1, q4, q0\n\t"
-        "vmul.f32 q0, q0, q8\n\t"
-        "vrecps.f32 q7, q5, q6\n\t"
-        "vmul.f32 q6, q6, q8\n\t"
-        "vuzp.16 q9, q10\n\t"
-        "vmul.f32 q4, q0, q1\n\t"
-        "vmovl.u16 q0, d26\n\t"
-        "vmul.f32 q5, q6, q7\n\t"
-        "vmovl.u16 q6, d24\n\t"
-        "vmovl.u16 q7, d25\n\t"
-        "vcvt.s32.f32 q4, q4, #31\n\t"
-        "vmovl.u16 q1, d27\n\t"
-        "vcvt.s32.f32 q5, q5, #31\n\t"
-        "vmovl.u16 q12, d31\n\t"
-        "vqrdmulh.s32 q6, q6, q2\n\t"
-        "vqrdmulh.s32 q7, q7, q3\n\t"
-        "vqrdmulh.s32 q0, q0, q4\n\t"
-        "vqrdmulh.s32 q1, q1, q5\n\t"
-        "vqrdmulh.s32 q11, q11, q4\n\t"
-        "vqrdmulh.s32 q12, q12, q5\n\t"
-        "vuzp.16 q6, q7\n\t"
-        "vuzp.16 q0, q1\n\t"
-        "vuzp.16 q11, q12\n\t"
-        "vuzp.8 q6, q0\n\t"
-        "vuzp.8 q9, q11\n\t"
-        "vst1.8 {d12, d13}, [%[o0]]!\n\t"
-        "vst1.8 {d18, d19}, [%[o1]]!\n\t"
+        "vld1.8 {d0, d1}, [%[p2]], %[h0]\n\t"
+        "vld1.8 {d2, d3}, [%[p2]], %[h1]\n\t"
+        "vld1.8 {d4, d5}, [%[p2]], %[h2]\n\t"
+        "vld1.8 {d6, d7}, [%[p2]], %[h3]\n\t"
+        "vabd.u8 q1, q1, q0\n\t"
+        "vabd.u8 q2, q2, q0\n\t"
+        "vabd.u8 q3, q3, q0\n\t"
+        "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbl.8 d26, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d27, {d16, d17, d18, d19}, d5\n\t"
+        "vtbl.8 d28, {d16, d17, d18, d19}, d6\n\t"
+        "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbl.8 d29, {d16, d17, d18, d19}, d7\n\t"
+        "vsub.i8 q2, q2, q7\n\t"
+        "vsub.i8 q3, q3, q7\n\t"
+        "vtbx.8 d24, {d8, d9}, d2\n\t"
+        "vtbx.8 d25, {d8, d9}, d3\n\t"
+        "vld1.8 {d2, d3}, [%[p2]], %[h4]\n\t"
+        "vtbx.8 d26, {d20, d21, d22, d23}, d4\n\t"
+        "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+        "vtbx.8 d27, {d20, d21, d22, d23}, d5\n\t"
+        "vtbx.8 d28, {d20, d21, d22, d23}, d6\n\t"
+        "vabd.u8 q1, q1, q0\n\t"
+        "vtbx.8 d29, {d20, d21, d22, d23}, d7\n\t"
+        "vsub.i8 q2, q2, q7\n\t"
+        "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vsub.i8 q3, q3, q7\n\t"
+        "vtbx.8 d26, {d8, d9}, d4\n\t"
+        "vtbx.8 d27, {d8, d9}, d5\n\t"
+        "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d28, {d8, d9}, d6\n\t"
+        "vtbx.8 d29, {d8, d9}, d7\n\t"
+        "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+        "vtbx.8 d24, {d8, d9}, d2\n\t"
+        "vtbx.8 d25, {d8, d9}, d3\n\t"
+        "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+        "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
-        :
+        : [p2] "+r"(p2), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
+        : [R] "r"(words), [h0] "r"(words[13]), [h1] "r"(words[14]), [h2] "r"(words[15]),
+          [h3] "r"(words[16]), [h4] "r"(words[17])
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d14", "d15", "d16", "d17",
+          "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29",
+          "cc", "memory");
+    k = n;
+    y = lumaW;
+    uint8_t* sp = sums;
+    asm volatile(
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]!\n\t"
+        "vld1.8 {d20-d23}, [%[a]]!\n\t"
+        "vld1.8 {d8-d9}, [%[a]]\n\t"
+        "vmov.i8 q7, #32\n\t"
+        "1:\n\t"
+        "vld1.8 {d12, d13}, [%[p0]], %[h0]\n\t"
+        "ldr %[a], [%[R], #44]\n\t"
+        "vmov.i8 q5, #1\n\t"
+        "ldr %[b], [%[R], #48]\n\t"
+        "ldr %[c], [%[R], #8]\n\t"
+        "vld2.8 {d0, d1, d2, d3}, [%[p1]], %[a]\n\t"
+        "ldr %[a], [%[R], #16]\n\t"
+        "vld2.8 {d2, d3, d4, d5}, [%[p1]], %[b]\n\t"
+        "ldr %[b], [%[R], #24]\n\t"
+        "vld1.8 {d6, d7}, [%[p0]], %[c]\n\t"
+        "ldr %[c], [%[R], #32]\n\t"
+        "vst1.64 {d0, d1, d2, d3}, [%[B]:128]\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vabd.u8 q1, q1, q6\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 q1, q1, q3\n\t"
+        "vtbl.8 d0, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d1, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d1, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d8, d9}, d2\n\t"
+        "vtbx.8 d1, {d8, d9}, d3\n\t"
+        "vmull.u8 q1, d4, d0\n\t"
+        "vmull.u8 q2, d5, d1\n\t"
+        "vshrn.i16 d0, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[y]:128]!\n\t"
+        "vshrn.i16 d1, q2, #8\n\t"
+        "vmull.u8 q2, d0, d2\n\t"
+        "vmull.u8 q1, d1, d3\n\t"
+        "vshrn.i16 d0, q2, #8\n\t"
+        "vshrn.i16 d1, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshr.u8 q2, q0, #3\n\t"
+        "vsra.u8 q2, q0, #4\n\t"
+        "vmull.u8 q12, d4, d12\n\t"
+        "vmull.u8 q13, d5, d13\n\t"
+        "vld1.8 {d12, d13}, [%[p0]], %[h0]\n\t"
+        "vadd.i8 q5, q5, q2\n\t"
+        "vmull.u8 q14, d4, d6\n\t"
+        "vmull.u8 q15, d5, d7\n\t"
+        "vld1.8 {d6, d7}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #40]\n\t"
+        "vabd.u8 q1, q1, q6\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 q1, q1, q3\n\t"
+        "vtbl.8 d0, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d1, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d1, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d8, d9}, d2\n\t"
+        "vtbx.8 d1, {d8, d9}, d3\n\t"
+        "vmull.u8 q1, d4, d0\n\t"
+        "vmull.u8 q2, d5, d1\n\t"
+        "vshrn.i16 d0, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[y]:128]!\n\t"
+        "vshrn.i16 d1, q2, #8\n\t"
+        "vmull.u8 q2, d0, d2\n\t"
+        "vmull.u8 q1, d1, d3\n\t"
+        "vshrn.i16 d0, q2, #8\n\t"
+        "vshrn.i16 d1, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshr.u8 q2, q0, #3\n\t"
+        "vsra.u8 q2, q0, #4\n\t"
+        "vmlal.u8 q12, d4, d12\n\t"
+        "vmlal.u8 q13, d5, d13\n\t"
+        "vld1.8 {d12, d13}, [%[p0]], %[h0]\n\t"
+        "vadd.i8 q5, q5, q2\n\t"
+        "vmlal.u8 q14, d4, d6\n\t"
+        "vmlal.u8 q15, d5, d7\n\t"
+        "vld1.8 {d6, d7}, [%[p0]], %[b]\n\t"
+        "vabd.u8 q1, q1, q6\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 q1, q1, q3\n\t"
+        "vtbl.8 d0, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d1, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d1, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d8, d9}, d2\n\t"
+        "vtbx.8 d1, {d8, d9}, d3\n\t"
+        "vmull.u8 q1, d4, d0\n\t"
+        "vmull.u8 q2, d5, d1\n\t"
+        "vshrn.i16 d0, q1, #8\n\t"
+        "vld1.8 {d2[], d3[]}, [%[R]]\n\t"
+        "vshrn.i16 d1, q2, #8\n\t"
+        "vmull.u8 q2, d0, d2\n\t"
+        "vmull.u8 q1, d1, d3\n\t"
+        "vshrn.i16 d0, q2, #8\n\t"
+        "vshrn.i16 d1, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshr.u8 q2, q0, #3\n\t"
+        "vsra.u8 q2, q0, #4\n\t"
+        "vmlal.u8 q12, d4, d12\n\t"
+        "vmlal.u8 q13, d5, d13\n\t"
+        "vld1.8 {d12, d13}, [%[p0]], %[h0]\n\t"
+        "vadd.i8 q5, q5, q2\n\t"
+        "vmlal.u8 q14, d4, d6\n\t"
+        "vmlal.u8 q15, d5, d7\n\t"
+        "vld1.8 {d6, d7}, [%[p0]], %[c]\n\t"
+        "vabd.u8 q1, q1, q6\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 q1, q1, q3\n\t"
+        "vtbl.8 d0, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d1, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d1, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d8, d9}, d2\n\t"
+        "vtbx.8 d1, {d8, d9}, d3\n\t"
+        "vmull.u8 q1, d4, d0\n\t"
+        "vmull.u8 q2, d5, d1\n\t"
+        "vshrn.i16 d0, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[y]:128]!\n\t"
+        "vshrn.i16 d1, q2, #8\n\t"
+        "vmull.u8 q2, d0, d2\n\t"
+        "vmull.u8 q1, d1, d3\n\t"
+        "vshrn.i16 d0, q2, #8\n\t"
+        "vshrn.i16 d1, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[B]:128]\n\t"
+        "vshr.u8 q2, q0, #3\n\t"
+        "vsra.u8 q2, q0, #4\n\t"
+        "vmlal.u8 q12, d4, d12\n\t"
+        "vmlal.u8 q13, d5, d13\n\t"
+        "vld1.8 {d12, d13}, [%[p0]], %[h0]\n\t"
+        "vadd.i8 q5, q5, q2\n\t"
+        "vmlal.u8 q14, d4, d6\n\t"
+        "vmlal.u8 q15, d5, d7\n\t"
+        "vld1.8 {d6, d7}, [%[p0]], %[a]\n\t"
+        "vabd.u8 q1, q1, q6\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d4, {d8, d9}, d2\n\t"
+        "vtbx.8 d5, {d8, d9}, d3\n\t"
+        "vld1.64 {d2, d3}, [%[B16]:128]\n\t"
+        "vabd.u8 q1, q1, q3\n\t"
+        "vtbl.8 d0, {d16, d17, d18, d19}, d2\n\t"
+        "vtbl.8 d1, {d16, d17, d18, d19}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d20, d21, d22, d23}, d2\n\t"
+        "vtbx.8 d1, {d20, d21, d22, d23}, d3\n\t"
+        "vsub.i8 q1, q1, q7\n\t"
+        "vtbx.8 d0, {d8, d9}, d2\n\t"
+        "vtbx.8 d1, {d8, d9}, d3\n\t"
+        "vmull.u8 q1, d4, d0\n\t"
+        "vmull.u8 q2, d5, d1\n\t"
+        "vshrn.i16 d0, q1, #8\n\t"
+        "vld1.64 {d2, d3}, [%[y]:128]!\n\t"
+        "vshrn.i16 d1, q2, #8\n\t"
+        "vmull.u8 q2, d0, d2\n\t"
+        "vmull.u8 q1, d1, d3\n\t"
+        "vshrn.i16 d0, q2, #8\n\t"
+        "vshrn.i16 d1, q1, #8\n\t"
+        "vshr.u8 q2, q0, #3\n\t"
+        "vsra.u8 q2, q0, #4\n\t"
+        "vmlal.u8 q12, d4, d12\n\t"
+        "vmlal.u8 q13, d5, d13\n\t"
+        "vadd.i8 q5, q5, q2\n\t"
+        "vmlal.u8 q14, d4, d6\n\t"
+        "vmlal.u8 q15, d5, d7\n\t"
+        "vst1.64 {d10, d11}, [%[S]:128]!\n\t"
+        "vst1.64 {d24, d25, d26, d27}, [%[S]:128]!\n\t"
+        "vst1.64 {d28, d29, d30, d31}, [%[S]:128]!\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [p0] "+r"(p0), [p1] "+r"(p1), [y] "+r"(y), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa),
+          [b] "=&r"(sb), [c] "=&r"(sc)
+        : [R] "r"(words), [B] "r"(b), [B16] "r"(b + 16), [h0] "r"(words[1])
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
           "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
           "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    pass2MeansArmv7(sums, n, &o0, &o1);
     count -= n;
   }
 }
@@ -3975,7 +4308,10 @@ struct NeonBlocks {
              c->inV + size_t(yDown) * size_t(wh)},
             {outU, outV}};
         steps<Q, PassInner<2>>(x0, n, first, last, s, compute, store, [&](int x, int count) {
-          pass2InnerArmv7<W::kShiftOf>(&rows, t, x, count);
+          if (t.reach <= 80)
+            pass2InnerArmv7Lut(&rows, t, x, count);
+          else
+            pass2InnerArmv7<W::kShiftOf>(&rows, t, x, count);
           return x + count * PassInner<2>::kOut;
         });
         return;
