@@ -3129,12 +3129,73 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
 // the far taps', q15 the centres' U and V, d15 their luma, q0-q6 and d14 a
 // tap's bytes and steps; two pointers walk the rows a step loads from
 // (walkWords). Two loops per chunk of 16 steps, sums then means
-// (scripts/asmgen/chroma_pass1_armv7.py).
+// (scripts/asmgen/chroma_pass1_armv7.py); where every difference from 80 on
+// weighs as 0, the look-up form (pass1InnerArmv7Lut) instead, with a luma
+// weights loop first.
 struct Pass1Armv7Rows {
   const uint8_t* block[6];  // U, V rows Y and Y + 1 (+ 2 x), luma rows 2Y, 2Y + 2 (+ 4 x)
   const uint8_t* far[12];   // up, left, right, down: U, V (+ 2 x) and luma (+ 4 x) each
   uint8_t* out[2];          // U, V outputs: half-size row y (+ x)
 };
+
+// The means loop of pass 1's steps on armv7 (after either sums loop): n
+// steps' sums and weights from `sums`, 8 outputs each into *o0 (U) and *o1
+// (V), which it moves on.
+inline void pass1MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_t** o1) {
+  uint8_t *u = *o0, *v = *o1;
+  const uint8_t* sp = sums;
+  uint32_t sa;
+  int32_t k = n;
+  asm volatile(
+      "movw %[a], #0x0008\n\t"
+      "movt %[a], #0x3f80\n\t"
+      "vdup.32 q15, %[a]\n\t"
+      "1:\n\t"
+      "vld1.64 {d20, d21}, [%[S]:128]!\n\t"
+      "vaddl.u8 q0, d20, d21\n\t"
+      "vld1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
+      "vmovl.u16 q1, d0\n\t"
+      "vmovl.u16 q2, d1\n\t"
+      "vcvt.f32.u32 q1, q1\n\t"
+      "vcvt.f32.u32 q2, q2\n\t"
+      "vld1.64 {d26, d27, d28, d29}, [%[S]:128]!\n\t"
+      "vrecpe.f32 q3, q1\n\t"
+      "vrecpe.f32 q5, q2\n\t"
+      "vrecps.f32 q4, q1, q3\n\t"
+      "vrecps.f32 q6, q2, q5\n\t"
+      "vmul.f32 q3, q3, q4\n\t"
+      "vmul.f32 q5, q5, q6\n\t"
+      "vrecps.f32 q4, q1, q3\n\t"
+      "vmul.f32 q3, q3, q15\n\t"
+      "vrecps.f32 q6, q2, q5\n\t"
+      "vmul.f32 q5, q5, q15\n\t"
+      "vmul.f32 q1, q3, q4\n\t"
+      "vaddl.u16 q3, d22, d26\n\t"
+      "vmul.f32 q2, q5, q6\n\t"
+      "vaddl.u16 q4, d23, d27\n\t"
+      "vaddl.u16 q5, d24, d28\n\t"
+      "vcvt.s32.f32 q1, q1, #31\n\t"
+      "vaddl.u16 q6, d25, d29\n\t"
+      "vcvt.s32.f32 q2, q2, #31\n\t"
+      "vqrdmulh.s32 q3, q3, q1\n\t"
+      "vqrdmulh.s32 q5, q5, q1\n\t"
+      "vqrdmulh.s32 q4, q4, q2\n\t"
+      "vqrdmulh.s32 q6, q6, q2\n\t"
+      "vuzp.16 q3, q4\n\t"
+      "vuzp.16 q5, q6\n\t"
+      "vuzp.8 q3, q5\n\t"
+      "vst1.8 {d6}, [%[o0]]!\n\t"
+      "vst1.8 {d7}, [%[o1]]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
+      :
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28",
+        "d29", "d30", "d31", "cc", "memory");
+  *o0 = u;
+  *o1 = v;
+}
 
 template <int kShift>
 void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, int32_t count) {
@@ -3424,55 +3485,286 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12",
           "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
           "d25", "d26", "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    k = n;
-    sp = sums;
+    pass1MeansArmv7(sums, n, &o0, &o1);
+    count -= n;
+  }
+}
+
+// The same where every difference from 80 on weighs as 0 (reach <= 80, the
+// default strength), by look-ups of the whole weight table, as pass 3's
+// look-up form does: a first loop makes each step's luma weights of the
+// seven taps after the centre (8 bytes each) into a stack buffer; the sums
+// loop looks up the U and V weights (both halves of one q register) and
+// loads those; the means loop is the one above.
+void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
+                        int32_t count) {
+  constexpr int32_t kChunk = 16;
+  alignas(16) uint8_t lumaW[kChunk * 56];
+  alignas(16) uint8_t sums[kChunk * 80];
+  const uint32_t cw = t.centreWeight, cw1 = 1u + t.centreWeight;
+  // The loops' record: the walks of the U and V rows (words 0-11) and of the
+  // luma rows (12-17), in the generator's chains, then the table (18). The
+  // luma weights loop holds its walk's steps in registers, the sums loop the
+  // step from each row's U to its V (word 0), the same for every row: the
+  // rows' U and V lie at the same offsets from their planes.
+  const Pass1Armv7Rows& r = *rows;
+  const uint8_t* const* f = r.far;
+  uint32_t words[19];
+  walkWords(walkWords(words, {r.block[0], r.block[1], r.block[2], r.block[3], f[0], f[1], f[3],
+                              f[4], f[6], f[7], f[9], f[10]}, 16),
+            {r.block[4], r.block[5], f[2], f[5], f[8], f[11]}, 32);
+  words[18] = uint32_t(uintptr_t(t.lut));
+  const uint8_t *p0 = r.block[0] + 2 * x0, *p1 = r.block[4] + 4 * x0;
+  uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
+  while (count > 0) {
+    const int32_t n = count < kChunk ? count : kChunk;
+    int32_t k = n;
+    uint8_t* y = lumaW;
+    uint32_t sa, sb, sc;
     asm volatile(
-        "movw %[a], #0x0008\n\t"
-        "movt %[a], #0x3f80\n\t"
-        "vdup.32 q15, %[a]\n\t"
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]!\n\t"
+        "vld1.8 {d20-d23}, [%[a]]!\n\t"
+        "vld1.8 {d24-d25}, [%[a]]\n\t"
+        "vmov.i8 d26, #32\n\t"
         "1:\n\t"
-        "vld1.64 {d20, d21}, [%[S]:128]!\n\t"
-        "vaddl.u8 q0, d20, d21\n\t"
-        "vld1.64 {d22, d23, d24, d25}, [%[S]:128]!\n\t"
-        "vmovl.u16 q1, d0\n\t"
-        "vmovl.u16 q2, d1\n\t"
-        "vcvt.f32.u32 q1, q1\n\t"
-        "vcvt.f32.u32 q2, q2\n\t"
-        "vld1.64 {d26, d27, d28, d29}, [%[S]:128]!\n\t"
-        "vrecpe.f32 q3, q1\n\t"
-        "vrecpe.f32 q5, q2\n\t"
-        "vrecps.f32 q4, q1, q3\n\t"
-        "vrecps.f32 q6, q2, q5\n\t"
-        "vmul.f32 q3, q3, q4\n\t"
-        "vmul.f32 q5, q5, q6\n\t"
-        "vrecps.f32 q4, q1, q3\n\t"
-        "vmul.f32 q3, q3, q15\n\t"
-        "vrecps.f32 q6, q2, q5\n\t"
-        "vmul.f32 q5, q5, q15\n\t"
-        "vmul.f32 q1, q3, q4\n\t"
-        "vaddl.u16 q3, d22, d26\n\t"
-        "vmul.f32 q2, q5, q6\n\t"
-        "vaddl.u16 q4, d23, d27\n\t"
-        "vaddl.u16 q5, d24, d28\n\t"
-        "vcvt.s32.f32 q1, q1, #31\n\t"
-        "vaddl.u16 q6, d25, d29\n\t"
-        "vcvt.s32.f32 q2, q2, #31\n\t"
-        "vqrdmulh.s32 q3, q3, q1\n\t"
-        "vqrdmulh.s32 q5, q5, q1\n\t"
-        "vqrdmulh.s32 q4, q4, q2\n\t"
-        "vqrdmulh.s32 q6, q6, q2\n\t"
-        "vuzp.16 q3, q4\n\t"
-        "vuzp.16 q5, q6\n\t"
-        "vuzp.8 q3, q5\n\t"
-        "vst1.8 {d6}, [%[o0]]!\n\t"
-        "vst1.8 {d7}, [%[o1]]!\n\t"
+        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[h0]\n\t"
+        "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h1]\n\t"
+        "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h2]\n\t"
+        "vabd.u8 d7, d8, d10\n\t"
+        "vabd.u8 d9, d8, d12\n\t"
+        "vabd.u8 d11, d8, d14\n\t"
+        "vtbl.8 d0, {d16, d17, d18, d19}, d7\n\t"
+        "vsub.i8 d7, d7, d26\n\t"
+        "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h3]\n\t"
+        "vtbl.8 d1, {d16, d17, d18, d19}, d9\n\t"
+        "vtbl.8 d2, {d16, d17, d18, d19}, d11\n\t"
+        "vabd.u8 d27, d8, d28\n\t"
+        "vtbx.8 d0, {d20, d21, d22, d23}, d7\n\t"
+        "vsub.i8 d7, d7, d26\n\t"
+        "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h4]\n\t"
+        "vsub.i8 d9, d9, d26\n\t"
+        "vsub.i8 d11, d11, d26\n\t"
+        "vtbl.8 d3, {d16, d17, d18, d19}, d27\n\t"
+        "vtbx.8 d0, {d24, d25}, d7\n\t"
+        "vabd.u8 d7, d8, d12\n\t"
+        "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h5]\n\t"
+        "vtbx.8 d1, {d20, d21, d22, d23}, d9\n\t"
+        "vtbx.8 d2, {d20, d21, d22, d23}, d11\n\t"
+        "vsub.i8 d9, d9, d26\n\t"
+        "vsub.i8 d11, d11, d26\n\t"
+        "vtbl.8 d4, {d16, d17, d18, d19}, d7\n\t"
+        "vsub.i8 d27, d27, d26\n\t"
+        "vtbx.8 d1, {d24, d25}, d9\n\t"
+        "vtbx.8 d2, {d24, d25}, d11\n\t"
+        "vabd.u8 d9, d8, d28\n\t"
+        "vabd.u8 d11, d8, d12\n\t"
+        "vsub.i8 d7, d7, d26\n\t"
+        "vtbl.8 d5, {d16, d17, d18, d19}, d9\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d11\n\t"
+        "vsub.i8 d9, d9, d26\n\t"
+        "vsub.i8 d11, d11, d26\n\t"
+        "vtbx.8 d3, {d20, d21, d22, d23}, d27\n\t"
+        "vtbx.8 d4, {d20, d21, d22, d23}, d7\n\t"
+        "vtbx.8 d5, {d20, d21, d22, d23}, d9\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d11\n\t"
+        "vsub.i8 d27, d27, d26\n\t"
+        "vsub.i8 d7, d7, d26\n\t"
+        "vsub.i8 d9, d9, d26\n\t"
+        "vsub.i8 d11, d11, d26\n\t"
+        "vtbx.8 d3, {d24, d25}, d27\n\t"
+        "vtbx.8 d4, {d24, d25}, d7\n\t"
+        "vtbx.8 d5, {d24, d25}, d9\n\t"
+        "vtbx.8 d6, {d24, d25}, d11\n\t"
+        "vst1.64 {d0, d1, d2, d3}, [%[y]:64]!\n\t"
+        "vst1.64 {d4, d5, d6}, [%[y]:64]!\n\t"
         "subs %[n], %[n], #1\n\t"
         "bne 1b\n\t"
-        : [o0] "+r"(o0), [o1] "+r"(o1), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
-        :
+        : [p1] "+r"(p1), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
+        : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
+          [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
         : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
-          "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28",
-          "d29", "d30", "d31", "cc", "memory");
+          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+          "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    k = n;
+    y = lumaW;
+    uint8_t* sp = sums;
+    asm volatile(
+        "ldr %[a], [%[R], #72]\n\t"
+        "vld1.8 {d16-d19}, [%[a]]!\n\t"
+        "vld1.8 {d20-d23}, [%[a]]!\n\t"
+        "vld1.8 {d24-d25}, [%[a]]\n\t"
+        "vmov.i8 q13, #32\n\t"
+        "1:\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+        "ldr %[a], [%[R], #4]\n\t"
+        "vdup.8 d4, %[cw]\n\t"
+        "ldr %[b], [%[R], #12]\n\t"
+        "vdup.8 d28, %[cw1]\n\t"
+        "ldr %[c], [%[R], #20]\n\t"
+        "vmov.i8 d29, #0\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
+        "ldr %[a], [%[R], #28]\n\t"
+        "vorr q15, q0, q0\n\t"
+        "vmull.u8 q4, d30, d4\n\t"
+        "vmull.u8 q5, d31, d4\n\t"
+        "vabd.u8 q2, q15, q1\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vmlal.u8 q4, d7, d2\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q5, d7, d3\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+        "ldr %[b], [%[R], #36]\n\t"
+        "vadd.i8 d28, d28, d7\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vabd.u8 q2, q15, q1\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vadd.i8 d28, d28, d7\n\t"
+        "vmlal.u8 q4, d7, d0\n\t"
+        "vmlal.u8 q5, d7, d1\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vmlal.u8 q4, d7, d2\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q5, d7, d3\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
+        "ldr %[c], [%[R], #44]\n\t"
+        "vadd.i8 d28, d28, d7\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vmull.u8 q6, d7, d0\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+        "vmull.u8 q7, d7, d1\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
+        "vadd.i8 d29, d29, d7\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vmlal.u8 q6, d7, d0\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q7, d7, d1\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+        "vadd.i8 d29, d29, d7\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vmlal.u8 q6, d7, d0\n\t"
+        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+        "vmlal.u8 q7, d7, d1\n\t"
+        "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
+        "vadd.i8 d29, d29, d7\n\t"
+        "vabd.u8 q2, q15, q0\n\t"
+        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+        "vsub.i8 q2, q2, q13\n\t"
+        "vtbx.8 d6, {d24, d25}, d4\n\t"
+        "vtbx.8 d7, {d24, d25}, d5\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vld1.64 {d7}, [%[y]:64]!\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vmull.u8 q2, d6, d7\n\t"
+        "vshrn.i16 d6, q2, #8\n\t"
+        "vshr.u8 d7, d6, #3\n\t"
+        "vsra.u8 d7, d6, #4\n\t"
+        "vadd.i8 d29, d29, d7\n\t"
+        "vmlal.u8 q6, d7, d0\n\t"
+        "vmlal.u8 q7, d7, d1\n\t"
+        "vst1.64 {d28, d29}, [%[S]:128]!\n\t"
+        "vst1.64 {d8, d9, d10, d11}, [%[S]:128]!\n\t"
+        "vst1.64 {d12, d13, d14, d15}, [%[S]:128]!\n\t"
+        "subs %[n], %[n], #1\n\t"
+        "bne 1b\n\t"
+        : [p0] "+r"(p0), [y] "+r"(y), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb),
+          [c] "=&r"(sc)
+        : [R] "r"(words), [h0] "r"(words[0]), [cw] "r"(cw), [cw1] "r"(cw1)
+        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+          "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    pass1MeansArmv7(sums, n, &o0, &o1);
     count -= n;
   }
 }
@@ -4199,7 +4491,10 @@ struct NeonBlocks {
            c->inV + size_t(yDown) * w, c->luma + size_t(2 * yDown) * lw},
           {outU, outV}};
       steps<Q>(x0, n, first, last, s, compute, store, [&](int x, int count) {
-        pass1InnerArmv7<W::kShiftOf>(&rows, t, x, count);
+        if (t.reach <= 80)
+          pass1InnerArmv7Lut(&rows, t, x, count);
+        else
+          pass1InnerArmv7<W::kShiftOf>(&rows, t, x, count);
         return x + count * Inner::kOut;
       });
 #else
