@@ -112,7 +112,7 @@ def emit(prog):
     print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
     def fin(t):
         for a, b in (("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"),
-                     ("RS", "%[S]"), ("RCW1", "%[cw1]"), ("RCW", "%[cw]"), ("RY", "%[y]"),
+                     ("RS", "%[S]"), ("RF", "%[F]"), ("RCW1", "%[cw1]"), ("RCW", "%[cw]"), ("RY", "%[y]"),
                      ("SH", "%c[s]"), ("RE", "%c[r8]")):
             t = t.replace(a, b)
         # scratch Ra-Rd, walking pointers RP0.., output pointers RO0.., held steps RH0..

@@ -8,6 +8,7 @@
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # look-ups: the luma weights loop
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c  # look-ups: the sums loop
+#   PART=AF MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c  # look-ups below 32: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
 import sys
@@ -30,7 +31,8 @@ addr = walker([("RP0", 8, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uD
               ("RP1", 16, ["srcU", "srcV"]),
               ("RP2", 32, LUMA)],
               held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
-              {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")} if PART == "AL" else None)
+              {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")} if PART in ("AL", "AF") else
+              None)
 
 def addTap(w):
     """The tap's weight from h = ((wU * wV) >> 8) * wY >> 8 in q2 (both parities): w = (h >> 3) +
@@ -135,6 +137,43 @@ elif PART == "AL":
         addTap(5)
 
     storeSums(5)
+
+elif PART == "AF":
+    # The sums where every difference of the step is below 32, from the first 32 entries of the
+    # weight table alone (T0-T31 in d16-d19): one look-up of 16 differences instead of three.
+    # A difference of 32 or more looks up 0, and so does nothing else: the table's entry 31 is at
+    # least 16, so two weights below 32 make uv = (wU * wV) >> 8 >= 1. The least uv of each step
+    # (q4) goes to the flags RF as 4 bytes, and a step with a 0 among them is made again by the
+    # whole table's loop. q10 and q11 hold the centres' U and V, q5 the weights, q12-q15 the
+    # sums, d12 d13 or d14 d15 a tap's U and V (alternate taps), q0-q3 its steps; wY from RY.
+    a = addr("srcU"); n(f"vld2.8 {{d20, d21}}, {a}")
+    a = addr("srcV"); n(f"vld2.8 {{d22, d23}}, {a}")
+    n("vmovl.u8 q12, d20"); n("vmovl.u8 q13, d21"); n("vmovl.u8 q14, d22"); n("vmovl.u8 q15, d23")
+    n("vmov.i8 q5, #1")
+
+    for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uM", "vM"), ("uR", "vR"),
+                                ("uDown", "vDown"))):
+        tu, tv = (12, 13) if k % 2 == 0 else (14, 15)
+        a = addr(u); n(f"vld1.8 {{d{tu}}}, {a}")
+        a = addr(v); n(f"vld1.8 {{d{tv}}}, {a}")
+        n(f"vabd.u8 d2, d20, d{tu}"); n(f"vabd.u8 d3, d21, d{tu}")
+        n("vtbl.8 d4, {d16, d17, d18, d19}, d2"); n("vtbl.8 d5, {d16, d17, d18, d19}, d3")   # wU
+        n(f"vabd.u8 d2, d22, d{tv}"); n(f"vabd.u8 d3, d23, d{tv}")
+        n("vtbl.8 d6, {d16, d17, d18, d19}, d2"); n("vtbl.8 d7, {d16, d17, d18, d19}, d3")   # wV
+        n("vmull.u8 q0, d4, d6"); n("vmull.u8 q2, d5, d7")
+        n("vshrn.i16 d2, q0, #8"); n("vshrn.i16 d3, q2, #8")   # uv
+        n("vorr q4, q1, q1" if k == 0 else "vmin.u8 q4, q4, q1")
+        n("vld1.64 {d4, d5}, [RY:128]!")                        # wY
+        n("vmull.u8 q0, d2, d4"); n("vmull.u8 q3, d3, d5")
+        n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q3, #8")   # h
+        n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")
+        n("vadd.i8 q5, q5, q0")
+        n(f"vmlal.u8 q12, d0, d{tu}"); n(f"vmlal.u8 q13, d1, d{tu}")
+        n(f"vmlal.u8 q14, d0, d{tv}"); n(f"vmlal.u8 q15, d1, d{tv}")
+
+    storeSums(5)
+    n("vpmin.u8 d0, d8, d9"); n("vpmin.u8 d0, d0, d0")
+    n("vst1.32 {d0[0]}, [RF]!")
 
 else:
     means16(8)

@@ -28,8 +28,11 @@ struct Inputs {
   std::unique_ptr<KqGuardedBuffer> srcU, srcV, luma, halfU, halfV, guide;
   KQChromaParams params;
   // nearChroma: U and V within 13 levels of each other (122..134), so that
-  // every tap keeps a high chroma weight and its luma weight decides.
-  Inputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng, bool nearChroma = false)
+  // every tap keeps a high chroma weight and its luma weight decides;
+  // farEvery > 0 then moves about one byte in farEvery of those planes 32 to
+  // 90 levels away.
+  Inputs(const Shape& s, KqFill kind, float strength, int mode, KqRng& rng, bool nearChroma = false,
+         int farEvery = 0)
       : he(s.h & ~1),
         wh(s.w / 2),
         hh(s.h / 2),
@@ -48,6 +51,10 @@ struct Inputs {
       for (auto* b : {&srcU, &srcV, &halfU, &halfV}) {
         const size_t n = (b == &srcU || b == &srcV) ? size_t(s.w) * s.h : size_t(wh) * hh;
         for (size_t i = 0; i < n; ++i) (*b)->data()[i] = uint8_t(122 + (*b)->data()[i] % 13);
+        for (size_t i = 0; farEvery > 0 && i < n; i += size_t(rng.range(1, 2 * farEvery - 1))) {
+          const int far = rng.range(32, 90);
+          (*b)->data()[i] = uint8_t(rng.range(0, 1) ? 128 + far : 128 - far);
+        }
       }
     }
     if (s.guide != 0) {
@@ -94,9 +101,10 @@ KQChromaPassContext makeContext(int pass, const Shape& s, Inputs& in, uint8_t* o
 // copy of the source, as the stage does.
 testing::AssertionResult runCase(const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind,
                                  const Shape& s, KqFill fill, float strength, int mode, int first,
-                                 int end, uint64_t seed, bool nearChroma = false) {
+                                 int end, uint64_t seed, bool nearChroma = false,
+                                 int farEvery = 0) {
   KqRng rng(seed);
-  Inputs in(s, fill, strength, mode, rng, nearChroma);
+  Inputs in(s, fill, strength, mode, rng, nearChroma, farEvery);
   const int bytes = pass == 3 ? s.w * s.h : in.wh * in.hh;
   KqFramedPlane outs[2][2] = {{{bytes, 1}, {bytes, 1}},
                               {{bytes, 1}, {bytes, 1}}};  // [ref/dsp][U/V]
@@ -248,6 +256,25 @@ TEST(ChromaKernels, LumaWeightsOverEveryDifference) {
                           seed + uint64_t(strength * 10) + kind, true))
           << "near chroma";
     }
+  });
+}
+
+// Near chroma with a far value here and there: a vector step whose taps all
+// lie within 32 levels of their centres and one with a tap beyond, side by
+// side in every pattern (armv7's look-up steps take every difference as
+// below 32 first and make the steps that are not again), over rows of
+// several chunks, at strengths whose tables do and do not allow that.
+TEST(ChromaKernels, FarTapsAmongNearOnes) {
+  const uint64_t seed = kqTestSeed();
+  forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
+    for (int farEvery : {23, 150, 600})
+      for (float strength : {3.0f, 4.0f, 5.0f}) {
+        const Shape s{2 * (16 * 8 * 3 + 4) + 1, 6, 2, kMargins[pass - 1][0], 0};
+        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kUniform, strength, 0, 0, 6,
+                            seed + uint64_t(farEvery) * 11 + uint64_t(strength) + kind, true,
+                            farEvery))
+            << "far taps every " << farEvery;
+      }
   });
 }
 

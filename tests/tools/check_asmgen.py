@@ -14,8 +14,9 @@ import sys
 LOOPS = [
     ("chroma_pass3_armv7.py", dict(PART="B", MODEL="a57", PRI="h")),
     ("chroma_pass3_armv7.py", dict(PART="A", MODEL="a57", PRI="h")),
-    ("chroma_pass3_armv7.py", dict(PART="L", MODEL="a57", PRI="h")),
     ("chroma_pass3_armv7.py", dict(PART="AL", MODEL="a57", PRI="h")),
+    ("chroma_pass3_armv7.py", dict(PART="AF", MODEL="a57", PRI="h")),
+    ("chroma_pass3_armv7.py", dict(PART="L", MODEL="a57", PRI="h")),
     ("chroma_pass3_aarch64.py", dict(PART="A")),
     ("chroma_pass3_aarch64.py", dict(PART="B2P")),
     ("chroma_pass3_aarch64.py", dict(PART="B")),
