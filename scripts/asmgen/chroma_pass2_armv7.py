@@ -8,6 +8,7 @@
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # look-ups: the luma weights loop
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c  # look-ups: the sums loop
+#   PART=AF MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c  # look-ups below 32: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os
 import sys
@@ -25,7 +26,7 @@ from armv7_steps import lookup, means16, n, prog, s, walker  # noqa: E402
 # The look-up form walks the taps' U and V (RP0), the centres (RP1) and the luma (RP2, in a
 # loop of its own that holds its five steps in RH0-RH4); its sums loop holds the step from each
 # tap's U to its V (RH0), the same for every tap (the planes' distance).
-if PART in ("L", "AL"):
+if PART in ("L", "AL", "AF"):
     LUMA = ["lM", "lUp", "lL", "lR", "lDown"]
     addr = walker([("RP0", 16, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uDown", "vDown"]),
                    ("RP1", 32, ["srcU", "srcV"]),
@@ -136,6 +137,44 @@ elif PART == "AL":
     n("vst1.64 {d10, d11}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+
+elif PART == "AF":
+    # The sums where every difference of the step is below 32, from the table's first 32 entries
+    # (T0-T31 in d16-d19), as pass 3's PART=AF: a step with a difference of 32 or more gets a 0
+    # among the 4 bytes it writes to RF (the least uv of its taps, q4) and is made again by the
+    # whole table's loop. q10 and q11 the centres' U and V, q5 the weights, q12-q15 the sums,
+    # q6 or q7 (alternate taps) and q3 a tap's U and V, q0-q2 its steps; wY from RY.
+    a = addr("srcU"); n(f"vld2.8 {{d20, d21, d22, d23}}, {a}")
+    a = addr("srcV"); n(f"vld2.8 {{d22, d23, d24, d25}}, {a}")
+    n("vmov.i8 q5, #1")
+    for t, (u, v, centre) in enumerate((("uUp", "vUp", False), ("uL", "vL", False), ("uM", "vM", True),
+                                        ("uR", "vR", False), ("uDown", "vDown", False))):
+        tu = 6 if t % 2 == 0 else 7
+        a = addr(u); n(f"vld1.8 {{d{2 * tu}, d{2 * tu + 1}}}, {a}")
+        a = addr(v); n(f"vld1.8 {{d6, d7}}, {a}")
+        n(f"vabd.u8 q1, q10, q{tu}")
+        n("vtbl.8 d4, {d16, d17, d18, d19}, d2"); n("vtbl.8 d5, {d16, d17, d18, d19}, d3")   # wU
+        n("vabd.u8 q1, q11, q3")
+        n("vtbl.8 d0, {d16, d17, d18, d19}, d2"); n("vtbl.8 d1, {d16, d17, d18, d19}, d3")   # wV
+        n("vmull.u8 q1, d4, d0"); n("vmull.u8 q2, d5, d1")
+        n("vshrn.i16 d0, q1, #8"); n("vshrn.i16 d1, q2, #8")   # uv
+        n("vorr q4, q0, q0" if t == 0 else "vmin.u8 q4, q4, q0")
+        if centre:
+            n("vld1.8 {d2[], d3[]}, [RR]")                     # wY of a difference 0
+        else:
+            n("vld1.64 {d2, d3}, [RY:128]!")                    # wY
+        n("vmull.u8 q2, d0, d2"); n("vmull.u8 q1, d1, d3")
+        n("vshrn.i16 d0, q2, #8"); n("vshrn.i16 d1, q1, #8")   # h
+        n("vshr.u8 q2, q0, #3"); n("vsra.u8 q2, q0, #4")
+        n("vadd.i8 q5, q5, q2")
+        op = "vmull.u8" if t == 0 else "vmlal.u8"
+        n(f"{op} q12, d4, d{2 * tu}"); n(f"{op} q13, d5, d{2 * tu + 1}")
+        n(f"{op} q14, d4, d6"); n(f"{op} q15, d5, d7")
+    n("vst1.64 {d10, d11}, [RS:128]!")
+    n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
+    n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
+    n("vpmin.u8 d0, d8, d9"); n("vpmin.u8 d0, d0, d0")
+    n("vst1.32 {d0[0]}, [RF]!")
 
 else:
     means16(8)
