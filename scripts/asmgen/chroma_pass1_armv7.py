@@ -7,6 +7,7 @@
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # look-ups: the luma weights loop
+#   PART=AF MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups below 64: the sums loop
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os, sys
@@ -22,7 +23,8 @@ addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", 
                            "uDown", "vDown"]),
               ("RP1", 32, LUMA)],
               held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
-              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")} if PART == "AL" else None)
+              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")} if PART in ("AL", "AF") else
+              None)
 
 def tap(qt, dt, dy, w, u, v, first=False, T=None):
     # qt: the tap's q (U | V), dt: its (U, V) d halves, dy: tap luma
@@ -138,6 +140,55 @@ elif PART == "AL":
     n("vst1.64 {d28, d29}, [RS:128]!")
     n("vst1.64 {d8, d9, d10, d11}, [RS:128]!")
     n("vst1.64 {d12, d13, d14, d15}, [RS:128]!")
+
+elif PART == "AF":
+    # The sums where every difference of the step is below 64, from the table's first 64 entries
+    # (T0-T31 in d16-d19, T32-T63 in d20-d23; q13 32 in every lane): a difference of 64 or more
+    # looks up 0 and so makes uv 0, which nothing else does where the table's entry 63 is at least
+    # 16. The least uv of the step's taps (d24) goes to RF as 4 bytes; a step with a 0 among them
+    # is made again by the whole table's loop. q15 the centres' U and V, q0 and q1 a row's taps (U and
+    # V of columns X and X + 1), q2 their differences, q3 their weights (wU | wV), d28 and d29
+    # the block's and the far taps' weights, q4 and q5 the block's U and V sums, q6 and q7 the
+    # far taps'; wY from RY.
+    first_uv = [True]
+
+    def tapL(t, wacc, su, sv, first=False):
+        n(f"vabd.u8 q2, q15, q{t}")
+        n("vtbl.8 d6, {d16, d17, d18, d19}, d4"); n("vtbl.8 d7, {d16, d17, d18, d19}, d5")
+        n("vsub.i8 q2, q2, q13")
+        n("vtbx.8 d6, {d20, d21, d22, d23}, d4"); n("vtbx.8 d7, {d20, d21, d22, d23}, d5")   # wU | wV
+        n("vmull.u8 q2, d6, d7")
+        n("vld1.64 {d7}, [RY:64]!")                          # wY
+        n("vshrn.i16 d6, q2, #8")                            # uv
+        n("vorr d24, d6, d6" if first_uv[0] else "vmin.u8 d24, d24, d6"); first_uv[0] = False
+        n("vmull.u8 q2, d6, d7")
+        n("vshrn.i16 d6, q2, #8")                            # h
+        n("vshr.u8 d7, d6, #3"); n("vsra.u8 d7, d6, #4")     # w
+        n(f"vadd.i8 {wacc}, {wacc}, d7")
+        op = "vmull.u8" if first else "vmlal.u8"
+        n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
+
+    a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")
+    n("vorr q15, q0, q0")
+    n("vdup.8 d28, RCW1")
+    n("vdup.8 d4, RCW")
+    n("vmull.u8 q4, d30, d4"); n("vmull.u8 q5, d31, d4")
+    n("vmov.i8 d29, #0")
+    tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
+    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
+    tapL(0, "d28", "q4", "q5")                               # (X, Y+1)
+    tapL(1, "d28", "q4", "q5")                               # (X+1, Y+1)
+    for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uR", "vR"), ("uDown", "vDown"))):
+        a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
+        a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
+        tapL(0, "d29", "q6", "q7", first=(k == 0))
+    n("vst1.64 {d28, d29}, [RS:128]!")
+    n("vst1.64 {d8, d9, d10, d11}, [RS:128]!")
+    n("vst1.64 {d12, d13, d14, d15}, [RS:128]!")
+    n("vpmin.u8 d0, d24, d24")
+    n("vst1.32 {d0[0]}, [RF]!")
 
 else:
     n("vld1.64 {d20, d21}, [RS:128]!")

@@ -1780,6 +1780,22 @@ inline void pass3SumsArmv7Lut32(const uint32_t* words, const uint8_t** p0, const
 // Whether any of the 4 bytes of a pass3SumsArmv7Lut32 flag word is 0.
 KQ_INLINE bool anyZeroByte(uint32_t v) { return ((v - 0x01010101u) & ~v & 0x80808080u) != 0; }
 
+// Whether any of a chunk's 16 flag words has a 0 byte, in a dozen
+// instructions, so that the words are looked at one by one only in the
+// chunks that need it. Words past a short last chunk are an earlier chunk's
+// (or the initial fill of ones) and can only ask for a look that finds
+// nothing.
+KQ_INLINE bool anyStepFlagged(const uint32_t (&flags)[16]) {
+  const uint8_t* f = reinterpret_cast<const uint8_t*>(flags);
+  const uint8x16_t m = vminq_u8(vminq_u8(vld1q_u8(f), vld1q_u8(f + 16)),
+                                vminq_u8(vld1q_u8(f + 32), vld1q_u8(f + 48)));
+  uint8x8_t d = vmin_u8(vget_low_u8(m), vget_high_u8(m));
+  d = vpmin_u8(d, d);
+  d = vpmin_u8(d, d);
+  d = vpmin_u8(d, d);
+  return vget_lane_u8(d, 0) == 0;
+}
+
 // pass3InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
 // 80, the default strength's table): the weights of U and V are look-ups of
 // the table's first 80 bytes (vtbl of 32, then vtbx of 32 and of 16 at
@@ -1801,6 +1817,7 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
   alignas(16) uint8_t lumaW[kChunk * 80];
   alignas(16) uint8_t sums[kChunk * 80];
   uint32_t flags[kChunk];
+  std::memset(flags, 0xff, sizeof flags);
   uint8_t* const b = centres;
   const bool fast = t.lut[31] >= 16;  // else most steps would be made twice
   // The loops' record (pass3Words). The luma weights loop holds its walk's
@@ -1868,11 +1885,13 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
       const uint8_t *f0 = p0, *f1 = p1;
       uint8_t *fy = y, *fs = sp;
       pass3SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, n);
-      for (int32_t j = 0; j < n; ++j) {
-        if (!anyZeroByte(flags[j])) continue;
-        const uint8_t *r0 = f0 + 8 * j, *r1 = f1 + 16 * j;
-        uint8_t *ry = fy + 80 * j, *rs = fs + 80 * j;
-        pass3SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+      if (anyStepFlagged(flags)) {
+        for (int32_t j = 0; j < n; ++j) {
+          if (!anyZeroByte(flags[j])) continue;
+          const uint8_t *r0 = f0 + 8 * j, *r1 = f1 + 16 * j;
+          uint8_t *ry = fy + 80 * j, *rs = fs + 80 * j;
+          pass3SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+        }
       }
     } else {
       pass3SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
@@ -3440,6 +3459,7 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
   alignas(16) uint8_t lumaW[kChunk * 64];
   alignas(16) uint8_t sums[kChunk * 80];
   uint32_t flags[kChunk];
+  std::memset(flags, 0xff, sizeof flags);
   uint8_t* const b = centres;
   const bool fast = t.lut[31] >= 16;  // else most steps would be made twice
   // The loops' record: the weight of a difference 0 (word 0's low byte), the
@@ -3530,11 +3550,13 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
       const uint8_t *f0 = p0, *f1 = p1;
       uint8_t *fy = y, *fs = sp;
       pass2SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, n);
-      for (int32_t j = 0; j < n; ++j) {
-        if (!anyZeroByte(flags[j])) continue;
-        const uint8_t *r0 = f0 + 16 * j, *r1 = f1 + 32 * j;
-        uint8_t *ry = fy + 64 * j, *rs = fs + 80 * j;
-        pass2SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+      if (anyStepFlagged(flags)) {
+        for (int32_t j = 0; j < n; ++j) {
+          if (!anyZeroByte(flags[j])) continue;
+          const uint8_t *r0 = f0 + 16 * j, *r1 = f1 + 32 * j;
+          uint8_t *ry = fy + 64 * j, *rs = fs + 80 * j;
+          pass2SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+        }
       }
     } else {
       pass2SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
@@ -3916,17 +3938,391 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
   }
 }
 
-// The same where every difference from 80 on weighs as 0 (reach <= 80, the
-// default strength), by look-ups of the whole weight table, as pass 3's
-// look-up form does: a first loop makes each step's luma weights of the
+// Pass 1's sums loop with the whole weight table's look-ups: n steps from
+// the walk at *p0 (the U and V rows), the luma weights at *y, the sums into
+// *S; moves the three on. cw, cw1: the centre's weight and 1 more.
+inline void pass1SumsArmv7Lut(const uint32_t* words, uint32_t cw, uint32_t cw1, const uint8_t** p0,
+                              uint8_t** y, uint8_t** S, int32_t n) {
+  const uint8_t* q0 = *p0;
+  uint8_t *yy = *y, *sp = *S;
+  int32_t k = n;
+  uint32_t sa, sb, sc;
+  asm volatile(
+      "ldr %[a], [%[R], #72]\n\t"
+      "vld1.8 {d16-d19}, [%[a]]!\n\t"
+      "vld1.8 {d20-d23}, [%[a]]!\n\t"
+      "vld1.8 {d24-d25}, [%[a]]\n\t"
+      "vmov.i8 q13, #32\n\t"
+      "1:\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "ldr %[a], [%[R], #4]\n\t"
+      "vdup.8 d4, %[cw]\n\t"
+      "ldr %[b], [%[R], #12]\n\t"
+      "vdup.8 d28, %[cw1]\n\t"
+      "ldr %[c], [%[R], #20]\n\t"
+      "vmov.i8 d29, #0\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
+      "ldr %[a], [%[R], #28]\n\t"
+      "vorr q15, q0, q0\n\t"
+      "vmull.u8 q4, d30, d4\n\t"
+      "vmull.u8 q5, d31, d4\n\t"
+      "vabd.u8 q2, q15, q1\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q4, d7, d2\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q5, d7, d3\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+      "ldr %[b], [%[R], #36]\n\t"
+      "vadd.i8 d28, d28, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vabd.u8 q2, q15, q1\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vadd.i8 d28, d28, d7\n\t"
+      "vmlal.u8 q4, d7, d0\n\t"
+      "vmlal.u8 q5, d7, d1\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q4, d7, d2\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q5, d7, d3\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
+      "ldr %[c], [%[R], #44]\n\t"
+      "vadd.i8 d28, d28, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmull.u8 q6, d7, d0\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmull.u8 q7, d7, d1\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q6, d7, d0\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q7, d7, d1\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q6, d7, d0\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q7, d7, d1\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d24, d25}, d4\n\t"
+      "vtbx.8 d7, {d24, d25}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vmlal.u8 q6, d7, d0\n\t"
+      "vmlal.u8 q7, d7, d1\n\t"
+      "vst1.64 {d28, d29}, [%[S]:128]!\n\t"
+      "vst1.64 {d8, d9, d10, d11}, [%[S]:128]!\n\t"
+      "vst1.64 {d12, d13, d14, d15}, [%[S]:128]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [p0] "+r"(q0), [y] "+r"(yy), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb),
+        [c] "=&r"(sc)
+      : [R] "r"(words), [h0] "r"(words[0]), [cw] "r"(cw), [cw1] "r"(cw1)
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+  *p0 = q0;
+  *y = yy;
+  *S = sp;
+}
+
+// The same where every difference of a step is below 64 (the table's first
+// 64 entries, two look-ups per 16 differences instead of three), for tables
+// whose entry 63 is at least 16: a step with a difference of 64 or more gets
+// a 0 among the 4 bytes it writes to *F, and its sums are then to be made
+// again by pass1SumsArmv7Lut.
+inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1,
+                                const uint8_t** p0, uint8_t** y, uint8_t** S, uint32_t* F,
+                                int32_t n) {
+  const uint8_t* q0 = *p0;
+  uint8_t *yy = *y, *sp = *S;
+  int32_t k = n;
+  uint32_t sa, sb, sc;
+  asm volatile(
+      "ldr %[a], [%[R], #72]\n\t"
+      "vld1.8 {d16-d19}, [%[a]]!\n\t"
+      "vld1.8 {d20-d23}, [%[a]]\n\t"
+      "vmov.i8 q13, #32\n\t"
+      "1:\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "ldr %[a], [%[R], #4]\n\t"
+      "vdup.8 d4, %[cw]\n\t"
+      "ldr %[b], [%[R], #12]\n\t"
+      "vdup.8 d28, %[cw1]\n\t"
+      "ldr %[c], [%[R], #20]\n\t"
+      "vmov.i8 d29, #0\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
+      "ldr %[a], [%[R], #28]\n\t"
+      "vorr q15, q0, q0\n\t"
+      "vmull.u8 q4, d30, d4\n\t"
+      "vmull.u8 q5, d31, d4\n\t"
+      "vabd.u8 q2, q15, q1\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vorr d24, d6, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q4, d7, d2\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q5, d7, d3\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+      "ldr %[b], [%[R], #36]\n\t"
+      "vadd.i8 d28, d28, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vabd.u8 q2, q15, q1\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vadd.i8 d28, d28, d7\n\t"
+      "vmlal.u8 q4, d7, d0\n\t"
+      "vmlal.u8 q5, d7, d1\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q4, d7, d2\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q5, d7, d3\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
+      "ldr %[c], [%[R], #44]\n\t"
+      "vadd.i8 d28, d28, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmull.u8 q6, d7, d0\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmull.u8 q7, d7, d1\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q6, d7, d0\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q7, d7, d1\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vmlal.u8 q6, d7, d0\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vmlal.u8 q7, d7, d1\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vabd.u8 q2, q15, q0\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q13\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vld1.64 {d7}, [%[y]:64]!\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vmull.u8 q2, d6, d7\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vshrn.i16 d6, q2, #8\n\t"
+      "vshr.u8 d7, d6, #3\n\t"
+      "vsra.u8 d7, d6, #4\n\t"
+      "vadd.i8 d29, d29, d7\n\t"
+      "vmlal.u8 q6, d7, d0\n\t"
+      "vmlal.u8 q7, d7, d1\n\t"
+      "vpmin.u8 d0, d24, d24\n\t"
+      "vst1.64 {d28, d29}, [%[S]:128]!\n\t"
+      "vst1.64 {d8, d9, d10, d11}, [%[S]:128]!\n\t"
+      "vst1.32 {d0[0]}, [%[F]]!\n\t"
+      "vst1.64 {d12, d13, d14, d15}, [%[S]:128]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [p0] "+r"(q0), [y] "+r"(yy), [n] "+r"(k), [S] "+r"(sp), [F] "+r"(F), [a] "=&r"(sa),
+        [b] "=&r"(sb), [c] "=&r"(sc)
+      : [R] "r"(words), [h0] "r"(words[0]), [cw] "r"(cw), [cw1] "r"(cw1)
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+  *p0 = q0;
+  *y = yy;
+  *S = sp;
+}
+
+// pass1InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
+// 80, the default strength), by look-ups of the whole weight table, as pass
+// 3's look-up form does: a first loop makes each step's luma weights of the
 // seven taps after the centre (8 bytes each) into a stack buffer; the sums
 // loop looks up the U and V weights (both halves of one q register) and
-// loads those; the means loop is the one above.
+// loads those, first as if every difference were below 64 and then, for the
+// steps that it flags (about 1 in 10,000 on a camera frame; 15 in 100 have
+// one of 32 or more, too many for pass 3's first 32 entries), again with the
+// whole table; the means loop is pass1InnerArmv7's.
 void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
                         int32_t count) {
   constexpr int32_t kChunk = 16;
   alignas(16) uint8_t lumaW[kChunk * 56];
   alignas(16) uint8_t sums[kChunk * 80];
+  uint32_t flags[kChunk];
+  std::memset(flags, 0xff, sizeof flags);
+  const bool fast = t.lut[63] >= 16;  // else most steps would be made twice
   const uint32_t cw = t.centreWeight, cw1 = 1u + t.centreWeight;
   // The loops' record: the walks of the U and V rows (words 0-11) and of the
   // luma rows (12-17), in the generator's chains, then the table (18). The
@@ -3946,7 +4342,7 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
     const int32_t n = count < kChunk ? count : kChunk;
     int32_t k = n;
     uint8_t* y = lumaW;
-    uint32_t sa, sb, sc;
+    uint32_t sa;
     asm volatile(
         "ldr %[a], [%[R], #72]\n\t"
         "vld1.8 {d16-d19}, [%[a]]!\n\t"
@@ -4015,181 +4411,21 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
     k = n;
     y = lumaW;
     uint8_t* sp = sums;
-    asm volatile(
-        "ldr %[a], [%[R], #72]\n\t"
-        "vld1.8 {d16-d19}, [%[a]]!\n\t"
-        "vld1.8 {d20-d23}, [%[a]]!\n\t"
-        "vld1.8 {d24-d25}, [%[a]]\n\t"
-        "vmov.i8 q13, #32\n\t"
-        "1:\n\t"
-        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-        "ldr %[a], [%[R], #4]\n\t"
-        "vdup.8 d4, %[cw]\n\t"
-        "ldr %[b], [%[R], #12]\n\t"
-        "vdup.8 d28, %[cw1]\n\t"
-        "ldr %[c], [%[R], #20]\n\t"
-        "vmov.i8 d29, #0\n\t"
-        "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
-        "ldr %[a], [%[R], #28]\n\t"
-        "vorr q15, q0, q0\n\t"
-        "vmull.u8 q4, d30, d4\n\t"
-        "vmull.u8 q5, d31, d4\n\t"
-        "vabd.u8 q2, q15, q1\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vmlal.u8 q4, d7, d2\n\t"
-        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-        "vmlal.u8 q5, d7, d3\n\t"
-        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
-        "ldr %[b], [%[R], #36]\n\t"
-        "vadd.i8 d28, d28, d7\n\t"
-        "vabd.u8 q2, q15, q0\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vabd.u8 q2, q15, q1\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vadd.i8 d28, d28, d7\n\t"
-        "vmlal.u8 q4, d7, d0\n\t"
-        "vmlal.u8 q5, d7, d1\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vmlal.u8 q4, d7, d2\n\t"
-        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-        "vmlal.u8 q5, d7, d3\n\t"
-        "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
-        "ldr %[c], [%[R], #44]\n\t"
-        "vadd.i8 d28, d28, d7\n\t"
-        "vabd.u8 q2, q15, q0\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vmull.u8 q6, d7, d0\n\t"
-        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-        "vmull.u8 q7, d7, d1\n\t"
-        "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
-        "vadd.i8 d29, d29, d7\n\t"
-        "vabd.u8 q2, q15, q0\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vmlal.u8 q6, d7, d0\n\t"
-        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-        "vmlal.u8 q7, d7, d1\n\t"
-        "vld2.8 {d1, d3}, [%[p0]], %[b]\n\t"
-        "vadd.i8 d29, d29, d7\n\t"
-        "vabd.u8 q2, q15, q0\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vmlal.u8 q6, d7, d0\n\t"
-        "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-        "vmlal.u8 q7, d7, d1\n\t"
-        "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
-        "vadd.i8 d29, d29, d7\n\t"
-        "vabd.u8 q2, q15, q0\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-        "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-        "vsub.i8 q2, q2, q13\n\t"
-        "vtbx.8 d6, {d24, d25}, d4\n\t"
-        "vtbx.8 d7, {d24, d25}, d5\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vld1.64 {d7}, [%[y]:64]!\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vmull.u8 q2, d6, d7\n\t"
-        "vshrn.i16 d6, q2, #8\n\t"
-        "vshr.u8 d7, d6, #3\n\t"
-        "vsra.u8 d7, d6, #4\n\t"
-        "vadd.i8 d29, d29, d7\n\t"
-        "vmlal.u8 q6, d7, d0\n\t"
-        "vmlal.u8 q7, d7, d1\n\t"
-        "vst1.64 {d28, d29}, [%[S]:128]!\n\t"
-        "vst1.64 {d8, d9, d10, d11}, [%[S]:128]!\n\t"
-        "vst1.64 {d12, d13, d14, d15}, [%[S]:128]!\n\t"
-        "subs %[n], %[n], #1\n\t"
-        "bne 1b\n\t"
-        : [p0] "+r"(p0), [y] "+r"(y), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb),
-          [c] "=&r"(sc)
-        : [R] "r"(words), [h0] "r"(words[0]), [cw] "r"(cw), [cw1] "r"(cw1)
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
-          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
-          "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+    if (fast) {
+      const uint8_t* f0 = p0;
+      uint8_t *fy = y, *fs = sp;
+      pass1SumsArmv7Lut64(words, cw, cw1, &p0, &y, &sp, flags, n);
+      if (anyStepFlagged(flags)) {
+        for (int32_t j = 0; j < n; ++j) {
+          if (!anyZeroByte(flags[j])) continue;
+          const uint8_t* r0 = f0 + 16 * j;
+          uint8_t *ry = fy + 56 * j, *rs = fs + 80 * j;
+          pass1SumsArmv7Lut(words, cw, cw1, &r0, &ry, &rs, 1);
+        }
+      }
+    } else {
+      pass1SumsArmv7Lut(words, cw, cw1, &p0, &y, &sp, n);
+    }
     pass1MeansArmv7(sums, n, &o0, &o1);
     count -= n;
   }
