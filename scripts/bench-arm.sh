@@ -112,7 +112,7 @@ warm() {
 cases=(memcpy warp nr sharpen chroma defaults)
 stages=(stage.intake stage.luma-warp stage.chroma-pairs stage.chroma-warp stage.luma-nr
         stage.sharpen stage.chroma-nr stage.chroma-nr1 stage.chroma-nr2 stage.chroma-nr3
-        stage.interleave)
+        stage.chroma-nr-noise stage.interleave)
 workloads=(0 1 2)
 ((quick)) && workloads=(0)
 

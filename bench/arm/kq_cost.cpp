@@ -17,6 +17,8 @@
 //                 stage.sharpen       sharpening, strength 0.6
 //                 stage.chroma-nr     chroma noise reduction, strength 4 (its three passes)
 //                 stage.chroma-nr1, stage.chroma-nr2, stage.chroma-nr3   one pass of it
+//                 stage.chroma-nr-noise  the whole filter on U and V planes of random bytes,
+//                                        where the weights' look-ups take their longest way
 //                 stage.interleave    the chroma interleave into the caller's plane
 //     WORKLOAD  an index into kq_bench_call's workloads (0: 1024x768 -> 4096x3072)
 //     REPS      how many times the work runs
@@ -179,6 +181,17 @@ struct Stages {
                            float(kChromaNoiseReduction), 1);
   }
 
+  // U and V planes of random bytes (the same on every run): nearly every vector step of the
+  // chroma filter then has a tap 32 levels or more from its centre.
+  void noiseChroma() {
+    uint32_t x = 0x2545f491u;
+    for (Plane* p : {&outU, &outV})
+      for (uint8_t& b : p->bytes) {
+        x = x * 1664525u + 1013904223u;
+        b = uint8_t(x >> 24);
+      }
+  }
+
   // One pass of the filter, with the context the stage gives it (its inputs are the previous
   // passes' outputs, left by a whole run made before the work).
   void chromaPass(int pass) {
@@ -256,6 +269,7 @@ int main(int argc, char** argv) {
     Stages s(w, in, out);
     if (name == "stage.chroma-nr1" || name == "stage.chroma-nr2" || name == "stage.chroma-nr3")
       s.chromaNr();  // the passes' inputs
+    if (name == "stage.chroma-nr-noise") s.noiseChroma();
     for (int r = 0; r < reps; ++r) {
       if (name == "stage.intake")
         s.intake();
@@ -269,7 +283,7 @@ int main(int argc, char** argv) {
         s.lumaNr();
       else if (name == "stage.sharpen")
         s.sharpen();
-      else if (name == "stage.chroma-nr")
+      else if (name == "stage.chroma-nr" || name == "stage.chroma-nr-noise")
         s.chromaNr();
       else if (name == "stage.chroma-nr1")
         s.chromaPass(1);

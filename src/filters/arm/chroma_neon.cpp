@@ -1884,13 +1884,26 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
     if (fast) {
       const uint8_t *f0 = p0, *f1 = p1;
       uint8_t *fy = y, *fs = sp;
-      pass3SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, n);
-      if (anyStepFlagged(flags)) {
-        for (int32_t j = 0; j < n; ++j) {
-          if (!anyZeroByte(flags[j])) continue;
-          const uint8_t *r0 = f0 + 8 * j, *r1 = f1 + 16 * j;
-          uint8_t *ry = fy + 80 * j, *rs = fs + 80 * j;
-          pass3SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+      // The chunk's first step alone first: where it has a difference too
+      // large, the rest most likely has too, and the whole table takes the
+      // chunk at once instead of every step twice (noisy chroma).
+      pass3SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, 1);
+      if (anyZeroByte(flags[0])) {
+        p0 = f0;
+        p1 = f1;
+        y = fy;
+        sp = fs;
+        pass3SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
+      } else if (n > 1) {
+        flags[0] = ~0u;
+        pass3SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags + 1, n - 1);
+        if (anyStepFlagged(flags)) {
+          for (int32_t j = 1; j < n; ++j) {
+            if (!anyZeroByte(flags[j])) continue;
+            const uint8_t *r0 = f0 + 8 * j, *r1 = f1 + 16 * j;
+            uint8_t *ry = fy + 80 * j, *rs = fs + 80 * j;
+            pass3SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+          }
         }
       }
     } else {
@@ -3549,13 +3562,26 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
     if (fast) {
       const uint8_t *f0 = p0, *f1 = p1;
       uint8_t *fy = y, *fs = sp;
-      pass2SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, n);
-      if (anyStepFlagged(flags)) {
-        for (int32_t j = 0; j < n; ++j) {
-          if (!anyZeroByte(flags[j])) continue;
-          const uint8_t *r0 = f0 + 16 * j, *r1 = f1 + 32 * j;
-          uint8_t *ry = fy + 64 * j, *rs = fs + 80 * j;
-          pass2SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+      // The chunk's first step alone first: where it has a difference too
+      // large, the rest most likely has too, and the whole table takes the
+      // chunk at once instead of every step twice (noisy chroma).
+      pass2SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, 1);
+      if (anyZeroByte(flags[0])) {
+        p0 = f0;
+        p1 = f1;
+        y = fy;
+        sp = fs;
+        pass2SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
+      } else if (n > 1) {
+        flags[0] = ~0u;
+        pass2SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags + 1, n - 1);
+        if (anyStepFlagged(flags)) {
+          for (int32_t j = 1; j < n; ++j) {
+            if (!anyZeroByte(flags[j])) continue;
+            const uint8_t *r0 = f0 + 16 * j, *r1 = f1 + 32 * j;
+            uint8_t *ry = fy + 64 * j, *rs = fs + 80 * j;
+            pass2SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
+          }
         }
       }
     } else {
@@ -4414,13 +4440,25 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
     if (fast) {
       const uint8_t* f0 = p0;
       uint8_t *fy = y, *fs = sp;
-      pass1SumsArmv7Lut64(words, cw, cw1, &p0, &y, &sp, flags, n);
-      if (anyStepFlagged(flags)) {
-        for (int32_t j = 0; j < n; ++j) {
-          if (!anyZeroByte(flags[j])) continue;
-          const uint8_t* r0 = f0 + 16 * j;
-          uint8_t *ry = fy + 56 * j, *rs = fs + 80 * j;
-          pass1SumsArmv7Lut(words, cw, cw1, &r0, &ry, &rs, 1);
+      // The chunk's first step alone first: where it has a difference too
+      // large, the rest most likely has too, and the whole table takes the
+      // chunk at once instead of every step twice (noisy chroma).
+      pass1SumsArmv7Lut64(words, cw, cw1, &p0, &y, &sp, flags, 1);
+      if (anyZeroByte(flags[0])) {
+        p0 = f0;
+        y = fy;
+        sp = fs;
+        pass1SumsArmv7Lut(words, cw, cw1, &p0, &y, &sp, n);
+      } else if (n > 1) {
+        flags[0] = ~0u;
+        pass1SumsArmv7Lut64(words, cw, cw1, &p0, &y, &sp, flags + 1, n - 1);
+        if (anyStepFlagged(flags)) {
+          for (int32_t j = 1; j < n; ++j) {
+            if (!anyZeroByte(flags[j])) continue;
+            const uint8_t* r0 = f0 + 16 * j;
+            uint8_t *ry = fy + 56 * j, *rs = fs + 80 * j;
+            pass1SumsArmv7Lut(words, cw, cw1, &r0, &ry, &rs, 1);
+          }
         }
       }
     } else {
