@@ -7,7 +7,7 @@
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # look-ups: the luma weights loop
-#   PART=AF MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups below 64: the sums loop
+#   PART=AS MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups below 64, shared left taps
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
 import os, sys
@@ -23,7 +23,7 @@ addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", 
                            "uDown", "vDown"]),
               ("RP1", 32, LUMA)],
               held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
-              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")} if PART in ("AL", "AF") else
+              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")} if PART in ("AL", "AS") else
               None)
 
 def tap(qt, dt, dy, w, u, v, first=False, T=None):
@@ -137,16 +137,21 @@ elif PART == "AL":
         a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
         a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
         tapL(0, "d29", "q6", "q7", first=(k == 0))
+        if u == "uR":
+            n("vst1.8 {d7}, [RWR]!")                         # the right tap's w, for PART=AS
     n("vst1.64 {d28, d29}, [RS:128]!")
     n("vst1.64 {d8, d9, d10, d11}, [RS:128]!")
     n("vst1.64 {d12, d13, d14, d15}, [RS:128]!")
 
-elif PART == "AF":
+elif PART == "AS":
     # The sums where every difference of the step is below 64, from the table's first 64 entries
     # (T0-T31 in d16-d19, T32-T63 in d20-d23; q13 32 in every lane): a difference of 64 or more
     # looks up 0 and so makes uv 0, which nothing else does where the table's entry 63 is at least
     # 16. The least uv of the step's taps (d24) goes to RF as 4 bytes; a step with a 0 among them
-    # is made again by the whole table's loop. q15 the centres' U and V, q0 and q1 a row's taps (U and
+    # is made again by the whole table's loop. The far left tap weighs as the far right tap of the
+    # output 13 columns to its left (the same two pixels): its w comes from the row of right taps'
+    # weights (RWL, 13 outputs behind RWR, where each step puts its right tap's); its wY is
+    # stepped over. d25 holds the centre's weight + 1 (cw1). q15 the centres' U and V, q0 and q1 a row's taps (U and
     # V of columns X and X + 1), q2 their differences, q3 their weights (wU | wV), d28 and d29
     # the block's and the far taps' weights, q4 and q5 the block's U and V sums, q6 and q7 the
     # far taps'; wY from RY.
@@ -171,9 +176,9 @@ elif PART == "AF":
     a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
     a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")
     n("vorr q15, q0, q0")
-    n("vdup.8 d28, RCW1")
-    n("vdup.8 d4, RCW")
-    n("vmull.u8 q4, d30, d4"); n("vmull.u8 q5, d31, d4")
+    n("vorr d28, d25, d25")
+    n("vmull.u8 q4, d30, d25"); n("vmull.u8 q5, d31, d25")
+    n("vsubw.u8 q4, q4, d30"); n("vsubw.u8 q5, q5, d31")   # cw U, cw V
     n("vmov.i8 d29, #0")
     tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
     a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
@@ -183,7 +188,15 @@ elif PART == "AF":
     for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uR", "vR"), ("uDown", "vDown"))):
         a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
         a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
+        if u == "uL":
+            n("vld1.8 {d7}, [RWL]!")                         # w of the left tap
+            n("add RY, RY, #8")
+            n("vadd.i8 d29, d29, d7")
+            n("vmlal.u8 q6, d7, d0"); n("vmlal.u8 q7, d7, d1")
+            continue
         tapL(0, "d29", "q6", "q7", first=(k == 0))
+        if u == "uR":
+            n("vst1.8 {d7}, [RWR]!")
     n("vst1.64 {d28, d29}, [RS:128]!")
     n("vst1.64 {d8, d9, d10, d11}, [RS:128]!")
     n("vst1.64 {d12, d13, d14, d15}, [RS:128]!")

@@ -260,21 +260,28 @@ TEST(ChromaKernels, LumaWeightsOverEveryDifference) {
 }
 
 // Near chroma with a far value here and there: a vector step whose taps all
-// lie within 32 levels of their centres and one with a tap beyond, side by
-// side in every pattern (armv7's look-up steps take every difference as
-// below 32 first and make the steps that are not again), over rows of
-// several chunks, at strengths whose tables do and do not allow that.
+// lie within 32 (or 64) levels of their centres and one with a tap beyond,
+// side by side in every pattern (armv7's look-up steps take every difference
+// as below 32 or 64 first and make the steps that are not again, pass 1's
+// with the two steps after, whose left taps take the weights of its right
+// ones), over rows of several chunks, at strengths whose tables do and do
+// not allow that. With flat luma (and flat chroma of 122 between the far
+// values) a far tap still weighs where its difference is 64 to 76 at the
+// default strength; with random luma most far taps weigh nothing.
 TEST(ChromaKernels, FarTapsAmongNearOnes) {
   const uint64_t seed = kqTestSeed();
   forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
-    for (int farEvery : {23, 150, 600})
-      for (float strength : {3.0f, 4.0f, 5.0f}) {
-        const Shape s{2 * (16 * 8 * 3 + 4) + 1, 6, 2, kMargins[pass - 1][0], 0};
-        ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, KqFill::kUniform, strength, 0, 0, 6,
-                            seed + uint64_t(farEvery) * 11 + uint64_t(strength) + kind, true,
-                            farEvery))
-            << "far taps every " << farEvery;
-      }
+    for (KqFill fill : {KqFill::kUniform, KqFill::kZero})
+      for (int farEvery : {11, 23, 150, 600})
+        for (float strength : {3.0f, 4.0f, 5.0f})
+          for (uint64_t draw = 0; draw < (fill == KqFill::kZero ? 3u : 1u); ++draw) {
+            const Shape s{2 * (16 * 8 * 3 + 4) + 1, 12, 2, kMargins[pass - 1][0], 0};
+            ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, fill, strength, 0, 0, 12,
+                                seed + uint64_t(farEvery) * 11 + uint64_t(strength) + kind +
+                                    draw * 7919,
+                                true, farEvery))
+                << "far taps every " << farEvery;
+          }
   });
 }
 

@@ -3966,11 +3966,12 @@ void pass1InnerArmv7(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0, in
 
 // Pass 1's sums loop with the whole weight table's look-ups: n steps from
 // the walk at *p0 (the U and V rows), the luma weights at *y, the sums into
-// *S; moves the three on. cw, cw1: the centre's weight and 1 more.
+// *S, each step's far right taps' weights (8 bytes) into *wr; moves the four
+// on. cw, cw1: the centre's weight and 1 more.
 inline void pass1SumsArmv7Lut(const uint32_t* words, uint32_t cw, uint32_t cw1, const uint8_t** p0,
-                              uint8_t** y, uint8_t** S, int32_t n) {
+                              uint8_t** y, uint8_t** S, uint8_t** wr, int32_t n) {
   const uint8_t* q0 = *p0;
-  uint8_t *yy = *y, *sp = *S;
+  uint8_t *yy = *y, *sp = *S, *w = *wr;
   int32_t k = n;
   uint32_t sa, sb, sc;
   asm volatile(
@@ -4118,6 +4119,7 @@ inline void pass1SumsArmv7Lut(const uint32_t* words, uint32_t cw, uint32_t cw1, 
       "vmlal.u8 q7, d7, d1\n\t"
       "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
       "vadd.i8 d29, d29, d7\n\t"
+      "vst1.8 {d7}, [%[wr]]!\n\t"
       "vabd.u8 q2, q15, q0\n\t"
       "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
       "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
@@ -4142,8 +4144,8 @@ inline void pass1SumsArmv7Lut(const uint32_t* words, uint32_t cw, uint32_t cw1, 
       "vst1.64 {d12, d13, d14, d15}, [%[S]:128]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
-      : [p0] "+r"(q0), [y] "+r"(yy), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa), [b] "=&r"(sb),
-        [c] "=&r"(sc)
+      : [p0] "+r"(q0), [y] "+r"(yy), [n] "+r"(k), [S] "+r"(sp), [wr] "+r"(w), [a] "=&r"(sa),
+        [b] "=&r"(sb), [c] "=&r"(sc)
       : [R] "r"(words), [h0] "r"(words[0]), [cw] "r"(cw), [cw1] "r"(cw1)
       : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
         "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
@@ -4151,21 +4153,28 @@ inline void pass1SumsArmv7Lut(const uint32_t* words, uint32_t cw, uint32_t cw1, 
   *p0 = q0;
   *y = yy;
   *S = sp;
+  *wr = w;
 }
 
 // The same where every difference of a step is below 64 (the table's first
 // 64 entries, two look-ups per 16 differences instead of three), for tables
-// whose entry 63 is at least 16: a step with a difference of 64 or more gets
-// a 0 among the 4 bytes it writes to *F, and its sums are then to be made
-// again by pass1SumsArmv7Lut.
-inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1,
-                                const uint8_t** p0, uint8_t** y, uint8_t** S, uint32_t* F,
-                                int32_t n) {
+// whose entry 63 is at least 16, and with each step's far left taps weighed
+// as the far right taps 13 outputs to their left were: their weights come
+// from *wl, 13 bytes behind *wr. A step with a difference of 64 or more gets
+// a 0 among the 4 bytes it writes to *F; its sums, and those of the two
+// steps after it (whose left taps took its right taps' weights), are then to
+// be made again by pass1SumsArmv7Lut. The record's word 19 holds cw1.
+inline void pass1SumsArmv7Shared(const uint32_t* words, const uint8_t** p0, uint8_t** y,
+                                 uint8_t** S, uint32_t* F, const uint8_t** wl, uint8_t** wr,
+                                 int32_t n) {
   const uint8_t* q0 = *p0;
-  uint8_t *yy = *y, *sp = *S;
+  const uint8_t* l = *wl;
+  uint8_t *yy = *y, *sp = *S, *w = *wr;
   int32_t k = n;
   uint32_t sa, sb, sc;
   asm volatile(
+      "ldr %[a], [%[R], #76]\n\t"
+      "vdup.8 d25, %[a]\n\t"
       "ldr %[a], [%[R], #72]\n\t"
       "vld1.8 {d16-d19}, [%[a]]!\n\t"
       "vld1.8 {d20-d23}, [%[a]]\n\t"
@@ -4173,20 +4182,21 @@ inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1
       "1:\n\t"
       "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
       "ldr %[a], [%[R], #4]\n\t"
-      "vdup.8 d4, %[cw]\n\t"
+      "vorr d28, d25, d25\n\t"
       "ldr %[b], [%[R], #12]\n\t"
-      "vdup.8 d28, %[cw1]\n\t"
-      "ldr %[c], [%[R], #20]\n\t"
       "vmov.i8 d29, #0\n\t"
+      "ldr %[c], [%[R], #20]\n\t"
       "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
       "ldr %[a], [%[R], #28]\n\t"
       "vorr q15, q0, q0\n\t"
-      "vmull.u8 q4, d30, d4\n\t"
-      "vmull.u8 q5, d31, d4\n\t"
       "vabd.u8 q2, q15, q1\n\t"
+      "vmull.u8 q4, d30, d25\n\t"
+      "vmull.u8 q5, d31, d25\n\t"
       "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
       "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
       "vsub.i8 q2, q2, q13\n\t"
+      "vsubw.u8 q4, q4, d30\n\t"
+      "vsubw.u8 q5, q5, d31\n\t"
       "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
       "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
       "vmull.u8 q2, d6, d7\n\t"
@@ -4249,30 +4259,18 @@ inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1
       "vmull.u8 q2, d6, d7\n\t"
       "vld1.64 {d7}, [%[y]:64]!\n\t"
       "vshrn.i16 d6, q2, #8\n\t"
+      "add %[y], %[y], #8\n\t"
       "vmull.u8 q2, d6, d7\n\t"
       "vmin.u8 d24, d24, d6\n\t"
       "vshrn.i16 d6, q2, #8\n\t"
       "vshr.u8 d7, d6, #3\n\t"
       "vsra.u8 d7, d6, #4\n\t"
-      "vmull.u8 q6, d7, d0\n\t"
-      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
-      "vmull.u8 q7, d7, d1\n\t"
-      "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
       "vadd.i8 d29, d29, d7\n\t"
-      "vabd.u8 q2, q15, q0\n\t"
-      "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
-      "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
-      "vsub.i8 q2, q2, q13\n\t"
-      "vtbx.8 d6, {d20, d21, d22, d23}, d4\n\t"
-      "vtbx.8 d7, {d20, d21, d22, d23}, d5\n\t"
-      "vmull.u8 q2, d6, d7\n\t"
-      "vld1.64 {d7}, [%[y]:64]!\n\t"
-      "vshrn.i16 d6, q2, #8\n\t"
-      "vmull.u8 q2, d6, d7\n\t"
-      "vmin.u8 d24, d24, d6\n\t"
-      "vshrn.i16 d6, q2, #8\n\t"
-      "vshr.u8 d7, d6, #3\n\t"
-      "vsra.u8 d7, d6, #4\n\t"
+      "vmull.u8 q6, d7, d0\n\t"
+      "vmull.u8 q7, d7, d1\n\t"
+      "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
+      "vld1.8 {d7}, [%[wl]]!\n\t"
+      "vld2.8 {d1, d3}, [%[p0]], %[a]\n\t"
       "vmlal.u8 q6, d7, d0\n\t"
       "vld2.8 {d0, d2}, [%[p0]], %[h0]\n\t"
       "vmlal.u8 q7, d7, d1\n\t"
@@ -4297,6 +4295,7 @@ inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1
       "vmlal.u8 q7, d7, d1\n\t"
       "vld2.8 {d1, d3}, [%[p0]], %[c]\n\t"
       "vadd.i8 d29, d29, d7\n\t"
+      "vst1.8 {d7}, [%[wr]]!\n\t"
       "vabd.u8 q2, q15, q0\n\t"
       "vtbl.8 d6, {d16, d17, d18, d19}, d4\n\t"
       "vtbl.8 d7, {d16, d17, d18, d19}, d5\n\t"
@@ -4321,15 +4320,17 @@ inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1
       "vst1.64 {d12, d13, d14, d15}, [%[S]:128]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
-      : [p0] "+r"(q0), [y] "+r"(yy), [n] "+r"(k), [S] "+r"(sp), [F] "+r"(F), [a] "=&r"(sa),
-        [b] "=&r"(sb), [c] "=&r"(sc)
-      : [R] "r"(words), [h0] "r"(words[0]), [cw] "r"(cw), [cw1] "r"(cw1)
+      : [p0] "+r"(q0), [y] "+r"(yy), [n] "+r"(k), [S] "+r"(sp), [F] "+r"(F), [wl] "+r"(l),
+        [wr] "+r"(w), [a] "=&r"(sa), [b] "=&r"(sb), [c] "=&r"(sc)
+      : [R] "r"(words), [h0] "r"(words[0])
       : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
         "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
         "d27", "d28", "d29", "d30", "d31", "cc", "memory");
   *p0 = q0;
   *y = yy;
   *S = sp;
+  *wl = l;
+  *wr = w;
 }
 
 // pass1InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
@@ -4340,7 +4341,11 @@ inline void pass1SumsArmv7Lut64(const uint32_t* words, uint32_t cw, uint32_t cw1
 // loads those, first as if every difference were below 64 and then, for the
 // steps that it flags (about 1 in 10,000 on a camera frame; 15 in 100 have
 // one of 32 or more, too many for pass 3's first 32 entries), again with the
-// whole table; the means loop is pass1InnerArmv7's.
+// whole table; the means loop is pass1InnerArmv7's. The far left tap of an
+// output and the far right tap of the output 13 to its left weigh the same
+// two pixels (pass 1 reads the planes it compares with, and the margin is
+// 26 columns): each step keeps its right taps' weights in a row buffer, and
+// from the third step of a row on the left taps take theirs from it.
 void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
                         int32_t count) {
   constexpr int32_t kChunk = 16;
@@ -4348,20 +4353,29 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
   alignas(16) uint8_t sums[kChunk * 80];
   uint32_t flags[kChunk];
   std::memset(flags, 0xff, sizeof flags);
-  const bool fast = t.lut[63] >= 16;  // else most steps would be made twice
+  // The far right taps' weights of the chunk's steps from byte 16 on, the
+  // chunk before's last 16 before them (its last two steps').
+  alignas(16) uint8_t right[16 + kChunk * 8];
   const uint32_t cw = t.centreWeight, cw1 = 1u + t.centreWeight;
   // The loops' record: the walks of the U and V rows (words 0-11) and of the
-  // luma rows (12-17), in the generator's chains, then the table (18). The
-  // luma weights loop holds its walk's steps in registers, the sums loop the
-  // step from each row's U to its V (word 0), the same for every row: the
-  // rows' U and V lie at the same offsets from their planes.
+  // luma rows (12-17), in the generator's chains, then the table (18) and
+  // cw1 (19). The luma weights loop holds its walk's steps in registers, the
+  // sums loop the step from each row's U to its V (word 0), the same for
+  // every row: the rows' U and V lie at the same offsets from their planes.
   const Pass1Armv7Rows& r = *rows;
   const uint8_t* const* f = r.far;
-  uint32_t words[19];
+  uint32_t words[20];
   walkWords(walkWords(words, {r.block[0], r.block[1], r.block[2], r.block[3], f[0], f[1], f[3],
                               f[4], f[6], f[7], f[9], f[10]}, 16),
             {r.block[4], r.block[5], f[2], f[5], f[8], f[11]}, 32);
   words[18] = uint32_t(uintptr_t(t.lut));
+  words[19] = cw1;
+  // The first 64 entries' steps where most differences stay below 64 (else
+  // most steps would be made twice), with the left taps 13 outputs from the
+  // right ones (a margin of 26, the default mode's; 14 and 8 put them in the
+  // same step or the one before).
+  const bool fast = t.lut[63] >= 16 && r.block[0] - f[3] == 26;
+  bool first = true;
   const uint8_t *p0 = r.block[0] + 2 * x0, *p1 = r.block[4] + 4 * x0;
   uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
   while (count > 0) {
@@ -4440,29 +4454,48 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
     if (fast) {
       const uint8_t* f0 = p0;
       uint8_t *fy = y, *fs = sp;
-      // The chunk's first step alone first: where it has a difference too
-      // large, the rest most likely has too, and the whole table takes the
-      // chunk at once instead of every step twice (noisy chroma).
-      pass1SumsArmv7Lut64(words, cw, cw1, &p0, &y, &sp, flags, 1);
-      if (anyZeroByte(flags[0])) {
-        p0 = f0;
-        y = fy;
-        sp = fs;
-        pass1SumsArmv7Lut(words, cw, cw1, &p0, &y, &sp, n);
-      } else if (n > 1) {
-        flags[0] = ~0u;
-        pass1SumsArmv7Lut64(words, cw, cw1, &p0, &y, &sp, flags + 1, n - 1);
-        if (anyStepFlagged(flags)) {
-          for (int32_t j = 1; j < n; ++j) {
-            if (!anyZeroByte(flags[j])) continue;
-            const uint8_t* r0 = f0 + 16 * j;
-            uint8_t *ry = fy + 56 * j, *rs = fs + 80 * j;
-            pass1SumsArmv7Lut(words, cw, cw1, &r0, &ry, &rs, 1);
+      // Steps [j, end) by the whole table.
+      auto whole = [&](int32_t j, int32_t end) {
+        const uint8_t* q = f0 + 16 * j;
+        uint8_t *wy = fy + 56 * j, *ws = fs + 80 * j, *w = right + 16 + 8 * j;
+        pass1SumsArmv7Lut(words, cw, cw1, &q, &wy, &ws, &w, end - j);
+      };
+      // The row's first two steps have no right taps 13 outputs back.
+      const int32_t j0 = first ? (n < 2 ? n : 2) : 0;
+      first = false;
+      if (j0 > 0) whole(0, j0);
+      if (j0 < n) {
+        // The chunk's first step alone first: where it has a difference too
+        // large, the rest most likely has too, and the whole table takes the
+        // chunk at once instead of every step twice (noisy chroma).
+        p0 = f0 + 16 * j0;
+        y = fy + 56 * j0;
+        sp = fs + 80 * j0;
+        const uint8_t* wl = right + 3 + 8 * j0;  // 13 outputs behind wr
+        uint8_t* wr = right + 16 + 8 * j0;
+        pass1SumsArmv7Shared(words, &p0, &y, &sp, flags + j0, &wl, &wr, 1);
+        if (anyZeroByte(flags[j0])) {
+          whole(j0, n);
+        } else if (j0 + 1 < n) {
+          flags[j0] = ~0u;
+          pass1SumsArmv7Shared(words, &p0, &y, &sp, flags + j0 + 1, &wl, &wr, n - j0 - 1);
+          if (anyStepFlagged(flags)) {
+            // A flagged step and the two after it, whose left taps took its
+            // right taps' weights, again by the whole table (which also puts
+            // the right weights right for the chunks after).
+            int32_t until = 0;
+            for (int32_t j = j0 + 1; j < n; ++j) {
+              if (anyZeroByte(flags[j])) until = j + 3;
+              if (j < until) whole(j, j + 1);
+            }
           }
         }
       }
+      vst1q_u8(right, vld1q_u8(right + 8 * n));  // the last two steps' to the front
+      p0 = f0 + 16 * n;
     } else {
-      pass1SumsArmv7Lut(words, cw, cw1, &p0, &y, &sp, n);
+      uint8_t* w = right + 16;
+      pass1SumsArmv7Lut(words, cw, cw1, &p0, &y, &sp, &w, n);
     }
     pass1MeansArmv7(sums, n, &o0, &o1);
     count -= n;
