@@ -52,6 +52,26 @@ def tap(qt, dt, dy, w, u, v, first=False, T=None):
     op = "vmull.u8" if first else "vmlal.u8"
     n(f"{op} {u}, {dE}, {dt[0]}"); n(f"{op} {v}, {dE}, {dt[1]}")
 
+def lookupTap(t, wacc, su, sv, first, look, atUV=None):
+    """A tap of the look-up loops: the differences of q{t} (U | V of 8 outputs) from the centres
+    q15, their weights by look(), which leaves them in q3 (wU | wV) from the differences in q2;
+    uv in d6 (atUV() then sees it), wY from RY, w into d7, added to wacc and, times the tap's U
+    and V, to su and sv."""
+    n(f"vabd.u8 q2, q15, q{t}")
+    look()                                               # wU | wV
+    n("vmull.u8 q2, d6, d7")
+    n("vld1.64 {d7}, [RY:64]!")                          # wY
+    n("vshrn.i16 d6, q2, #8")                            # uv
+    if atUV:
+        atUV()
+    n("vmull.u8 q2, d6, d7")
+    n("vshrn.i16 d6, q2, #8")                            # h
+    n("vshr.u8 d7, d6, #3"); n("vsra.u8 d7, d6, #4")     # w
+    n(f"vadd.i8 {wacc}, {wacc}, d7")
+    op = "vmull.u8" if first else "vmlal.u8"
+    n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
+
+
 TA = dict(D="q2", K="q3", S="q4", P="q5", P2="q6")
 if PART == "A":
     a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
@@ -109,17 +129,7 @@ elif PART == "AL":
     # the block's and the far taps' weights, q4 and q5 the block's U and V sums, q6 and q7 the
     # far taps'; wY from RY.
     def tapL(t, wacc, su, sv, first=False):
-        n(f"vabd.u8 q2, q15, q{t}")
-        lookup(3, 2, k32=13, t2="d24, d25")                  # wU | wV
-        n("vmull.u8 q2, d6, d7")
-        n("vld1.64 {d7}, [RY:64]!")                          # wY
-        n("vshrn.i16 d6, q2, #8")                            # uv
-        n("vmull.u8 q2, d6, d7")
-        n("vshrn.i16 d6, q2, #8")                            # h
-        n("vshr.u8 d7, d6, #3"); n("vsra.u8 d7, d6, #4")     # w
-        n(f"vadd.i8 {wacc}, {wacc}, d7")
-        op = "vmull.u8" if first else "vmlal.u8"
-        n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
+        lookupTap(t, wacc, su, sv, first, lambda: lookup(3, 2, k32=13, t2="d24, d25"))
 
     a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
     a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")
@@ -157,21 +167,16 @@ elif PART == "AS":
     # far taps'; wY from RY.
     first_uv = [True]
 
-    def tapL(t, wacc, su, sv, first=False):
-        n(f"vabd.u8 q2, q15, q{t}")
+    def look64():
         n("vtbl.8 d6, {d16, d17, d18, d19}, d4"); n("vtbl.8 d7, {d16, d17, d18, d19}, d5")
         n("vsub.i8 q2, q2, q13")
-        n("vtbx.8 d6, {d20, d21, d22, d23}, d4"); n("vtbx.8 d7, {d20, d21, d22, d23}, d5")   # wU | wV
-        n("vmull.u8 q2, d6, d7")
-        n("vld1.64 {d7}, [RY:64]!")                          # wY
-        n("vshrn.i16 d6, q2, #8")                            # uv
+        n("vtbx.8 d6, {d20, d21, d22, d23}, d4"); n("vtbx.8 d7, {d20, d21, d22, d23}, d5")
+
+    def keepLeast():
         n("vorr d24, d6, d6" if first_uv[0] else "vmin.u8 d24, d24, d6"); first_uv[0] = False
-        n("vmull.u8 q2, d6, d7")
-        n("vshrn.i16 d6, q2, #8")                            # h
-        n("vshr.u8 d7, d6, #3"); n("vsra.u8 d7, d6, #4")     # w
-        n(f"vadd.i8 {wacc}, {wacc}, d7")
-        op = "vmull.u8" if first else "vmlal.u8"
-        n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
+
+    def tapL(t, wacc, su, sv, first=False):
+        lookupTap(t, wacc, su, sv, first, look64, keepLeast)
 
     a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
     a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")

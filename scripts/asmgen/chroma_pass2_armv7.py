@@ -38,6 +38,23 @@ else:
                                  "lR", "uDown", "vDown", "lDown"]),
                    ("RP1", 32, ["srcU", "srcV"])], scratch=("Ra", "Rb", "Rc", "Rd"), first=1)
 
+def weighTap(t, centre, tu):
+    """The rest of tap t of the look-up loops from its uv in q0: wY (the centre's from the record,
+    the others' from RY), h, w into q2, added to the weights q5 and, times the tap's U (q{tu}) and
+    V (q3), to the sums q12-q15 (which the first tap starts)."""
+    if centre:
+        n("vld1.8 {d2[], d3[]}, [RR]")                     # wY of a difference 0
+    else:
+        n("vld1.64 {d2, d3}, [RY:128]!")                    # wY
+    n("vmull.u8 q2, d0, d2"); n("vmull.u8 q1, d1, d3")
+    n("vshrn.i16 d0, q2, #8"); n("vshrn.i16 d1, q1, #8")   # h
+    n("vshr.u8 q2, q0, #3"); n("vsra.u8 q2, q0, #4")
+    n("vadd.i8 q5, q5, q2")
+    op = "vmull.u8" if t == 0 else "vmlal.u8"
+    n(f"{op} q12, d4, d{2 * tu}"); n(f"{op} q13, d5, d{2 * tu + 1}")
+    n(f"{op} q14, d4, d6"); n(f"{op} q15, d5, d7")
+
+
 if PART == "A":
     a = addr("srcU"); n(f"vld2.8 {{d0, d1, d2, d3}}, {a}")
     a = addr("srcV"); n(f"vld2.8 {{d4, d5, d6, d7}}, {a}")
@@ -123,17 +140,7 @@ elif PART == "AL":
         lookup(0, 1)                                           # wV
         n("vmull.u8 q1, d4, d0"); n("vmull.u8 q2, d5, d1")
         n("vshrn.i16 d0, q1, #8"); n("vshrn.i16 d1, q2, #8")   # uv
-        if centre:
-            n("vld1.8 {d2[], d3[]}, [RR]")                     # wY of a difference 0
-        else:
-            n("vld1.64 {d2, d3}, [RY:128]!")                    # wY
-        n("vmull.u8 q2, d0, d2"); n("vmull.u8 q1, d1, d3")
-        n("vshrn.i16 d0, q2, #8"); n("vshrn.i16 d1, q1, #8")   # h
-        n("vshr.u8 q2, q0, #3"); n("vsra.u8 q2, q0, #4")
-        n("vadd.i8 q5, q5, q2")
-        op = "vmull.u8" if t == 0 else "vmlal.u8"
-        n(f"{op} q12, d4, d12"); n(f"{op} q13, d5, d13")
-        n(f"{op} q14, d4, d6"); n(f"{op} q15, d5, d7")
+        weighTap(t, centre, 6)
     n("vst1.64 {d10, d11}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
@@ -159,17 +166,7 @@ elif PART == "AF":
         n("vmull.u8 q1, d4, d0"); n("vmull.u8 q2, d5, d1")
         n("vshrn.i16 d0, q1, #8"); n("vshrn.i16 d1, q2, #8")   # uv
         n("vorr q4, q0, q0" if t == 0 else "vmin.u8 q4, q4, q0")
-        if centre:
-            n("vld1.8 {d2[], d3[]}, [RR]")                     # wY of a difference 0
-        else:
-            n("vld1.64 {d2, d3}, [RY:128]!")                    # wY
-        n("vmull.u8 q2, d0, d2"); n("vmull.u8 q1, d1, d3")
-        n("vshrn.i16 d0, q2, #8"); n("vshrn.i16 d1, q1, #8")   # h
-        n("vshr.u8 q2, q0, #3"); n("vsra.u8 q2, q0, #4")
-        n("vadd.i8 q5, q5, q2")
-        op = "vmull.u8" if t == 0 else "vmlal.u8"
-        n(f"{op} q12, d4, d{2 * tu}"); n(f"{op} q13, d5, d{2 * tu + 1}")
-        n(f"{op} q14, d4, d6"); n(f"{op} q15, d5, d7")
+        weighTap(t, centre, tu)
     n("vst1.64 {d10, d11}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")

@@ -25,7 +25,8 @@ ACCUMULATE = {"vmla", "vmlal", "vmls", "vmlsl", "vaba", "vabal", "vsra", "vrsra"
 EXCHANGE = {"vuzp", "vzip", "vtrn", "vswp"}
 # Base operands that address the loops' own buffers (a region each); every other base is a plane.
 BUFFERS = {"B": "centres", "B16": "centres", "B32": "centres", "S": "sums", "y": "lumaW",
-           "P": "rows", "PL": "rows", "PR": "rows", "Pm": "rows"}
+           "P": "rows", "PL": "rows", "PR": "rows", "Pm": "rows", "F": "flags", "wl": "right",
+           "wr": "right"}
 
 
 def vregs(tok):
