@@ -111,8 +111,9 @@ def emit(prog):
         cycle += 1
     print(f"@ {N} instructions, {cycle} cycles (model)", file=sys.stderr)
     def fin(t):
-        for a, b in (("RWL", "%[wl]"), ("RWR", "%[wr]"), ("RB16", "%[B16]"), ("RB32", "%[B32]"), ("RB", "%[B]"), ("RR", "%[R]"),
-                     ("RS", "%[S]"), ("RF", "%[F]"), ("RCW1", "%[cw1]"), ("RCW", "%[cw]"), ("RY", "%[y]"),
+        for a, b in (("RWL", "%[wl]"), ("RWR", "%[wr]"), ("RB16", "%[B16]"), ("RB32", "%[B32]"),
+                     ("RB", "%[B]"), ("RR", "%[R]"), ("RS", "%[S]"), ("RF", "%[F]"),
+                     ("RCW1", "%[cw1]"), ("RCW", "%[cw]"), ("RY", "%[y]"),
                      ("SH", "%c[s]"), ("RE", "%c[r8]")):
             t = t.replace(a, b)
         # scratch Ra-Rd, walking pointers RP0.., output pointers RO0.., held steps RH0..

@@ -23,8 +23,8 @@ addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", 
                            "uDown", "vDown"]),
               ("RP1", 32, LUMA)],
               held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
-              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")} if PART in ("AL", "AS") else
-              None)
+              {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")}
+              if PART in ("AL", "AS") else None)
 
 def tap(qt, dt, dy, w, u, v, first=False, T=None):
     # qt: the tap's q (U | V), dt: its (U, V) d halves, dy: tap luma
@@ -161,10 +161,10 @@ elif PART == "AS":
     # is made again by the whole table's loop. The far left tap weighs as the far right tap of the
     # output 13 columns to its left (the same two pixels): its w comes from the row of right taps'
     # weights (RWL, 13 outputs behind RWR, where each step puts its right tap's); its wY is
-    # stepped over. d25 holds the centre's weight + 1 (cw1). q15 the centres' U and V, q0 and q1 a row's taps (U and
-    # V of columns X and X + 1), q2 their differences, q3 their weights (wU | wV), d28 and d29
-    # the block's and the far taps' weights, q4 and q5 the block's U and V sums, q6 and q7 the
-    # far taps'; wY from RY.
+    # stepped over. d25 holds the centre's weight + 1 (cw1). q15 the centres' U and V, q0 and q1
+    # a row's taps (U and V of columns X and X + 1), q2 their differences, q3 their weights
+    # (wU | wV), d28 and d29 the block's and the far taps' weights, q4 and q5 the block's U and V
+    # sums, q6 and q7 the far taps'; wY from RY.
     first_uv = [True]
 
     def look64():

@@ -154,8 +154,9 @@ elif PART == "AF":
     a = addr("srcU"); n(f"vld2.8 {{d20, d21, d22, d23}}, {a}")
     a = addr("srcV"); n(f"vld2.8 {{d22, d23, d24, d25}}, {a}")
     n("vmov.i8 q5, #1")
-    for t, (u, v, centre) in enumerate((("uUp", "vUp", False), ("uL", "vL", False), ("uM", "vM", True),
-                                        ("uR", "vR", False), ("uDown", "vDown", False))):
+    for t, (u, v, centre) in enumerate((("uUp", "vUp", False), ("uL", "vL", False),
+                                        ("uM", "vM", True), ("uR", "vR", False),
+                                        ("uDown", "vDown", False))):
         tu = 6 if t % 2 == 0 else 7
         a = addr(u); n(f"vld1.8 {{d{2 * tu}, d{2 * tu + 1}}}, {a}")
         a = addr(v); n(f"vld1.8 {{d6, d7}}, {a}")

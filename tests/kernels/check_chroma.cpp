@@ -276,10 +276,10 @@ TEST(ChromaKernels, FarTapsAmongNearOnes) {
         for (float strength : {3.0f, 4.0f, 5.0f})
           for (uint64_t draw = 0; draw < (fill == KqFill::kZero ? 3u : 1u); ++draw) {
             const Shape s{2 * (16 * 8 * 3 + 4) + 1, 12, 2, kMargins[pass - 1][0], 0};
-            ASSERT_TRUE(runCase(ref, dsp, pass, kind, s, fill, strength, 0, 0, 12,
-                                seed + uint64_t(farEvery) * 11 + uint64_t(strength) + kind +
-                                    draw * 7919,
-                                true, farEvery))
+            ASSERT_TRUE(
+                runCase(ref, dsp, pass, kind, s, fill, strength, 0, 0, 12,
+                        seed + uint64_t(farEvery) * 11 + uint64_t(strength) + kind + draw * 7919,
+                        true, farEvery))
                 << "far taps every " << farEvery;
           }
   });
