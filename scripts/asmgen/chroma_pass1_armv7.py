@@ -7,6 +7,7 @@
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c   # look-ups: the luma weights loop
+#   PART=LF MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups below 64: luma weights
 #   PART=AS MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups below 64, shared left taps
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass1_armv7.py c  # look-ups: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
@@ -22,7 +23,7 @@ LUMA = ["lY", "lY1", "lUp", "lL", "lR", "lDown"]
 addr = walker([("RP0", 16, ["uY", "vY", "uY1", "vY1", "uUp", "vUp", "uL", "vL", "uR", "vR",
                            "uDown", "vDown"]),
               ("RP1", 32, LUMA)],
-              held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
+              held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART in ("L", "LF") else
               {u: "RH0" for u in ("uY", "uY1", "uUp", "uL", "uR", "uDown")}
               if PART in ("AL", "AS") else None)
 
@@ -119,6 +120,31 @@ elif PART == "L":
         a = addr(l); n(f"vld4.8 {{d{g}, d{g + 1}, d{g + 2}, d{g + 3}}}, {a}")
         n(f"vabd.u8 {idx[(k + 3) % 4]}, d8, d{g}")
         lookupD(f"d{k + 3}", idx[(k + 3) % 4], "d26", "d24, d25")
+    n("vst1.64 {d0, d1, d2, d3}, [RY:64]!")
+    n("vst1.64 {d4, d5, d6}, [RY:64]!")
+
+elif PART == "LF":
+    # The same where every luma difference of the chunk is below 64, from the table's first 64
+    # entries (T0-T31 in d16-d19, T32-T63 in d20-d23, d26 32 in every lane): a difference of 64 or
+    # more looks up 0, which no other does where the table's entry 63 is not 0. d24 keeps the
+    # least weight of the chunk's steps; a chunk with a 0 in it is made again by PART=L.
+    def lookupD64(dst, i):
+        n(f"vtbl.8 {dst}, {{d16, d17, d18, d19}}, {i}")
+        n(f"vsub.i8 {i}, {i}, d26")
+        n(f"vtbx.8 {dst}, {{d20, d21, d22, d23}}, {i}")
+        n(f"vmin.u8 d24, d24, {dst}")
+
+    a = addr("lY"); n(f"vld4.8 {{d8, d9, d10, d11}}, {a}")       # centres, (X+1, Y): d10
+    a = addr("lY1"); n(f"vld4.8 {{d12, d13, d14, d15}}, {a}")    # (X, Y+1): d12, (X+1, Y+1): d14
+    idx = ("d7", "d9", "d11", "d27")
+    for k, src in enumerate(("d10", "d12", "d14")):
+        n(f"vabd.u8 {idx[k % 4]}, d8, {src}")
+        lookupD64(f"d{k}", idx[k % 4])
+    for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
+        g = (28, 12)[k % 2]
+        a = addr(l); n(f"vld4.8 {{d{g}, d{g + 1}, d{g + 2}, d{g + 3}}}, {a}")
+        n(f"vabd.u8 {idx[(k + 3) % 4]}, d8, d{g}")
+        lookupD64(f"d{k + 3}", idx[(k + 3) % 4])
     n("vst1.64 {d0, d1, d2, d3}, [RY:64]!")
     n("vst1.64 {d4, d5, d6}, [RY:64]!")
 

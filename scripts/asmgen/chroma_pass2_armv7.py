@@ -7,6 +7,7 @@
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c   # look-ups: the luma weights loop
+#   PART=LF MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c  # look-ups below 64: luma weights
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c  # look-ups: the sums loop
 #   PART=AF MODEL=a57 PRI=h python3 chroma_pass2_armv7.py c  # look-ups below 32: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
@@ -26,12 +27,12 @@ from armv7_steps import lookup, means16, n, prog, s, walker  # noqa: E402
 # The look-up form walks the taps' U and V (RP0), the centres (RP1) and the luma (RP2, in a
 # loop of its own that holds its five steps in RH0-RH4); its sums loop holds the step from each
 # tap's U to its V (RH0), the same for every tap (the planes' distance).
-if PART in ("L", "AL", "AF"):
+if PART in ("L", "LF", "AL", "AF"):
     LUMA = ["lM", "lUp", "lL", "lR", "lDown"]
     addr = walker([("RP0", 16, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uDown", "vDown"]),
                    ("RP1", 32, ["srcU", "srcV"]),
                    ("RP2", 16, LUMA)], first=1,
-                  held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
+                  held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART in ("L", "LF") else
                   {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")})
 else:
     addr = walker([("RP0", 16, ["lM", "uUp", "vUp", "lUp", "uL", "vL", "lL", "uM", "vM", "uR", "vR",
@@ -118,6 +119,24 @@ elif PART == "L":
         a = addr(l); n(f"vld1.8 {{d{2 * t}, d{2 * t + 1}}}, {a}")
         n(f"vabd.u8 q{t}, q{t}, q0")
         lookup(w, t)
+        n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
+
+elif PART == "LF":
+    # The same where every luma difference of the chunk is below 64, from the table's first 64
+    # entries (T0-T31 in d16-d19, T32-T63 in d20-d23, q7 32 in every lane): a difference of 64 or
+    # more looks up 0, which no other does where the table's entry 63 is not 0. q15 keeps the
+    # least weight of the chunk's steps; a chunk with a 0 in it is made again by PART=L.
+    a = addr("lM"); n(f"vld1.8 {{d0, d1}}, {a}")
+    for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
+        t, w = (1, 2, 3)[k % 3], (12, 13, 14)[k % 3]
+        a = addr(l); n(f"vld1.8 {{d{2 * t}, d{2 * t + 1}}}, {a}")
+        n(f"vabd.u8 q{t}, q{t}, q0")
+        n(f"vtbl.8 d{2 * w}, {{d16, d17, d18, d19}}, d{2 * t}")
+        n(f"vtbl.8 d{2 * w + 1}, {{d16, d17, d18, d19}}, d{2 * t + 1}")
+        n(f"vsub.i8 q{t}, q{t}, q7")
+        n(f"vtbx.8 d{2 * w}, {{d20, d21, d22, d23}}, d{2 * t}")
+        n(f"vtbx.8 d{2 * w + 1}, {{d20, d21, d22, d23}}, d{2 * t + 1}")
+        n(f"vmin.u8 q15, q15, q{w}")
         n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
 
 elif PART == "AL":

@@ -25,11 +25,13 @@ LOOPS = [
     ("chroma_pass2_armv7.py", dict(PART="AL", MODEL="a57", PRI="h")),
     ("chroma_pass2_armv7.py", dict(PART="AF", MODEL="a57", PRI="h")),
     ("chroma_pass2_armv7.py", dict(PART="L", MODEL="a57", PRI="h")),
+    ("chroma_pass2_armv7.py", dict(PART="LF", MODEL="a57", PRI="h")),
     ("chroma_pass1_armv7.py", dict(PART="B", MODEL="a57", PRI="h")),
     ("chroma_pass1_armv7.py", dict(PART="A", MODEL="a57", PRI="h")),
     ("chroma_pass1_armv7.py", dict(PART="AL", MODEL="a57", PRI="h")),
     ("chroma_pass1_armv7.py", dict(PART="AS", MODEL="a57", PRI="h")),
     ("chroma_pass1_armv7.py", dict(PART="L", MODEL="a57", PRI="h")),
+    ("chroma_pass1_armv7.py", dict(PART="LF", MODEL="a57", PRI="h")),
     ("chroma_pass2_aarch64.py", dict()),
     ("chroma_pass1_aarch64.py", dict()),
 ]

@@ -3458,6 +3458,148 @@ inline void pass2SumsArmv7Lut32(const uint32_t* words, const uint8_t** p0, const
   *S = sp;
 }
 
+// Pass 2's luma weights loop (the whole table): n steps from the walk at
+// *p into the buffer at *y; moves both on.
+inline void pass2LumaArmv7(const uint32_t* words, const uint8_t** p, uint8_t** y, int32_t n) {
+  const uint8_t* q = *p;
+  uint8_t* yy = *y;
+  int32_t k = n;
+  uint32_t sa;
+  asm volatile(
+      "ldr %[a], [%[R], #72]\n\t"
+      "vld1.8 {d16-d19}, [%[a]]!\n\t"
+      "vld1.8 {d20-d23}, [%[a]]!\n\t"
+      "vld1.8 {d8-d9}, [%[a]]\n\t"
+      "vmov.i8 q7, #32\n\t"
+      "1:\n\t"
+      "vld1.8 {d0, d1}, [%[p2]], %[h0]\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h1]\n\t"
+      "vld1.8 {d4, d5}, [%[p2]], %[h2]\n\t"
+      "vld1.8 {d6, d7}, [%[p2]], %[h3]\n\t"
+      "vabd.u8 q1, q1, q0\n\t"
+      "vabd.u8 q2, q2, q0\n\t"
+      "vabd.u8 q3, q3, q0\n\t"
+      "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+      "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+      "vsub.i8 q1, q1, q7\n\t"
+      "vtbl.8 d26, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d27, {d16, d17, d18, d19}, d5\n\t"
+      "vtbl.8 d28, {d16, d17, d18, d19}, d6\n\t"
+      "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+      "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
+      "vsub.i8 q1, q1, q7\n\t"
+      "vtbl.8 d29, {d16, d17, d18, d19}, d7\n\t"
+      "vsub.i8 q2, q2, q7\n\t"
+      "vsub.i8 q3, q3, q7\n\t"
+      "vtbx.8 d24, {d8, d9}, d2\n\t"
+      "vtbx.8 d25, {d8, d9}, d3\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h4]\n\t"
+      "vtbx.8 d26, {d20, d21, d22, d23}, d4\n\t"
+      "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+      "vtbx.8 d27, {d20, d21, d22, d23}, d5\n\t"
+      "vtbx.8 d28, {d20, d21, d22, d23}, d6\n\t"
+      "vabd.u8 q1, q1, q0\n\t"
+      "vtbx.8 d29, {d20, d21, d22, d23}, d7\n\t"
+      "vsub.i8 q2, q2, q7\n\t"
+      "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+      "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+      "vsub.i8 q1, q1, q7\n\t"
+      "vsub.i8 q3, q3, q7\n\t"
+      "vtbx.8 d26, {d8, d9}, d4\n\t"
+      "vtbx.8 d27, {d8, d9}, d5\n\t"
+      "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+      "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
+      "vsub.i8 q1, q1, q7\n\t"
+      "vtbx.8 d28, {d8, d9}, d6\n\t"
+      "vtbx.8 d29, {d8, d9}, d7\n\t"
+      "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+      "vtbx.8 d24, {d8, d9}, d2\n\t"
+      "vtbx.8 d25, {d8, d9}, d3\n\t"
+      "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+      "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [p2] "+r"(q), [y] "+r"(yy), [n] "+r"(k), [a] "=&r"(sa)
+      : [R] "r"(words), [h0] "r"(words[13]), [h1] "r"(words[14]), [h2] "r"(words[15]),
+        [h3] "r"(words[16]), [h4] "r"(words[17])
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d14", "d15", "d16", "d17",
+        "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29",
+        "cc", "memory");
+  *p = q;
+  *y = yy;
+}
+
+// The same where every luma difference is below 64 (the table's first 64
+// entries: a look-up and a step fewer per 8 or 16 weights), for tables whose
+// entry 63 is not 0: returns 4 bytes of the least weight it made, which has
+// a 0 where a difference of 64 or more looked up 0, and the steps are then
+// to be made again by pass2LumaArmv7.
+inline uint32_t pass2LumaArmv7Fast(const uint32_t* words, const uint8_t** p, uint8_t** y,
+                                   int32_t n) {
+  const uint8_t* q = *p;
+  uint8_t* yy = *y;
+  int32_t k = n;
+  uint32_t sa, least;
+  asm volatile(
+      "ldr %[a], [%[R], #72]\n\t"
+      "vld1.8 {d16-d19}, [%[a]]!\n\t"
+      "vld1.8 {d20-d23}, [%[a]]\n\t"
+      "vmov.i8 q7, #32\n\t"
+      "vmov.i8 q15, #255\n\t"
+      "1:\n\t"
+      "vld1.8 {d0, d1}, [%[p2]], %[h0]\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h1]\n\t"
+      "vld1.8 {d4, d5}, [%[p2]], %[h2]\n\t"
+      "vld1.8 {d6, d7}, [%[p2]], %[h3]\n\t"
+      "vabd.u8 q1, q1, q0\n\t"
+      "vabd.u8 q2, q2, q0\n\t"
+      "vabd.u8 q3, q3, q0\n\t"
+      "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+      "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+      "vsub.i8 q1, q1, q7\n\t"
+      "vtbl.8 d26, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d27, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q7\n\t"
+      "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+      "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h4]\n\t"
+      "vtbl.8 d28, {d16, d17, d18, d19}, d6\n\t"
+      "vtbl.8 d29, {d16, d17, d18, d19}, d7\n\t"
+      "vtbx.8 d26, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d27, {d20, d21, d22, d23}, d5\n\t"
+      "vabd.u8 q1, q1, q0\n\t"
+      "vmin.u8 q15, q15, q12\n\t"
+      "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+      "vsub.i8 q3, q3, q7\n\t"
+      "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+      "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+      "vtbx.8 d28, {d20, d21, d22, d23}, d6\n\t"
+      "vtbx.8 d29, {d20, d21, d22, d23}, d7\n\t"
+      "vsub.i8 q1, q1, q7\n\t"
+      "vmin.u8 q15, q15, q13\n\t"
+      "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+      "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+      "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
+      "vmin.u8 q15, q15, q14\n\t"
+      "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+      "vmin.u8 q15, q15, q12\n\t"
+      "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      "vpmin.u8 d30, d30, d31\n\t"
+      "vpmin.u8 d30, d30, d30\n\t"
+      "vmov.32 %[m], d30[0]\n\t"
+      : [p2] "+r"(q), [y] "+r"(yy), [n] "+r"(k), [a] "=&r"(sa), [m] "=&r"(least)
+      : [R] "r"(words), [h0] "r"(words[13]), [h1] "r"(words[14]), [h2] "r"(words[15]),
+        [h3] "r"(words[16]), [h4] "r"(words[17])
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d14", "d15", "d16", "d17",
+        "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29",
+        "d30", "d31", "cc", "memory");
+  *p = q;
+  *y = yy;
+  return least;
+}
+
 // pass2InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
 // 80, the default strength), by look-ups of the whole weight table, as pass
 // 3's look-up form does: a first loop makes each step's luma weights of the
@@ -3491,72 +3633,20 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
   w[0] = uint32_t(uintptr_t(t.lut));
   const uint8_t *p0 = r.u[0] + x0, *p1 = r.src[0] + 2 * x0, *p2 = r.luma[2] + x0;
   uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
+  const bool fastLuma = t.lut[63] >= 16;  // every weight below 64 is then above 0
   while (count > 0) {
     const int32_t n = count < kChunk ? count : kChunk;
-    int32_t k = n;
     uint8_t* y = lumaW;
-    uint32_t sa;
-    asm volatile(
-        "ldr %[a], [%[R], #72]\n\t"
-        "vld1.8 {d16-d19}, [%[a]]!\n\t"
-        "vld1.8 {d20-d23}, [%[a]]!\n\t"
-        "vld1.8 {d8-d9}, [%[a]]\n\t"
-        "vmov.i8 q7, #32\n\t"
-        "1:\n\t"
-        "vld1.8 {d0, d1}, [%[p2]], %[h0]\n\t"
-        "vld1.8 {d2, d3}, [%[p2]], %[h1]\n\t"
-        "vld1.8 {d4, d5}, [%[p2]], %[h2]\n\t"
-        "vld1.8 {d6, d7}, [%[p2]], %[h3]\n\t"
-        "vabd.u8 q1, q1, q0\n\t"
-        "vabd.u8 q2, q2, q0\n\t"
-        "vabd.u8 q3, q3, q0\n\t"
-        "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
-        "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
-        "vsub.i8 q1, q1, q7\n\t"
-        "vtbl.8 d26, {d16, d17, d18, d19}, d4\n\t"
-        "vtbl.8 d27, {d16, d17, d18, d19}, d5\n\t"
-        "vtbl.8 d28, {d16, d17, d18, d19}, d6\n\t"
-        "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
-        "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
-        "vsub.i8 q1, q1, q7\n\t"
-        "vtbl.8 d29, {d16, d17, d18, d19}, d7\n\t"
-        "vsub.i8 q2, q2, q7\n\t"
-        "vsub.i8 q3, q3, q7\n\t"
-        "vtbx.8 d24, {d8, d9}, d2\n\t"
-        "vtbx.8 d25, {d8, d9}, d3\n\t"
-        "vld1.8 {d2, d3}, [%[p2]], %[h4]\n\t"
-        "vtbx.8 d26, {d20, d21, d22, d23}, d4\n\t"
-        "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
-        "vtbx.8 d27, {d20, d21, d22, d23}, d5\n\t"
-        "vtbx.8 d28, {d20, d21, d22, d23}, d6\n\t"
-        "vabd.u8 q1, q1, q0\n\t"
-        "vtbx.8 d29, {d20, d21, d22, d23}, d7\n\t"
-        "vsub.i8 q2, q2, q7\n\t"
-        "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
-        "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
-        "vsub.i8 q1, q1, q7\n\t"
-        "vsub.i8 q3, q3, q7\n\t"
-        "vtbx.8 d26, {d8, d9}, d4\n\t"
-        "vtbx.8 d27, {d8, d9}, d5\n\t"
-        "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
-        "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
-        "vsub.i8 q1, q1, q7\n\t"
-        "vtbx.8 d28, {d8, d9}, d6\n\t"
-        "vtbx.8 d29, {d8, d9}, d7\n\t"
-        "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
-        "vtbx.8 d24, {d8, d9}, d2\n\t"
-        "vtbx.8 d25, {d8, d9}, d3\n\t"
-        "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
-        "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
-        "subs %[n], %[n], #1\n\t"
-        "bne 1b\n\t"
-        : [p2] "+r"(p2), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
-        : [R] "r"(words), [h0] "r"(words[13]), [h1] "r"(words[14]), [h2] "r"(words[15]),
-          [h3] "r"(words[16]), [h4] "r"(words[17])
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d14", "d15", "d16", "d17",
-          "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29",
-          "cc", "memory");
-    k = n;
+    if (fastLuma) {
+      const uint8_t* from = p2;
+      if (anyZeroByte(pass2LumaArmv7Fast(words, &p2, &y, n))) {
+        p2 = from;
+        y = lumaW;
+        pass2LumaArmv7(words, &p2, &y, n);
+      }
+    } else {
+      pass2LumaArmv7(words, &p2, &y, n);
+    }
     y = lumaW;
     uint8_t* sp = sums;
     if (fast) {
@@ -4333,6 +4423,158 @@ inline void pass1SumsArmv7Shared(const uint32_t* words, const uint8_t** p0, uint
   *wr = w;
 }
 
+// Pass 1's luma weights loop (the whole table): n steps from the walk at
+// *p into the buffer at *y; moves both on.
+inline void pass1LumaArmv7(const uint32_t* words, const uint8_t** p, uint8_t** y, int32_t n) {
+  const uint8_t* q = *p;
+  uint8_t* yy = *y;
+  int32_t k = n;
+  uint32_t sa;
+  asm volatile(
+      "ldr %[a], [%[R], #72]\n\t"
+      "vld1.8 {d16-d19}, [%[a]]!\n\t"
+      "vld1.8 {d20-d23}, [%[a]]!\n\t"
+      "vld1.8 {d24-d25}, [%[a]]\n\t"
+      "vmov.i8 d26, #32\n\t"
+      "1:\n\t"
+      "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[h0]\n\t"
+      "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h1]\n\t"
+      "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h2]\n\t"
+      "vabd.u8 d7, d8, d10\n\t"
+      "vabd.u8 d9, d8, d12\n\t"
+      "vabd.u8 d11, d8, d14\n\t"
+      "vtbl.8 d0, {d16, d17, d18, d19}, d7\n\t"
+      "vsub.i8 d7, d7, d26\n\t"
+      "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h3]\n\t"
+      "vtbl.8 d1, {d16, d17, d18, d19}, d9\n\t"
+      "vtbl.8 d2, {d16, d17, d18, d19}, d11\n\t"
+      "vabd.u8 d27, d8, d28\n\t"
+      "vtbx.8 d0, {d20, d21, d22, d23}, d7\n\t"
+      "vsub.i8 d7, d7, d26\n\t"
+      "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h4]\n\t"
+      "vsub.i8 d9, d9, d26\n\t"
+      "vsub.i8 d11, d11, d26\n\t"
+      "vtbl.8 d3, {d16, d17, d18, d19}, d27\n\t"
+      "vtbx.8 d0, {d24, d25}, d7\n\t"
+      "vabd.u8 d7, d8, d12\n\t"
+      "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h5]\n\t"
+      "vtbx.8 d1, {d20, d21, d22, d23}, d9\n\t"
+      "vtbx.8 d2, {d20, d21, d22, d23}, d11\n\t"
+      "vsub.i8 d9, d9, d26\n\t"
+      "vsub.i8 d11, d11, d26\n\t"
+      "vtbl.8 d4, {d16, d17, d18, d19}, d7\n\t"
+      "vsub.i8 d27, d27, d26\n\t"
+      "vtbx.8 d1, {d24, d25}, d9\n\t"
+      "vtbx.8 d2, {d24, d25}, d11\n\t"
+      "vabd.u8 d9, d8, d28\n\t"
+      "vabd.u8 d11, d8, d12\n\t"
+      "vsub.i8 d7, d7, d26\n\t"
+      "vtbl.8 d5, {d16, d17, d18, d19}, d9\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d11\n\t"
+      "vsub.i8 d9, d9, d26\n\t"
+      "vsub.i8 d11, d11, d26\n\t"
+      "vtbx.8 d3, {d20, d21, d22, d23}, d27\n\t"
+      "vtbx.8 d4, {d20, d21, d22, d23}, d7\n\t"
+      "vtbx.8 d5, {d20, d21, d22, d23}, d9\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d11\n\t"
+      "vsub.i8 d27, d27, d26\n\t"
+      "vsub.i8 d7, d7, d26\n\t"
+      "vsub.i8 d9, d9, d26\n\t"
+      "vsub.i8 d11, d11, d26\n\t"
+      "vtbx.8 d3, {d24, d25}, d27\n\t"
+      "vtbx.8 d4, {d24, d25}, d7\n\t"
+      "vtbx.8 d5, {d24, d25}, d9\n\t"
+      "vtbx.8 d6, {d24, d25}, d11\n\t"
+      "vst1.64 {d0, d1, d2, d3}, [%[y]:64]!\n\t"
+      "vst1.64 {d4, d5, d6}, [%[y]:64]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      : [p1] "+r"(q), [y] "+r"(yy), [n] "+r"(k), [a] "=&r"(sa)
+      : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
+        [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+  *p = q;
+  *y = yy;
+}
+
+// The same where every luma difference is below 64 (the table's first 64
+// entries: a look-up and a step fewer per 8 or 16 weights), for tables whose
+// entry 63 is not 0: returns 4 bytes of the least weight it made, which has
+// a 0 where a difference of 64 or more looked up 0, and the steps are then
+// to be made again by pass1LumaArmv7.
+inline uint32_t pass1LumaArmv7Fast(const uint32_t* words, const uint8_t** p, uint8_t** y,
+                                   int32_t n) {
+  const uint8_t* q = *p;
+  uint8_t* yy = *y;
+  int32_t k = n;
+  uint32_t sa, least;
+  asm volatile(
+      "ldr %[a], [%[R], #72]\n\t"
+      "vld1.8 {d16-d19}, [%[a]]!\n\t"
+      "vld1.8 {d20-d23}, [%[a]]\n\t"
+      "vmov.i8 d26, #32\n\t"
+      "vmov.i8 d24, #255\n\t"
+      "1:\n\t"
+      "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[h0]\n\t"
+      "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h1]\n\t"
+      "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h2]\n\t"
+      "vabd.u8 d7, d8, d10\n\t"
+      "vabd.u8 d9, d8, d12\n\t"
+      "vabd.u8 d11, d8, d14\n\t"
+      "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h3]\n\t"
+      "vtbl.8 d0, {d16, d17, d18, d19}, d7\n\t"
+      "vsub.i8 d7, d7, d26\n\t"
+      "vtbl.8 d1, {d16, d17, d18, d19}, d9\n\t"
+      "vabd.u8 d27, d8, d28\n\t"
+      "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h4]\n\t"
+      "vsub.i8 d9, d9, d26\n\t"
+      "vtbx.8 d0, {d20, d21, d22, d23}, d7\n\t"
+      "vtbl.8 d2, {d16, d17, d18, d19}, d11\n\t"
+      "vabd.u8 d7, d8, d12\n\t"
+      "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h5]\n\t"
+      "vtbx.8 d1, {d20, d21, d22, d23}, d9\n\t"
+      "vsub.i8 d11, d11, d26\n\t"
+      "vtbl.8 d3, {d16, d17, d18, d19}, d27\n\t"
+      "vmin.u8 d24, d24, d0\n\t"
+      "vtbx.8 d2, {d20, d21, d22, d23}, d11\n\t"
+      "vsub.i8 d27, d27, d26\n\t"
+      "vtbl.8 d4, {d16, d17, d18, d19}, d7\n\t"
+      "vabd.u8 d9, d8, d28\n\t"
+      "vmin.u8 d24, d24, d1\n\t"
+      "vtbx.8 d3, {d20, d21, d22, d23}, d27\n\t"
+      "vsub.i8 d7, d7, d26\n\t"
+      "vtbl.8 d5, {d16, d17, d18, d19}, d9\n\t"
+      "vabd.u8 d11, d8, d12\n\t"
+      "vmin.u8 d24, d24, d2\n\t"
+      "vtbx.8 d4, {d20, d21, d22, d23}, d7\n\t"
+      "vsub.i8 d9, d9, d26\n\t"
+      "vtbl.8 d6, {d16, d17, d18, d19}, d11\n\t"
+      "vmin.u8 d24, d24, d3\n\t"
+      "vtbx.8 d5, {d20, d21, d22, d23}, d9\n\t"
+      "vsub.i8 d11, d11, d26\n\t"
+      "vmin.u8 d24, d24, d4\n\t"
+      "vst1.64 {d0, d1, d2, d3}, [%[y]:64]!\n\t"
+      "vtbx.8 d6, {d20, d21, d22, d23}, d11\n\t"
+      "vmin.u8 d24, d24, d5\n\t"
+      "vmin.u8 d24, d24, d6\n\t"
+      "vst1.64 {d4, d5, d6}, [%[y]:64]!\n\t"
+      "subs %[n], %[n], #1\n\t"
+      "bne 1b\n\t"
+      "vpmin.u8 d24, d24, d24\n\t"
+      "vmov.32 %[m], d24[0]\n\t"
+      : [p1] "+r"(q), [y] "+r"(yy), [n] "+r"(k), [a] "=&r"(sa), [m] "=&r"(least)
+      : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
+        [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+        "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
+        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+  *p = q;
+  *y = yy;
+  return least;
+}
+
 // pass1InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
 // 80, the default strength), by look-ups of the whole weight table, as pass
 // 3's look-up form does: a first loop makes each step's luma weights of the
@@ -4378,77 +4620,20 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
   bool first = true;
   const uint8_t *p0 = r.block[0] + 2 * x0, *p1 = r.block[4] + 4 * x0;
   uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
+  const bool fastLuma = t.lut[63] >= 16;  // every weight below 64 is then above 0
   while (count > 0) {
     const int32_t n = count < kChunk ? count : kChunk;
-    int32_t k = n;
     uint8_t* y = lumaW;
-    uint32_t sa;
-    asm volatile(
-        "ldr %[a], [%[R], #72]\n\t"
-        "vld1.8 {d16-d19}, [%[a]]!\n\t"
-        "vld1.8 {d20-d23}, [%[a]]!\n\t"
-        "vld1.8 {d24-d25}, [%[a]]\n\t"
-        "vmov.i8 d26, #32\n\t"
-        "1:\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[p1]], %[h0]\n\t"
-        "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h1]\n\t"
-        "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h2]\n\t"
-        "vabd.u8 d7, d8, d10\n\t"
-        "vabd.u8 d9, d8, d12\n\t"
-        "vabd.u8 d11, d8, d14\n\t"
-        "vtbl.8 d0, {d16, d17, d18, d19}, d7\n\t"
-        "vsub.i8 d7, d7, d26\n\t"
-        "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h3]\n\t"
-        "vtbl.8 d1, {d16, d17, d18, d19}, d9\n\t"
-        "vtbl.8 d2, {d16, d17, d18, d19}, d11\n\t"
-        "vabd.u8 d27, d8, d28\n\t"
-        "vtbx.8 d0, {d20, d21, d22, d23}, d7\n\t"
-        "vsub.i8 d7, d7, d26\n\t"
-        "vld4.8 {d28, d29, d30, d31}, [%[p1]], %[h4]\n\t"
-        "vsub.i8 d9, d9, d26\n\t"
-        "vsub.i8 d11, d11, d26\n\t"
-        "vtbl.8 d3, {d16, d17, d18, d19}, d27\n\t"
-        "vtbx.8 d0, {d24, d25}, d7\n\t"
-        "vabd.u8 d7, d8, d12\n\t"
-        "vld4.8 {d12, d13, d14, d15}, [%[p1]], %[h5]\n\t"
-        "vtbx.8 d1, {d20, d21, d22, d23}, d9\n\t"
-        "vtbx.8 d2, {d20, d21, d22, d23}, d11\n\t"
-        "vsub.i8 d9, d9, d26\n\t"
-        "vsub.i8 d11, d11, d26\n\t"
-        "vtbl.8 d4, {d16, d17, d18, d19}, d7\n\t"
-        "vsub.i8 d27, d27, d26\n\t"
-        "vtbx.8 d1, {d24, d25}, d9\n\t"
-        "vtbx.8 d2, {d24, d25}, d11\n\t"
-        "vabd.u8 d9, d8, d28\n\t"
-        "vabd.u8 d11, d8, d12\n\t"
-        "vsub.i8 d7, d7, d26\n\t"
-        "vtbl.8 d5, {d16, d17, d18, d19}, d9\n\t"
-        "vtbl.8 d6, {d16, d17, d18, d19}, d11\n\t"
-        "vsub.i8 d9, d9, d26\n\t"
-        "vsub.i8 d11, d11, d26\n\t"
-        "vtbx.8 d3, {d20, d21, d22, d23}, d27\n\t"
-        "vtbx.8 d4, {d20, d21, d22, d23}, d7\n\t"
-        "vtbx.8 d5, {d20, d21, d22, d23}, d9\n\t"
-        "vtbx.8 d6, {d20, d21, d22, d23}, d11\n\t"
-        "vsub.i8 d27, d27, d26\n\t"
-        "vsub.i8 d7, d7, d26\n\t"
-        "vsub.i8 d9, d9, d26\n\t"
-        "vsub.i8 d11, d11, d26\n\t"
-        "vtbx.8 d3, {d24, d25}, d27\n\t"
-        "vtbx.8 d4, {d24, d25}, d7\n\t"
-        "vtbx.8 d5, {d24, d25}, d9\n\t"
-        "vtbx.8 d6, {d24, d25}, d11\n\t"
-        "vst1.64 {d0, d1, d2, d3}, [%[y]:64]!\n\t"
-        "vst1.64 {d4, d5, d6}, [%[y]:64]!\n\t"
-        "subs %[n], %[n], #1\n\t"
-        "bne 1b\n\t"
-        : [p1] "+r"(p1), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
-        : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
-          [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
-          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
-          "d27", "d28", "d29", "d30", "d31", "cc", "memory");
-    k = n;
+    if (fastLuma) {
+      const uint8_t* from = p1;
+      if (anyZeroByte(pass1LumaArmv7Fast(words, &p1, &y, n))) {
+        p1 = from;
+        y = lumaW;
+        pass1LumaArmv7(words, &p1, &y, n);
+      }
+    } else {
+      pass1LumaArmv7(words, &p1, &y, n);
+    }
     y = lumaW;
     uint8_t* sp = sums;
     if (fast) {
