@@ -177,7 +177,21 @@ TEST_F(PipelineStress, ThousandsOfCallsLeaveHeapAndThreadsAsTheyFoundThem) {
   // One pass first: tables built once, the log's buffers, any working
   // memory the library keeps between calls.
   for (const Job& j : jobs) j.run();
-  const long threads = procStatus("Threads");
+  // The first pass's threads are joined too, but under qemu-user one may
+  // still be on its way out now: the count to come back to is the one that
+  // has stopped moving (for 100 ms, within 2 s).
+  using Clock = std::chrono::steady_clock;
+  long threads = procStatus("Threads");
+  const auto giveUp = Clock::now() + std::chrono::seconds(2);
+  for (auto since = Clock::now();
+       Clock::now() - since < std::chrono::milliseconds(100) && Clock::now() < giveUp;) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const long now = procStatus("Threads");
+    if (now != threads) {
+      threads = now;
+      since = Clock::now();
+    }
+  }
   const size_t heap = heapInUse();
   const long rss = procStatus("VmRSS");
   for (int i = 0; i < calls; ++i) jobs[size_t(i) % jobs.size()].run();
