@@ -73,6 +73,16 @@ def lookupTap(t, wacc, su, sv, first, look, atUV=None):
     n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
 
 
+def blockTaps(tapL):
+    """The look-up loops' three taps of the 2 x 2 block after its centre: (X+1, Y) from q1, then
+    row Y + 1's (X, Y+1) and (X+1, Y+1), into the block's weights d28 and sums q4, q5."""
+    tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
+    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
+    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
+    tapL(0, "d28", "q4", "q5")                               # (X, Y+1)
+    tapL(1, "d28", "q4", "q5")                               # (X+1, Y+1)
+
+
 TA = dict(D="q2", K="q3", S="q4", P="q5", P2="q6")
 if PART == "A":
     a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
@@ -104,31 +114,19 @@ if PART == "A":
     n("vst1.64 {d20, d21}, [RS:128]!")
     n("vst1.64 {d22, d23, d24, d25}, [RS:128]!")
     n("vst1.64 {d26, d27, d28, d29}, [RS:128]!")
-elif PART == "L":
+elif PART in ("L", "LF"):
     # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
     # luma weights of a chunk's steps: wY of the seven taps after the centre, 8 bytes each in
     # the sums loop's order, into the buffer RY. T0-T31 in d16-d19, T32-T63 in d20-d23, T64-T79
     # in d24 d25, d26 32 in every lane; d8 the centres, d0-d6 the weights.
-    a = addr("lY"); n(f"vld4.8 {{d8, d9, d10, d11}}, {a}")       # centres, (X+1, Y): d10
-    a = addr("lY1"); n(f"vld4.8 {{d12, d13, d14, d15}}, {a}")    # (X, Y+1): d12, (X+1, Y+1): d14
-    idx = ("d7", "d9", "d11", "d27")
-    for k, src in enumerate(("d10", "d12", "d14")):
-        n(f"vabd.u8 {idx[k % 4]}, d8, {src}")
-        lookupD(f"d{k}", idx[k % 4], "d26", "d24, d25")
-    for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
-        g = (28, 12)[k % 2]
-        a = addr(l); n(f"vld4.8 {{d{g}, d{g + 1}, d{g + 2}, d{g + 3}}}, {a}")
-        n(f"vabd.u8 {idx[(k + 3) % 4]}, d8, d{g}")
-        lookupD(f"d{k + 3}", idx[(k + 3) % 4], "d26", "d24, d25")
-    n("vst1.64 {d0, d1, d2, d3}, [RY:64]!")
-    n("vst1.64 {d4, d5, d6}, [RY:64]!")
-
-elif PART == "LF":
-    # The same where every luma difference of the chunk is below 64, from the table's first 64
-    # entries (T0-T31 in d16-d19, T32-T63 in d20-d23, d26 32 in every lane): a difference of 64 or
-    # more looks up 0, which no other does where the table's entry 63 is not 0. d24 keeps the
-    # least weight of the chunk's steps; a chunk with a 0 in it is made again by PART=L.
-    def lookupD64(dst, i):
+    # LF: the same where every luma difference of the chunk is below 64, from the table's first
+    # 64 entries: a difference of 64 or more looks up 0, which no other does where the table's
+    # entry 63 is not 0. d24 keeps the least weight of the chunk's steps; a chunk with a 0 in it
+    # is made again by PART=L.
+    def look(dst, i):
+        if PART == "L":
+            lookupD(dst, i, "d26", "d24, d25")
+            return
         n(f"vtbl.8 {dst}, {{d16, d17, d18, d19}}, {i}")
         n(f"vsub.i8 {i}, {i}, d26")
         n(f"vtbx.8 {dst}, {{d20, d21, d22, d23}}, {i}")
@@ -139,12 +137,12 @@ elif PART == "LF":
     idx = ("d7", "d9", "d11", "d27")
     for k, src in enumerate(("d10", "d12", "d14")):
         n(f"vabd.u8 {idx[k % 4]}, d8, {src}")
-        lookupD64(f"d{k}", idx[k % 4])
+        look(f"d{k}", idx[k % 4])
     for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
         g = (28, 12)[k % 2]
         a = addr(l); n(f"vld4.8 {{d{g}, d{g + 1}, d{g + 2}, d{g + 3}}}, {a}")
         n(f"vabd.u8 {idx[(k + 3) % 4]}, d8, d{g}")
-        lookupD64(f"d{k + 3}", idx[(k + 3) % 4])
+        look(f"d{k + 3}", idx[(k + 3) % 4])
     n("vst1.64 {d0, d1, d2, d3}, [RY:64]!")
     n("vst1.64 {d4, d5, d6}, [RY:64]!")
 
@@ -164,11 +162,7 @@ elif PART == "AL":
     n("vdup.8 d4, RCW")
     n("vmull.u8 q4, d30, d4"); n("vmull.u8 q5, d31, d4")
     n("vmov.i8 d29, #0")
-    tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
-    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
-    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
-    tapL(0, "d28", "q4", "q5")                               # (X, Y+1)
-    tapL(1, "d28", "q4", "q5")                               # (X+1, Y+1)
+    blockTaps(tapL)
     for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uR", "vR"), ("uDown", "vDown"))):
         a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
         a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
@@ -211,11 +205,7 @@ elif PART == "AS":
     n("vmull.u8 q4, d30, d25"); n("vmull.u8 q5, d31, d25")
     n("vsubw.u8 q4, q4, d30"); n("vsubw.u8 q5, q5, d31")   # cw U, cw V
     n("vmov.i8 d29, #0")
-    tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
-    a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
-    a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
-    tapL(0, "d28", "q4", "q5")                               # (X, Y+1)
-    tapL(1, "d28", "q4", "q5")                               # (X+1, Y+1)
+    blockTaps(tapL)
     for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uR", "vR"), ("uDown", "vDown"))):
         a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
         a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")

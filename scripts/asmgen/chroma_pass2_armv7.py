@@ -109,34 +109,28 @@ if PART == "A":
     n("vst1.64 {d14, d15}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")
-elif PART == "L":
+elif PART in ("L", "LF"):
     # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
     # luma weights of a chunk's steps: wY of the four outer taps, 16 bytes each, into the buffer
     # RY. Table as in the sums loop; q0 the centres.
-    a = addr("lM"); n(f"vld1.8 {{d0, d1}}, {a}")
-    for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
-        t, w = (1, 2, 3)[k % 3], (12, 13, 14)[k % 3]
-        a = addr(l); n(f"vld1.8 {{d{2 * t}, d{2 * t + 1}}}, {a}")
-        n(f"vabd.u8 q{t}, q{t}, q0")
-        lookup(w, t)
-        n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
-
-elif PART == "LF":
-    # The same where every luma difference of the chunk is below 64, from the table's first 64
-    # entries (T0-T31 in d16-d19, T32-T63 in d20-d23, q7 32 in every lane): a difference of 64 or
-    # more looks up 0, which no other does where the table's entry 63 is not 0. q15 keeps the
+    # LF: the same where every luma difference of the chunk is below 64, from the table's first
+    # 64 entries (T0-T31 in d16-d19, T32-T63 in d20-d23, q7 32 in every lane): a difference of 64
+    # or more looks up 0, which no other does where the table's entry 63 is not 0. q15 keeps the
     # least weight of the chunk's steps; a chunk with a 0 in it is made again by PART=L.
     a = addr("lM"); n(f"vld1.8 {{d0, d1}}, {a}")
     for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
         t, w = (1, 2, 3)[k % 3], (12, 13, 14)[k % 3]
         a = addr(l); n(f"vld1.8 {{d{2 * t}, d{2 * t + 1}}}, {a}")
         n(f"vabd.u8 q{t}, q{t}, q0")
-        n(f"vtbl.8 d{2 * w}, {{d16, d17, d18, d19}}, d{2 * t}")
-        n(f"vtbl.8 d{2 * w + 1}, {{d16, d17, d18, d19}}, d{2 * t + 1}")
-        n(f"vsub.i8 q{t}, q{t}, q7")
-        n(f"vtbx.8 d{2 * w}, {{d20, d21, d22, d23}}, d{2 * t}")
-        n(f"vtbx.8 d{2 * w + 1}, {{d20, d21, d22, d23}}, d{2 * t + 1}")
-        n(f"vmin.u8 q15, q15, q{w}")
+        if PART == "L":
+            lookup(w, t)
+        else:
+            n(f"vtbl.8 d{2 * w}, {{d16, d17, d18, d19}}, d{2 * t}")
+            n(f"vtbl.8 d{2 * w + 1}, {{d16, d17, d18, d19}}, d{2 * t + 1}")
+            n(f"vsub.i8 q{t}, q{t}, q7")
+            n(f"vtbx.8 d{2 * w}, {{d20, d21, d22, d23}}, d{2 * t}")
+            n(f"vtbx.8 d{2 * w + 1}, {{d20, d21, d22, d23}}, d{2 * t + 1}")
+            n(f"vmin.u8 q15, q15, q{w}")
         n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
 
 elif PART == "AL":
