@@ -1796,6 +1796,33 @@ KQ_INLINE bool anyStepFlagged(const uint32_t (&flags)[16]) {
   return vget_lane_u8(d, 0) == 0;
 }
 
+// The sums of a chunk's steps [j0, n) (n <= 16) by the short look-ups first
+// and the whole table where they fall short: first(j, count, flags) makes
+// steps [j, j + count) and writes each one's flag word, whole(j, count)
+// makes them by the whole table. The step j0 goes alone first: where it is
+// flagged, the rest most likely is too (noisy chroma), and the whole table
+// takes them all at once instead of every step twice. Otherwise every
+// flagged step is made again, with the `after` steps that follow it (whose
+// sums took something of it).
+template <class First, class Whole>
+KQ_INLINE void sumsFirstThenWhole(int32_t j0, int32_t n, int32_t after, uint32_t (&flags)[16],
+                                  First first, Whole whole) {
+  if (j0 >= n) return;
+  first(j0, 1, flags + j0);
+  if (anyZeroByte(flags[j0])) {
+    whole(j0, n - j0);
+    return;
+  }
+  if (j0 + 1 == n) return;
+  flags[j0] = ~0u;
+  first(j0 + 1, n - j0 - 1, flags + j0 + 1);
+  if (!anyStepFlagged(flags)) return;
+  for (int32_t j = j0 + 1, until = 0; j < n; ++j) {
+    if (anyZeroByte(flags[j])) until = j + 1 + after;
+    if (j < until) whole(j, 1);
+  }
+}
+
 // pass3InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
 // 80, the default strength's table): the weights of U and V are look-ups of
 // the table's first 80 bytes (vtbl of 32, then vtbx of 32 and of 16 at
@@ -1883,29 +1910,20 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
     uint8_t* sp = sums;
     if (fast) {
       const uint8_t *f0 = p0, *f1 = p1;
-      uint8_t *fy = y, *fs = sp;
-      // The chunk's first step alone first: where it has a difference too
-      // large, the rest most likely has too, and the whole table takes the
-      // chunk at once instead of every step twice (noisy chroma).
-      pass3SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, 1);
-      if (anyZeroByte(flags[0])) {
-        p0 = f0;
-        p1 = f1;
-        y = fy;
-        sp = fs;
-        pass3SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
-      } else if (n > 1) {
-        flags[0] = ~0u;
-        pass3SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags + 1, n - 1);
-        if (anyStepFlagged(flags)) {
-          for (int32_t j = 1; j < n; ++j) {
-            if (!anyZeroByte(flags[j])) continue;
+      sumsFirstThenWhole(
+          0, n, 0, flags,
+          [&](int32_t j, int32_t m, uint32_t* f) {
             const uint8_t *r0 = f0 + 8 * j, *r1 = f1 + 16 * j;
-            uint8_t *ry = fy + 80 * j, *rs = fs + 80 * j;
-            pass3SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
-          }
-        }
-      }
+            uint8_t *ry = lumaW + 80 * j, *rs = sums + 80 * j;
+            pass3SumsArmv7Lut32(words, &r0, &r1, &ry, &rs, f, m);
+          },
+          [&](int32_t j, int32_t m) {
+            const uint8_t *r0 = f0 + 8 * j, *r1 = f1 + 16 * j;
+            uint8_t *ry = lumaW + 80 * j, *rs = sums + 80 * j;
+            pass3SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, m);
+          });
+      p0 = f0 + 8 * n;
+      p1 = f1 + 16 * n;
     } else {
       pass3SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
     }
@@ -3651,29 +3669,20 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
     uint8_t* sp = sums;
     if (fast) {
       const uint8_t *f0 = p0, *f1 = p1;
-      uint8_t *fy = y, *fs = sp;
-      // The chunk's first step alone first: where it has a difference too
-      // large, the rest most likely has too, and the whole table takes the
-      // chunk at once instead of every step twice (noisy chroma).
-      pass2SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags, 1);
-      if (anyZeroByte(flags[0])) {
-        p0 = f0;
-        p1 = f1;
-        y = fy;
-        sp = fs;
-        pass2SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
-      } else if (n > 1) {
-        flags[0] = ~0u;
-        pass2SumsArmv7Lut32(words, &p0, &p1, &y, &sp, flags + 1, n - 1);
-        if (anyStepFlagged(flags)) {
-          for (int32_t j = 1; j < n; ++j) {
-            if (!anyZeroByte(flags[j])) continue;
+      sumsFirstThenWhole(
+          0, n, 0, flags,
+          [&](int32_t j, int32_t m, uint32_t* f) {
             const uint8_t *r0 = f0 + 16 * j, *r1 = f1 + 32 * j;
-            uint8_t *ry = fy + 64 * j, *rs = fs + 80 * j;
-            pass2SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, 1);
-          }
-        }
-      }
+            uint8_t *ry = lumaW + 64 * j, *rs = sums + 80 * j;
+            pass2SumsArmv7Lut32(words, &r0, &r1, &ry, &rs, f, m);
+          },
+          [&](int32_t j, int32_t m) {
+            const uint8_t *r0 = f0 + 16 * j, *r1 = f1 + 32 * j;
+            uint8_t *ry = lumaW + 64 * j, *rs = sums + 80 * j;
+            pass2SumsArmv7Lut(words, b, &r0, &r1, &ry, &rs, m);
+          });
+      p0 = f0 + 16 * n;
+      p1 = f1 + 32 * n;
     } else {
       pass2SumsArmv7Lut(words, b, &p0, &p1, &y, &sp, n);
     }
@@ -4638,44 +4647,27 @@ void pass1InnerArmv7Lut(const Pass1Armv7Rows* rows, const Tables& t, int32_t x0,
     uint8_t* sp = sums;
     if (fast) {
       const uint8_t* f0 = p0;
-      uint8_t *fy = y, *fs = sp;
-      // Steps [j, end) by the whole table.
-      auto whole = [&](int32_t j, int32_t end) {
+      // Steps [j, j + m) by the whole table.
+      auto whole = [&](int32_t j, int32_t m) {
         const uint8_t* q = f0 + 16 * j;
-        uint8_t *wy = fy + 56 * j, *ws = fs + 80 * j, *w = right + 16 + 8 * j;
-        pass1SumsArmv7Lut(words, cw, cw1, &q, &wy, &ws, &w, end - j);
+        uint8_t *wy = lumaW + 56 * j, *ws = sums + 80 * j, *w = right + 16 + 8 * j;
+        pass1SumsArmv7Lut(words, cw, cw1, &q, &wy, &ws, &w, m);
       };
       // The row's first two steps have no right taps 13 outputs back.
       const int32_t j0 = first ? (n < 2 ? n : 2) : 0;
       first = false;
       if (j0 > 0) whole(0, j0);
-      if (j0 < n) {
-        // The chunk's first step alone first: where it has a difference too
-        // large, the rest most likely has too, and the whole table takes the
-        // chunk at once instead of every step twice (noisy chroma).
-        p0 = f0 + 16 * j0;
-        y = fy + 56 * j0;
-        sp = fs + 80 * j0;
-        const uint8_t* wl = right + 3 + 8 * j0;  // 13 outputs behind wr
-        uint8_t* wr = right + 16 + 8 * j0;
-        pass1SumsArmv7Shared(words, &p0, &y, &sp, flags + j0, &wl, &wr, 1);
-        if (anyZeroByte(flags[j0])) {
-          whole(j0, n);
-        } else if (j0 + 1 < n) {
-          flags[j0] = ~0u;
-          pass1SumsArmv7Shared(words, &p0, &y, &sp, flags + j0 + 1, &wl, &wr, n - j0 - 1);
-          if (anyStepFlagged(flags)) {
-            // A flagged step and the two after it, whose left taps took its
-            // right taps' weights, again by the whole table (which also puts
-            // the right weights right for the chunks after).
-            int32_t until = 0;
-            for (int32_t j = j0 + 1; j < n; ++j) {
-              if (anyZeroByte(flags[j])) until = j + 3;
-              if (j < until) whole(j, j + 1);
-            }
-          }
-        }
-      }
+      // A flagged step's right taps' weights went to the left taps of the
+      // two steps after it: those are made again with it.
+      sumsFirstThenWhole(
+          j0, n, 2, flags,
+          [&](int32_t j, int32_t m, uint32_t* f) {
+            const uint8_t* q = f0 + 16 * j;
+            const uint8_t* wl = right + 3 + 8 * j;  // 13 outputs behind wr
+            uint8_t *wy = lumaW + 56 * j, *ws = sums + 80 * j, *wr = right + 16 + 8 * j;
+            pass1SumsArmv7Shared(words, &q, &wy, &ws, f, &wl, &wr, m);
+          },
+          whole);
       vst1q_u8(right, vld1q_u8(right + 8 * n));  // the last two steps' to the front
       p0 = f0 + 16 * n;
     } else {
