@@ -63,26 +63,29 @@ def lookupD(dst, idx, k32, t2):
     n(f"vtbx.8 {dst}, {{{t2}}}, {idx}")
 
 
-def scaledReciprocal(q, k, t0, t1):
-    """q = (1 + 2^-20) / q for the means (q{k} holds 1 + 2^-20; t0, t1 scratch): the reciprocal
-    estimate r refined once, r1 = r (2 - q r), then r1 (1 + 2^-20) (2 - q r1), which lies above
-    1 / q by a relative 2^-20 less its error (below 2^-21). The scale multiplies r1 beside the
-    second step, off the chain of latencies."""
+def scaledReciprocal(q, k, t0, t1, steps=2):
+    """q = r * scale / q for the means (q{k} holds the scale; t0, t1 scratch). steps=2: the
+    reciprocal estimate r refined once, r1 = r (2 - q r), then r1 (1 + 2^-20) (2 - q r1), which
+    lies above 1 / q by a relative 2^-20 less its error (below 2^-21). steps=1: r (1 + 31 2^-22)
+    (2 - q r), within a relative 2^-18 of 1 / q before the scale, enough for weights up to 273
+    (passes 2 and 3 reach 231; see reciprocalQ31). The scale multiplies the estimate beside the
+    last step, off the chain of latencies."""
     n(f"vrecpe.f32 q{t0}, q{q}")
     n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
-    n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
-    n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
+    if steps == 2:
+        n(f"vmul.f32 q{t0}, q{t0}, q{t1}")
+        n(f"vrecps.f32 q{t1}, q{q}, q{t0}")
     n(f"vmul.f32 q{t0}, q{t0}, q{k}")
     n(f"vmul.f32 q{q}, q{t0}, q{t1}")
 
 
-def reciprocalQ31(q, k, t0, t1):
-    """q = the scaled reciprocal (1 + 2^-20) / q in 1.31 fixed point, saturated (2^31 - 1 for a
-    weight of 1), for vqrdmulh: the reciprocal estimate refined twice, above 1 / q by a relative
-    2^-20 less its error (below 2^-21), so that vqrdmulh(sum, q), floor(sum q / 2^31 + 1 / 2), is
-    floor(sum / q + 1 / 2) for every sum <= 255 q, q <= 369 (an exhaustive check in the kernel
-    checks holds the means to that). q{k} holds 1 + 2^-20."""
-    scaledReciprocal(q, k, t0, t1)
+def reciprocalQ31(q, k, t0, t1, steps=2):
+    """q = the scaled reciprocal of q in 1.31 fixed point, saturated (2^31 - 1 for a weight of 1),
+    for vqrdmulh, so that vqrdmulh(sum, q), floor(sum q / 2^31 + 1 / 2), is floor(sum / q + 1 / 2)
+    for every sum <= 255 q: with two refinement steps and the scale 1 + 2^-20 in q{k} for
+    q <= 369, with one step and the scale 1 + 31 2^-22 for q <= 273 (an exhaustive emulation in
+    the kernel checks holds both forms, with ARMv7's and ARMv8's vrecps, to the reference)."""
+    scaledReciprocal(q, k, t0, t1, steps)
     n(f"vcvt.s32.f32 q{q}, q{q}, #31")
 
 
@@ -92,9 +95,9 @@ def gather(a, b, c, d):
 
 
 def means16(k):
-    """The means loop's step of 16 outputs: weights d14 d15 (u8), sums q12 q13 (U) and q14 q15
-    (V) from the sums buffer; leaves the means in d12 d13 (U) and d18 d19 (V). q{k} holds
-    1 + 2^-20 in every lane (see reciprocalQ31)."""
+    """The means loop's step of 16 outputs: weights d14 d15 (u8, at most 231), sums q12 q13 (U)
+    and q14 q15 (V) from the sums buffer; leaves the means in d12 d13 (U) and d18 d19 (V). q{k}
+    holds 1 + 31 2^-22 in every lane (the one-step reciprocals of reciprocalQ31)."""
     n("vld1.64 {d14, d15}, [RS:128]!")
     n("vld1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vld1.64 {d28, d29, d30, d31}, [RS:128]!")
@@ -104,7 +107,7 @@ def means16(k):
         n(f"vcvt.f32.u32 q{q}, q{q}")
     tmp = {2: (0, 1), 3: (6, 7), 4: (0, 1), 5: (6, 7)}
     for q in (2, 3, 4, 5):
-        reciprocalQ31(q, k, *tmp[q])
+        reciprocalQ31(q, k, *tmp[q], steps=1)
     # U: sums d24 (lanes 0-3), d25 (4-7), d26 (8-11), d27 (12-15), V: d28-d31; their
     # reciprocals q2, q3, q4, q5
     for plane, temps in (((24, 25, 26, 27), (6, 7, 0, 1)), ((28, 29, 30, 31), (9, 10, 11, 12))):

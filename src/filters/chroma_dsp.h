@@ -63,6 +63,17 @@ using KQChromaMeansFn = void(uint8_t* out, const uint32_t* sums, const uint32_t*
                              int32_t n);
 KQChromaMeansFn kqChromaMeans_c, kqChromaMeans_neon;
 
+// The armv7 means divide by a refined reciprocal estimate, scaled a little
+// above 1 / weight and brought to 1.31 fixed point (see chroma_neon.cpp).
+// The scales, as float bits: two refinement steps with 1 + 2^-20 for every
+// weight up to pass 1's 369; one step with 1 + 31 * 2^-22 for weights up to
+// kKqChromaMeanOneStepWeights (passes 2 and 3 reach 1 + 5 * 46 = 231; the
+// one-step form holds up to 273). The kernel checks emulate both forms
+// over every pair.
+constexpr uint32_t kKqChromaMeanScale2Bits = 0x3F800008u;
+constexpr uint32_t kKqChromaMeanScale1Bits = 0x3F80003Eu;
+constexpr int32_t kKqChromaMeanOneStepWeights = 1 + 5 * 46;
+
 // The filter's kernels: pass[p][kind - 1], and the means.
 struct KQChromaDsp {
   KQChromaPassFn* pass[3][5];

@@ -324,36 +324,57 @@ TEST(ChromaMean, VectorMeansMatchOverTheReachablePairs) {
   if (visited == 0) GTEST_SKIP() << "no level has means of its own";
 }
 
-// The armv7 means' arithmetic, emulated, over the same pairs: the reciprocal
-// estimate refined twice (the second step's product taking the scale
-// 1 + 2^-20 first), converted to 1.31 fixed point R (truncated, saturated),
-// the mean vqrdmulh(sum, R), that is floor(sum R / 2^31 + 1 / 2). The qemu
-// runs hold the NEON code to the reference with one form of the refinement
-// step: ARMv7's vrecps rounds the product before subtracting it from 2,
-// ARMv8's (the armeabi-v7a code on 64-bit cores) fuses the two. Both forms
-// must give the reference's means.
-TEST(ChromaMean, Armv7ReciprocalMeansHoldForBothRefinementSteps) {
-  for (int fused = 0; fused < 2; ++fused) {
-    for (uint32_t weight = 1; weight <= 1 + 8 * 46; ++weight) {
-      const float w = float(weight);
-      volatile float r = kqRecipEstimate(w);
-      float step[2];
-      for (int i = 0; i < 2; ++i) {
-        volatile float product = w * r;  // volatile: no contraction into a fused step
-        step[i] = fused ? std::fma(-w, float(r), 2.0f) : 2.0f - product;
-        if (i == 0) r = r * step[0];
-      }
-      volatile float scaled = r * (1.0f + 1.0f / 1048576.0f);
-      scaled = scaled * step[1];
-      const double fixed = double(scaled) * 2147483648.0;  // exact: a power of 2
-      const int64_t q31 = fixed >= 2147483647.0 ? 2147483647 : int64_t(fixed);
-      for (uint32_t sum = 0; sum <= 255 * weight; ++sum) {
-        const int64_t mean = (2 * int64_t(sum) * q31 + (int64_t(1) << 31)) >> 32;
-        ASSERT_EQ(int(kqChromaMean(int32_t(sum), int32_t(weight))), int(mean))
-            << "sum " << sum << " weight " << weight << (fused ? " fused" : " separate");
-      }
-    }
+// The armv7 means' arithmetic, emulated: the reciprocal estimate refined
+// once or twice (the last step's product taking the scale first), converted
+// to 1.31 fixed point R (truncated, saturated), the mean vqrdmulh(sum, R),
+// that is floor(sum R / 2^31 + 1 / 2). Two steps cover pass 1's weights, one
+// step the weights of passes 2 and 3. The qemu runs hold the NEON code to the
+// reference with one form of the refinement step: ARMv7's vrecps rounds the
+// product before subtracting it from 2, ARMv8's (the armeabi-v7a code on
+// 64-bit cores) fuses the two. Both forms must give the reference's means.
+uint8_t armv7Mean(uint32_t sum, uint32_t weight, int steps, bool fused) {
+  const float w = float(weight);
+  volatile float r = kqRecipEstimate(w);
+  float step = 0.0f;
+  for (int i = 0; i < steps; ++i) {
+    volatile float product = w * r;  // volatile: no contraction into a fused step
+    step = fused ? std::fma(-w, float(r), 2.0f) : 2.0f - product;
+    if (i + 1 < steps) r = r * step;
   }
+  const uint32_t bits = steps == 2 ? kKqChromaMeanScale2Bits : kKqChromaMeanScale1Bits;
+  float scale;
+  std::memcpy(&scale, &bits, sizeof scale);
+  volatile float scaled = r * scale;
+  scaled = scaled * step;
+  const double fixed = double(scaled) * 2147483648.0;  // exact: a power of 2
+  const int64_t q31 = fixed >= 2147483647.0 ? 2147483647 : int64_t(fixed);
+  return uint8_t((2 * int64_t(sum) * q31 + (int64_t(1) << 31)) >> 32);
+}
+
+TEST(ChromaMean, Armv7ReciprocalMeansHoldForBothRefinementSteps) {
+  for (int steps = 1; steps <= 2; ++steps) {
+    const uint32_t top = steps == 2 ? 1 + 8 * 46 : uint32_t(kKqChromaMeanOneStepWeights);
+    for (int fused = 0; fused < 2; ++fused)
+      for (uint32_t weight = 1; weight <= top; ++weight)
+        for (uint32_t sum = 0; sum <= 255 * weight; ++sum)
+          ASSERT_EQ(int(kqChromaMean(int32_t(sum), int32_t(weight))),
+                    int(armv7Mean(sum, weight, steps, fused)))
+              << "sum " << sum << " weight " << weight << ", " << steps << " step(s)"
+              << (fused ? " fused" : " separate");
+  }
+}
+
+// One refinement step is not enough for pass 1's weights: the emulation above
+// must be able to fail, and it does there (some weights from 274 on).
+TEST(ChromaMean, Armv7OneStepMeansFailBeyondTheirWeights) {
+  int wrong = 0;
+  for (uint32_t weight = kKqChromaMeanOneStepWeights + 1; weight <= 1 + 8 * 46; ++weight)
+    for (uint32_t sum = 0; sum <= 255 * weight; ++sum)
+      if (kqChromaMean(int32_t(sum), int32_t(weight)) != armv7Mean(sum, weight, 1, false)) {
+        ++wrong;
+        break;
+      }
+  EXPECT_GT(wrong, 0);
 }
 
 }  // namespace

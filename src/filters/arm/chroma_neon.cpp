@@ -125,7 +125,13 @@ Tables loadTables(const KQChromaPassContext* c) {
 //    sum (1 - 2^-31) + 1 / 2 rounds down to the sum. Both forms of vrecps (the
 //    separate multiply of ARMv7 and ARMv8's fused one) give the same means for
 //    every weight up to 369 and sum up to 255 times it; the kernel checks hold
-//    the means to the reference over all of them;
+//    the means to the reference over all of them. The means loops of passes
+//    2 and 3 (weights up to 231) refine once: after one step the reciprocal
+//    lies within a relative 2^-18 below 1 / weight, and the scale
+//    1 + 31 * 2^-22 puts it above, by little enough that no sum up to 255
+//    weight crosses a half for any weight up to 273 (found by exhaustive
+//    emulation; some weights beyond fail, so pass 1 refines twice); the
+//    kernel checks emulate that form over its pairs as well;
 //  - aarch64 divides once for r = (1 + 2^-19) / weight and rounds the product
 //    to the nearest integer: sum * r lies above sum / weight by a relative
 //    2^-19 less the rounding errors (2^-23), so a quotient with a half rounds
@@ -148,10 +154,10 @@ using RecipLanes = int32x4_t;  // R, 1.31 fixed point
 KQ_INLINE RecipLanes reciprocal(float32x4_t w) {
   float32x4_t r = vrecpeq_f32(w);
   r = vmulq_f32(vrecpsq_f32(w, r), r);
-  // The second step's product taken by the scale 1 + 2^-20 first (0x3F800008;
-  // the assembly loops build it so), beside the step.
+  // The second step's product taken by the scale 1 + 2^-20 first, beside the
+  // step, as pass 1's means loop does.
   const float32x4_t step = vrecpsq_f32(w, r);
-  r = vmulq_f32(r, vdupq_n_f32(1.0f + 1.0f / 1048576.0f));
+  r = vmulq_f32(r, vreinterpretq_f32_u32(vdupq_n_u32(kKqChromaMeanScale2Bits)));
   return vcvtq_n_s32_f32(vmulq_f32(r, step), 31);
 }
 KQ_INLINE uint32x4_t meanQuad(uint32x4_t sum, RecipLanes r) {
@@ -929,16 +935,15 @@ inline void pass3Words(const Pass3Armv7Rows& r, const uint8_t* table, const uint
 
 // The means loop of pass 3's steps on armv7 (after either sums loop): n
 // steps' sums and weights from `sums`, 16 outputs each into *o0 (U) and *o1
-// (V), which it moves on.
+// (V), which it moves on. Its weights stay within
+// kKqChromaMeanOneStepWeights, where one refinement of the reciprocal
+// estimate gives the exact means (see the comment above reciprocal()).
 inline void pass3MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_t** o1) {
   uint8_t *u = *o0, *v = *o1;
   const uint8_t* sp = sums;
-  uint32_t sa;
   int32_t k = n;
   asm volatile(
-      "movw %[a], #0x0008\n\t"
-      "movt %[a], #0x3f80\n\t"
-      "vdup.32 q8, %[a]\n\t"
+      "vdup.32 q8, %[scale]\n\t"
       "1:\n\t"
       "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
       "vmovl.u8 q0, d14\n\t"
@@ -957,32 +962,22 @@ inline void pass3MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vcvt.f32.u32 q5, q5\n\t"
       "vmovl.u16 q9, d28\n\t"
       "vrecps.f32 q1, q2, q0\n\t"
-      "vrecps.f32 q7, q3, q6\n\t"
-      "vmovl.u16 q10, d29\n\t"
-      "vmovl.u16 q11, d30\n\t"
-      "vmul.f32 q0, q0, q1\n\t"
-      "vmul.f32 q6, q6, q7\n\t"
-      "vrecps.f32 q1, q2, q0\n\t"
       "vmul.f32 q0, q0, q8\n\t"
       "vrecps.f32 q7, q3, q6\n\t"
       "vmul.f32 q6, q6, q8\n\t"
+      "vmovl.u16 q10, d29\n\t"
+      "vmovl.u16 q11, d30\n\t"
       "vmul.f32 q2, q0, q1\n\t"
       "vrecpe.f32 q0, q4\n\t"
       "vmul.f32 q3, q6, q7\n\t"
       "vrecpe.f32 q6, q5\n\t"
       "vcvt.s32.f32 q2, q2, #31\n\t"
       "vrecps.f32 q1, q4, q0\n\t"
-      "vcvt.s32.f32 q3, q3, #31\n\t"
-      "vrecps.f32 q7, q5, q6\n\t"
-      "vqrdmulh.s32 q9, q9, q2\n\t"
-      "vmul.f32 q0, q0, q1\n\t"
-      "vqrdmulh.s32 q10, q10, q3\n\t"
-      "vmul.f32 q6, q6, q7\n\t"
-      "vrecps.f32 q1, q4, q0\n\t"
       "vmul.f32 q0, q0, q8\n\t"
       "vrecps.f32 q7, q5, q6\n\t"
       "vmul.f32 q6, q6, q8\n\t"
-      "vuzp.16 q9, q10\n\t"
+      "vcvt.s32.f32 q3, q3, #31\n\t"
+      "vqrdmulh.s32 q9, q9, q2\n\t"
       "vmul.f32 q4, q0, q1\n\t"
       "vmovl.u16 q0, d26\n\t"
       "vmul.f32 q5, q6, q7\n\t"
@@ -996,10 +991,12 @@ inline void pass3MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vqrdmulh.s32 q7, q7, q3\n\t"
       "vqrdmulh.s32 q0, q0, q4\n\t"
       "vqrdmulh.s32 q1, q1, q5\n\t"
+      "vqrdmulh.s32 q10, q10, q3\n\t"
       "vqrdmulh.s32 q11, q11, q4\n\t"
       "vqrdmulh.s32 q12, q12, q5\n\t"
       "vuzp.16 q6, q7\n\t"
       "vuzp.16 q0, q1\n\t"
+      "vuzp.16 q9, q10\n\t"
       "vuzp.16 q11, q12\n\t"
       "vuzp.8 q6, q0\n\t"
       "vuzp.8 q9, q11\n\t"
@@ -1007,8 +1004,8 @@ inline void pass3MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vst2.8 {d18, d19}, [%[o1]]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
-      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
-      :
+      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp)
+      : [scale] "r"(kKqChromaMeanScale1Bits)
       : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
         "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
         "d27", "d28", "d29", "d30", "d31", "cc", "memory");
@@ -2643,16 +2640,13 @@ struct Pass2Armv7Rows {
 
 // The means loop of pass 2's steps on armv7 (after either sums loop): n
 // steps' sums and weights from `sums`, 16 outputs each into *o0 (U) and *o1
-// (V), which it moves on.
+// (V), which it moves on; one refinement step, as pass 3's means loop.
 inline void pass2MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_t** o1) {
   uint8_t *u = *o0, *v = *o1;
   const uint8_t* sp = sums;
-  uint32_t sa;
   int32_t k = n;
   asm volatile(
-      "movw %[a], #0x0008\n\t"
-      "movt %[a], #0x3f80\n\t"
-      "vdup.32 q8, %[a]\n\t"
+      "vdup.32 q8, %[scale]\n\t"
       "1:\n\t"
       "vld1.64 {d14, d15}, [%[S]:128]!\n\t"
       "vmovl.u8 q0, d14\n\t"
@@ -2671,32 +2665,22 @@ inline void pass2MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vcvt.f32.u32 q5, q5\n\t"
       "vmovl.u16 q9, d28\n\t"
       "vrecps.f32 q1, q2, q0\n\t"
-      "vrecps.f32 q7, q3, q6\n\t"
-      "vmovl.u16 q10, d29\n\t"
-      "vmovl.u16 q11, d30\n\t"
-      "vmul.f32 q0, q0, q1\n\t"
-      "vmul.f32 q6, q6, q7\n\t"
-      "vrecps.f32 q1, q2, q0\n\t"
       "vmul.f32 q0, q0, q8\n\t"
       "vrecps.f32 q7, q3, q6\n\t"
       "vmul.f32 q6, q6, q8\n\t"
+      "vmovl.u16 q10, d29\n\t"
+      "vmovl.u16 q11, d30\n\t"
       "vmul.f32 q2, q0, q1\n\t"
       "vrecpe.f32 q0, q4\n\t"
       "vmul.f32 q3, q6, q7\n\t"
       "vrecpe.f32 q6, q5\n\t"
       "vcvt.s32.f32 q2, q2, #31\n\t"
       "vrecps.f32 q1, q4, q0\n\t"
-      "vcvt.s32.f32 q3, q3, #31\n\t"
-      "vrecps.f32 q7, q5, q6\n\t"
-      "vqrdmulh.s32 q9, q9, q2\n\t"
-      "vmul.f32 q0, q0, q1\n\t"
-      "vqrdmulh.s32 q10, q10, q3\n\t"
-      "vmul.f32 q6, q6, q7\n\t"
-      "vrecps.f32 q1, q4, q0\n\t"
       "vmul.f32 q0, q0, q8\n\t"
       "vrecps.f32 q7, q5, q6\n\t"
       "vmul.f32 q6, q6, q8\n\t"
-      "vuzp.16 q9, q10\n\t"
+      "vcvt.s32.f32 q3, q3, #31\n\t"
+      "vqrdmulh.s32 q9, q9, q2\n\t"
       "vmul.f32 q4, q0, q1\n\t"
       "vmovl.u16 q0, d26\n\t"
       "vmul.f32 q5, q6, q7\n\t"
@@ -2710,10 +2694,12 @@ inline void pass2MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vqrdmulh.s32 q7, q7, q3\n\t"
       "vqrdmulh.s32 q0, q0, q4\n\t"
       "vqrdmulh.s32 q1, q1, q5\n\t"
+      "vqrdmulh.s32 q10, q10, q3\n\t"
       "vqrdmulh.s32 q11, q11, q4\n\t"
       "vqrdmulh.s32 q12, q12, q5\n\t"
       "vuzp.16 q6, q7\n\t"
       "vuzp.16 q0, q1\n\t"
+      "vuzp.16 q9, q10\n\t"
       "vuzp.16 q11, q12\n\t"
       "vuzp.8 q6, q0\n\t"
       "vuzp.8 q9, q11\n\t"
@@ -2721,8 +2707,8 @@ inline void pass2MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vst1.8 {d18, d19}, [%[o1]]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
-      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
-      :
+      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp)
+      : [scale] "r"(kKqChromaMeanScale1Bits)
       : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
         "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
         "d27", "d28", "d29", "d30", "d31", "cc", "memory");
@@ -3717,12 +3703,9 @@ struct Pass1Armv7Rows {
 inline void pass1MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_t** o1) {
   uint8_t *u = *o0, *v = *o1;
   const uint8_t* sp = sums;
-  uint32_t sa;
   int32_t k = n;
   asm volatile(
-      "movw %[a], #0x0008\n\t"
-      "movt %[a], #0x3f80\n\t"
-      "vdup.32 q15, %[a]\n\t"
+      "vdup.32 q15, %[scale]\n\t"
       "1:\n\t"
       "vld1.64 {d20, d21}, [%[S]:128]!\n\t"
       "vaddl.u8 q0, d20, d21\n\t"
@@ -3761,8 +3744,8 @@ inline void pass1MeansArmv7(const uint8_t* sums, int32_t n, uint8_t** o0, uint8_
       "vst1.8 {d7}, [%[o1]]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
-      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp), [a] "=&r"(sa)
-      :
+      : [o0] "+r"(u), [o1] "+r"(v), [n] "+r"(k), [S] "+r"(sp)
+      : [scale] "r"(kKqChromaMeanScale2Bits)
       : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
         "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28",
         "d29", "d30", "d31", "cc", "memory");
