@@ -198,15 +198,16 @@ TEST(ChromaKernels, MatchReference) {
 }
 
 // Rows long enough that the vector kernels take their inner steps in more
-// than one chunk (pass 3 keeps 16 steps' sums at a time: 8 half-size
-// columns a step on armv7, 16 on aarch64, which also leaves an odd step to
-// the compiled code), ending at different remainders of a chunk, at
-// strengths of short and default tables.
+// than one chunk (aarch64's pass 3 keeps 16 steps of 16 half-size columns at
+// a time, which also leaves an odd step to the compiled code; armv7's look-up
+// drivers of passes 2 and 3 64 steps of 16 and 8, pass 1 16 steps of 8),
+// ending at different remainders of a chunk, at strengths of short and
+// default tables.
 TEST(ChromaKernels, LongRows) {
   const uint64_t seed = kqTestSeed();
   forEachKernel([&](const KQChromaDsp& ref, const KQChromaDsp& dsp, int pass, int kind) {
-    for (int w : {2 * (16 * 8 * 2 + 12), 2 * (16 * 8 * 3 + 4) + 1, 2 * 16 * 8 * 2 + 6,
-                  2 * (16 * 16 * 2 + 20), 2 * (16 * 16 * 2 + 36) + 1})
+    for (int w : {2 * (16 * 8 * 2 + 12), 2 * (16 * 8 * 3 + 4) + 1, 2 * (16 * 16 * 2 + 36) + 1,
+                  2 * (64 * 8 * 2 + 20), 2 * (64 * 16 + 44) + 1})
       for (float strength : {3.0f, 4.0f}) {
         const KqFill fill = strength == 3.0f ? KqFill::kSmooth : KqFill::kUniform;
         ASSERT_TRUE(runCase(ref, dsp, pass, kind, Shape{w, 4, 2, kMargins[pass - 1][0], 0}, fill,
@@ -275,7 +276,8 @@ TEST(ChromaKernels, FarTapsAmongNearOnes) {
       for (int farEvery : {11, 23, 150, 600})
         for (float strength : {3.0f, 4.0f, 5.0f})
           for (uint64_t draw = 0; draw < (fill == KqFill::kZero ? 3u : 1u); ++draw) {
-            const Shape s{2 * (16 * 8 * 3 + 4) + 1, 12, 2, kMargins[pass - 1][0], 0};
+            // armv7's passes 2 and 3: two chunks of 64 steps and a few more
+            const Shape s{2 * (64 * 16 + 52) + 1, 12, 2, kMargins[pass - 1][0], 0};
             ASSERT_TRUE(
                 runCase(ref, dsp, pass, kind, s, fill, strength, 0, 0, 12,
                         seed + uint64_t(farEvery) * 11 + uint64_t(strength) + kind + draw * 7919,

@@ -1777,33 +1777,53 @@ inline void pass3SumsArmv7Lut32(const uint32_t* words, const uint8_t** p0, const
 // Whether any of the 4 bytes of a pass3SumsArmv7Lut32 flag word is 0.
 KQ_INLINE bool anyZeroByte(uint32_t v) { return ((v - 0x01010101u) & ~v & 0x80808080u) != 0; }
 
-// Whether any of a chunk's 16 flag words has a 0 byte, in a dozen
-// instructions, so that the words are looked at one by one only in the
-// chunks that need it. Words past a short last chunk are an earlier chunk's
-// (or the initial fill of ones) and can only ask for a look that finds
-// nothing.
-KQ_INLINE bool anyStepFlagged(const uint32_t (&flags)[16]) {
-  const uint8_t* f = reinterpret_cast<const uint8_t*>(flags);
-  const uint8x16_t m = vminq_u8(vminq_u8(vld1q_u8(f), vld1q_u8(f + 16)),
-                                vminq_u8(vld1q_u8(f + 32), vld1q_u8(f + 48)));
-  uint8x8_t d = vmin_u8(vget_low_u8(m), vget_high_u8(m));
+// The steps the look-up drivers of passes 2 and 3 take through their loops at
+// a time (their stack buffers hold that many steps' luma weights and sums):
+// each chunk costs a hundred or so instructions of set-up and its first step
+// alone, 64 steps make that about 2 a step. Pass 1 keeps 16: its luma loop
+// makes a whole chunk again for a luma difference of 64 or more (3 steps in
+// 1000 on a camera frame), and in chunks of 64 that costs what they save.
+constexpr int32_t kLutChunk = 64;
+
+// Bit i set where flag word i of the 16 from f has a 0 byte. The words'
+// least byte first (a dozen instructions): most groups have no 0, and only
+// the others take the 20 more that find the words.
+KQ_INLINE uint32_t flaggedWords16(const uint32_t* f) {
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(f);
+  const uint8x16_t q[4] = {vld1q_u8(b), vld1q_u8(b + 16), vld1q_u8(b + 32), vld1q_u8(b + 48)};
+  const uint8x16_t least = vminq_u8(vminq_u8(q[0], q[1]), vminq_u8(q[2], q[3]));
+  uint8x8_t d = vmin_u8(vget_low_u8(least), vget_high_u8(least));
   d = vpmin_u8(d, d);
   d = vpmin_u8(d, d);
   d = vpmin_u8(d, d);
-  return vget_lane_u8(d, 0) == 0;
+  if (vget_lane_u8(d, 0) != 0) return 0;
+  uint16x4_t w[4];
+  for (int k = 0; k < 4; ++k) {
+    const uint32x4_t z = vreinterpretq_u32_u8(vceqq_u8(q[k], vdupq_n_u8(0)));
+    w[k] = vmovn_u32(vtstq_u32(z, z));
+  }
+  static const uint8_t kBits[16] = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
+  const uint8x16_t any = vcombine_u8(vmovn_u16(vcombine_u16(w[0], w[1])),
+                                     vmovn_u16(vcombine_u16(w[2], w[3])));
+  const uint8x16_t bits = vandq_u8(any, vld1q_u8(kBits));
+  d = vpadd_u8(vget_low_u8(bits), vget_high_u8(bits));
+  d = vpadd_u8(d, d);
+  d = vpadd_u8(d, d);
+  return vget_lane_u16(vreinterpret_u16_u8(d), 0);
 }
 
-// The sums of a chunk's steps [j0, n) (n <= 16) by the short look-ups first
-// and the whole table where they fall short: first(j, count, flags) makes
-// steps [j, j + count) and writes each one's flag word, whole(j, count)
-// makes them by the whole table. The step j0 goes alone first: where it is
-// flagged, the rest most likely is too (noisy chroma), and the whole table
-// takes them all at once instead of every step twice. Otherwise every
-// flagged step is made again, with the `after` steps that follow it (whose
-// sums took something of it).
-template <class First, class Whole>
-KQ_INLINE void sumsFirstThenWhole(int32_t j0, int32_t n, int32_t after, uint32_t (&flags)[16],
+// The sums of a chunk's steps [j0, n) (n <= kN) by the short look-ups
+// first and the whole table where they fall short: first(j, count, flags)
+// makes steps [j, j + count) and writes each one's flag word, whole(j,
+// count) makes them by the whole table. The step j0 goes alone
+// first: where it is flagged, the rest most likely is too (noisy chroma),
+// and the whole table takes them all at once instead of every step twice.
+// Otherwise every flagged step is made again, with the `after` steps that
+// follow it (whose sums took something of it).
+template <int32_t kN, class First, class Whole>
+KQ_INLINE void sumsFirstThenWhole(int32_t j0, int32_t n, int32_t after, uint32_t (&flags)[kN],
                                   First first, Whole whole) {
+  static_assert(kN % 16 == 0, "flag words go in groups of 16");
   if (j0 >= n) return;
   first(j0, 1, flags + j0);
   if (anyZeroByte(flags[j0])) {
@@ -1811,12 +1831,22 @@ KQ_INLINE void sumsFirstThenWhole(int32_t j0, int32_t n, int32_t after, uint32_t
     return;
   }
   if (j0 + 1 == n) return;
-  flags[j0] = ~0u;
   first(j0 + 1, n - j0 - 1, flags + j0 + 1);
-  if (!anyStepFlagged(flags)) return;
-  for (int32_t j = j0 + 1, until = 0; j < n; ++j) {
-    if (anyZeroByte(flags[j])) until = j + 1 + after;
-    if (j < until) whole(j, 1);
+  // Only the words of steps (j0, n) count: the others are stale.
+  int32_t done = j0 + 1;  // the steps before it are made
+  for (int32_t g = 0; g < n; g += 16) {
+    uint32_t m = flaggedWords16(flags + g);
+    if (g + 16 > n) m &= (1u << (n - g)) - 1;
+    if (g + 16 <= j0 + 1) m = 0;
+    else if (g <= j0) m &= ~((2u << (j0 - g)) - 1);
+    while (m != 0) {
+      const int32_t j = g + __builtin_ctz(m);
+      m &= m - 1;
+      const int32_t from = j > done ? j : done;
+      const int32_t to = j + 1 + after < n ? j + 1 + after : n;
+      if (from < to) whole(from, to - from);
+      if (to > done) done = to;
+    }
   }
 }
 
@@ -1836,7 +1866,7 @@ KQ_INLINE void sumsFirstThenWhole(int32_t j0, int32_t n, int32_t after, uint32_t
 // table.
 void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
                         int32_t count) {
-  constexpr int32_t kChunk = 16;
+  constexpr int32_t kChunk = kLutChunk;
   alignas(16) uint8_t centres[32];
   alignas(16) uint8_t lumaW[kChunk * 80];
   alignas(16) uint8_t sums[kChunk * 80];
@@ -3613,7 +3643,7 @@ inline uint32_t pass2LumaArmv7Fast(const uint32_t* words, const uint8_t** p, uin
 // (about 6 in 100 on a camera frame); the means loop is pass2InnerArmv7's.
 void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
                         int32_t count) {
-  constexpr int32_t kChunk = 16;
+  constexpr int32_t kChunk = kLutChunk;
   alignas(16) uint8_t centres[32];
   alignas(16) uint8_t lumaW[kChunk * 64];
   alignas(16) uint8_t sums[kChunk * 80];
