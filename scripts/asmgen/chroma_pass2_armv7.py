@@ -39,15 +39,15 @@ else:
                                  "lR", "uDown", "vDown", "lDown"]),
                    ("RP1", 32, ["srcU", "srcV"])], scratch=("Ra", "Rb", "Rc", "Rd"), first=1)
 
-def weighTap(t, centre, tu):
-    """The rest of tap t of the look-up loops from its uv in q0: wY (the centre's from the record,
-    the others' from RY), h, w into q2, added to the weights q5 and, times the tap's U (q{tu}) and
-    V (q3), to the sums q12-q15 (which the first tap starts)."""
+def weighTap(t, centre, tu, uv=0):
+    """The rest of tap t of the look-up loops from its uv in q{uv}: wY (the centre's from the
+    record, the others' from RY), h, w into q2, added to the weights q5 and, times the tap's U
+    (q{tu}) and V (q3), to the sums q12-q15 (which the first tap starts)."""
     if centre:
         n("vld1.8 {d2[], d3[]}, [RR]")                     # wY of a difference 0
     else:
         n("vld1.64 {d2, d3}, [RY:128]!")                    # wY
-    n("vmull.u8 q2, d0, d2"); n("vmull.u8 q1, d1, d3")
+    n(f"vmull.u8 q2, d{2 * uv}, d2"); n(f"vmull.u8 q1, d{2 * uv + 1}, d3")
     n("vshrn.i16 d0, q2, #8"); n("vshrn.i16 d1, q1, #8")   # h
     n("vshr.u8 q2, q0, #3"); n("vsra.u8 q2, q0, #4")
     n("vadd.i8 q5, q5, q2")
@@ -178,9 +178,11 @@ elif PART == "AF":
         n("vabd.u8 q1, q11, q3")
         n("vtbl.8 d0, {d16, d17, d18, d19}, d2"); n("vtbl.8 d1, {d16, d17, d18, d19}, d3")   # wV
         n("vmull.u8 q1, d4, d0"); n("vmull.u8 q2, d5, d1")
-        n("vshrn.i16 d0, q1, #8"); n("vshrn.i16 d1, q2, #8")   # uv
-        n("vorr q4, q0, q0" if t == 0 else "vmin.u8 q4, q4, q0")
-        weighTap(t, centre, tu)
+        uv = 4 if t == 0 else 0    # the first tap's uv starts the least (q4) itself
+        n(f"vshrn.i16 d{2 * uv}, q1, #8"); n(f"vshrn.i16 d{2 * uv + 1}, q2, #8")   # uv
+        if t > 0:
+            n("vmin.u8 q4, q4, q0")
+        weighTap(t, centre, tu, uv)
     n("vst1.64 {d10, d11}, [RS:128]!")
     n("vst1.64 {d24, d25, d26, d27}, [RS:128]!")
     n("vst1.64 {d28, d29, d30, d31}, [RS:128]!")

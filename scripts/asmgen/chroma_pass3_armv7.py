@@ -99,13 +99,12 @@ elif PART == "L":
     # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
     # luma weights of a chunk's steps: wY of each tap, 16 bytes (even outputs, odd) per tap, into
     # the buffer RY. d20-d22 the luma look-up, q0 the centres.
-    a = addr("lumaC"); n(f"vld4.8 {{d0, d1, d2, d3}}, {a}")
-    n("vorr d1, d2, d2")
+    a = addr("lumaC"); n(f"vld4.8 {{d0, d1, d2, d3}}, {a}")   # even outputs' d0, odd ones' d2
     for k, l in enumerate(("lUp", "lL", "lM", "lR", "lDown")):
         t = 4 + 2 * (k % 3)     # q2, q3, q4 take turns (a tap's four loaded registers from d4)
         a = addr(l); n(f"vld4.8 {{d{2 * t}, d{2 * t + 1}, d{2 * t + 2}, d{2 * t + 3}}}, {a}")
         w = 13 + k % 3          # q13, q14, q15
-        n(f"vabd.u8 d{2 * w}, d0, d{2 * t}"); n(f"vabd.u8 d{2 * w + 1}, d1, d{2 * t}")
+        n(f"vabd.u8 d{2 * w}, d0, d{2 * t}"); n(f"vabd.u8 d{2 * w + 1}, d2, d{2 * t}")
         n(f"vtbl.8 d{2 * w}, {{d20, d21, d22}}, d{2 * w}")
         n(f"vtbl.8 d{2 * w + 1}, {{d20, d21, d22}}, d{2 * w + 1}")
         n(f"vst1.64 {{d{2 * w}, d{2 * w + 1}}}, [RY:128]!")
@@ -161,10 +160,12 @@ elif PART == "AF":
         n(f"vabd.u8 d2, d22, d{tv}"); n(f"vabd.u8 d3, d23, d{tv}")
         n("vtbl.8 d6, {d16, d17, d18, d19}, d2"); n("vtbl.8 d7, {d16, d17, d18, d19}, d3")   # wV
         n("vmull.u8 q0, d4, d6"); n("vmull.u8 q2, d5, d7")
-        n("vshrn.i16 d2, q0, #8"); n("vshrn.i16 d3, q2, #8")   # uv
-        n("vorr q4, q1, q1" if k == 0 else "vmin.u8 q4, q4, q1")
+        uv = 4 if k == 0 else 1    # the first tap's uv starts the least (q4) itself
+        n(f"vshrn.i16 d{2 * uv}, q0, #8"); n(f"vshrn.i16 d{2 * uv + 1}, q2, #8")   # uv
+        if k > 0:
+            n("vmin.u8 q4, q4, q1")
         n("vld1.64 {d4, d5}, [RY:128]!")                        # wY
-        n("vmull.u8 q0, d2, d4"); n("vmull.u8 q3, d3, d5")
+        n(f"vmull.u8 q0, d{2 * uv}, d4"); n(f"vmull.u8 q3, d{2 * uv + 1}, d5")
         n("vshrn.i16 d4, q0, #8"); n("vshrn.i16 d5, q3, #8")   # h
         n("vshr.u8 q0, q2, #3"); n("vsra.u8 q0, q2, #4")
         n("vadd.i8 q5, q5, q0")
