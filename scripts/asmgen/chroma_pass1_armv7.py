@@ -53,30 +53,34 @@ def tap(qt, dt, dy, w, u, v, first=False, T=None):
     op = "vmull.u8" if first else "vmlal.u8"
     n(f"{op} {u}, {dE}, {dt[0]}"); n(f"{op} {v}, {dE}, {dt[1]}")
 
-def lookupTap(t, wacc, su, sv, first, look, atUV=None):
+def lookupTap(t, wacc, su, sv, first, look, atUV=None, uv="d6", start=None, own=False):
     """A tap of the look-up loops: the differences of q{t} (U | V of 8 outputs) from the centres
     q15, their weights by look(), which leaves them in q3 (wU | wV) from the differences in q2;
-    uv in d6 (atUV() then sees it), wY from RY, w into d7, added to wacc and, times the tap's U
-    and V, to su and sv."""
+    uv in the register uv (atUV() then sees it), wY from RY, w into d7, added to wacc (to start
+    instead, where given, into wacc; own: w goes into wacc itself, the first of its taps) and,
+    times the tap's U and V, to su and sv."""
     n(f"vabd.u8 q2, q15, q{t}")
     look()                                               # wU | wV
     n("vmull.u8 q2, d6, d7")
     n("vld1.64 {d7}, [RY:64]!")                          # wY
-    n("vshrn.i16 d6, q2, #8")                            # uv
+    n(f"vshrn.i16 {uv}, q2, #8")                         # uv
     if atUV:
         atUV()
-    n("vmull.u8 q2, d6, d7")
+    n(f"vmull.u8 q2, {uv}, d7")
     n("vshrn.i16 d6, q2, #8")                            # h
-    n("vshr.u8 d7, d6, #3"); n("vsra.u8 d7, d6, #4")     # w
-    n(f"vadd.i8 {wacc}, {wacc}, d7")
+    w = wacc if own else "d7"
+    n(f"vshr.u8 {w}, d6, #3"); n(f"vsra.u8 {w}, d6, #4")     # w
+    if not own:
+        n(f"vadd.i8 {wacc}, {start or wacc}, d7")
     op = "vmull.u8" if first else "vmlal.u8"
-    n(f"{op} {su}, d7, d{2 * t}"); n(f"{op} {sv}, d7, d{2 * t + 1}")
+    n(f"{op} {su}, {w}, d{2 * t}"); n(f"{op} {sv}, {w}, d{2 * t + 1}")
 
 
-def blockTaps(tapL):
+def blockTaps(tapL, start=None):
     """The look-up loops' three taps of the 2 x 2 block after its centre: (X+1, Y) from q1, then
-    row Y + 1's (X, Y+1) and (X+1, Y+1), into the block's weights d28 and sums q4, q5."""
-    tapL(1, "d28", "q4", "q5")                               # (X+1, Y)
+    row Y + 1's (X, Y+1) and (X+1, Y+1), into the block's weights d28 (from start, where given)
+    and sums q4, q5."""
+    tapL(1, "d28", "q4", "q5", **({"start": start} if start else {}))   # (X+1, Y)
     a = addr("uY1"); n(f"vld2.8 {{d0, d2}}, {a}")
     a = addr("vY1"); n(f"vld2.8 {{d1, d3}}, {a}")
     tapL(0, "d28", "q4", "q5")                               # (X, Y+1)
@@ -192,20 +196,19 @@ elif PART == "AS":
         n("vsub.i8 q2, q2, q13")
         n("vtbx.8 d6, {d20, d21, d22, d23}, d4"); n("vtbx.8 d7, {d20, d21, d22, d23}, d5")
 
-    def keepLeast():
-        n("vorr d24, d6, d6" if first_uv[0] else "vmin.u8 d24, d24, d6"); first_uv[0] = False
-
-    def tapL(t, wacc, su, sv, first=False):
-        lookupTap(t, wacc, su, sv, first, look64, keepLeast)
+    def tapL(t, wacc, su, sv, first=False, **kw):
+        if first_uv[0]:             # the first tap's uv starts the least (d24) itself
+            first_uv[0] = False
+            lookupTap(t, wacc, su, sv, first, look64, uv="d24", **kw)
+        else:
+            lookupTap(t, wacc, su, sv, first, look64, lambda: n("vmin.u8 d24, d24, d6"), **kw)
 
     a = addr("uY"); n(f"vld2.8 {{d0, d2}}, {a}")
     a = addr("vY"); n(f"vld2.8 {{d1, d3}}, {a}")
     n("vorr q15, q0, q0")
-    n("vorr d28, d25, d25")
     n("vmull.u8 q4, d30, d25"); n("vmull.u8 q5, d31, d25")
     n("vsubw.u8 q4, q4, d30"); n("vsubw.u8 q5, q5, d31")   # cw U, cw V
-    n("vmov.i8 d29, #0")
-    blockTaps(tapL)
+    blockTaps(tapL, start="d25")                             # the block's weights from cw1
     for k, (u, v) in enumerate((("uUp", "vUp"), ("uL", "vL"), ("uR", "vR"), ("uDown", "vDown"))):
         a = addr(u); n(f"vld2.8 {{d0, d2}}, {a}")
         a = addr(v); n(f"vld2.8 {{d1, d3}}, {a}")
@@ -215,7 +218,7 @@ elif PART == "AS":
             n("vadd.i8 d29, d29, d7")
             n("vmlal.u8 q6, d7, d0"); n("vmlal.u8 q7, d7, d1")
             continue
-        tapL(0, "d29", "q6", "q7", first=(k == 0))
+        tapL(0, "d29", "q6", "q7", first=(k == 0), own=(k == 0))
         if u == "uR":
             n("vst1.8 {d7}, [RWR]!")
     n("vst1.64 {d28, d29}, [RS:128]!")
