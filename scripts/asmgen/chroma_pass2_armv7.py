@@ -117,19 +117,10 @@ elif PART in ("L", "LF"):
     # 64 entries (T0-T31 in d16-d19, T32-T63 in d20-d23, q7 32 in every lane): a difference of 64
     # or more looks up 0, which no other does where the table's entry 63 is not 0. q15 keeps the
     # least weight of the chunk's steps; a chunk with a 0 in it is made again by PART=L.
-    # The luma comes from the plane's rows: 16 taps' bytes are every fourth of 64, two vld4 of
-    # 32 (the second into the registers after the first's, so that its first register holds the
-    # second 8), which leave d{b}, d{b+1} and clobber d{b+2}..d{b+4}; the walk's steps are 32
-    # short of the rows' distances (the first load steps RP2 by 32).
-    def lumaRow(l, b):
-        n(f"vld4.8 {{d{b}, d{b + 1}, d{b + 2}, d{b + 3}}}, [RP2]!")
-        a = addr(l); n(f"vld4.8 {{d{b + 1}, d{b + 2}, d{b + 3}, d{b + 4}}}, {a}")
-
-    lumaRow("lM", 0)
+    a = addr("lM"); n(f"vld1.8 {{d0, d1}}, {a}")
     for k, l in enumerate(("lUp", "lL", "lR", "lDown")):
-        # q1 and q4 take turns (d8, d9 hold T64-T79 in PART=L, whose taps all go through q1)
-        t, w = (1, 4)[k % 2] if PART == "LF" else 1, (12, 13, 14)[k % 3]
-        lumaRow(l, 2 * t)
+        t, w = (1, 2, 3)[k % 3], (12, 13, 14)[k % 3]
+        a = addr(l); n(f"vld1.8 {{d{2 * t}, d{2 * t + 1}}}, {a}")
         n(f"vabd.u8 q{t}, q{t}, q0")
         if PART == "L":
             lookup(w, t)

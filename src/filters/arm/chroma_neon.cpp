@@ -2649,7 +2649,7 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
 // Pass 2's inner steps on armv7 in assembly, 16 outputs a step (the compiled
 // steps move and spill registers: about 100 of their 519 instructions per
 // 16 outputs). The taps' luma comes from rows taken out beforehand (every
-// fourth byte of luma rows 4 yUp, 4 y, 4 yDown; takeQuarters), loaded as
+// fourth byte of luma rows 4 yUp, 4 y, 4 yDown; pass2Rows), loaded as
 // bytes. Registers: d16-d19 the weight and slope tables, q7 the weights,
 // q12-q15 the sums (U lanes 0-7, 8-15, V), q0-q6 and q10, q11 a tap's bytes
 // and steps; the centres are loaded again by each tap from a 16-byte
@@ -2659,12 +2659,11 @@ int pass3InnerA64(const uint8_t* q, const Pass3Rows& r, uint8_t* outU, uint8_t* 
 // every difference from 80 on weighs as 0, the look-up form
 // (pass2InnerArmv7Lut) instead, with a luma weights loop first.
 struct Pass2Armv7Rows {
-  const uint8_t* src[2];     // U, V centres: full-size row 2y                (+ 2 x)
-  const uint8_t* luma[5];    // taken-out luma: up, left, centre, right, down (+ x)
-  const uint8_t* lumaRow[5];  // the same in the luma plane, for the look-up form (+ 4 x)
-  const uint8_t* u[5];       // half-size taps: up, left, centre, right, down (+ x)
+  const uint8_t* src[2];   // U, V centres: full-size row 2y                (+ 2 x)
+  const uint8_t* luma[5];  // taken-out luma: up, left, centre, right, down (+ x)
+  const uint8_t* u[5];     // half-size taps: up, left, centre, right, down (+ x)
   const uint8_t* v[5];
-  uint8_t* out[2];           // U, V outputs: half-size row y                 (+ x)
+  uint8_t* out[2];         // U, V outputs: half-size row y                 (+ x)
 };
 
 // The means loop of pass 2's steps on armv7 (after either sums loop): n
@@ -3504,55 +3503,50 @@ inline void pass2LumaArmv7(const uint32_t* words, const uint8_t** p, uint8_t** y
       "vld1.8 {d8-d9}, [%[a]]\n\t"
       "vmov.i8 q7, #32\n\t"
       "1:\n\t"
-      "vld4.8 {d0, d1, d2, d3}, [%[p2]]!\n\t"
-      "vld4.8 {d1, d2, d3, d4}, [%[p2]], %[h0]\n\t"
-      "vld4.8 {d2, d3, d4, d5}, [%[p2]]!\n\t"
-      "vld4.8 {d3, d4, d5, d6}, [%[p2]], %[h1]\n\t"
+      "vld1.8 {d0, d1}, [%[p2]], %[h0]\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h1]\n\t"
+      "vld1.8 {d4, d5}, [%[p2]], %[h2]\n\t"
+      "vld1.8 {d6, d7}, [%[p2]], %[h3]\n\t"
       "vabd.u8 q1, q1, q0\n\t"
+      "vabd.u8 q2, q2, q0\n\t"
+      "vabd.u8 q3, q3, q0\n\t"
       "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
       "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
       "vsub.i8 q1, q1, q7\n\t"
+      "vtbl.8 d26, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d27, {d16, d17, d18, d19}, d5\n\t"
+      "vtbl.8 d28, {d16, d17, d18, d19}, d6\n\t"
       "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
       "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
       "vsub.i8 q1, q1, q7\n\t"
+      "vtbl.8 d29, {d16, d17, d18, d19}, d7\n\t"
+      "vsub.i8 q2, q2, q7\n\t"
+      "vsub.i8 q3, q3, q7\n\t"
       "vtbx.8 d24, {d8, d9}, d2\n\t"
       "vtbx.8 d25, {d8, d9}, d3\n\t"
-      "vld4.8 {d2, d3, d4, d5}, [%[p2]]!\n\t"
-      "vld4.8 {d3, d4, d5, d6}, [%[p2]], %[h2]\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h4]\n\t"
+      "vtbx.8 d26, {d20, d21, d22, d23}, d4\n\t"
       "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+      "vtbx.8 d27, {d20, d21, d22, d23}, d5\n\t"
+      "vtbx.8 d28, {d20, d21, d22, d23}, d6\n\t"
       "vabd.u8 q1, q1, q0\n\t"
-      "vtbl.8 d26, {d16, d17, d18, d19}, d2\n\t"
-      "vtbl.8 d27, {d16, d17, d18, d19}, d3\n\t"
-      "vsub.i8 q1, q1, q7\n\t"
-      "vtbx.8 d26, {d20, d21, d22, d23}, d2\n\t"
-      "vtbx.8 d27, {d20, d21, d22, d23}, d3\n\t"
-      "vsub.i8 q1, q1, q7\n\t"
-      "vtbx.8 d26, {d8, d9}, d2\n\t"
-      "vtbx.8 d27, {d8, d9}, d3\n\t"
-      "vld4.8 {d2, d3, d4, d5}, [%[p2]]!\n\t"
-      "vld4.8 {d3, d4, d5, d6}, [%[p2]], %[h3]\n\t"
-      "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
-      "vabd.u8 q1, q1, q0\n\t"
-      "vtbl.8 d28, {d16, d17, d18, d19}, d2\n\t"
-      "vtbl.8 d29, {d16, d17, d18, d19}, d3\n\t"
-      "vsub.i8 q1, q1, q7\n\t"
-      "vtbx.8 d28, {d20, d21, d22, d23}, d2\n\t"
-      "vtbx.8 d29, {d20, d21, d22, d23}, d3\n\t"
-      "vsub.i8 q1, q1, q7\n\t"
-      "vtbx.8 d28, {d8, d9}, d2\n\t"
-      "vtbx.8 d29, {d8, d9}, d3\n\t"
-      "vld4.8 {d2, d3, d4, d5}, [%[p2]]!\n\t"
-      "vld4.8 {d3, d4, d5, d6}, [%[p2]], %[h4]\n\t"
-      "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
-      "vabd.u8 q1, q1, q0\n\t"
+      "vtbx.8 d29, {d20, d21, d22, d23}, d7\n\t"
+      "vsub.i8 q2, q2, q7\n\t"
       "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
       "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
       "vsub.i8 q1, q1, q7\n\t"
+      "vsub.i8 q3, q3, q7\n\t"
+      "vtbx.8 d26, {d8, d9}, d4\n\t"
+      "vtbx.8 d27, {d8, d9}, d5\n\t"
       "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
       "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
       "vsub.i8 q1, q1, q7\n\t"
+      "vtbx.8 d28, {d8, d9}, d6\n\t"
+      "vtbx.8 d29, {d8, d9}, d7\n\t"
+      "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
       "vtbx.8 d24, {d8, d9}, d2\n\t"
       "vtbx.8 d25, {d8, d9}, d3\n\t"
+      "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
       "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
       "subs %[n], %[n], #1\n\t"
       "bne 1b\n\t"
@@ -3584,44 +3578,39 @@ inline uint32_t pass2LumaArmv7Fast(const uint32_t* words, const uint8_t** p, uin
       "vmov.i8 q7, #32\n\t"
       "vmov.i8 q15, #255\n\t"
       "1:\n\t"
-      "vld4.8 {d0, d1, d2, d3}, [%[p2]]!\n\t"
-      "vld4.8 {d1, d2, d3, d4}, [%[p2]], %[h0]\n\t"
-      "vld4.8 {d2, d3, d4, d5}, [%[p2]]!\n\t"
-      "vld4.8 {d3, d4, d5, d6}, [%[p2]], %[h1]\n\t"
-      "vld4.8 {d8, d9, d10, d11}, [%[p2]]!\n\t"
-      "vld4.8 {d9, d10, d11, d12}, [%[p2]], %[h2]\n\t"
+      "vld1.8 {d0, d1}, [%[p2]], %[h0]\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h1]\n\t"
+      "vld1.8 {d4, d5}, [%[p2]], %[h2]\n\t"
+      "vld1.8 {d6, d7}, [%[p2]], %[h3]\n\t"
       "vabd.u8 q1, q1, q0\n\t"
-      "vabd.u8 q4, q4, q0\n\t"
+      "vabd.u8 q2, q2, q0\n\t"
+      "vabd.u8 q3, q3, q0\n\t"
       "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
       "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
       "vsub.i8 q1, q1, q7\n\t"
-      "vtbl.8 d26, {d16, d17, d18, d19}, d8\n\t"
-      "vtbl.8 d27, {d16, d17, d18, d19}, d9\n\t"
-      "vsub.i8 q4, q4, q7\n\t"
+      "vtbl.8 d26, {d16, d17, d18, d19}, d4\n\t"
+      "vtbl.8 d27, {d16, d17, d18, d19}, d5\n\t"
+      "vsub.i8 q2, q2, q7\n\t"
       "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
       "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
-      "vld4.8 {d2, d3, d4, d5}, [%[p2]]!\n\t"
-      "vld4.8 {d3, d4, d5, d6}, [%[p2]], %[h3]\n\t"
-      "vtbx.8 d26, {d20, d21, d22, d23}, d8\n\t"
-      "vtbx.8 d27, {d20, d21, d22, d23}, d9\n\t"
-      "vld4.8 {d8, d9, d10, d11}, [%[p2]]!\n\t"
-      "vld4.8 {d9, d10, d11, d12}, [%[p2]], %[h4]\n\t"
+      "vld1.8 {d2, d3}, [%[p2]], %[h4]\n\t"
+      "vtbl.8 d28, {d16, d17, d18, d19}, d6\n\t"
+      "vtbl.8 d29, {d16, d17, d18, d19}, d7\n\t"
+      "vtbx.8 d26, {d20, d21, d22, d23}, d4\n\t"
+      "vtbx.8 d27, {d20, d21, d22, d23}, d5\n\t"
+      "vabd.u8 q1, q1, q0\n\t"
       "vmin.u8 q15, q15, q12\n\t"
       "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
-      "vmin.u8 q15, q15, q13\n\t"
-      "vabd.u8 q1, q1, q0\n\t"
-      "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
-      "vtbl.8 d28, {d16, d17, d18, d19}, d2\n\t"
-      "vtbl.8 d29, {d16, d17, d18, d19}, d3\n\t"
-      "vabd.u8 q4, q4, q0\n\t"
+      "vsub.i8 q3, q3, q7\n\t"
+      "vtbl.8 d24, {d16, d17, d18, d19}, d2\n\t"
+      "vtbl.8 d25, {d16, d17, d18, d19}, d3\n\t"
+      "vtbx.8 d28, {d20, d21, d22, d23}, d6\n\t"
+      "vtbx.8 d29, {d20, d21, d22, d23}, d7\n\t"
       "vsub.i8 q1, q1, q7\n\t"
-      "vtbl.8 d24, {d16, d17, d18, d19}, d8\n\t"
-      "vtbl.8 d25, {d16, d17, d18, d19}, d9\n\t"
-      "vtbx.8 d28, {d20, d21, d22, d23}, d2\n\t"
-      "vtbx.8 d29, {d20, d21, d22, d23}, d3\n\t"
-      "vsub.i8 q4, q4, q7\n\t"
-      "vtbx.8 d24, {d20, d21, d22, d23}, d8\n\t"
-      "vtbx.8 d25, {d20, d21, d22, d23}, d9\n\t"
+      "vmin.u8 q15, q15, q13\n\t"
+      "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+      "vtbx.8 d24, {d20, d21, d22, d23}, d2\n\t"
+      "vtbx.8 d25, {d20, d21, d22, d23}, d3\n\t"
       "vmin.u8 q15, q15, q14\n\t"
       "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
       "vmin.u8 q15, q15, q12\n\t"
@@ -3634,9 +3623,9 @@ inline uint32_t pass2LumaArmv7Fast(const uint32_t* words, const uint8_t** p, uin
       : [p2] "+r"(q), [y] "+r"(yy), [n] "+r"(k), [a] "=&r"(sa), [m] "=&r"(least)
       : [R] "r"(words), [h0] "r"(words[13]), [h1] "r"(words[14]), [h2] "r"(words[15]),
         [h3] "r"(words[16]), [h4] "r"(words[17])
-      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d14",
-        "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26",
-        "d27", "d28", "d29", "d30", "d31", "cc", "memory");
+      : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d14", "d15", "d16", "d17",
+        "d18", "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29",
+        "d30", "d31", "cc", "memory");
   *p = q;
   *y = yy;
   return least;
@@ -3645,9 +3634,7 @@ inline uint32_t pass2LumaArmv7Fast(const uint32_t* words, const uint8_t** p, uin
 // pass2InnerArmv7 where every difference from 80 on weighs as 0 (reach <=
 // 80, the default strength), by look-ups of the whole weight table, as pass
 // 3's look-up form does: a first loop makes each step's luma weights of the
-// four outer taps (16 bytes each) into a stack buffer, loading the taps'
-// luma from the plane's rows (every fourth byte, two vld4 of 32 a tap, which
-// is fewer instructions than taking the rows out first); the sums loop looks
+// four outer taps (16 bytes each) into a stack buffer; the sums loop looks
 // up the U and V weights and loads those, first as if every difference were
 // below 32 and then, for the steps that it flags, again with the whole table
 // (about 6 in 100 on a camera frame); the means loop is pass2InnerArmv7's.
@@ -3673,14 +3660,9 @@ void pass2InnerArmv7Lut(const Pass2Armv7Rows* rows, const Tables& t, int32_t x0,
   uint32_t* w = walkWords(words + 1, {r.u[0], r.v[0], r.u[1], r.v[1], r.u[2], r.v[2], r.u[3],
                                       r.v[3], r.u[4], r.v[4]}, 16);
   w = walkWords(w, {r.src[0], r.src[1]}, 32);
-  // The luma loops load each row's 64 bytes in two 32-byte halves, the first
-  // stepping the pointer by 32: the walk's steps are 32 short.
-  const uint8_t* const* l = r.lumaRow;
-  uint32_t* const lumaWalk = w;
-  walkWords(w, {l[2], l[0], l[1], l[3], l[4]}, 64);
-  for (int i = 0; i < 5; ++i) lumaWalk[i] -= 32;
-  w[5] = uint32_t(uintptr_t(t.lut));
-  const uint8_t *p0 = r.u[0] + x0, *p1 = r.src[0] + 2 * x0, *p2 = l[2] + 4 * x0;
+  w = walkWords(w, {r.luma[2], r.luma[0], r.luma[1], r.luma[3], r.luma[4]}, 16);
+  w[0] = uint32_t(uintptr_t(t.lut));
+  const uint8_t *p0 = r.u[0] + x0, *p1 = r.src[0] + 2 * x0, *p2 = r.luma[2] + x0;
   uint8_t *o0 = r.out[0] + x0, *o1 = r.out[1] + x0;
   const bool fastLuma = t.lut[63] >= 16;  // every weight below 64 is then above 0
   while (count > 0) {
@@ -5521,22 +5503,16 @@ struct NeonBlocks {
       if (wh <= kMaxRow) {
         // The assembly inner steps, with the taps' luma taken out of rows
         // 4 yUp, 4 y, 4 yDown for the columns they reach.
-        // The look-up form loads the luma from the plane itself.
         alignas(16) uint8_t q[3][kMaxRow];
         const size_t lw = size_t(c->lumaWidth), w = size_t(c->chromaWidth);
-        const uint8_t* lUp = c->luma + size_t(4 * yUp) * lw;
-        const uint8_t* lMid = c->luma + size_t(4 * y) * lw;
-        const uint8_t* lDown = c->luma + size_t(4 * yDown) * lw;
-        if (t.reach > 80) {
-          const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
-          takeQuarters(q, lUp, lMid, lDown, lo, hi);
-        }
+        const int lo = x0 - s > 0 ? x0 - s : 0, hi = x0 + n + s < wh ? x0 + n + s : wh;
+        takeQuarters(q, c->luma + size_t(4 * yUp) * lw, c->luma + size_t(4 * y) * lw,
+                     c->luma + size_t(4 * yDown) * lw, lo, hi);
         const uint8_t* uMid = c->inU + size_t(y) * size_t(wh);
         const uint8_t* vMid = c->inV + size_t(y) * size_t(wh);
         const Pass2Armv7Rows rows{
             {c->srcU + size_t(2 * y) * w, c->srcV + size_t(2 * y) * w},
             {q[0], q[1] - s, q[1], q[1] + s, q[2]},
-            {lUp, lMid - 4 * s, lMid, lMid + 4 * s, lDown},
             {c->inU + size_t(yUp) * size_t(wh), uMid - s, uMid, uMid + s,
              c->inU + size_t(yDown) * size_t(wh)},
             {c->inV + size_t(yUp) * size_t(wh), vMid - s, vMid, vMid + s,
