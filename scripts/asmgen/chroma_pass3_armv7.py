@@ -7,6 +7,7 @@
 #   PART=A MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the sums loop
 #   PART=B MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # the means loop
 #   PART=L MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c   # look-ups: the luma weights loop
+#   PART=LE MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c  # the same for even rows
 #   PART=AL MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c  # look-ups: the sums loop
 #   PART=AF MODEL=a57 PRI=h python3 chroma_pass3_armv7.py c  # look-ups below 32: the sums loop
 # Without "c" it prints plain assembly, which llvm-mca takes once the operands are named.
@@ -26,11 +27,14 @@ from armv7_steps import lookup, means16, n, prog, s, walker  # noqa: E402
 # The luma weights loop (PART L) holds its walk's six steps in registers (RH0-RH5); the look-ups'
 # sums loop (AL) the step from each tap's U to its V (RH0), the same for every tap (the
 # planes' distance).
-LUMA = ["lumaC", "lUp", "lL", "lM", "lR", "lDown"]
+# PART=LE, the luma weights loop of even rows, does not load the centre tap's luma: in an even
+# row Y the tap's sample (4 x, 4 y) is the even outputs' own (4 x, 2 Y).
+LUMA = ["lumaC", "lUp", "lL", "lR", "lDown"] if PART == "LE" else ["lumaC", "lUp", "lL", "lM", "lR",
+                                                                  "lDown"]
 addr = walker([("RP0", 8, ["uUp", "vUp", "uL", "vL", "uM", "vM", "uR", "vR", "uDown", "vDown"]),
               ("RP1", 16, ["srcU", "srcV"]),
               ("RP2", 32, LUMA)],
-              held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART == "L" else
+              held={l: f"RH{i}" for i, l in enumerate(LUMA)} if PART in ("L", "LE") else
               {u: "RH0" for u in ("uUp", "uL", "uM", "uR", "uDown")} if PART in ("AL", "AF") else
               None)
 
@@ -95,12 +99,19 @@ if PART == "A":
 
     storeSums(7)
 
-elif PART == "L":
+elif PART in ("L", "LE"):
     # Look-ups of the whole weight table (every difference from 80 on weighs as 0), first the
     # luma weights of a chunk's steps: wY of each tap, 16 bytes (even outputs, odd) per tap, into
     # the buffer RY. d20-d22 the luma look-up, q0 the centres.
+    # LE: the centre tap weighs the even outputs by d24, the table's weight of a difference 0
+    # (the loop's set-up puts it there), the odd ones by their difference from the even ones.
     a = addr("lumaC"); n(f"vld4.8 {{d0, d1, d2, d3}}, {a}")   # even outputs' d0, odd ones' d2
     for k, l in enumerate(("lUp", "lL", "lM", "lR", "lDown")):
+        if l == "lM" and PART == "LE":
+            n("vabd.u8 d25, d0, d2")
+            n("vtbl.8 d25, {d20, d21, d22}, d25")
+            n("vst1.64 {d24, d25}, [RY:128]!")
+            continue
         t = 4 + 2 * (k % 3)     # q2, q3, q4 take turns (a tap's four loaded registers from d4)
         a = addr(l); n(f"vld4.8 {{d{2 * t}, d{2 * t + 1}, d{2 * t + 2}, d{2 * t + 3}}}, {a}")
         w = 13 + k % 3          # q13, q14, q15

@@ -7,6 +7,7 @@
 # regenerates a loop. Also checks that every loop of the source is one that a generator prints.
 #   check_asmgen.py SOURCE_ROOT
 import os
+import re
 import subprocess
 import sys
 
@@ -16,6 +17,7 @@ LOOPS = [
     ("chroma_pass3_armv7.py", dict(PART="A", MODEL="a57", PRI="h")),
     ("chroma_pass3_armv7.py", dict(PART="AL", MODEL="a57", PRI="h")),
     ("chroma_pass3_armv7.py", dict(PART="AF", MODEL="a57", PRI="h")),
+    ("chroma_pass3_armv7.py", dict(PART="LE", MODEL="a57", PRI="h")),
     ("chroma_pass3_armv7.py", dict(PART="L", MODEL="a57", PRI="h")),
     ("chroma_pass3_aarch64.py", dict(PART="A")),
     ("chroma_pass3_aarch64.py", dict(PART="B2P")),
@@ -35,6 +37,10 @@ LOOPS = [
     ("chroma_pass2_aarch64.py", dict()),
     ("chroma_pass1_aarch64.py", dict()),
 ]
+
+
+# Loops written by hand: a handful of loads and stores with nothing to schedule.
+HAND_WRITTEN = {"takeQuarters"}  # every fourth byte of three luma rows (armv7)
 
 
 def find(lines, block, start):
@@ -73,8 +79,20 @@ def main():
         print(f"ok   {name}: lines {i + 1}-{i + len(block)}")
         covered.update(range(i, i + len(block)))
         at = i + len(block)
-    # Every loop of an asm statement in the source starts with a generated block.
+    # Every loop of an asm statement in the source starts with a generated block, but for the
+    # short copying loops of the functions in HAND_WRITTEN.
+    raw = open(os.path.join(root, "src", "filters", "arm", "chroma_neon.cpp")).read().splitlines()
+
+    def function_of(i):
+        for j in range(i, -1, -1):
+            m = re.match(r"[A-Za-z].*?\b(\w+)\(", raw[j])
+            if m and not raw[j].startswith(("template", "struct", "namespace")):
+                return m.group(1)
+        return None
+
     labels = [i for i, l in enumerate(source) if l == '"1:\\n\\t"']
+    hand = [i for i in labels if i + 1 not in covered and function_of(i) in HAND_WRITTEN]
+    labels = [i for i in labels if i not in hand]
     loose = [i + 1 for i in labels if i + 1 not in covered]
     if len(labels) != len(LOOPS) - 1 or loose:  # pass 3's means prologue has no loop
         print(f"FAIL the source has {len(labels)} loops, the list {len(LOOPS) - 1}; "

@@ -1880,6 +1880,13 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
   const Pass3Armv7Rows& r = *rows;
   uint32_t words[20];
   pass3Words(r, t.lut, t.lutLuma, words);
+  // In an even row the centre tap's luma sample is the even outputs' own
+  // (rows 4 y and 2 Y are one row): the luma loop of those rows (PART=LE)
+  // walks the other five rows and weighs the even outputs' centre taps by
+  // the table's weight of 0.
+  const bool evenRow = r.luma[2] == r.lumaCentre;
+  uint32_t even[5];
+  walkWords(even, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[3], r.luma[4]}, 32);
   const uint8_t *p0 = r.u[0] + hx, *p1 = r.src[0] + 2 * hx, *p2 = r.lumaCentre + 4 * hx;
   uint8_t *o0 = r.out[0] + 2 * hx, *o1 = r.out[1] + 2 * hx;
   while (count > 0) {
@@ -1887,49 +1894,92 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
     int32_t k = n;
     uint8_t* y = lumaW;
     uint32_t sa;
-    asm volatile(
-        "ldr %[a], [%[R], #76]\n\t"
-        "vld1.8 {d20-d22}, [%[a]]\n\t"
-        "1:\n\t"
-        "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[h0]\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h1]\n\t"
-        "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h2]\n\t"
-        "vld4.8 {d16, d17, d18, d19}, [%[p2]], %[h3]\n\t"
-        "vabd.u8 d26, d0, d8\n\t"
-        "vabd.u8 d27, d2, d8\n\t"
-        "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h4]\n\t"
-        "vabd.u8 d28, d0, d12\n\t"
-        "vabd.u8 d29, d2, d12\n\t"
-        "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h5]\n\t"
-        "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
-        "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
-        "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
-        "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
-        "vabd.u8 d30, d0, d16\n\t"
-        "vabd.u8 d31, d2, d16\n\t"
-        "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
-        "vabd.u8 d26, d0, d8\n\t"
-        "vabd.u8 d27, d2, d8\n\t"
-        "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
-        "vabd.u8 d28, d0, d12\n\t"
-        "vabd.u8 d29, d2, d12\n\t"
-        "vtbl.8 d30, {d20, d21, d22}, d30\n\t"
-        "vtbl.8 d31, {d20, d21, d22}, d31\n\t"
-        "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
-        "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
-        "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
-        "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
-        "vst1.64 {d30, d31}, [%[y]:128]!\n\t"
-        "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
-        "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
-        "subs %[n], %[n], #1\n\t"
-        "bne 1b\n\t"
-        : [p2] "+r"(p2), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
-        : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
-          [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
-        : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
-          "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d26", "d27", "d28", "d29",
-          "d30", "d31", "cc", "memory");
+    if (evenRow) {
+      asm volatile(
+          "ldr %[a], [%[R], #76]\n\t"
+          "vld1.8 {d20-d22}, [%[a]]\n\t"
+          "vdup.8 d24, d20[0]\n\t"
+          "1:\n\t"
+          "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[h0]\n\t"
+          "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h1]\n\t"
+          "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h2]\n\t"
+          "vabd.u8 d25, d0, d2\n\t"
+          "vabd.u8 d26, d0, d8\n\t"
+          "vabd.u8 d27, d2, d8\n\t"
+          "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h3]\n\t"
+          "vabd.u8 d28, d0, d12\n\t"
+          "vabd.u8 d29, d2, d12\n\t"
+          "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h4]\n\t"
+          "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
+          "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
+          "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
+          "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
+          "vtbl.8 d25, {d20, d21, d22}, d25\n\t"
+          "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+          "vabd.u8 d26, d0, d8\n\t"
+          "vabd.u8 d27, d2, d8\n\t"
+          "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+          "vabd.u8 d28, d0, d12\n\t"
+          "vabd.u8 d29, d2, d12\n\t"
+          "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
+          "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
+          "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
+          "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
+          "vst1.64 {d24, d25}, [%[y]:128]!\n\t"
+          "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+          "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+          "subs %[n], %[n], #1\n\t"
+          "bne 1b\n\t"
+          : [p2] "+r"(p2), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
+          : [R] "r"(words), [h0] "r"(even[0]), [h1] "r"(even[1]), [h2] "r"(even[2]),
+            [h3] "r"(even[3]), [h4] "r"(even[4])
+          : "d0", "d1", "d2", "d3", "d8", "d9", "d10", "d11", "d12", "d13", "d14", "d15", "d20",
+            "d21", "d22", "d24", "d25", "d26", "d27", "d28", "d29", "cc", "memory");
+    } else {
+      asm volatile(
+          "ldr %[a], [%[R], #76]\n\t"
+          "vld1.8 {d20-d22}, [%[a]]\n\t"
+          "1:\n\t"
+          "vld4.8 {d0, d1, d2, d3}, [%[p2]], %[h0]\n\t"
+          "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h1]\n\t"
+          "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h2]\n\t"
+          "vld4.8 {d16, d17, d18, d19}, [%[p2]], %[h3]\n\t"
+          "vabd.u8 d26, d0, d8\n\t"
+          "vabd.u8 d27, d2, d8\n\t"
+          "vld4.8 {d8, d9, d10, d11}, [%[p2]], %[h4]\n\t"
+          "vabd.u8 d28, d0, d12\n\t"
+          "vabd.u8 d29, d2, d12\n\t"
+          "vld4.8 {d12, d13, d14, d15}, [%[p2]], %[h5]\n\t"
+          "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
+          "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
+          "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
+          "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
+          "vabd.u8 d30, d0, d16\n\t"
+          "vabd.u8 d31, d2, d16\n\t"
+          "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+          "vabd.u8 d26, d0, d8\n\t"
+          "vabd.u8 d27, d2, d8\n\t"
+          "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+          "vabd.u8 d28, d0, d12\n\t"
+          "vabd.u8 d29, d2, d12\n\t"
+          "vtbl.8 d30, {d20, d21, d22}, d30\n\t"
+          "vtbl.8 d31, {d20, d21, d22}, d31\n\t"
+          "vtbl.8 d26, {d20, d21, d22}, d26\n\t"
+          "vtbl.8 d27, {d20, d21, d22}, d27\n\t"
+          "vtbl.8 d28, {d20, d21, d22}, d28\n\t"
+          "vtbl.8 d29, {d20, d21, d22}, d29\n\t"
+          "vst1.64 {d30, d31}, [%[y]:128]!\n\t"
+          "vst1.64 {d26, d27}, [%[y]:128]!\n\t"
+          "vst1.64 {d28, d29}, [%[y]:128]!\n\t"
+          "subs %[n], %[n], #1\n\t"
+          "bne 1b\n\t"
+          : [p2] "+r"(p2), [y] "+r"(y), [n] "+r"(k), [a] "=&r"(sa)
+          : [R] "r"(words), [h0] "r"(words[12]), [h1] "r"(words[13]), [h2] "r"(words[14]),
+            [h3] "r"(words[15]), [h4] "r"(words[16]), [h5] "r"(words[17])
+          : "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11", "d12", "d13",
+            "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d26", "d27", "d28", "d29",
+            "d30", "d31", "cc", "memory");
+    }
     k = n;
     y = lumaW;
     uint8_t* sp = sums;
