@@ -290,10 +290,11 @@ TEST(ChromaKernels, FarTapsAmongNearOnes) {
 // Kernels without a vector division (armv7) compute the mean as the exact
 // rounded quotient floor((2 sum + weight) / (2 weight)); that is only valid if
 // the reference's float expression equals it everywhere the sums can reach
-// (sum <= 255 * (weight - 1), weight up to 1 + 8 * 46 in pass 1).
+// (sum <= 255 * weight, pass 3's own colour included; weight up to 1 + 8 * 46
+// in pass 1).
 TEST(ChromaMean, FloatMeanIsTheRoundedQuotientOverTheReachableSums) {
   for (int32_t weight = 1; weight <= 1 + 8 * 46; ++weight)
-    for (int32_t sum = 0; sum <= 255 * (weight - 1); ++sum) {
+    for (int32_t sum = 0; sum <= 255 * weight; ++sum) {
       const int32_t exact = (2 * sum + weight) / (2 * weight);
       if (kqChromaMean(sum, weight) != exact)
         FAIL() << "sum " << sum << " weight " << weight << ": float mean "
@@ -328,13 +329,13 @@ TEST(ChromaMean, VectorMeansMatchOverTheReachablePairs) {
 
 // The armv7 means' arithmetic, emulated: the reciprocal estimate refined
 // once or twice (the last step's product taking the scale first), converted
-// to 1.31 fixed point R (truncated, saturated), the mean vqrdmulh(sum, R),
+// to 1.31 fixed point R (truncated, saturated); the mean is vqrdmulh(sum, R),
 // that is floor(sum R / 2^31 + 1 / 2). Two steps cover pass 1's weights, one
 // step the weights of passes 2 and 3. The qemu runs hold the NEON code to the
 // reference with one form of the refinement step: ARMv7's vrecps rounds the
 // product before subtracting it from 2, ARMv8's (the armeabi-v7a code on
 // 64-bit cores) fuses the two. Both forms must give the reference's means.
-uint8_t armv7Mean(uint32_t sum, uint32_t weight, int steps, bool fused) {
+int64_t armv7Reciprocal(uint32_t weight, int steps, bool fused) {
   const float w = float(weight);
   volatile float r = kqRecipEstimate(w);
   float step = 0.0f;
@@ -349,34 +350,62 @@ uint8_t armv7Mean(uint32_t sum, uint32_t weight, int steps, bool fused) {
   volatile float scaled = r * scale;
   scaled = scaled * step;
   const double fixed = double(scaled) * 2147483648.0;  // exact: a power of 2
-  const int64_t q31 = fixed >= 2147483647.0 ? 2147483647 : int64_t(fixed);
-  return uint8_t((2 * int64_t(sum) * q31 + (int64_t(1) << 31)) >> 32);
+  return fixed >= 2147483647.0 ? 2147483647 : int64_t(fixed);
+}
+
+// The least sum up to 255 weight whose armv7 mean is not the rounded
+// quotient floor((2 sum + weight) / (2 weight)), which the reference's float
+// mean is for all of them (see above), or -1. Both rise with the sum, so
+// they agree everywhere when they agree at both ends and on both sides of
+// every step of the quotient: sums s - 1 and s, s = ceil(weight (2 m - 1) /
+// 2) the least sum whose quotient is m.
+int64_t firstWrongSum(uint32_t weight, int64_t q31) {
+  auto wrong = [&](int64_t sum) {
+    const int64_t mean = (2 * sum * q31 + (int64_t(1) << 31)) >> 32;
+    return mean != (2 * sum + weight) / (2 * int64_t(weight));
+  };
+  const int64_t top = 255 * int64_t(weight);
+  if (wrong(0)) return 0;
+  for (int64_t m = 1; m <= 255; ++m) {
+    const int64_t s = (int64_t(weight) * (2 * m - 1) + 1) / 2;
+    if (s - 1 <= top && wrong(s - 1)) return s - 1;
+    if (s <= top && wrong(s)) return s;
+  }
+  return wrong(top) ? top : -1;
 }
 
 TEST(ChromaMean, Armv7ReciprocalMeansHoldForBothRefinementSteps) {
   for (int steps = 1; steps <= 2; ++steps) {
-    const uint32_t top = steps == 2 ? 1 + 8 * 46 : uint32_t(kKqChromaMeanOneStepWeights);
+    const uint32_t most = steps == 2 ? 1 + 8 * 46 : uint32_t(kKqChromaMeanOneStepWeights);
     for (int fused = 0; fused < 2; ++fused)
-      for (uint32_t weight = 1; weight <= top; ++weight)
-        for (uint32_t sum = 0; sum <= 255 * weight; ++sum)
-          ASSERT_EQ(int(kqChromaMean(int32_t(sum), int32_t(weight))),
-                    int(armv7Mean(sum, weight, steps, fused)))
-              << "sum " << sum << " weight " << weight << ", " << steps << " step(s)"
-              << (fused ? " fused" : " separate");
+      for (uint32_t weight = 1; weight <= most; ++weight)
+        ASSERT_EQ(firstWrongSum(weight, armv7Reciprocal(weight, steps, fused)), -1)
+            << "weight " << weight << ", " << steps << " step(s)"
+            << (fused ? " fused" : " separate");
   }
 }
 
 // One refinement step is not enough for pass 1's weights: the emulation above
-// must be able to fail, and it does there (some weights from 274 on).
+// must be able to fail, and it does there (some weights from 274 on), for
+// both forms; and the search for a wrong sum finds what a look at every sum
+// finds.
 TEST(ChromaMean, Armv7OneStepMeansFailBeyondTheirWeights) {
-  int wrong = 0;
-  for (uint32_t weight = kKqChromaMeanOneStepWeights + 1; weight <= 1 + 8 * 46; ++weight)
-    for (uint32_t sum = 0; sum <= 255 * weight; ++sum)
-      if (kqChromaMean(int32_t(sum), int32_t(weight)) != armv7Mean(sum, weight, 1, false)) {
-        ++wrong;
-        break;
+  for (int fused = 0; fused < 2; ++fused) {
+    int wrong = 0;
+    for (uint32_t weight = kKqChromaMeanOneStepWeights + 1; weight <= 1 + 8 * 46; ++weight) {
+      const int64_t q31 = armv7Reciprocal(weight, 1, fused);
+      const int64_t found = firstWrongSum(weight, q31);
+      if (fused == 0) {
+        int64_t first = -1;
+        for (int64_t sum = 0; sum <= 255 * int64_t(weight) && first < 0; ++sum)
+          if ((2 * sum * q31 + (int64_t(1) << 31)) >> 32 != (2 * sum + weight) / (2 * weight))
+            first = sum;
+        ASSERT_EQ(found, first) << "weight " << weight;
       }
-  EXPECT_GT(wrong, 0);
+      wrong += found >= 0;
+    }
+    EXPECT_GT(wrong, 0) << (fused ? "fused" : "separate");
+  }
 }
 
 }  // namespace
