@@ -1832,12 +1832,12 @@ KQ_INLINE void sumsFirstThenWhole(int32_t j0, int32_t n, int32_t after, uint32_t
   if (j0 + 1 == n) return;
   first(j0 + 1, n - j0 - 1, flags + j0 + 1);
   // Only the words of steps (j0, n) count: the others are stale.
-  int32_t done = j0 + 1;  // the steps before it are made
-  for (int32_t g = 0; g < n; g += 16) {
+  const int32_t j1 = j0 + 1;
+  int32_t done = j1;  // the steps before it are made
+  for (int32_t g = j1 & ~15; g < n; g += 16) {
     uint32_t m = flaggedWords16(flags + g);
     if (g + 16 > n) m &= (1u << (n - g)) - 1;
-    if (g + 16 <= j0 + 1) m = 0;
-    else if (g <= j0) m &= ~((2u << (j0 - g)) - 1);
+    if (g < j1) m &= ~((1u << (j1 - g)) - 1);
     while (m != 0) {
       const int32_t j = g + __builtin_ctz(m);
       m &= m - 1;
@@ -1886,7 +1886,7 @@ void pass3InnerArmv7Lut(const Pass3Armv7Rows* rows, const Tables& t, int32_t hx,
   // the table's weight of 0.
   const bool evenRow = r.luma[2] == r.lumaCentre;
   uint32_t even[5];
-  walkWords(even, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[3], r.luma[4]}, 32);
+  if (evenRow) walkWords(even, {r.lumaCentre, r.luma[0], r.luma[1], r.luma[3], r.luma[4]}, 32);
   const uint8_t *p0 = r.u[0] + hx, *p1 = r.src[0] + 2 * hx, *p2 = r.lumaCentre + 4 * hx;
   uint8_t *o0 = r.out[0] + 2 * hx, *o1 = r.out[1] + 2 * hx;
   while (count > 0) {
